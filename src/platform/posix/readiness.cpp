@@ -1,0 +1,72 @@
+#include "platform/readiness.h"
+
+#include <errno.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <array>
+
+namespace platform {
+
+ReadinessSet::ReadinessSet() : set_(epoll_create1(EPOLL_CLOEXEC)) {}
+
+ReadinessSet::~ReadinessSet() {
+  if (set_ >= 0) close(set_);
+}
+
+void ReadinessSet::watch(int descriptor) {
+  if (descriptor < 0) return;
+  const auto index = static_cast<std::size_t>(descriptor);
+  if (index >= flags_.size()) flags_.resize(index + 64);
+  if (flags_[index] & kWatched) return;
+  epoll_event event{};
+  event.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+  event.data.fd = descriptor;
+  flags_[index] = kWatched;
+  if (epoll_ctl(set_, EPOLL_CTL_ADD, descriptor, &event) != 0 && errno == EPERM)
+    flags_[index] = kWatched | kReadable | kWritable | kAlways;
+}
+
+void ReadinessSet::forget(int descriptor) {
+  if (!(flags(descriptor) & kWatched)) return;
+  if (!(flags(descriptor) & kAlways)) epoll_ctl(set_, EPOLL_CTL_DEL, descriptor, nullptr);
+  flags_[static_cast<std::size_t>(descriptor)] = 0;
+}
+
+bool ReadinessSet::wait(int milliseconds, bool& failed) {
+  std::array<epoll_event, 256> events;
+  const int count =
+      epoll_wait(set_, events.data(), static_cast<int>(events.size()), milliseconds);
+  failed = count < 0 && errno != EINTR;
+  if (count < 0) return false;
+  for (int i = 0; i < count; ++i) {
+    const epoll_event& event = events[static_cast<std::size_t>(i)];
+    std::uint8_t& known = flags_[static_cast<std::size_t>(event.data.fd)];
+    if (event.events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)) known |= kReadable;
+    if (event.events & (EPOLLOUT | EPOLLHUP | EPOLLERR)) known |= kWritable;
+    if (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) known |= kHungUp;
+  }
+  return true;
+}
+
+void ReadinessSet::clearReadable(int descriptor) {
+  if (flags(descriptor) & (kHungUp | kAlways)) return;
+  drained(descriptor);
+}
+
+void ReadinessSet::drained(int descriptor) {
+  if ((flags(descriptor) & kWatched) && !(flags(descriptor) & kAlways))
+    flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~kReadable);
+}
+
+void ReadinessSet::clearWritable(int descriptor) {
+  if ((flags(descriptor) & kWatched) && !(flags(descriptor) & kAlways))
+    flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~kWritable);
+}
+
+ReadinessSet& readiness() {
+  static ReadinessSet set;
+  return set;
+}
+
+}  // namespace platform

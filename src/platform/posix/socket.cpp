@@ -1,0 +1,157 @@
+#include "platform/socket.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "platform/clock.h"
+
+namespace platform {
+namespace error {
+const int interrupted = EINTR, accessDenied = EACCES, badAddress = EFAULT, invalid = EINVAL,
+          inProgress = EINPROGRESS, notSocket = ENOTSOCK, messageTooBig = EMSGSIZE,
+          notSupported = EOPNOTSUPP, netDown = ENETDOWN, netReset = ENETRESET,
+          aborted = ECONNABORTED, reset = ECONNRESET, noBuffers = ENOBUFS,
+          notConnected = ENOTCONN, brokenPipe = EPIPE, timedOut = ETIMEDOUT,
+          hostUnreachable = EHOSTUNREACH, addressInUse = EADDRINUSE, refused = ECONNREFUSED;
+}  // namespace error
+
+namespace {
+
+sockaddr_in addressOf(std::uint32_t address, std::uint16_t port) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_addr.s_addr = htonl(address);
+  result.sin_port = htons(port);
+  return result;
+}
+
+sockaddr* generic(sockaddr_in& address) { return reinterpret_cast<sockaddr*>(&address); }
+
+Transfer outcomeOf(ssize_t result) {
+  Transfer transfer;
+  if (result >= 0)
+    transfer.count = result;
+  else if (errno == EAGAIN || errno == EWOULDBLOCK)
+    transfer.wouldBlock = true;
+  else
+    transfer.error = errno;
+  return transfer;
+}
+
+using NameCall = int (*)(int, sockaddr*, socklen_t*);
+
+bool nameOf(NameCall call, Socket socket, sockaddr_in& address) {
+  socklen_t size = sizeof address;
+  return call(socket, generic(address), &size) == 0 && address.sin_family == AF_INET;
+}
+
+std::string dotted(NameCall call, Socket socket) {
+  sockaddr_in address{};
+  char text[INET_ADDRSTRLEN] = "";
+  if (!nameOf(call, socket, address)) return {};
+  inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+  return text;
+}
+
+// Waits until a started connect has ended one way or the other.
+int finishConnect(Socket socket, int milliseconds) {
+  const std::uint64_t end = monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
+  for (;;) {
+    const std::uint64_t now = monotonicMilliseconds();
+    pollfd entry{socket, POLLOUT, 0};
+    const int ready = poll(&entry, 1, now < end ? static_cast<int>(end - now) : 0);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) return ready == 0 ? ETIMEDOUT : errno;
+    int failure = 0;
+    socklen_t size = sizeof failure;
+    getsockopt(socket, SOL_SOCKET, SO_ERROR, &failure, &size);
+    return failure;
+  }
+}
+
+}  // namespace
+
+Socket openStream() { return ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+
+void setStreamOptions(Socket socket) {
+  const int on = 1;
+  setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+bool bindPort(Socket socket, std::uint16_t port, bool loopbackOnly) {
+  sockaddr_in address = addressOf(loopbackOnly ? INADDR_LOOPBACK : INADDR_ANY, port);
+  return bind(socket, generic(address), sizeof address) == 0;
+}
+
+// The kernel cuts the backlog to its own limit.
+bool listenOn(Socket socket) { return listen(socket, 65535) == 0; }
+
+Socket acceptFrom(Socket listener, Transfer& outcome) {
+  for (;;) {
+    const Socket client = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    outcome = outcomeOf(client);
+    // A client that has gone again, or an interrupt, says nothing of the listener.
+    if (outcome.error == EINTR || outcome.error == ECONNABORTED) continue;
+    return client;
+  }
+}
+
+int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int milliseconds) {
+  sockaddr_in server = addressOf(address, port);
+  if (connect(socket, generic(server), sizeof server) == 0) return 0;
+  if (errno != EINPROGRESS && errno != EINTR) return errno;
+  return finishConnect(socket, milliseconds);
+}
+
+bool parseAddress(const char* text, std::uint32_t& address) {
+  in_addr parsed{};
+  if (inet_aton(text, &parsed) == 0) return false;
+  address = ntohl(parsed.s_addr);
+  return true;
+}
+
+bool resolveHost(const char* name, std::uint32_t& address) {
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(name, nullptr, &hints, &found) != 0) return false;
+  if (found) address = ntohl(reinterpret_cast<sockaddr_in*>(found->ai_addr)->sin_addr.s_addr);
+  const bool any = found != nullptr;
+  freeaddrinfo(found);
+  return any;
+}
+
+Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
+  ssize_t result = send(socket, bytes, static_cast<std::size_t>(count), MSG_NOSIGNAL);
+  if (result < 0 && errno == ENOTSOCK) result = write(socket, bytes, static_cast<std::size_t>(count));
+  return outcomeOf(result);
+}
+
+Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
+  return outcomeOf(read(socket, bytes, static_cast<std::size_t>(count)));
+}
+
+int shutdownStream(Socket socket) { return shutdown(socket, SHUT_RDWR) == 0 ? 0 : errno; }
+
+int closeStream(Socket socket) { return close(socket) == 0 ? 0 : errno; }
+
+int closeDescriptor(int descriptor) { return close(descriptor) == 0 ? 0 : errno; }
+
+std::uint16_t localPort(Socket socket) {
+  sockaddr_in address{};
+  return nameOf(getsockname, socket, address) ? ntohs(address.sin_port) : std::uint16_t{0};
+}
+
+std::string localAddress(Socket socket) { return dotted(getsockname, socket); }
+
+std::string peerAddress(Socket socket) { return dotted(getpeername, socket); }
+
+}  // namespace platform

@@ -1,0 +1,56 @@
+// The one place where the program sleeps: which descriptors can be read or written.
+//
+// A descriptor is registered once, edge-triggered for both directions, and not touched again until
+// it closes. What a wait has learnt is remembered here for each descriptor until somebody has used
+// it up, so that a step on one connection loses nothing of what it sees for the others: a reader
+// clears `readable` when a read has emptied the socket, a writer clears `writable` when a write no
+// longer fits.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace platform {
+
+class ReadinessSet {
+ public:
+  ReadinessSet();
+  ~ReadinessSet();
+  ReadinessSet(const ReadinessSet&) = delete;
+  ReadinessSet& operator=(const ReadinessSet&) = delete;
+
+  /// Registers a descriptor, once; a further call does nothing. One that can't be watched (a plain
+  /// file) counts as always ready.
+  void watch(int descriptor);
+  /// Forgets a descriptor; must be called before it is closed.
+  void forget(int descriptor);
+
+  /// Sleeps until something that wasn't known yet has become ready, or the time is up. Negative
+  /// time: no limit. False if an interrupt ended the wait or the wait failed; `failed` tells which.
+  bool wait(int milliseconds, bool& failed);
+
+  bool isReadable(int descriptor) const { return (flags(descriptor) & kReadable) != 0; }
+  bool isWritable(int descriptor) const { return (flags(descriptor) & kWritable) != 0; }
+  /// A read has taken all there was. Keeps the mark if the peer has hung up, since the end of the
+  /// stream is still to be read and no further event would announce it.
+  void clearReadable(int descriptor);
+  /// A read would have blocked: nothing is left, whatever was known.
+  void drained(int descriptor);
+  void clearWritable(int descriptor);
+
+ private:
+  static constexpr std::uint8_t kWatched = 1, kReadable = 2, kWritable = 4, kHungUp = 8,
+                                kAlways = 16;
+  std::uint8_t flags(int descriptor) const {
+    const auto index = static_cast<std::size_t>(descriptor);
+    return index < flags_.size() ? flags_[index] : std::uint8_t{0};
+  }
+
+  int set_;
+  std::vector<std::uint8_t> flags_;  // by descriptor
+};
+
+/// The set of this process.
+ReadinessSet& readiness();
+
+}  // namespace platform

@@ -1,0 +1,62 @@
+// IPv4 stream sockets. Every call is one system call or a few, none of them blocks but connectStream
+// (which has a limit) and resolveHost, and every failure is a value: errors are errno numbers, with
+// the ones that a caller tells apart named below.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace platform {
+
+using Socket = int;
+inline constexpr Socket kNoSocket = -1;
+
+/// The errors that callers tell apart, in the system's own numbers.
+namespace error {
+extern const int interrupted, accessDenied, badAddress, invalid, inProgress, notSocket,
+    messageTooBig, notSupported, netDown, netReset, aborted, reset, noBuffers, notConnected,
+    brokenPipe, timedOut, hostUnreachable, addressInUse, refused;
+}  // namespace error
+
+/// Result of a transfer: bytes moved, or none with an error.
+struct Transfer {
+  std::int64_t count = 0;
+  int error = 0;            ///< 0 if nothing failed
+  bool wouldBlock = false;  ///< nothing moved, and nothing failed
+};
+
+/// A new non-blocking stream socket that children don't inherit; kNoSocket on failure.
+Socket openStream();
+/// Sets SO_REUSEADDR and TCP_NODELAY; failures are not looked at.
+void setStreamOptions(Socket socket);
+/// Binds to every local address, or only 127.0.0.1, on `port` (0: the system picks). True if bound.
+bool bindPort(Socket socket, std::uint16_t port, bool loopbackOnly);
+/// Listens with the system's largest backlog.
+bool listenOn(Socket socket);
+/// Takes the next client: a non-blocking socket that children don't inherit. `wouldBlock` in
+/// `outcome` if nobody is there.
+Socket acceptFrom(Socket listener, Transfer& outcome);
+/// Connects within `milliseconds`; 0, or the error.
+int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int milliseconds);
+/// A dotted address in host order; false if the text isn't one.
+bool parseAddress(const char* text, std::uint32_t& address);
+/// The first IPv4 address of a host name in host order; false if it can't be resolved.
+bool resolveHost(const char* name, std::uint32_t& address);
+
+Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count);
+/// Up to `count` bytes; a count of 0 without wouldBlock is the end of the stream.
+Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count);
+
+/// 0 or the error.
+int shutdownStream(Socket socket);
+int closeStream(Socket socket);
+/// Closes a descriptor that is no socket.
+int closeDescriptor(int descriptor);
+
+/// Port of the local end in host order, 0 if it can't be had.
+std::uint16_t localPort(Socket socket);
+/// Dotted address of either end, empty if it can't be had.
+std::string localAddress(Socket socket);
+std::string peerAddress(Socket socket);
+
+}  // namespace platform

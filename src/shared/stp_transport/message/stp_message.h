@@ -1,0 +1,82 @@
+// A message being built: header words held apart until finishMessage, and a payload in one of two
+// forms. The binary form is a sequence of tagged fields, the ascii form is text; a message is
+// written in one of them only.
+//
+// A message belongs to whoever built it. Queueing it on a transport copies its bytes.
+#pragma once
+
+#include <cstdint>
+
+#include "stp_transport/message/stp_buffer.h"
+#include "stp_transport/wire/stp_wire.h"
+
+/// Field word of a binary field: tag x 256 + class x 16 + size of the value in bytes (0: a length
+/// word follows).
+inline constexpr std::uint32_t STP_FIELD_STRING = 0x10;
+inline constexpr std::uint32_t STP_FIELD_U8 = 0x21;
+inline constexpr std::uint32_t STP_FIELD_U16 = 0x22;
+inline constexpr std::uint32_t STP_FIELD_U32 = 0x24;
+inline constexpr std::uint32_t STP_FIELD_U64 = 0x28;
+inline constexpr std::uint32_t STP_FIELD_F32 = 0x34;
+inline constexpr std::uint32_t STP_FIELD_F64 = 0x38;
+inline constexpr std::uint32_t STP_FIELD_STRUCT = 0x40;
+inline constexpr std::uint32_t STP_FIELD_ARRAY = 0x50;
+/// The fixed tags inside a pointer array, which go through no tag map.
+inline constexpr std::int32_t STP_TAG_ARRAY_COUNT = 22;
+inline constexpr std::int32_t STP_TAG_ARRAY_ELEMENT = 23;
+
+class STPMessage : public STPBuffer {
+ public:
+  /// An empty message with all header words 0: room for the header and 64 bytes of payload, the
+  /// cursor behind the header.
+  STPMessage();
+  /// A message with all header words 0 that holds `text` and a blank in the ascii form (nothing for
+  /// a null or empty text) and an end word; the cursor stands in front of the end word.
+  explicit STPMessage(const char* text);
+
+  STPHeader header;
+  /// Set when delivery of the message was put off.
+  bool deferred = false;
+
+  // --- Binary form: each appends one field at the cursor. Tags are the writer's own. ---
+  void putString(std::int32_t tag, const char* text);  ///< null and empty differ on the wire
+  void putU8(std::int32_t tag, std::uint8_t value);
+  void putU16(std::int32_t tag, std::uint16_t value);
+  void putU32(std::int32_t tag, std::uint32_t value);
+  void putU64(std::int32_t tag, std::uint64_t value);  ///< high word first
+  void putF32(std::int32_t tag, float value);
+  void putF64(std::int32_t tag, double value);  ///< high word first
+  /// Opens a struct; `mark` is for endStruct, which writes the length into its place.
+  void beginStruct(std::int32_t tag, std::int64_t& mark);
+  void beginStruct(std::int64_t& mark) { beginStruct(0, mark); }
+  void endStruct(std::int64_t mark);
+  void beginArray(std::int32_t tag, std::int64_t& mark);
+  void endArray(std::int64_t mark) { endStruct(mark); }
+  /// An array of `count` bare values of `elementSize` bytes (1, 2, 4 or 8), behind a 32-bit count.
+  void putArray(std::int32_t tag, const void* elements, std::int32_t count, int elementSize);
+  /// The same without the count.
+  void putArrayData(std::int32_t tag, const void* elements, std::int32_t count, int elementSize);
+
+  // --- Ascii form: each appends at the cursor; a null `name` writes the bare value. ---
+  void writeBlockBegin(const char* name = nullptr);
+  void writeBlockEnd();
+  void writeArrayBegin(std::int32_t size, const char* name = nullptr);  ///< below 0: no size
+  void writeArrayEnd();
+  void writeInt(std::uint32_t value, const char* name = nullptr);
+  void writeInt64(std::uint64_t value, const char* name = nullptr);
+  void writeString(const char* text, const char* name = nullptr);  ///< escaped; null is "null "
+  void writeWord(const char* text, const char* name = nullptr);    ///< no quoting
+  void writeQuoted(const char* text, const char* name = nullptr);  ///< no escaping
+
+  /// Closes the message under a sequence number: end word, sizes, and the header words over the
+  /// first bytes of the storage. Called once; the cursor stays behind the end word.
+  void finishMessage(std::uint32_t sequence);
+
+ protected:
+  /// For a received message: storage of exactly `capacity` bytes.
+  explicit STPMessage(std::int64_t capacity);
+
+ private:
+  void writeName(const char* name);
+  void writeElements(const void* elements, std::int32_t count, int elementSize);
+};

@@ -1,0 +1,94 @@
+// A message being read, over its own copy of a packet's bytes.
+//
+// Binary fields are found by tag, ascii fields by name. A reader that takes the fields in the order
+// in which they were written pays one step for each: the start of the search walks along behind it.
+// A reader that takes them in another order searches from the first field not yet read in order.
+// Nothing here fails: what is missing or cut short reads as 0, null or an empty range, and no read
+// goes past the message, whatever its bytes say.
+#pragma once
+
+#include <cstdint>
+
+#include "indgen/memory.h"
+#include "stp_transport/message/stp_message.h"
+
+class STPReceivedMessage : public STPMessage {
+ public:
+  /// Copies the `headerSize` + `payloadSize` bytes of one packet.
+  STPReceivedMessage(const unsigned char* packet, std::int32_t headerSize, std::int32_t payloadSize);
+  /// A message with all header words 0 that holds `text`, ready to be read in the ascii form.
+  explicit STPReceivedMessage(const char* text);
+
+  // --- Binary form. `tag` is the sender's number of the field; -1 finds nothing. ---
+
+  /// A range of the payload, saved by enterStruct for leaveStruct.
+  struct Range {
+    std::int64_t start = 0;
+    std::int64_t end = 0;
+  };
+
+  /// The field word, the cursor on the value; 0 if the field isn't there.
+  std::uint32_t findField(std::int32_t tag);
+  std::uint8_t getU8(std::int32_t tag);
+  std::uint16_t getU16(std::int32_t tag);
+  std::uint32_t getU32(std::int32_t tag);
+  std::uint64_t getU64(std::int32_t tag);
+  float getF32(std::int32_t tag);
+  double getF64(std::int32_t tag);
+  /// A copy of the stored length, always zero-closed; null for a null string or a missing field.
+  gen_text getString(std::int32_t tag);
+  /// The characters inside the message, zero-closed, valid while the message lives; null for a null
+  /// string, a missing field, or stored characters that have no zero among them.
+  const char* getStringView(std::int32_t tag);
+  /// Makes the value of a struct or array field the range of the following reads; an absent field
+  /// gives an empty range.
+  void enterStruct(std::int32_t tag, Range& saved);
+  void leaveStruct(const Range& saved);
+  /// The elements of an array field in a block that the caller frees with gen_free, null if there
+  /// are none. `count` receives how many there are, never more than the payload holds.
+  void* getArrayAlloc(std::int32_t tag, std::int32_t& count, int elementSize);
+  /// Reads up to `count` elements of an array field without a count; what isn't there is zero.
+  void getArray(std::int32_t tag, void* elements, std::int32_t count, int elementSize);
+  /// How many pointer-array elements the current range can hold at most, for bounding a count that
+  /// a peer has sent before storage is made for it.
+  std::int32_t boundCount(std::uint32_t count) const;
+
+  // --- Ascii form. Every read with a name looks the field up first. Words and quoted texts are
+  // read in place and come back unterminated. ---
+
+  /// The field's value, the cursor on it; null if it isn't there.
+  char* findAsciiField(const char* name);
+  std::uint32_t readInt();
+  std::uint32_t readInt(const char* name);
+  std::uint64_t readInt64();
+  std::uint64_t readInt64(const char* name);
+  gen_text readString();
+  gen_text readString(const char* name);
+  char* readWord(std::int32_t* length);
+  char* readWord(const char* name, std::int32_t* length);
+  char* peekWord(std::int32_t* length);
+  char* readQuoted(std::int32_t* length);
+  char* readQuoted(const char* name, std::int32_t* length);
+
+  /// A place in the text, saved on entering a block or array.
+  using Mark = char*;
+  void enterBlock(Mark* saved);
+  void enterBlock(Mark* saved, const char* name);
+  void leaveBlock(Mark* saved);
+  /// Gives the size in front of the array, 0 if there is none.
+  std::int32_t enterArray(Mark* saved);
+  std::int32_t enterArray(Mark* saved, const char* name);
+  void leaveArray(Mark* saved);
+  /// True if the next thing, blanks skipped, closes an array or the text ends.
+  bool atArrayEnd();
+  /// Walks fields of unknown names: the value's place and, through `name`, the name's; null at the
+  /// end of the level.
+  char* nextField(char** name);
+  /// Walks array elements: the element's place, or null at the end.
+  char* nextValue();
+
+ private:
+  std::int64_t payloadStart_ = 0;
+  std::int64_t payloadEnd_ = 0;
+  char* fieldCursor_ = nullptr;
+};

@@ -1,0 +1,40 @@
+// Retry handlers that wait on a transport, and the condition that watches a spec.
+#pragma once
+
+#include "libcxxutil/ut_retryhandler.h"
+#include "stp_transport/transport/counted_ptr.h"
+
+class STPSpecClass;
+class STPTransport;
+
+/// Gives up when its transport closes or its status shows a failure. The transport isn't owned; a
+/// handler without one never allows a second try and pauses for 50 ms in its wait.
+class STPRetryHandler : public RetryHandler {
+ public:
+  STPRetryHandler() = default;                          ///< no limit, no transport
+  explicit STPRetryHandler(int spec) : RetryHandler(spec) {}
+  explicit STPRetryHandler(STPTransport* transport) : transport_(transport) {}
+  STPRetryHandler(STPTransport* transport, int spec) : RetryHandler(spec), transport_(transport) {}
+  bool shouldRetry() override;
+  void wait() override;
+
+ private:
+  STPTransport* transport_ = nullptr;
+};
+
+/// Gives up after `milliseconds` as well.
+class TimeoutSTPRetryHandler : public STPRetryHandler {
+ public:
+  TimeoutSTPRetryHandler(STPTransport* transport, int milliseconds);
+};
+
+/// True while a spec's virtual connection is up in at least one direction. Holds a reference on it.
+class STP_RetryCondition : public RetryCondition {
+ public:
+  explicit STP_RetryCondition(STPSpecClass* spec);
+  ~STP_RetryCondition() override;
+  bool shouldRetry() override;
+
+ private:
+  CountedPtr<STPSpecClass> spec_;
+};

@@ -1,0 +1,265 @@
+// The exchange in which two sides tell each other their field names and messages.
+//
+// A record is one text. Its lists are sorted by byte value like this side's tables, so that taking a
+// record in is a merge of two sorted lists; a name out of order counts as one that this side doesn't
+// have. What a peer announces is never trusted for a size: lists are read to their end or their
+// announced size, whichever comes first.
+#include <algorithm>
+
+#include "stp_transport/spec/stp_specclass.h"
+#include "stp_transport/transport/stp_transport.h"
+
+namespace {
+
+using Hold = CountedPtr<STPSpecClass>;
+
+constexpr const char* kReplyTimeout = "awaitNegotiate: timed out waiting for reply.";
+
+void report(STPStatus* status, std::int32_t code, const char* text) {
+  if (status) status->set(code, text);
+}
+
+// Calls `visit` for each element of the named array, at most as many as the size in front says.
+template <class Visit>
+void forEachElement(STPReceivedMessage& message, const char* name, Visit visit) {
+  STPReceivedMessage::Mark array;
+  const auto size = static_cast<std::uint32_t>(message.enterArray(&array, name));
+  for (std::uint32_t i = 0; i < size && !message.atArrayEnd(); ++i) visit(i);
+  message.leaveArray(&array);
+}
+
+std::string_view wordOf(STPReceivedMessage& message, const char* name = nullptr) {
+  std::int32_t length = 0;
+  const char* word = name ? message.readWord(name, &length) : message.readWord(&length);
+  return {word, static_cast<std::size_t>(length)};
+}
+
+gen_text ownedCopy(std::string_view text) {
+  char* copy = static_cast<char*>(gen_alloc(text.size() + 1, 1));
+  text.copy(copy, text.size());
+  return gen_text(copy);
+}
+
+// The entry of a sorted table with this name, searched from `from` on, which moves along; null if
+// the table doesn't have the name from there on.
+template <class Table>
+STPMessageEntry* mergeStep(Table& table, std::size_t& from, std::string_view name) {
+  while (from < table.size() && table[from].name < name) ++from;
+  return from < table.size() && table[from].name == name ? &table[from] : nullptr;
+}
+
+}  // namespace
+
+void STPSpecClass::sendNegotiate(bool writeNow, RetryHandler*, STPStatus* status) {
+  if (!transport) {
+    report(status, STP_MISUSE, "[sendNegotiate]: cannot send with NULL transport");
+    return;
+  }
+  if (!sendUp) {
+    report(status, STP_FAILED, "[sendNegotiate]: virtual connection is down");
+    return;
+  }
+  const CountedPtr<STPTransport> link = transport;
+  const auto message =
+      link->newMessage(sourceRN, destinationRN, STP_NEGOTIATION, STP_NEGOTIATE, STP_ONE_WAY);
+  writeNegotiateRecord(*message);
+  if (writeNow) {
+    ++busy;
+    link->postMessage(*message, 1, status);
+    --busy;
+  } else {
+    link->enqueueMessage(*message);
+  }
+}
+
+void STPSpecClass::writeNegotiateRecord(STPMessage& message) const {
+  message.writeWord(sideName, "name");
+  message.writeString(vstamp, "vstamp");
+  message.writeInt(specFlags, "flags");
+  message.writeArrayBegin(tagCount, "tags");
+  for (std::int32_t i = 0; i < tagCount; ++i) message.writeWord(tagNames[i]);
+  message.writeArrayEnd();
+  message.writeArrayBegin(receiveCount, "msgs");
+  for (std::int32_t i = 0; i < receiveCount; ++i) {
+    const STPMessageEntry& entry = receiveTable[i];
+    message.writeBlockBegin();
+    message.writeInt(entry.id, "id");
+    message.writeWord(entry.name, "name");
+    message.writeInt(entry.flags, "flags");
+    message.writeBlockEnd();
+  }
+  message.writeArrayEnd();
+}
+
+void STPSpecClass::readNegotiateRecord(STPReceivedMessage& message) {
+  peerName = ownedCopy(wordOf(message, "name"));
+  peerVstamp = message.readString("vstamp");
+  peerFlags = message.readInt("flags");
+  readTags(message);
+  readMessages(message);
+  negotiated = true;
+}
+
+void STPSpecClass::readTags(STPReceivedMessage& message) {
+  std::size_t j = 0;
+  forEachElement(message, "tags", [&](std::uint32_t position) {
+    const std::string_view word = wordOf(message);
+    while (j < tagMap.size() && tagNames[j] < word) ++j;
+    if (!word.empty() && j < tagMap.size() && tagNames[j] == word)
+      tagMap[j] = static_cast<std::int32_t>(position);
+  });
+}
+
+void STPSpecClass::readMessages(STPReceivedMessage& message) {
+  std::size_t from = 0;
+  forEachElement(message, "msgs", [&](std::uint32_t) {
+    if (!messagesListed_) {
+      messagesListed_ = true;
+      for (STPMessageEntry& entry : sendTable) entry.id = STP_NO_MESSAGE;
+    }
+    STPReceivedMessage::Mark block;
+    message.enterBlock(&block);
+    const std::uint32_t id = message.readInt("id");
+    const std::string_view name = wordOf(message, "name");
+    const std::uint32_t flags = message.readInt("flags");
+    message.leaveBlock(&block);
+    if (name.empty()) return;
+    if (STPMessageEntry* entry = mergeStep(sendTable, from, name)) {
+      entry->id = id;
+      entry->flags = flags;
+    } else {
+      takeMessageEntry(name, id, flags);
+    }
+  });
+}
+
+// A message of the peer that this side doesn't know.
+void STPSpecClass::takeMessageEntry(std::string_view name, std::uint32_t id,
+                                    std::uint32_t flags) {
+  const auto [place, isNew] = extraIndex_.try_emplace(std::string(name), extraTable.size());
+  if (isNew) extraTable.push_back({place->first.c_str(), nullptr, id, flags});
+  STPMessageEntry& entry = extraTable[place->second];
+  entry.id = id;
+  entry.flags = flags;
+}
+
+void STPSpecClass::negotiateLocally() {
+  for (std::size_t i = 0; i < tagMap.size(); ++i) tagMap[i] = static_cast<std::int32_t>(i);
+  for (std::size_t i = 0; i < sendTable.size(); ++i)
+    sendTable[i].id = static_cast<std::uint32_t>(i);
+  negotiated = true;
+}
+
+// Serves the transport until a message has set the flag.
+void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, STPStatus* status) {
+  const Hold hold(this);
+  const CountedPtr<STPTransport> link = transport;
+  if (status) status->clear();
+  ++busy;
+  if (retry) retry->start();
+  while (!flag) {
+    if (retry && !retry->shouldRetry()) {
+      if (link->status().good())
+        report(status, STP_TIMEOUT, kReplyTimeout);
+      else if (status)
+        *status = link->status();
+      break;
+    }
+    if (retry) {
+      retry->wait();
+      continue;
+    }
+    link->serviceOnce(STP_WAIT_STEP, status);
+    if (!link->status().good()) break;
+  }
+  if (retry) retry->finish();
+  --busy;
+}
+
+void STPSpecClass::awaitTags(RetryHandler* retry, STPStatus* status) {
+  if (!transport) {
+    report(status, STP_MISUSE, "[awaitTags]: cannot receive tags on NULL transport");
+    return;
+  }
+  if (!receiveUp) {
+    report(status, STP_FAILED, "[awaitTags]: virtual connection is down");
+    return;
+  }
+  const Hold hold(this);
+  // The record may have come before there was a listener for it.
+  transport->redispatchUnclaimed(destinationRN, sourceRN, STP_NEGOTIATION);
+  awaitFlag(negotiated, retry, status);
+}
+
+void STPSpecClass::negotiate(RetryHandler* retry, STPStatus* status) {
+  STPStatus outcome;
+  sendNegotiate(true, retry, &outcome);
+  if (outcome.good()) awaitTags(retry, &outcome);
+  if (status) *status = outcome;
+}
+
+void STPSpecClass::awaitNegotiate(RetryHandler* retry, STPStatus* status) {
+  if (!canSend(false, true, status)) return;
+  const Hold hold(this);
+  const CountedPtr<STPTransport> link = transport;
+  link->enqueueMessage(
+      *link->newMessage(sourceRN, destinationRN, STP_NEGOTIATION, STP_READY, STP_ONE_WAY));
+  STPStatus outcome;
+  awaitFlag(peerReady, retry, &outcome);
+  if (outcome.good()) peerReady = false;
+  if (status) *status = outcome;
+}
+
+void STPSpecClass::fetchFormats(RetryHandler* retry, STPStatus* status) {
+  if (!transport) {
+    report(status, STP_MISUSE, "Attempted send before negotiation is complete.");
+    return;
+  }
+  const Hold hold(this);
+  const CountedPtr<STPTransport> link = transport;
+  const auto query = link->newMessage(sourceRN, destinationRN, STP_NEGOTIATION, STP_FORMAT_QUERY,
+                                      STP_WANTS_RESPONSE);
+  const std::uint32_t sequence = link->sendMessage(*query, retry, status);
+  const auto response = link->awaitResponse(sequence, retry, status);
+  if (response) readFormatRecord(*response);
+}
+
+void STPSpecClass::writeFormatRecord(STPMessage& message) const {
+  message.writeArrayBegin(receiveCount, "msgs");
+  for (std::int32_t i = 0; i < receiveCount; ++i) {
+    message.writeBlockBegin();
+    message.writeWord(receiveTable[i].name, "name");
+    message.writeQuoted(receiveTable[i].fmt, "fmt");
+    message.writeBlockEnd();
+  }
+  message.writeArrayEnd();
+}
+
+void STPSpecClass::readFormatRecord(STPReceivedMessage& message) {
+  forEachElement(message, "msgs", [&](std::uint32_t) {
+    STPReceivedMessage::Mark block;
+    message.enterBlock(&block);
+    const std::string_view name = wordOf(message, "name");
+    std::int32_t length = 0;
+    const char* text = message.readQuoted("fmt", &length);
+    message.leaveBlock(&block);
+    if (!name.empty()) takeFormat(name, {text, static_cast<std::size_t>(length)});
+  });
+  formatsFetched = true;
+}
+
+void STPSpecClass::takeFormat(std::string_view name, std::string_view format) {
+  STPMessageEntry* entry = nullptr;
+  const auto place =
+      std::lower_bound(sendTable.begin(), sendTable.end(), name,
+                       [](const STPMessageEntry& e, std::string_view text) { return e.name < text; });
+  if (place != sendTable.end() && place->name == name) {
+    entry = &*place;
+  } else if (const auto extra = extraIndex_.find(name); extra != extraIndex_.end()) {
+    entry = &extraTable[extra->second];
+  }
+  if (!entry) return;
+  std::string& owned = peerFormats_[entry->name];
+  owned = format;
+  entry->fmt = owned.c_str();
+}

@@ -1,0 +1,38 @@
+// What all transports of one process share, in one place: the depth counters of delivery, and the
+// serial numbers by which a transport can be found again after it may have gone.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+class STPTransport;
+
+struct STPProcessState {
+  /// Calls in progress: messages sent and not yet finished, plus messages being handled.
+  std::int32_t messageDepth = 0;
+  /// Blocking write phases on the stack; nothing is delivered while there is one.
+  std::int32_t sendDepth = 0;
+  /// Waits on the stack for the response to a message that holds others back.
+  std::int32_t holdDepth = 0;
+
+  std::uintptr_t lastSerial = 0;
+  /// Every live transport, in the order of construction.
+  std::map<std::uintptr_t, STPTransport*> transportsBySerial;
+  /// Transports that a packet has been queued on since they were last flushed.
+  std::vector<STPTransport*> unflushed;
+};
+
+STPProcessState& stpProcess();
+
+/// Raises a depth counter for the length of a scope.
+class STPDepthGuard {
+ public:
+  explicit STPDepthGuard(std::int32_t& depth) : depth_(depth) { ++depth_; }
+  ~STPDepthGuard() { --depth_; }
+  STPDepthGuard(const STPDepthGuard&) = delete;
+  STPDepthGuard& operator=(const STPDepthGuard&) = delete;
+
+ private:
+  std::int32_t& depth_;
+};

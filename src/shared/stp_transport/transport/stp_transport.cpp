@@ -1,0 +1,94 @@
+#include "stp_transport/transport/stp_transport.h"
+
+#include <algorithm>
+
+#include "platform/socket.h"
+#include "stp_transport/transport/stp_channel.h"
+#include "stp_transport/transport/stp_process_state.h"
+
+STPTransport::STPTransport(std::int32_t initialSize)
+    : serial_(++stpProcess().lastSerial),
+      writeInitial_(initialSize),
+      writeCapacity_(initialSize),
+      writeBuffer_(initialSize),
+      readInitial_(initialSize),
+      readCapacity_(initialSize),
+      readBuffer_(initialSize) {
+  stpProcess().transportsBySerial.emplace(serial_, this);
+}
+
+STPTransport::~STPTransport() {
+  disconnect();
+  unpair();
+  dropChannels();
+  STPProcessState& process = stpProcess();
+  process.transportsBySerial.erase(serial_);
+  if (unflushed_) std::erase(process.unflushed, this);
+}
+
+void STPTransport::addRef() {
+  if (!dying_) ++refCount_;
+}
+
+void STPTransport::release() {
+  if (dying_ || --refCount_ >= 1) return;
+  dying_ = true;
+  delete this;
+}
+
+bool STPTransport::lastQueued(std::uint32_t* type, std::uint32_t* id) const {
+  if (type) *type = lastType_;
+  if (id) *id = lastId_;
+  return hasLast_;
+}
+
+const char* STPTransport::peerName() {
+  if (peerName_.empty() && connected_ && !inProcess_) peerName_ = platform::peerAddress(fd_);
+  return peerName_.empty() ? nullptr : peerName_.c_str();
+}
+
+const char* STPTransport::localName() {
+  if (localName_.empty() && connected_ && !inProcess_) localName_ = platform::localAddress(fd_);
+  return localName_.empty() ? nullptr : localName_.c_str();
+}
+
+void STPTransport::copyStatus(STPStatus* status) const {
+  if (status && status != &status_) *status = status_;
+}
+
+void STPTransport::waitStep(RetryHandler* retry) {
+  if (retry)
+    retry->wait();
+  else
+    serviceOnce(STP_WAIT_STEP);
+}
+
+// The shape of a wait for something that only traffic can bring. False if it ended without `done`.
+bool STPTransport::waitThenTest(RetryHandler* retry, const std::function<bool()>& done) {
+  bool reached = false;
+  if (retry) retry->start();
+  for (;;) {
+    waitStep(retry);
+    if (!status_.good()) break;
+    reached = done();
+    if (reached || !status_.good() || isClosed()) break;
+    if (retry && !retry->shouldRetry()) break;
+  }
+  if (retry) retry->finish();
+  return reached;
+}
+
+// The shape of a wait that may have nothing to wait for.
+void STPTransport::testThenWait(RetryHandler* retry, const std::function<bool()>& done,
+                                const std::function<void()>& afterWait, const char* timeoutText) {
+  if (retry) retry->start();
+  while (status_.good() && !done()) {
+    if (retry && !retry->shouldRetry()) {
+      if (status_.good()) status_.set(STP_TIMEOUT, timeoutText);
+      break;
+    }
+    waitStep(retry);
+    afterWait();
+  }
+  if (retry) retry->finish();
+}

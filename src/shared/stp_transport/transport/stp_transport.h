@@ -1,0 +1,284 @@
+// One end of an STP connection: a socket (or a listening socket that waits to become one), a write
+// and a read buffer, the queues of received messages, the call stack that decides which of them may
+// run, and a table of channels.
+//
+// Everything above works with whole messages, everything below is non-blocking socket calls. The
+// object is counted. It runs on one thread; what looks like concurrency is re-entry: a listener may
+// wait, a wait runs the service loop, and the loop delivers further messages, to this transport or
+// another, while the listener is on the stack.
+//
+// The operations stand by subject in stp_transport_*.cpp.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "libcxxutil/ut_retryhandler.h"
+#include "stp_transport/message/stp_received_message.h"
+#include "stp_transport/transport/response_listener.h"
+#include "stp_transport/transport/counted_ptr.h"
+#include "stp_transport/transport/stp_byte_block.h"
+#include "stp_transport/transport/stp_call_stack.h"
+#include "stp_transport/transport/stp_status.h"
+#include "stp_transport/wire/stp_wire.h"
+
+class STPChannel;
+
+/// Initial size in bytes of both buffers of every transport in this system.
+inline constexpr std::int32_t STP_BUFFER_SIZE = 32768;
+/// Milliseconds of one service step in a blocking wait that has no handler.
+inline constexpr int STP_WAIT_STEP = 10000;
+
+class STPTransport {
+ public:
+  /// `initialSize` is the size in bytes of both buffers when they hold little.
+  explicit STPTransport(std::int32_t initialSize = STP_BUFFER_SIZE);
+  STPTransport(const STPTransport&) = delete;
+  STPTransport& operator=(const STPTransport&) = delete;
+
+  // --- Life ---
+  void addRef();
+  /// Deletes the object when the last reference goes.
+  void release();
+  /// Not owned; null takes it off.
+  void setForwardingHandler(ForwardingHandler* handler) { forwardingHandler_ = handler; }
+
+  // --- State ---
+  /// Outcome of the latest operation.
+  const STPStatus& status() const { return status_; }
+  /// The descriptor is no socket: it is closed without a shutdown.
+  void setPlainFD() { plainFD_ = true; }
+  bool isConnected() const { return connected_; }
+  bool isListening() const { return listening_; }
+  bool isClosed() const { return !connected_ && !listening_; }
+  bool isInProcess() const { return inProcess_; }
+  /// The connected socket, else the listening one, else -1.
+  int fileDescriptor() const { return connected_ ? fd_ : listening_ ? listenFD_ : -1; }
+  bool isWritePending() const { return connected_ && !inProcess_ && writeCount_ > 0; }
+  /// Type and id of the last packet queued, each pointer optional; false if there was none.
+  bool lastQueued(std::uint32_t* type, std::uint32_t* id) const;
+  /// Dotted addresses of the other and of this end, owned by the transport and cached until the
+  /// connection closes; null if not connected or not to be had.
+  const char* peerName();
+  const char* localName();
+  /// Bytes waiting to go out, and the capacities of both buffers, for those who watch memory.
+  std::int64_t writeCount() const { return writeCount_; }
+  std::int64_t writeCapacity() const { return writeCapacity_; }
+  std::int64_t readCapacity() const { return readCapacity_; }
+
+  // --- Bytes and closing (stp_transport_bytes.cpp) ---
+  /// One non-blocking step each.
+  void handleWrite(STPStatus* status = nullptr);
+  void handleRead(STPStatus* status = nullptr);
+  /// Closes the connection. The object stays and can be connected again.
+  void disconnect(STPStatus* status = nullptr);
+
+  // --- Packets (stp_transport_packets.cpp) ---
+  std::unique_ptr<STPMessage> newMessage(std::int32_t source, std::int32_t destination,
+                                         std::uint32_t type, std::uint32_t id,
+                                         std::uint32_t flags);
+  std::unique_ptr<STPMessage> newResponse(std::int32_t source, std::int32_t destination,
+                                          std::uint32_t responseTo, std::uint32_t flags);
+  /// The packet's sequence number, or 0 with a failure in status(). Whether the transport is
+  /// connected doesn't matter. The message's bytes are copied.
+  std::uint32_t enqueueMessage(STPMessage& message);
+  /// Queues and writes all of it, waiting if need be; the sequence number, or 0. Unless the message
+  /// is one-way, awaitResponse must follow: it closes the call that this opens.
+  std::uint32_t sendMessage(STPMessage& message, RetryHandler* retry, STPStatus* status = nullptr);
+  /// Queues and tries to write at most `attempts` times, without waiting.
+  std::uint32_t postMessage(STPMessage& message, int attempts, STPStatus* status = nullptr);
+  /// Takes the packets that the read buffer holds and delivers what has been put off.
+  void parseInput();
+
+  // --- Delivery (stp_transport_delivery.cpp) ---
+  /// `source` and `destination` as they stand in an incoming header. A null listener is ignored.
+  void addListener(std::int32_t source, std::int32_t destination, ResponseListener* listener,
+                   std::uint32_t type);
+  void removeListener(ResponseListener* listener);
+  void dispatchMessage(std::unique_ptr<STPReceivedMessage> message);
+  /// Whether a message may run now or must wait for its turn.
+  bool canDeliver(const STPReceivedMessage& message) const;
+  /// Whether there is parsing or delivery to be done that no socket event will announce.
+  bool hasDeliverable() const;
+  /// The response to `sequence`, or null with the reason in the status. Closes the call that
+  /// sendMessage opened, whatever the result.
+  std::unique_ptr<STPReceivedMessage> awaitResponse(std::uint32_t sequence, RetryHandler* retry,
+                                                    STPStatus* status = nullptr);
+  /// Dispatches again the first message that found no listener; false if there is none.
+  bool redispatchUnclaimed(std::int32_t source, std::int32_t destination, std::uint32_t type);
+  void enterCall(std::uint32_t chain, std::uint32_t depth, std::uint32_t flags);
+  void leaveCall();
+  const STPCallContext& currentContext() const { return calls_.current(); }
+  const STPCallContext& requestContext();
+  void setChainSite(std::uint16_t site) { calls_.setSite(site); }
+
+  // --- Sockets (stp_transport_sockets.cpp) ---
+  void connect(const char* host, std::uint16_t port, STPStatus* status = nullptr);
+  /// Opens a port, waits for one client, becomes its transport and closes the port.
+  void listen(std::uint16_t port, RetryHandler* retry, STPStatus* status = nullptr);
+  void listenOnFD(int fd, bool closeListener, RetryHandler* retry, STPStatus* status = nullptr);
+  /// Begins listening without waiting.
+  void startListenOnFD(int fd, STPStatus* status = nullptr);
+  /// Whether a client was accepted. Nobody being there is no failure.
+  bool tryAccept(bool closeListener, STPStatus* status = nullptr);
+  /// Becomes the transport of a connected socket, which it then owns.
+  void bindFD(int fd, STPStatus* status = nullptr);
+  /// listen or bindFD, then serves until the connection ends.
+  void serveOnPort(std::uint16_t port, STPStatus* status = nullptr);
+  void serveOnFD(int fd, STPStatus* status = nullptr);
+
+  // --- Service (stp_transport_service.cpp) ---
+  /// One step: waits up to `timeout` ms for this transport, then writes and reads.
+  void serviceOnce(int timeout, STPStatus* status = nullptr);
+
+  // --- Sync and channels (stp_channel.cpp) ---
+  /// A barrier: sends one packet and waits for the peer's.
+  void awaitSync(std::int32_t local, std::int32_t remote, RetryHandler* retry,
+                 STPStatus* status = nullptr);
+  /// The channel, owned by the caller, or null.
+  STPChannel* createChannel(std::int32_t local, std::int32_t remote, RetryHandler* retry,
+                            STPStatus* status = nullptr);
+
+  // --- Pairs in one process (stp_transport_inprocess.cpp) ---
+  using Notify = void (*)(std::uintptr_t argument);
+  static bool createInProcessPair(STPTransport** a, STPTransport** b);
+  static bool connectInProcess(STPTransport* a, STPTransport* b);
+  /// Joins a transport to write fields that live elsewhere; `notify` tells the other side to read.
+  static void attachInProcess(STPTransport* transport, std::int64_t* peerWriteOffset,
+                              std::int64_t* peerWriteCount, std::int64_t* peerWriteCapacity,
+                              unsigned char** peerWriteBuffer, Notify notify,
+                              std::uintptr_t notifyArgument);
+  void inProcessEndpoints(std::int64_t** writeOffset, std::int64_t** writeCount,
+                          std::int64_t** writeCapacity, unsigned char*** writeBuffer);
+  /// A function and an argument that run handleRead on `transport` if it still exists.
+  static void pumpFor(const STPTransport* transport, Notify* function, std::uintptr_t* argument);
+
+ private:
+  friend class STPChannel;
+  friend void serviceFirst(int timeout, const std::set<STPTransport*>& transports,
+                           STPStatus* status);
+
+  using ListenerKey = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
+  using MessageQueue = std::list<std::unique_ptr<STPReceivedMessage>>;
+  using ChannelKey = std::pair<std::int32_t, std::int32_t>;
+
+  ~STPTransport();
+
+  using Hold = CountedPtr<STPTransport>;
+
+  // Bytes.
+  enum class WriteResult { nothing, wrote, blocked, failed };
+  WriteResult writeOnce();
+  STPStatus writeFailure() const;
+  void closeAfterWriteFailure();
+  bool canWrite() const;
+  bool canRead() const;
+  void serveReady(STPStatus* status);
+  void drainThenClose(STPStatus* status);
+  void makeReadRoom(std::int64_t wanted);
+  bool receiveFromSocket();
+  bool receiveInProcess();
+  void unpair();
+  void closeConnection();
+  void closeWithFailure(std::int32_t code, const char* text);
+  void copyStatus(STPStatus* status) const;
+
+  // Packets.
+  unsigned char* reserveWrite(std::int64_t total);
+  void forwardPacket(STPTransport& target, std::int64_t total);
+  void takePacket(const STPPacketTest& test);
+  void retryDeferred();
+  void finishInput();
+  void markUnflushed();
+  static void flushMarked();
+
+  // Delivery.
+  std::size_t countListeners(const ListenerKey& key) const;
+  void callListeners(const ListenerKey& key, STPReceivedMessage& message);
+  std::unique_ptr<STPReceivedMessage> takeResponse(std::uint32_t sequence);
+
+  // Waiting.
+  void waitStep(RetryHandler* retry);
+  bool waitThenTest(RetryHandler* retry, const std::function<bool()>& done);
+  void testThenWait(RetryHandler* retry, const std::function<bool()>& done,
+                    const std::function<void()>& afterWait, const char* timeoutText);
+
+  // Sync and channels.
+  void handleChannelPacket(const STPReceivedMessage& message);
+  void recordSync(const STPReceivedMessage& message);
+  bool takeSync(std::int32_t source, std::int32_t destination);
+  void queueControl(std::int32_t local, std::int32_t remote, std::uint32_t type, std::uint32_t id);
+  void dropChannels();
+
+  bool dying_ = false;
+  std::int32_t refCount_ = 1;
+  STPStatus status_;
+  std::uint32_t lastSequence_ = 1;
+  std::uintptr_t serial_ = 0;
+
+  bool listening_ = false;
+  int listenFD_ = -1;
+  bool clientWaiting_ = false;
+  bool connected_ = false;
+  int fd_ = -1;
+  bool plainFD_ = false;
+  std::string peerName_;
+  std::string localName_;
+
+  bool hasLast_ = false;
+  std::uint32_t lastType_ = 0;
+  std::uint32_t lastId_ = 0;
+
+  std::int64_t writeOffset_ = 0;
+  std::int64_t writeCount_ = 0;
+  std::int64_t writeInitial_;
+  std::int64_t writeCapacity_;
+  STPByteBlock writeBuffer_;
+  // A write has failed, with the system's error or 0 for an end: the connection is read to its end
+  // before it is closed, since the peer's last words may still lie in the socket.
+  bool writeFailed_ = false;
+  int writeError_ = 0;
+  bool unflushed_ = false;  // stands in the process's list of those to be flushed
+
+  std::int64_t readOffset_ = 0;
+  std::int64_t readCount_ = 0;  // below 0 while the fill of a taken packet is still to come
+  std::int64_t readInitial_;
+  std::int64_t readCapacity_;
+  STPByteBlock readBuffer_;
+  bool needMore_ = false;
+
+  MessageQueue responses_;
+  MessageQueue unclaimed_;
+  MessageQueue deferredMessages_;
+  STPCallStack calls_;
+  std::set<std::uint32_t> awaited_;
+  std::multimap<ListenerKey, ResponseListener*> listeners_;
+  std::list<std::pair<std::int32_t, std::int32_t>> syncs_;
+  ForwardingHandler* forwardingHandler_ = nullptr;
+
+  bool inProcess_ = false;
+  STPTransport* partner_ = nullptr;  // the other end, where both were joined here
+  std::int64_t* peerWriteOffset_ = nullptr;
+  std::int64_t* peerWriteCount_ = nullptr;
+  std::int64_t* peerWriteCapacity_ = nullptr;
+  unsigned char** peerWriteBuffer_ = nullptr;
+  Notify notify_ = nullptr;
+  std::uintptr_t notifyArgument_ = 0;
+
+  std::map<ChannelKey, STPChannel*> channels_;
+};
+
+/// Transports in an order that lasts: by address.
+using STPTransportSet = std::set<STPTransport*>;
+
+/// One step for a set of transports: waits up to `timeout` ms for the first event, then serves every
+/// transport that is ready.
+void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status = nullptr);

@@ -1,0 +1,228 @@
+// Moving bytes between a transport's buffers and its socket, and closing.
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "platform/readiness.h"
+#include "platform/socket.h"
+#include "stp_transport/transport/stp_socket.h"
+#include "stp_transport/transport/stp_transport.h"
+
+namespace {
+
+// The most that one send call is offered.
+constexpr std::int64_t kSendLimit = 0x100000;
+// Free room, in bytes, below which the read buffer is moved or grown.
+constexpr std::int64_t kReadRoom = 1024;
+
+struct ErrorText {
+  int error;
+  const char* text;
+};
+
+const char* writeFailureText(int error) {
+  namespace e = platform::error;
+  static const std::array<ErrorText, 17> table{{
+      {e::interrupted, "[handleWrite]: Call cancelled"},
+      {e::accessDenied, "[handleWrite]: Cannot broadcast"},
+      {e::badAddress, "[handleWrite]: Page fault"},
+      {e::invalid, "[handleWrite]: Socket is not bound"},
+      {e::inProgress, "[handleWrite]: Call in progress"},
+      {e::notSocket, "[handleWrite]: Not a valid socket"},
+      {e::messageTooBig, "[handleWrite]: Too big for message-type socket"},
+      {e::notSupported, "[handleWrite]: Operation not supported"},
+      {e::netDown, "[handleWrite]: Network subsystem has failed"},
+      {e::netReset, "[handleWrite]: Keep-alive failed"},
+      {e::aborted, "[handleWrite]: Virtual circuit terminated"},
+      {e::reset, "[handleWrite]: Virtual circuit reset"},
+      {e::noBuffers, "[handleWrite]: No buffer space is available"},
+      {e::notConnected, "[handleWrite]: Not connected"},
+      {e::brokenPipe, "[handleWrite]: The socket has been shut down"},
+      {e::timedOut, "[handleWrite]: Low-level timeout failure"},
+      {e::hostUnreachable, "[handleWrite]: Host unreachable"},
+  }};
+  for (const ErrorText& entry : table)
+    if (entry.error == error) return entry.text;
+  return "[handleWrite]: write failed";
+}
+
+}  // namespace
+
+STPTransport::WriteResult STPTransport::writeOnce() {
+  if (!isWritePending()) return WriteResult::nothing;
+  if (writeFailed_) return WriteResult::failed;
+  const std::int64_t offered = std::min(writeCount_, kSendLimit);
+  const platform::Transfer sent =
+      platform::sendBytes(fd_, writeBuffer_.bytes + writeOffset_, offered);
+  if (sent.wouldBlock) {
+    platform::readiness().clearWritable(fd_);
+    return WriteResult::blocked;
+  }
+  if (sent.error != 0 || sent.count == 0) {
+    writeFailed_ = true;
+    writeError_ = sent.error;
+    return WriteResult::failed;
+  }
+  if (sent.count < offered) platform::readiness().clearWritable(fd_);
+  writeOffset_ += sent.count;
+  writeCount_ -= sent.count;
+  if (writeCount_ == 0) {
+    writeOffset_ = 0;
+    if (writeCapacity_ != writeInitial_) {
+      writeCapacity_ = writeInitial_;
+      writeBuffer_.renew(writeCapacity_);
+    }
+  }
+  return WriteResult::wrote;
+}
+
+STPStatus STPTransport::writeFailure() const {
+  if (writeError_ == 0) return {"[handleWrite]: peer has closed connection", STP_PEER_CLOSED};
+  return {writeFailureText(writeError_), STP_FAILED};
+}
+
+void STPTransport::closeAfterWriteFailure() {
+  const STPStatus failure = writeFailure();
+  closeWithFailure(failure.code, failure.message);
+}
+
+void STPTransport::handleWrite(STPStatus* status) {
+  switch (writeOnce()) {
+    case WriteResult::nothing:
+      return;
+    case WriteResult::wrote:
+      status_.clear();
+      break;
+    case WriteResult::failed:
+      closeAfterWriteFailure();
+      break;
+    case WriteResult::blocked:
+      break;
+  }
+  copyStatus(status);
+}
+
+bool STPTransport::canWrite() const {
+  return isWritePending() && (writeFailed_ || platform::readiness().isWritable(fd_));
+}
+
+bool STPTransport::canRead() const {
+  if (inProcess_) return connected_ && (!peerWriteCount_ || *peerWriteCount_ > 0);
+  const int fd = fileDescriptor();
+  return fd >= 0 && platform::readiness().isReadable(fd);
+}
+
+// This transport's own turn: the write first, then the read.
+void STPTransport::serveReady(STPStatus* status) {
+  if (canWrite()) {
+    const WriteResult result = writeOnce();
+    if (result == WriteResult::failed) {
+      drainThenClose(status);
+      return;
+    }
+    if (result == WriteResult::wrote) status_.clear();
+    copyStatus(status);
+  }
+  if (canRead()) handleRead(status);
+}
+
+// The peer takes nothing any more, but what it sent before is still to be delivered.
+void STPTransport::drainThenClose(STPStatus* status) {
+  while (connected_ && platform::readiness().isReadable(fd_)) handleRead();
+  if (connected_) closeAfterWriteFailure();
+  copyStatus(status);
+}
+
+void STPTransport::handleRead(STPStatus* status) {
+  const Hold hold(this);
+  status_.clear();
+  if (listening_) {
+    clientWaiting_ = true;
+  } else if (connected_) {
+    if (inProcess_ ? receiveInProcess() : receiveFromSocket()) parseInput();
+  }
+  copyStatus(status);
+}
+
+// Makes room for `wanted` bytes behind the unparsed ones if less than that is free.
+void STPTransport::makeReadRoom(std::int64_t wanted) {
+  // While the fill of a taken packet is still to come the count is below 0, and the place of the
+  // next byte lies in front of the offset.
+  const std::int64_t kept = std::max<std::int64_t>(readCount_, 0);
+  const std::int64_t offset = readCount_ < 0 ? 4 : 0;
+  unsigned char* source = readBuffer_.bytes + readOffset_;
+  const std::int64_t capacity = readInitial_ + 2 * kept + wanted;
+  if (capacity == readCapacity_) {
+    if (kept > 0) std::memmove(readBuffer_.bytes, source, static_cast<std::size_t>(kept));
+  } else {
+    unsigned char* block = STPByteBlock::allocate(capacity);
+    if (kept > 0) std::memcpy(block, source, static_cast<std::size_t>(kept));
+    readBuffer_.adopt(block);
+    readCapacity_ = capacity;
+  }
+  readOffset_ = offset;
+}
+
+// False if the connection was closed.
+bool STPTransport::receiveFromSocket() {
+  if (readCapacity_ <= readOffset_ + readCount_ + kReadRoom) makeReadRoom(0);
+  const std::int64_t place = readOffset_ + readCount_;
+  const std::int64_t room = readCapacity_ - place;
+  const platform::Transfer received =
+      platform::receiveBytes(fd_, readBuffer_.bytes + place, room);
+  if (received.error == platform::error::interrupted) return true;
+  if (received.error != 0) {
+    closeWithFailure(STP_FAILED, "[handleRead]: read failed, closing connection");
+    return false;
+  }
+  if (received.wouldBlock) {
+    platform::readiness().drained(fd_);
+    return true;
+  }
+  if (received.count == 0) {
+    closeWithFailure(STP_PEER_CLOSED, "[handleRead]: peer has closed connection");
+    return false;
+  }
+  if (received.count < room) platform::readiness().clearReadable(fd_);
+  needMore_ = false;
+  readCount_ += received.count;
+  return true;
+}
+
+void STPTransport::closeConnection() {
+  if (!connected_) return;
+  if (!inProcess_) {
+    if (plainFD_) {
+      platform::readiness().forget(fd_);
+      platform::closeDescriptor(fd_);
+    } else {
+      closeSocket(fd_);
+    }
+  }
+  responses_.clear();
+  awaited_.clear();
+  lastSequence_ = 1;
+  fd_ = -1;
+  connected_ = false;
+  writeFailed_ = false;
+  writeError_ = 0;
+  writeCapacity_ = writeInitial_;
+  readCapacity_ = readInitial_;
+  writeBuffer_.renew(writeCapacity_);
+  readBuffer_.renew(readCapacity_);
+  writeOffset_ = writeCount_ = readOffset_ = readCount_ = 0;
+  needMore_ = false;
+  peerName_.clear();
+  localName_.clear();
+}
+
+void STPTransport::closeWithFailure(std::int32_t code, const char* text) {
+  closeConnection();
+  status_.set(code, text);
+}
+
+void STPTransport::disconnect(STPStatus* status) {
+  status_.clear();
+  copyStatus(status);
+  closeConnection();
+}

@@ -1,0 +1,186 @@
+// Who gets a received message, and whether it may run now: listeners, queues, call contexts, and the
+// wait for a response.
+#include <algorithm>
+
+#include "indgen/report.h"
+#include "stp_transport/transport/stp_process_state.h"
+#include "stp_transport/transport/stp_transport.h"
+
+namespace {
+
+// Bytes that the read buffer must hold before there may be something to parse.
+constexpr std::int64_t kParsable = 40;
+// A peer that sends what nobody listens for or waits for must not fill the memory: of such messages
+// this many are kept at most, of at most this many bytes together.
+constexpr std::size_t kStrayMessages = 4096;
+constexpr std::int64_t kStrayBytes = 16 << 20;
+
+void trimStrays(std::list<std::unique_ptr<STPReceivedMessage>>& queue) {
+  if (queue.size() > kStrayMessages) queue.pop_front();
+  std::int64_t bytes = 0;
+  for (auto place = queue.rbegin(); place != queue.rend(); ++place) {
+    bytes += (*place)->capacity();
+    if (bytes <= kStrayBytes) continue;
+    queue.erase(queue.begin(), place.base());
+    return;
+  }
+}
+
+[[noreturn]] void failDepth() { gen_exit_message(1, "negative message depth!"); }
+
+}  // namespace
+
+void STPTransport::addListener(std::int32_t source, std::int32_t destination,
+                               ResponseListener* listener, std::uint32_t type) {
+  if (!listener) return;
+  listeners_.emplace(ListenerKey{source, destination, static_cast<std::int32_t>(type)}, listener);
+}
+
+void STPTransport::removeListener(ResponseListener* listener) {
+  std::erase_if(listeners_, [listener](const auto& entry) { return entry.second == listener; });
+}
+
+std::size_t STPTransport::countListeners(const ListenerKey& key) const {
+  return listeners_.count(key);
+}
+
+void STPTransport::dispatchMessage(std::unique_ptr<STPReceivedMessage> message) {
+  const STPHeader& header = message->header;
+  switch (header.type) {
+    case STP_DISCARD:
+      return;
+    case STP_SYNC:
+      recordSync(*message);
+      return;
+    case STP_CHANNEL:
+      handleChannelPacket(*message);
+      return;
+    default:
+      break;
+  }
+  const std::uint32_t responseTo = header.responseTo;
+  const bool awaitedByWaiter = awaited_.contains(responseTo);
+  const ListenerKey key{header.sourceRN, header.destinationRN,
+                        static_cast<std::int32_t>(header.type)};
+  const std::size_t count = countListeners(key);
+  if (count == 1) {
+    if (!listeners_.find(key)->second->handleMessage(*message, !awaitedByWaiter)) {
+      deferredMessages_.push_back(std::move(message));
+      return;
+    }
+  } else if (count > 1) {
+    callListeners(key, *message);
+  }
+  if (count != 0 && !awaitedByWaiter) return;
+  MessageQueue& queue = responseTo == 0 ? unclaimed_ : responses_;
+  queue.push_back(std::move(message));
+  if (!awaitedByWaiter) trimStrays(queue);
+}
+
+// A listener may remove itself or others while it runs: each is looked for again before its call.
+void STPTransport::callListeners(const ListenerKey& key, STPReceivedMessage& message) {
+  std::vector<ResponseListener*> called;
+  const auto range = listeners_.equal_range(key);
+  for (auto entry = range.first; entry != range.second; ++entry) called.push_back(entry->second);
+  for (ResponseListener* listener : called) {
+    const auto [first, last] = listeners_.equal_range(key);
+    const bool registered = std::any_of(
+        first, last, [listener](const auto& entry) { return entry.second == listener; });
+    if (registered) listener->handleMessage(message, false);
+  }
+}
+
+bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
+  const STPProcessState& process = stpProcess();
+  const STPHeader& header = message.header;
+  if (process.sendDepth > 0) return false;
+  if (process.messageDepth == 0) return true;
+  if (header.responseTo != 0) return true;
+  const auto depth = static_cast<std::uint16_t>(header.depth);
+  for (const auto& response : responses_) {
+    if (response->header.sourceRN == header.sourceRN &&
+        static_cast<std::uint16_t>(response->header.depth) == depth)
+      return false;
+  }
+  if (header.flags & STP_ANY_TIME) return true;
+  if (!(header.flags & STP_IN_CHAIN_ONLY) && process.holdDepth == 0) return true;
+  const STPCallContext& context = currentContext();
+  return header.chain == context.chain() && depth > context.callDepth;
+}
+
+bool STPTransport::hasDeliverable() const {
+  if (isClosed() || stpProcess().sendDepth >= 1) return false;
+  if (readCount_ >= kParsable && !needMore_) return true;
+  return std::any_of(deferredMessages_.begin(), deferredMessages_.end(),
+                     [this](const auto& message) { return canDeliver(*message); });
+}
+
+bool STPTransport::redispatchUnclaimed(std::int32_t source, std::int32_t destination,
+                                       std::uint32_t type) {
+  const auto place = std::find_if(unclaimed_.begin(), unclaimed_.end(), [&](const auto& message) {
+    return message->header.sourceRN == source && message->header.destinationRN == destination &&
+           message->header.type == type;
+  });
+  if (place == unclaimed_.end()) return false;
+  auto message = std::move(*place);
+  unclaimed_.erase(place);
+  dispatchMessage(std::move(message));
+  return true;
+}
+
+const STPCallContext& STPTransport::requestContext() {
+  if (calls_.empty()) calls_.setBaseSerial(static_cast<std::uint16_t>(lastSequence_ + 1));
+  return calls_.current();
+}
+
+void STPTransport::enterCall(std::uint32_t chain, std::uint32_t depth, std::uint32_t flags) {
+  if (stpProcess().messageDepth < 0) failDepth();
+  ++stpProcess().messageDepth;
+  calls_.push(chain, depth, flags);
+}
+
+void STPTransport::leaveCall() {
+  if (--stpProcess().messageDepth < 0) failDepth();
+  calls_.pop();
+}
+
+std::unique_ptr<STPReceivedMessage> STPTransport::takeResponse(std::uint32_t sequence) {
+  const auto place =
+      std::find_if(responses_.begin(), responses_.end(), [sequence](const auto& message) {
+        return message->header.responseTo == sequence;
+      });
+  if (place == responses_.end()) return nullptr;
+  auto message = std::move(*place);
+  responses_.erase(place);
+  return message;
+}
+
+std::unique_ptr<STPReceivedMessage> STPTransport::awaitResponse(std::uint32_t sequence,
+                                                                RetryHandler* retry,
+                                                                STPStatus* status) {
+  if (sequence == 0) return nullptr;
+  const Hold hold(this);
+  status_.clear();
+  auto response = takeResponse(sequence);
+  if (!response) {
+    const bool holds = (currentContext().callFlags & STP_HOLD_OTHERS) != 0;
+    if (holds) ++stpProcess().holdDepth;
+    awaited_.insert(sequence);
+    waitThenTest(retry, [&] {
+      response = takeResponse(sequence);
+      return response != nullptr;
+    });
+    awaited_.erase(sequence);
+    if (holds) --stpProcess().holdDepth;
+  }
+  if (!response && status_.good()) {
+    if (isClosed())
+      status_.set(STP_PEER_CLOSED,
+                  "[awaitResponse]: connection closed while waiting to receive response");
+    else
+      status_.set(STP_TIMEOUT, "[awaitResponse]: reached timeout while waiting to receive response");
+  }
+  leaveCall();
+  copyStatus(status);
+  return response;
+}

@@ -1,0 +1,86 @@
+// Two transports of one process joined without a socket: a writer leaves its bytes in its own write
+// buffer, and the reader pulls them from there.
+#include <cstring>
+
+#include "stp_transport/transport/stp_process_state.h"
+#include "stp_transport/transport/stp_transport.h"
+
+bool STPTransport::createInProcessPair(STPTransport** a, STPTransport** b) {
+  if (!a || !b) return false;
+  *a = new STPTransport(STP_BUFFER_SIZE);
+  *b = new STPTransport(STP_BUFFER_SIZE);
+  return connectInProcess(*a, *b);
+}
+
+bool STPTransport::connectInProcess(STPTransport* a, STPTransport* b) {
+  if (!a || !b) return false;
+  attachInProcess(a, &b->writeOffset_, &b->writeCount_, &b->writeCapacity_, &b->writeBuffer_.bytes,
+                  a->notify_, a->notifyArgument_);
+  attachInProcess(b, &a->writeOffset_, &a->writeCount_, &a->writeCapacity_, &a->writeBuffer_.bytes,
+                  b->notify_, b->notifyArgument_);
+  a->partner_ = b;
+  b->partner_ = a;
+  return true;
+}
+
+void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWriteOffset,
+                                   std::int64_t* peerWriteCount, std::int64_t* peerWriteCapacity,
+                                   unsigned char** peerWriteBuffer, Notify notify,
+                                   std::uintptr_t notifyArgument) {
+  if (!transport) return;
+  transport->unpair();
+  transport->inProcess_ = true;
+  transport->connected_ = true;
+  transport->peerWriteOffset_ = peerWriteOffset;
+  transport->peerWriteCount_ = peerWriteCount;
+  transport->peerWriteCapacity_ = peerWriteCapacity;
+  transport->peerWriteBuffer_ = peerWriteBuffer;
+  transport->notify_ = notify;
+  transport->notifyArgument_ = notifyArgument;
+}
+
+// Takes this end's fields out of the other end's reach.
+void STPTransport::unpair() {
+  if (partner_ && partner_->partner_ == this) {
+    partner_->partner_ = nullptr;
+    partner_->peerWriteOffset_ = partner_->peerWriteCount_ = partner_->peerWriteCapacity_ = nullptr;
+    partner_->peerWriteBuffer_ = nullptr;
+  }
+  partner_ = nullptr;
+}
+
+void STPTransport::inProcessEndpoints(std::int64_t** writeOffset, std::int64_t** writeCount,
+                                      std::int64_t** writeCapacity, unsigned char*** writeBuffer) {
+  if (writeOffset) *writeOffset = &writeOffset_;
+  if (writeCount) *writeCount = &writeCount_;
+  if (writeCapacity) *writeCapacity = &writeCapacity_;
+  if (writeBuffer) *writeBuffer = &writeBuffer_.bytes;
+}
+
+// Pulls all that the other end has written; false if that end has gone.
+bool STPTransport::receiveInProcess() {
+  if (!peerWriteCount_) {
+    closeWithFailure(STP_PEER_CLOSED, "[handleRead]: peer has closed connection");
+    return false;
+  }
+  const std::int64_t count = *peerWriteCount_;
+  if (count <= 0) return true;
+  if (readCapacity_ < readOffset_ + readCount_ + count) makeReadRoom(count);
+  std::memcpy(readBuffer_.bytes + readOffset_ + readCount_, *peerWriteBuffer_ + *peerWriteOffset_,
+              static_cast<std::size_t>(count));
+  *peerWriteCount_ = 0;
+  *peerWriteOffset_ = 0;
+  needMore_ = false;
+  readCount_ += count;
+  return true;
+}
+
+void STPTransport::pumpFor(const STPTransport* transport, Notify* function,
+                           std::uintptr_t* argument) {
+  *function = [](std::uintptr_t serial) {
+    const auto& transports = stpProcess().transportsBySerial;
+    const auto place = transports.find(serial);
+    if (place != transports.end()) place->second->handleRead();
+  };
+  *argument = transport->serial_;
+}

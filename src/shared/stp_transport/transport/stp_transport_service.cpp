@@ -1,0 +1,62 @@
+// The two pumps of the program: a step for one transport, which every blocking wait runs, and a step
+// for a set of them, the main loop.
+//
+// Both look at the one readiness set of the process. A descriptor that became ready while a step
+// waited for another stays marked there until its own transport has used it up.
+#include "platform/readiness.h"
+#include "stp_transport/transport/stp_process_state.h"
+#include "stp_transport/transport/stp_transport.h"
+
+void STPTransport::serviceOnce(int timeout, STPStatus* status) {
+  const Hold hold(this);
+  status_.clear();
+  if (isClosed()) {
+    status_.set(STP_FAILED, "[serviceOnce]: not bound and not listening.");
+  } else if (inProcess_) {
+    handleRead();
+  } else {
+    if (stpProcess().sendDepth == 0 && hasDeliverable()) {
+      parseInput();
+      timeout = 0;
+    }
+    if (isClosed()) {
+      copyStatus(status);
+      return;
+    }
+    bool failed = false;
+    if (!canWrite() && !canRead()) platform::readiness().wait(timeout, failed);
+    if (failed)
+      closeWithFailure(STP_FAILED, "[serviceOnce]: select error, closing connection");
+    else
+      serveReady(nullptr);
+    flushMarked();
+  }
+  copyStatus(status);
+}
+
+void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status) {
+  if (status) status->clear();
+  STPTransport::flushMarked();
+  for (STPTransport* transport : transports) {
+    if (transport->isClosed()) {
+      if (status) status->set(STP_FAILED, "[serviceFirst]: not bound and not listening.");
+      return;
+    }
+    if (transport->hasDeliverable()) {
+      transport->parseInput();
+      timeout = 0;
+    }
+    if (transport->canRead() || transport->canWrite()) timeout = 0;
+  }
+  bool failed = false;
+  if (!platform::readiness().wait(timeout, failed)) {
+    if (failed && status) status->set(STP_FAILED, "[serviceFirst]: select error");
+    return;
+  }
+  // Handlers may add transports during the walk; nothing leaves the set in it.
+  for (STPTransport* transport : transports) {
+    if (!transport->canWrite() && !transport->canRead()) continue;
+    transport->serveReady(status);
+    STPTransport::flushMarked();
+  }
+}

@@ -1,0 +1,100 @@
+// Binding a transport to a socket, with the guards of its states.
+#include "platform/readiness.h"
+#include "stp_transport/transport/stp_socket.h"
+#include "stp_transport/transport/stp_transport.h"
+
+void STPTransport::connect(const char* host, std::uint16_t port, STPStatus* status) {
+  if (connected_) {
+    status_.set(STP_MISUSE, "[connect]: Already connected");
+  } else if (listening_) {
+    status_.set(STP_MISUSE, "[connect]: Already listening as server");
+  } else {
+    const int fd = connectToServer(host, port, &status_);
+    if (status_.good()) bindFD(fd);
+  }
+  copyStatus(status);
+}
+
+void STPTransport::listen(std::uint16_t port, RetryHandler* retry, STPStatus* status) {
+  if (connected_) {
+    status_.set(STP_MISUSE, "[listen]: Already connected");
+  } else if (listening_) {
+    status_.set(STP_MISUSE, "[listen]: Already listening as server");
+  } else {
+    const int fd = getListenSocket(port, &status_);
+    if (status_.good()) listenOnFD(fd, true, retry);
+  }
+  copyStatus(status);
+}
+
+void STPTransport::listenOnFD(int fd, bool closeListener, RetryHandler* retry, STPStatus* status) {
+  const Hold hold(this);
+  startListenOnFD(fd);
+  if (status_.good()) {
+    const bool accepted = waitThenTest(retry, [&] { return tryAccept(closeListener); });
+    if (!accepted && status_.good())
+      status_.set(STP_TIMEOUT, "[listenOnFD]: timed out waiting for client");
+  }
+  copyStatus(status);
+}
+
+void STPTransport::startListenOnFD(int fd, STPStatus* status) {
+  if (connected_) {
+    status_.set(STP_MISUSE, "[startListenOnFD]: Already connected");
+  } else if (listening_) {
+    status_.set(STP_MISUSE, "[startListenOnFD]: Already listening as server");
+  } else {
+    status_.clear();
+    listening_ = true;
+    listenFD_ = fd;
+    clientWaiting_ = false;
+    platform::readiness().watch(fd);
+  }
+  copyStatus(status);
+}
+
+bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
+  if (connected_ || !listening_) {
+    status_.set(STP_MISUSE, connected_ ? "[tryAccept]: Already connected"
+                                       : "[tryAccept]: Not listening as server");
+    copyStatus(status);
+    return false;
+  }
+  if (!clientWaiting_) return false;
+  clientWaiting_ = false;
+  const int fd = acceptClient(listenFD_, closeListener, &status_);
+  // Whoever was there has gone again: no failure, and the wait goes on.
+  if (fd < 0 && status_.good()) return false;
+  listening_ = false;
+  if (status_.good()) bindFD(fd);
+  copyStatus(status);
+  return status_.good();
+}
+
+void STPTransport::bindFD(int fd, STPStatus* status) {
+  if (connected_) {
+    status_.set(STP_MISUSE, "[bindFD]: Already bound");
+  } else if (listening_) {
+    status_.set(STP_MISUSE, "[bindFD]: Already listening");
+  } else {
+    status_.clear();
+    fd_ = fd;
+    connected_ = true;
+    platform::readiness().watch(fd);
+  }
+  copyStatus(status);
+}
+
+void STPTransport::serveOnPort(std::uint16_t port, STPStatus* status) {
+  const Hold hold(this);
+  listen(port, nullptr);
+  while (status_.good() && connected_) serviceOnce(STP_WAIT_STEP);
+  copyStatus(status);
+}
+
+void STPTransport::serveOnFD(int fd, STPStatus* status) {
+  const Hold hold(this);
+  bindFD(fd);
+  while (status_.good() && connected_) serviceOnce(STP_WAIT_STEP);
+  copyStatus(status);
+}

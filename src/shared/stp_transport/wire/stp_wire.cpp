@@ -1,0 +1,53 @@
+#include "stp_transport/wire/stp_wire.h"
+
+STPHeader stpReadHeader(const unsigned char* bytes, std::int64_t size) {
+  std::array<std::uint32_t, STP_HEADER_WORDS> words{};
+  for (std::size_t i = 0; i < words.size() && static_cast<std::int64_t>(4 * i + 4) <= size; ++i)
+    words[i] = stpReadWord(bytes + 4 * i);
+  STPHeader header;
+  header.headerSize = static_cast<std::int32_t>(words[0]);
+  header.payloadSize = static_cast<std::int32_t>(words[1]);
+  header.sourceRN = static_cast<std::int32_t>(words[2]);
+  header.destinationRN = static_cast<std::int32_t>(words[3]);
+  header.sequence = words[4];
+  header.responseTo = words[5];
+  header.type = words[6];
+  header.id = words[7];
+  header.flags = words[8];
+  header.chain = words[9];
+  header.depth = words[10];
+  return header;
+}
+
+void stpWriteHeader(unsigned char* bytes, const STPHeader& header) {
+  const std::array<std::uint32_t, STP_HEADER_WORDS> words{
+      static_cast<std::uint32_t>(header.headerSize),
+      static_cast<std::uint32_t>(header.payloadSize),
+      static_cast<std::uint32_t>(header.sourceRN),
+      static_cast<std::uint32_t>(header.destinationRN),
+      header.sequence,
+      header.responseTo,
+      header.type,
+      header.id,
+      header.flags,
+      header.chain,
+      header.depth};
+  for (std::size_t i = 0; i < words.size(); ++i) stpWriteWord(bytes + 4 * i, words[i]);
+}
+
+STPPacketTest stpTestPacket(const unsigned char* bytes, std::int64_t available) {
+  STPPacketTest test;
+  if (available < 8) return test;
+  test.headerSize = static_cast<std::int32_t>(stpReadWord(bytes));
+  test.payloadSize = static_cast<std::int32_t>(stpReadWord(bytes + 4));
+  // Added in 64 bits: a hostile pair of sizes can't wrap around to a small sum.
+  const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
+  const bool valid = test.headerSize >= STP_MIN_HEADER_SIZE &&
+                     test.headerSize <= STP_MAX_HEADER_SIZE && test.headerSize % 4 == 0 &&
+                     test.payloadSize >= 0 && total <= STP_MAX_PACKET_SIZE;
+  if (!valid)
+    test.state = STPPacketState::invalid;
+  else if (total <= available)
+    test.state = STPPacketState::complete;
+  return test;
+}

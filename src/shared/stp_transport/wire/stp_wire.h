@@ -1,0 +1,99 @@
+// The packet format: what crosses a connection, to the byte, and the test that a receiver applies.
+//
+// A stream is an unbroken sequence of packets. A packet is a header of little-endian 32-bit words, a
+// payload, and fill up to the next multiple of 4. Every constant of the format stands here and
+// nowhere else.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+/// Bytes of the header that this system writes: eleven words.
+inline constexpr std::int32_t STP_HEADER_SIZE = 44;
+inline constexpr int STP_HEADER_WORDS = 11;
+/// Header sizes that a receiver accepts; also a multiple of 4.
+inline constexpr std::int32_t STP_MIN_HEADER_SIZE = 32;
+inline constexpr std::int32_t STP_MAX_HEADER_SIZE = 128;
+/// Header and payload together above this many bytes make a packet invalid.
+inline constexpr std::int64_t STP_MAX_PACKET_SIZE = 0x10000000;
+
+/// Packet types.
+inline constexpr std::uint32_t STP_DISCARD = 4;
+inline constexpr std::uint32_t STP_SYNC = 5;
+inline constexpr std::uint32_t STP_CHANNEL = 6;
+inline constexpr std::uint32_t STP_NEGOTIATION = 12;
+inline constexpr std::uint32_t STP_COMMAND = 13;
+inline constexpr std::uint32_t STP_ASCII = 14;
+inline constexpr std::uint32_t STP_BINARY = 15;
+/// Both `type` and `id` of a response.
+inline constexpr std::uint32_t STP_RESPONSE = 0xFFFFFFFF;
+
+/// Subtypes of STP_CHANNEL.
+inline constexpr std::uint32_t STP_CHANNEL_CREATE = 1;
+inline constexpr std::uint32_t STP_CHANNEL_START = 2;
+inline constexpr std::uint32_t STP_CHANNEL_CLOSE = 3;
+
+/// Subtypes of STP_NEGOTIATION.
+inline constexpr std::uint32_t STP_NEGOTIATE = 1;
+inline constexpr std::uint32_t STP_FORMAT_QUERY = 2;
+inline constexpr std::uint32_t STP_READY = 3;
+
+/// Packet flags.
+inline constexpr std::uint32_t STP_WANTS_RESPONSE = 0x01;
+inline constexpr std::uint32_t STP_ONE_WAY = 0x02;
+inline constexpr std::uint32_t STP_IN_CHAIN_ONLY = 0x04;
+inline constexpr std::uint32_t STP_ANY_TIME = 0x10;
+inline constexpr std::uint32_t STP_CARRIED = 0x20;
+inline constexpr std::uint32_t STP_HOLD_OTHERS = 0x40;
+/// Entry flag only: the receiver would bring itself to the foreground.
+inline constexpr std::uint32_t STP_FOREGROUND = 0x80;
+
+/// The header words in their order on the wire.
+struct STPHeader {
+  std::int32_t headerSize = 0;
+  std::int32_t payloadSize = 0;
+  std::int32_t sourceRN = 0;
+  std::int32_t destinationRN = 0;
+  std::uint32_t sequence = 0;
+  std::uint32_t responseTo = 0;
+  std::uint32_t type = 0;
+  std::uint32_t id = 0;
+  std::uint32_t flags = 0;
+  std::uint32_t chain = 0;
+  std::uint32_t depth = 0;
+};
+
+/// A 32-bit little-endian word at any address.
+inline std::uint32_t stpReadWord(const unsigned char* bytes) {
+  return static_cast<std::uint32_t>(bytes[0]) | static_cast<std::uint32_t>(bytes[1]) << 8 |
+         static_cast<std::uint32_t>(bytes[2]) << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
+}
+inline void stpWriteWord(unsigned char* bytes, std::uint32_t word) {
+  bytes[0] = static_cast<unsigned char>(word);
+  bytes[1] = static_cast<unsigned char>(word >> 8);
+  bytes[2] = static_cast<unsigned char>(word >> 16);
+  bytes[3] = static_cast<unsigned char>(word >> 24);
+}
+
+/// The size that a packet takes in the stream: brought up to the next multiple of 4.
+inline constexpr std::int64_t stpStoredSize(std::int64_t size) { return (size + 3) & ~std::int64_t{3}; }
+
+/// Reads the words of a header of `size` bytes; those that a shorter header lacks are 0, and what a
+/// longer one has behind the eleventh is not looked at.
+STPHeader stpReadHeader(const unsigned char* bytes, std::int64_t size);
+
+/// Writes all eleven words to the first STP_HEADER_SIZE bytes.
+void stpWriteHeader(unsigned char* bytes, const STPHeader& header);
+
+/// What the first bytes of a stream are.
+enum class STPPacketState { incomplete, invalid, complete };
+
+struct STPPacketTest {
+  STPPacketState state = STPPacketState::incomplete;
+  std::int32_t headerSize = 0;   ///< bytes, set for a complete packet
+  std::int32_t payloadSize = 0;  ///< bytes, set for a complete packet
+};
+
+/// Tests the packet at the front of `available` unparsed bytes, a count that may be below 0.
+STPPacketTest stpTestPacket(const unsigned char* bytes, std::int64_t available);
