@@ -47,6 +47,10 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count);
 /// Up to `count` bytes; a count of 0 without wouldBlock is the end of the stream.
 Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count);
 
+/// From here on transfers on this socket wait, for at most `milliseconds` each (0: no limit); one
+/// that takes longer gives wouldBlock. True if set.
+bool makeBlocking(Socket socket, int milliseconds);
+
 /// 0 or the error.
 int shutdownStream(Socket socket);
 int closeStream(Socket socket);

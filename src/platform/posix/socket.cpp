@@ -2,11 +2,13 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "platform/clock.h"
@@ -137,6 +139,14 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
 
 Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
   return outcomeOf(read(socket, bytes, static_cast<std::size_t>(count)));
+}
+
+bool makeBlocking(Socket socket, int milliseconds) {
+  const timeval limit{milliseconds / 1000, milliseconds % 1000 * 1000};
+  const int flags = fcntl(socket, F_GETFL);
+  return flags >= 0 && fcntl(socket, F_SETFL, flags & ~O_NONBLOCK) == 0 &&
+         setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 &&
+         setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
 }
 
 int shutdownStream(Socket socket) { return shutdown(socket, SHUT_RDWR) == 0 ? 0 : errno; }

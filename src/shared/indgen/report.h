@@ -21,15 +21,21 @@ enum gen_level {
   GEN_WITH_ERRNO = 100,
 };
 
+/// The reporter in use. The standard one writes the line to the standard error stream, counts it,
+/// and leaves `errno` as it was unless it printed its text.
 extern void (*gen_report)(int code, const char* format, std::va_list arguments);
+
+/// How the process ends. The start value runs the normal exit with its clean-up; called again from
+/// within that clean-up, it ends the process at once.
 extern void (*gen_exit_hook)(int status);
 
 /// Reports at each level, by code.
 extern int gen_error_count[7];
-/// Reports at codes below GEN_WARNING.
+/// Reports at codes below GEN_WARNING, over all levels.
 extern int gen_error_total;
 /// Prefix of every report but the raw ones; none or empty leaves it out. Set by gen_initialise().
-extern gen_text program_name;
+/// The owner behind it is never destroyed, so that a report from exit clean-up still finds it.
+extern gen_text& program_name;
 
 #define GEN_PRINTF(text_index, first) __attribute__((format(printf, text_index, first)))
 
@@ -39,12 +45,14 @@ extern gen_text program_name;
 [[noreturn]] void gen_fatal_errno(int status, const char* format, ...) GEN_PRINTF(2, 3);
 /// Reports as fatal with the text of `errno`, clears `errno` and returns.
 void gen_errno_report(const char* format, ...) GEN_PRINTF(1, 2);
+
+/// Report at the level of their name and return.
 void gen_error(const char* format, ...) GEN_PRINTF(1, 2);
 void gen_warning(const char* format, ...) GEN_PRINTF(1, 2);
 void gen_info(const char* format, ...) GEN_PRINTF(1, 2);
 void gen_raw(const char* format, ...) GEN_PRINTF(1, 2);
 
-/// Ends the process by gen_exit_hook.
+/// Ends the process by gen_exit_hook; by force if a replaced hook returns.
 [[noreturn]] void gen_exit(int status);
 
 /// Does nothing for a true condition; otherwise prints an assertion line to the standard error

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "stp_transport/message/stp_buffer.h"
 #include "stp_transport/wire/stp_wire.h"
@@ -51,10 +52,12 @@ class STPMessage : public STPBuffer {
   void beginStruct(std::int64_t& mark) { beginStruct(0, mark); }
   void endStruct(std::int64_t mark);
   void beginArray(std::int32_t tag, std::int64_t& mark);
+  void beginArray(std::int64_t& mark) { beginArray(0, mark); }
   void endArray(std::int64_t mark) { endStruct(mark); }
   /// An array of `count` bare values of `elementSize` bytes (1, 2, 4 or 8), behind a 32-bit count.
   void putArray(std::int32_t tag, const void* elements, std::int32_t count, int elementSize);
-  /// The same without the count.
+  /// The same without the count. A count below 0 is one of 0, and so is any of another element
+  /// size.
   void putArrayData(std::int32_t tag, const void* elements, std::int32_t count, int elementSize);
 
   // --- Ascii form: each appends at the cursor; a null `name` writes the bare value. ---
@@ -77,6 +80,16 @@ class STPMessage : public STPBuffer {
   explicit STPMessage(std::int64_t capacity);
 
  private:
+  void writeField(std::int32_t tag, std::uint32_t kind) {
+    writeU32(static_cast<std::uint32_t>(tag) << 8 | kind);
+  }
+  void writePair(std::uint64_t value);
+  void beginRange(std::int32_t tag, std::uint32_t kind, std::int64_t& mark);
+  void writeElements(const void* elements, std::int64_t count, int elementSize);
+  template <class Element>
+  void writeAligned(const void* elements, std::int64_t count);
+  void writeText(std::string_view text) {
+    writeBytes(text.data(), static_cast<std::int64_t>(text.size()));
+  }
   void writeName(const char* name);
-  void writeElements(const void* elements, std::int32_t count, int elementSize);
 };

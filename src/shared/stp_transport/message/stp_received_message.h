@@ -15,7 +15,8 @@
 class STPReceivedMessage : public STPMessage {
  public:
   /// Copies the `headerSize` + `payloadSize` bytes of one packet.
-  STPReceivedMessage(const unsigned char* packet, std::int32_t headerSize, std::int32_t payloadSize);
+  STPReceivedMessage(const unsigned char* packet, std::int32_t headerSize,
+                     std::int32_t payloadSize);
   /// A message with all header words 0 that holds `text`, ready to be read in the ascii form.
   explicit STPReceivedMessage(const char* text);
 
@@ -45,7 +46,8 @@ class STPReceivedMessage : public STPMessage {
   void enterStruct(std::int32_t tag, Range& saved);
   void leaveStruct(const Range& saved);
   /// The elements of an array field in a block that the caller frees with gen_free, null if there
-  /// are none. `count` receives how many there are, never more than the payload holds.
+  /// are none. `count` receives how many there are, never more than the payload holds. Elements are
+  /// of 1, 2, 4 or 8 bytes; an array of any other size reads as empty.
   void* getArrayAlloc(std::int32_t tag, std::int32_t& count, int elementSize);
   /// Reads up to `count` elements of an array field without a count; what isn't there is zero.
   void getArray(std::int32_t tag, void* elements, std::int32_t count, int elementSize);
@@ -54,26 +56,36 @@ class STPReceivedMessage : public STPMessage {
   std::int32_t boundCount(std::uint32_t count) const;
 
   // --- Ascii form. Every read with a name looks the field up first. Words and quoted texts are
-  // read in place and come back unterminated. ---
+  // read in place and come back unterminated; whoever closes one with a zero puts back what stood
+  // there. A missing one is an empty text inside the message. ---
 
   /// The field's value, the cursor on it; null if it isn't there.
   char* findAsciiField(const char* name);
+  /// A number with an optional sign, hexadecimal behind "0x", octal behind "0"; 0xFFFFFFFF if it
+  /// needs more than 32 bits, 0 if there is none.
   std::uint32_t readInt();
   std::uint32_t readInt(const char* name);
+  /// The same in 64 bits, without octal; what doesn't fit is lost at the high end.
   std::uint64_t readInt64();
   std::uint64_t readInt64(const char* name);
+  /// A copy of a string without its quotes and escapes; null for "null " and for what is no string.
   gen_text readString();
   gen_text readString(const char* name);
+  /// The characters up to the next blank; brackets don't end a word.
   char* readWord(std::int32_t* length);
   char* readWord(const char* name, std::int32_t* length);
+  /// The word at the cursor, which stays; only the start of the next search moves behind the word.
   char* peekWord(std::int32_t* length);
+  /// The characters between two double quotes, escapes left as they are.
   char* readQuoted(std::int32_t* length);
   char* readQuoted(const char* name, std::int32_t* length);
 
   /// A place in the text, saved on entering a block or array.
   using Mark = char*;
+  /// Steps into a block; one that isn't there reads as empty.
   void enterBlock(Mark* saved);
   void enterBlock(Mark* saved, const char* name);
+  /// Steps out of the block. If it wasn't read to its end, only reads by name go on behind it.
   void leaveBlock(Mark* saved);
   /// Gives the size in front of the array, 0 if there is none.
   std::int32_t enterArray(Mark* saved);
@@ -88,7 +100,26 @@ class STPReceivedMessage : public STPMessage {
   char* nextValue();
 
  private:
+  void readElements(unsigned char* elements, std::int64_t count, int elementSize);
+  std::uint64_t readPair();
+  /// Length of the string at the cursor, with the cursor on its characters; 0 for a null string and
+  /// one that doesn't fit.
+  std::int64_t readStringLength();
+
+  char* textCursor() const { return reinterpret_cast<char*>(cursor_); }
+  void setTextCursor(char* place) { cursor_ = reinterpret_cast<unsigned char*>(place); }
+  char* textEnd() const { return reinterpret_cast<char*>(storage_ + capacity_); }
+  void moveToEndWord();
+  char* skipValue(char* place);
+  char* takeWord(char* place, std::int32_t* length);
+  void stepInto(char bracket);
+  void stepOut(char bracket, Mark saved);
+  std::int32_t stepIntoArray();
+
   std::int64_t payloadStart_ = 0;
   std::int64_t payloadEnd_ = 0;
   char* fieldCursor_ = nullptr;
+  /// Bytes that searches may still step over. A text can be made so that every search in it runs to
+  /// its end; an honest reader never comes near this bound.
+  std::int64_t searchBudget_ = 0;
 };

@@ -1,0 +1,63 @@
+#include "bench/hub_end.h"
+
+#include "platform/readiness.h"
+
+namespace {
+
+constexpr const char* kService = "Bench";
+constexpr int kStep = 100;  // ms
+constexpr std::string_view kGreeting = "ready";
+
+}  // namespace
+
+bool HubEnd::joinAsProvider(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error) {
+  const auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
+  transport->bindFD(connection.release());
+  if (!plugin_.attach(transport.get(), error, kStartLimit)) return false;
+  hubPort = 0;
+  plugin_.requestLocation([&hubPort](const std::string&, std::int32_t port) {
+    hubPort = static_cast<std::uint16_t>(port);
+  });
+  plugin_.serveUntil([&hubPort] { return hubPort != 0; }, kStartLimit);
+  if (hubPort == 0)
+    error = "the hub doesn't tell its port";
+  else if (plugin_.registerService(
+               kService, [this](const std::shared_ptr<HublinkLink>& link) { link_ = link; }) < 0)
+    error = "the hub doesn't take the service";
+  return error.empty();
+}
+
+bool HubEnd::awaitRequester(const std::function<bool()>& givenUp, std::string& error) {
+  HublinkLink::Packet greeting;
+  for (int waited = 0; waited < kStartLimit && greeting.empty() && !givenUp(); waited += kStep) {
+    if (!link_)
+      plugin_.serveUntil([this] { return link_ != nullptr; }, kStep);
+    else if (!link_->receive(greeting, kStep) && !link_->isUp())
+      break;
+  }
+  if (greeting.empty()) error = "the far end hasn't come through the hub";
+  return error.empty();
+}
+
+bool HubEnd::joinAsRequester(std::uint16_t port, std::string& error) {
+  if (!plugin_.connect(port, error, "127.0.0.1", kStartLimit)) return false;
+  ServiceQuery query;
+  query.serviceName = kService;
+  const ServiceReply reply = plugin_.requestService(query, kStartLimit);
+  link_ = reply.link;
+  if (!link_) {
+    error = std::string("request for the service: ") + outcomeText(reply.outcome);
+    return false;
+  }
+  // The provider speaks after this and not before: whatever comes from here on comes on the bare
+  // connection.
+  link_->send(kGreeting.data(), kGreeting.size());
+  link_->flush();
+  return true;
+}
+
+platform::Socket HubEnd::takeOver() {
+  const platform::Socket socket = plugin_.descriptor();
+  platform::readiness().forget(socket);
+  return platform::makeBlocking(socket, kTransferLimit) ? socket : platform::kNoSocket;
+}

@@ -1,0 +1,35 @@
+// One end of a path through the hub. It becomes a plugin, reaches the other end by the name of a
+// service, and then leaves the hub's messages behind: what is measured is the bare connection, with
+// the same calls as on every other path.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "bench/loopback.h"
+#include "bench/packet_socket.h"
+#include "hublink_plugin/hublink_plugin.h"
+
+class HubEnd {
+ public:
+  /// Becomes the first plugin of the hub that has connected on `connection`, provides the service,
+  /// and learns the hub's port. False with a text in `error`.
+  bool joinAsProvider(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error);
+  /// Waits until the requester has said that it is ready, at most kStartLimit or until `givenUp`.
+  bool awaitRequester(const std::function<bool()>& givenUp, std::string& error);
+  /// Becomes a plugin of the hub on `port`, asks for the service, and tells the provider that it is
+  /// ready.
+  bool joinAsRequester(std::uint16_t port, std::string& error);
+
+  /// RNs of the link, once it is up.
+  Route route() const { return {link_->localRN(), link_->remoteRN()}; }
+  /// The connection to the hub, made to wait; kNoSocket if it can't be. It stays this object's,
+  /// which must not use it any more.
+  platform::Socket takeOver();
+
+ private:
+  HublinkPlugin plugin_;
+  std::shared_ptr<HublinkLink> link_;
+};

@@ -1,0 +1,89 @@
+#include "bench/loopback.h"
+
+#include <cstring>
+#include <utility>
+
+#include "platform/clock.h"
+
+namespace {
+
+constexpr std::uint32_t kLoopback = 0x7F000001;
+constexpr int kAcceptPause = 2;    // ms between two looks at a listener
+constexpr int kOrderlyEnd = 2000;  // ms for a child that was asked to end
+constexpr int kStandardError = 2;
+
+}  // namespace
+
+LoopbackSocket::LoopbackSocket(LoopbackSocket&& other) noexcept : socket_(other.release()) {}
+
+LoopbackSocket& LoopbackSocket::operator=(LoopbackSocket&& other) noexcept {
+  std::swap(socket_, other.socket_);
+  return *this;
+}
+
+LoopbackSocket::~LoopbackSocket() {
+  if (*this) platform::closeStream(socket_);
+}
+
+platform::Socket LoopbackSocket::release() {
+  return std::exchange(socket_, platform::kNoSocket);
+}
+
+LoopbackSocket LoopbackSocket::listening() {
+  LoopbackSocket made(platform::openStream());
+  if (!made || !platform::bindPort(made.get(), 0, true) || !platform::listenOn(made.get()))
+    return {};
+  return made;
+}
+
+LoopbackSocket LoopbackSocket::connectedTo(std::uint16_t port) {
+  LoopbackSocket made(platform::openStream());
+  if (!made || platform::connectStream(made.get(), kLoopback, port, kStartLimit) != 0) return {};
+  platform::setStreamOptions(made.get());
+  return made;
+}
+
+LoopbackSocket LoopbackSocket::accept(const std::function<bool()>& givenUp) const {
+  const std::uint64_t end = platform::monotonicMilliseconds() + kStartLimit;
+  while (platform::monotonicMilliseconds() < end && !platform::stopRequested()) {
+    platform::Transfer outcome;
+    LoopbackSocket client(platform::acceptFrom(socket_, outcome));
+    if (client) {
+      platform::setStreamOptions(client.get());
+      return client;
+    }
+    if (!outcome.wouldBlock || givenUp()) break;
+    platform::sleepMilliseconds(kAcceptPause);
+  }
+  return {};
+}
+
+BenchProcess::~BenchProcess() {
+  if (process_ == 0) return;
+  std::size_t which = 0;
+  platform::terminateProcess(process_);
+  if (platform::waitForChildren(&process_, 1, true, kOrderlyEnd, which) ==
+      platform::WaitOutcome::timedOut) {
+    platform::killProcess(process_);
+    platform::waitForChildren(&process_, 1, true, -1, which);
+  }
+  platform::releaseChild(process_);
+}
+
+bool BenchProcess::start(const std::string& program, const std::vector<std::string>& arguments,
+                         std::string& error) {
+  platform::StartRequest request;
+  request.program = program;
+  request.arguments.push_back(program);
+  request.arguments.insert(request.arguments.end(), arguments.begin(), arguments.end());
+  request.error = kStandardError;
+  const int result = platform::startProcess(request, process_);
+  if (result == 0) return true;
+  process_ = 0;
+  error = program + " can't be started: " + std::strerror(-result);
+  return false;
+}
+
+bool BenchProcess::ended(int& status) const {
+  return process_ != 0 && platform::childEnded(process_, status);
+}

@@ -1,0 +1,153 @@
+#include "bench/packet_socket.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/process.h"
+
+namespace {
+
+constexpr std::int64_t kReceiveBytes = 2 * kBatchBytes;
+
+}  // namespace
+
+Bytes makePacket(const Route& route, Order order, std::uint32_t sequence,
+                 std::int32_t payloadSize) {
+  Bytes packet(static_cast<std::size_t>(STP_HEADER_SIZE + payloadSize));
+  STPHeader header;
+  header.headerSize = STP_HEADER_SIZE;
+  header.payloadSize = payloadSize;
+  header.sourceRN = route.source;
+  header.destinationRN = route.destination;
+  header.sequence = sequence;
+  header.type = STP_BINARY;
+  header.id = static_cast<std::uint32_t>(order);
+  header.flags = STP_ONE_WAY;
+  stpWriteHeader(packet.data(), header);
+  std::uint32_t state = sequence;
+  for (auto byte = packet.begin() + STP_HEADER_SIZE; byte != packet.end(); ++byte) {
+    state = state * 1664525 + 1013904223;
+    *byte = static_cast<unsigned char>(state >> 24);
+  }
+  return packet;
+}
+
+Bytes makeBatch(const Route& route, std::int32_t payloadSize) {
+  const std::int64_t count =
+      std::max<std::int64_t>(1, kBatchBytes / (STP_HEADER_SIZE + payloadSize));
+  Bytes batch;
+  for (std::uint32_t sequence = 1; sequence <= count; ++sequence) {
+    const Bytes packet = makePacket(route, Order::data, sequence, payloadSize);
+    batch.insert(batch.end(), packet.begin(), packet.end());
+  }
+  return batch;
+}
+
+Bytes makeStreamOrder(const Route& route, const StreamOrder& order) {
+  Bytes packet = makePacket(route, Order::stream, 1, 12);
+  unsigned char* payload = packet.data() + STP_HEADER_SIZE;
+  stpWriteWord(payload, static_cast<std::uint32_t>(order.payloadSize));
+  stpWriteWord(payload + 4, order.packets);
+  stpWriteWord(payload + 8, order.compare ? 1 : 0);
+  return packet;
+}
+
+StreamOrder readStreamOrder(const unsigned char* payload) {
+  return {static_cast<std::int32_t>(stpReadWord(payload)), stpReadWord(payload + 4),
+          stpReadWord(payload + 8) != 0};
+}
+
+PacketSocket::PacketSocket(platform::Socket socket, const Route& route)
+    : socket_(socket), route_(route), buffer_(static_cast<std::size_t>(kReceiveBytes)) {}
+
+bool PacketSocket::fail(const char* what, int error) {
+  failure_ = what;
+  if (error != 0) failure_ += std::string(": ") + std::strerror(error);
+  return false;
+}
+
+bool PacketSocket::send(const unsigned char* bytes, std::int64_t count) {
+  while (count > 0) {
+    const platform::Transfer sent = platform::sendBytes(socket_, bytes, count);
+    if (sent.wouldBlock) return fail("nothing could be sent in time");
+    if (sent.error == platform::error::interrupted && !platform::stopRequested()) continue;
+    if (sent.error != 0) return fail("sending failed", sent.error);
+    bytes += sent.count;
+    count -= sent.count;
+  }
+  return true;
+}
+
+bool PacketSocket::sendStream(const Bytes& batch, std::int64_t total) {
+  for (std::int64_t left = total; left > 0; left -= std::ssize(batch))
+    if (!send(batch.data(), std::min(left, std::ssize(batch)))) return false;
+  return true;
+}
+
+// Bytes received, or 0 with the failure set.
+std::int64_t PacketSocket::receiveSome(std::int64_t offset, std::int64_t room, bool patient) {
+  for (;;) {
+    const platform::Transfer got = platform::receiveBytes(socket_, buffer_.data() + offset, room);
+    if (got.count > 0) return got.count;
+    if (platform::stopRequested())
+      fail("stopped");
+    else if ((got.wouldBlock && patient) || got.error == platform::error::interrupted)
+      continue;
+    else if (got.wouldBlock)
+      fail("nothing arrived in time");
+    else if (got.error != 0)
+      fail("receiving failed", got.error);
+    else
+      fail("the other end has gone");
+    return 0;
+  }
+}
+
+bool PacketSocket::receivePacket(STPHeader& header, bool patient) {
+  std::int64_t count = 0;
+  for (;;) {
+    const std::int64_t got = receiveSome(count, kReceiveBytes - count, patient && count == 0);
+    if (got == 0) return false;
+    count += got;
+    const STPPacketTest test = stpTestPacket(buffer_.data(), count);
+    if (test.state == STPPacketState::invalid) return fail("no packet has arrived");
+    if (test.state == STPPacketState::incomplete) {
+      if (count == kReceiveBytes) return fail("too large a packet has arrived");
+      continue;
+    }
+    header = stpReadHeader(buffer_.data(), test.headerSize);
+    if (stpStoredSize(test.headerSize + test.payloadSize) != count)
+      return fail("more than one packet has arrived");
+    if (header.destinationRN != route_.source)
+      return fail("a packet for somebody else has arrived");
+    return true;
+  }
+}
+
+bool PacketSocket::receiveOrder(Order expected) {
+  STPHeader header;
+  if (!receivePacket(header)) return false;
+  if (header.id == static_cast<std::uint32_t>(expected)) return true;
+  return fail(header.id == static_cast<std::uint32_t>(Order::garbled)
+                  ? "the stream has arrived with other bytes than were sent"
+                  : "a packet of another kind than expected has arrived");
+}
+
+bool PacketSocket::receiveStream(std::int64_t total, const Bytes* batch, bool& intact) {
+  std::size_t place = 0;  // in the batch
+  intact = true;
+  while (total > 0) {
+    const std::int64_t got = receiveSome(0, std::min(total, kReceiveBytes), false);
+    if (got == 0) return false;
+    total -= got;
+    if (!batch) continue;
+    for (std::size_t seen = 0; seen < static_cast<std::size_t>(got);) {
+      const std::size_t part =
+          std::min(static_cast<std::size_t>(got) - seen, batch->size() - place);
+      intact = intact && std::memcmp(buffer_.data() + seen, batch->data() + place, part) == 0;
+      seen += part;
+      place = (place + part) % batch->size();
+    }
+  }
+  return true;
+}

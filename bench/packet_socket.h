@@ -1,0 +1,92 @@
+// What every path carries: whole packets, over a socket whose calls wait.
+//
+// The ends of a path send and receive nothing but packets, whether there is nothing, a relay or the
+// hub between them, so that all paths are measured with the same bytes and the same code. The id of
+// a packet tells the other end what to do with it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/socket.h"
+#include "stp_transport/wire/stp_wire.h"
+
+using Bytes = std::vector<unsigned char>;
+
+/// What the driver fills its send buffer with: as many whole packets as go in here, at least one.
+inline constexpr std::int64_t kBatchBytes = 65536;
+/// Milliseconds that one transfer may take before the run is given up.
+inline constexpr int kTransferLimit = 10000;
+
+/// Packet ids.
+enum class Order : std::uint32_t {
+  ready = 1,   ///< the sender waits for orders
+  echo = 2,    ///< to be sent back under the same sequence number
+  stream = 3,  ///< StreamOrder follows; then the stream comes
+  data = 4,    ///< part of a stream
+  taken = 5,   ///< the whole stream has arrived
+  garbled = 6  ///< a stream has arrived, but other bytes than those sent
+};
+
+/// The RNs of one end.
+struct Route {
+  std::int32_t source = 10;
+  std::int32_t destination = 11;
+  Route reversed() const { return {destination, source}; }
+};
+
+/// What the far end has to know of a stream before it comes.
+struct StreamOrder {
+  std::int32_t payloadSize = 0;  ///< bytes of each packet
+  std::uint32_t packets = 0;
+  bool compare = false;  ///< compare every byte, which takes time
+};
+
+/// A packet whose payload depends on its sequence number.
+Bytes makePacket(const Route& route, Order order, std::uint32_t sequence, std::int32_t payloadSize);
+/// The bytes that a stream of such packets repeats.
+Bytes makeBatch(const Route& route, std::int32_t payloadSize);
+inline std::int64_t streamBytes(const StreamOrder& order) {
+  return static_cast<std::int64_t>(order.packets) * (STP_HEADER_SIZE + order.payloadSize);
+}
+
+/// A packet with `order` in its payload, and its reading.
+Bytes makeStreamOrder(const Route& route, const StreamOrder& order);
+StreamOrder readStreamOrder(const unsigned char* payload);
+
+class PacketSocket {
+ public:
+  /// Borrows `socket`, which must outlive it. Its packets go along `route`, and those that come
+  /// must have come along it.
+  PacketSocket(platform::Socket socket, const Route& route);
+
+  const Route& route() const { return route_; }
+  /// Why the last call gave false.
+  const std::string& failure() const { return failure_; }
+
+  /// Sends `count` bytes, all of them.
+  bool send(const unsigned char* bytes, std::int64_t count);
+  bool send(const Bytes& packet) { return send(packet.data(), std::ssize(packet)); }
+  /// Sends the batch over and over until `total` bytes have gone.
+  bool sendStream(const Bytes& batch, std::int64_t total);
+  /// Notes why the other end can't be trusted any more; false.
+  bool fail(const char* what, int error = 0);
+  /// Takes the one packet that is on its way. A `patient` one waits without limit for its start.
+  bool receivePacket(STPHeader& header, bool patient = false);
+  /// The same for a packet of that id and no other.
+  bool receiveOrder(Order expected);
+  /// Payload of the packet received last, valid until the next call.
+  const unsigned char* payload() const { return buffer_.data() + STP_HEADER_SIZE; }
+  /// Takes exactly `total` bytes. With a batch given, `intact` tells whether they were its bytes,
+  /// over and over.
+  bool receiveStream(std::int64_t total, const Bytes* batch, bool& intact);
+
+ private:
+  std::int64_t receiveSome(std::int64_t offset, std::int64_t room, bool patient);
+
+  platform::Socket socket_;
+  Route route_;
+  std::string failure_;
+  Bytes buffer_;
+};

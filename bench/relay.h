@@ -1,0 +1,9 @@
+// The smallest program that can stand between two ends: it receives what one has sent and sends it
+// to the other, and knows nothing of packets. What the hub costs more than this is the hub's own.
+#pragma once
+
+#include <cstdint>
+
+/// Connects to the driver on `port`, tells it in one 32-bit word the port on which it waits for the
+/// far end, and passes bytes on until either end closes. The exit code of its process.
+int runRelay(std::uint16_t port);

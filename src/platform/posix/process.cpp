@@ -1,0 +1,371 @@
+#include "platform/process.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <optional>
+#include <unordered_map>
+
+#include "platform/clock.h"
+#include "platform/readiness.h"
+
+extern char** environ;
+
+namespace platform {
+namespace {
+
+struct Child {
+  int watch = -1;  // the process's own descriptor; -1 once it has ended
+  int status = 0;
+  bool released = false;
+};
+
+using Children = std::unordered_map<ProcessId, Child>;
+
+Children& children() {
+  static Children all;
+  return all;
+}
+
+// What this process was started with, and its children get back.
+struct StartState {
+  std::optional<rlimit> descriptors;
+  std::array<std::optional<struct sigaction>, NSIG> actions;
+};
+
+StartState& startState() {
+  static StartState state;
+  return state;
+}
+
+void replaceAction(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = handler;
+  sigemptyset(&action.sa_mask);
+  if (sigaction(signal, &action, &before) != 0) return;
+  auto& saved = startState().actions[static_cast<std::size_t>(signal)];
+  if (!saved) saved = before;
+}
+
+int openProcess(ProcessId process) {
+  return static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+}
+
+// Owns a descriptor for the length of a function.
+class Descriptor {
+ public:
+  explicit Descriptor(int value = -1) : value_(value) {}
+  ~Descriptor() { reset(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return value_; }
+  void reset(int value = -1) {
+    if (value_ >= 0) close(value_);
+    value_ = value;
+  }
+
+ private:
+  int value_;
+};
+
+// --- in the new process, where only calls that are safe after a fork are allowed ---
+
+[[noreturn]] void refuse(int channel, int error) {
+  while (write(channel, &error, sizeof error) < 0 && errno == EINTR) {
+  }
+  _exit(127);
+}
+
+void placeStandardHandles(const StartRequest& request, int nullDevice, int channel) {
+  std::array<int, 3> handles{request.input, request.output, request.error};
+  // Out of the way first: a handle may itself be one of the numbers that are written over.
+  for (int& handle : handles) {
+    handle = fcntl(handle < 0 ? nullDevice : handle, F_DUPFD_CLOEXEC, 3);
+    if (handle < 0) refuse(channel, errno);
+  }
+  for (int target = 0; target < 3; ++target)
+    if (dup2(handles[static_cast<std::size_t>(target)], target) < 0) refuse(channel, errno);
+}
+
+void keepNoOtherDescriptor() {
+  if (close_range(3, ~0u, CLOSE_RANGE_CLOEXEC) == 0) return;
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  for (int descriptor = 3; static_cast<rlim_t>(descriptor) < limit.rlim_cur; ++descriptor)
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+}
+
+void restoreStartState(const StartState& state) {
+  if (state.descriptors) setrlimit(RLIMIT_NOFILE, &*state.descriptors);
+  for (std::size_t signal = 1; signal < state.actions.size(); ++signal)
+    if (state.actions[signal])
+      sigaction(static_cast<int>(signal), &*state.actions[signal], nullptr);
+}
+
+[[noreturn]] void becomeChild(const StartRequest& request, const std::string& program,
+                              char* const* arguments, int nullDevice, int channel,
+                              const StartState& state, const sigset_t& mask) {
+  placeStandardHandles(request, nullDevice, channel);
+  keepNoOtherDescriptor();
+  if (request.detached) setsid();
+  if (!request.directory.empty() && chdir(request.directory.c_str()) != 0) refuse(channel, errno);
+  restoreStartState(state);
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  execvpe(program.c_str(), arguments, environ);
+  refuse(channel, errno);
+}
+
+// --- in this process ---
+
+// A relative file name is meant from here, not from the child's working directory.
+std::string programFile(const StartRequest& request) {
+  const std::string& program = request.program;
+  if (request.directory.empty() || program[0] == '/' || program.find('/') == std::string::npos)
+    return program;
+  std::string result;
+  if (char* here = getcwd(nullptr, 0)) {
+    result = std::string(here) + "/" + program;
+    free(here);
+  }
+  return result;
+}
+
+// Takes the end of one child, if it has come.
+void collectIfEnded(ProcessId process, Child& child) {
+  int status = 0;
+  if (child.watch < 0 || waitpid(process, &status, WNOHANG) != process) return;
+  readiness().forget(child.watch);
+  close(child.watch);
+  child.watch = -1;
+  child.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// With `onlySeen`, costs no call for a child whose end no wait has seen yet.
+void collectAll(bool onlySeen) {
+  for (auto entry = children().begin(); entry != children().end();) {
+    Child& child = entry->second;
+    if (!onlySeen || readiness().isReadable(child.watch)) collectIfEnded(entry->first, child);
+    const bool over = child.released && child.watch < 0;
+    entry = over ? children().erase(entry) : std::next(entry);
+  }
+}
+
+int sendSignal(ProcessId process, int signal) {
+  // The id of a child that was collected may be somebody else's by now.
+  const auto entry = children().find(process);
+  if (process <= 0 || (entry != children().end() && entry->second.watch < 0)) return -ESRCH;
+  return kill(process, signal) == 0 ? 0 : -errno;
+}
+
+volatile sig_atomic_t stopFlag = 0;
+int stopEvent = -1;
+
+void requestStop(int signal) {
+  const int kept = errno;
+  if (stopFlag) {
+    // Delivered with its own effect as soon as this handler returns.
+    ::signal(signal, SIG_DFL);
+    raise(signal);
+  }
+  stopFlag = 1;
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(stopEvent, &one, sizeof one);
+  errno = kept;
+}
+
+}  // namespace
+
+int startProcess(const StartRequest& request, ProcessId& child) {
+  collectAll(false);
+  if (request.program.empty()) return -ENOENT;
+  const std::string program = programFile(request);
+  if (program.empty()) return -ENOENT;
+  std::vector<char*> arguments;
+  for (const std::string& argument : request.arguments)
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  if (arguments.empty()) arguments.push_back(const_cast<char*>(request.program.c_str()));
+  arguments.push_back(nullptr);
+
+  Descriptor nullDevice(open("/dev/null", O_RDWR | O_CLOEXEC));
+  int ends[2];
+  if (nullDevice.get() < 0 || pipe2(ends, O_CLOEXEC) != 0) return -errno;
+  Descriptor answer(ends[0]), channel(fcntl(ends[1], F_DUPFD_CLOEXEC, 3));
+  close(ends[1]);
+  if (channel.get() < 0) return -errno;
+  // With its end ignored a child would vanish with its status.
+  struct sigaction ended {};
+  if (sigaction(SIGCHLD, nullptr, &ended) == 0 && ended.sa_handler == SIG_IGN)
+    replaceAction(SIGCHLD, SIG_DFL);
+
+  const StartState& state = startState();
+  // A signal between fork and exec must neither run a handler of this program nor be lost.
+  sigset_t every, mask;
+  sigfillset(&every);
+  sigprocmask(SIG_SETMASK, &every, &mask);
+  const pid_t process = fork();
+  if (process == 0)
+    becomeChild(request, program, arguments.data(), nullDevice.get(), channel.get(), state, mask);
+  const int forkError = errno;
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  if (process < 0) return -forkError;
+
+  channel.reset();
+  nullDevice.reset();
+  const int watch = openProcess(process);
+  int error = watch < 0 ? errno : 0;
+  if (error != 0) kill(process, SIGKILL);
+  // The channel closes by itself when the program has taken over.
+  int refusal = 0;
+  ssize_t got;
+  while ((got = read(answer.get(), &refusal, sizeof refusal)) < 0 && errno == EINTR) {
+  }
+  if (error == 0 && got == sizeof refusal) error = refusal;
+  if (error != 0) {
+    while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    if (watch >= 0) close(watch);
+    return -error;
+  }
+  readiness().watch(watch);
+  children()[process] = Child{watch, 0, false};
+  child = process;
+  return 0;
+}
+
+void collectChildren() {
+  collectAll(true);
+}
+
+WaitOutcome waitForChildren(const ProcessId* ids, std::size_t count, bool all, int milliseconds,
+                            std::size_t& ended) {
+  const std::uint64_t start = monotonicMilliseconds();
+  std::vector<pollfd> watched;
+  for (;;) {
+    std::size_t endedCount = 0;
+    watched.clear();
+    for (std::size_t i = count; i-- > 0;) {
+      const auto entry = children().find(ids[i]);
+      if (entry == children().end() || entry->second.released) return WaitOutcome::failed;
+      collectIfEnded(entry->first, entry->second);
+      if (entry->second.watch >= 0) {
+        watched.push_back({entry->second.watch, POLLIN, 0});
+        continue;
+      }
+      ended = i;
+      ++endedCount;
+    }
+    if (count == 0) return WaitOutcome::failed;
+    if (endedCount == count || (endedCount > 0 && !all)) return WaitOutcome::ended;
+    int rest = -1;
+    if (milliseconds >= 0) {
+      const std::uint64_t passed = monotonicMilliseconds() - start;
+      if (passed >= static_cast<std::uint64_t>(milliseconds)) return WaitOutcome::timedOut;
+      rest = milliseconds - static_cast<int>(passed);
+    }
+    // Any end is looked at, also when all are wanted: a descriptor of an ended child stays ready,
+    // so the next round leaves it out.
+    if (poll(watched.data(), watched.size(), rest) < 0 && errno != EINTR)
+      return WaitOutcome::failed;
+  }
+}
+
+bool childEnded(ProcessId process, int& status) {
+  const auto entry = children().find(process);
+  if (entry == children().end()) return false;
+  collectIfEnded(process, entry->second);
+  if (entry->second.watch >= 0) return false;
+  status = entry->second.status;
+  return true;
+}
+
+void releaseChild(ProcessId process) {
+  const auto entry = children().find(process);
+  if (entry != children().end()) entry->second.released = true;
+  collectAll(false);
+}
+
+bool processExists(ProcessId process) {
+  if (process <= 0) return false;
+  collectAll(false);
+  const Descriptor watch(openProcess(process));
+  if (watch.get() < 0) {
+    // Out of descriptors there is still the plain question, which can't tell the ended ones apart.
+    if (errno != EMFILE && errno != ENFILE) return false;
+    return kill(process, 0) == 0 || errno == EPERM;
+  }
+  pollfd ended{watch.get(), POLLIN, 0};
+  return poll(&ended, 1, 0) == 0;
+}
+
+ProcessId currentProcess() {
+  return getpid();
+}
+
+int terminateProcess(ProcessId process) {
+  return sendSignal(process, SIGTERM);
+}
+
+int killProcess(ProcessId process) {
+  return sendSignal(process, SIGKILL);
+}
+
+const char* environmentVariable(const char* name) {
+  return name ? getenv(name) : nullptr;
+}
+
+int setEnvironmentVariable(const char* name, const char* value) {
+  if (!name || !value) return -EINVAL;
+  return setenv(name, value, 1) == 0 ? 0 : -errno;
+}
+
+int unsetEnvironmentVariable(const char* name) {
+  if (!name) return -EINVAL;
+  return unsetenv(name) == 0 ? 0 : -errno;
+}
+
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  if (!startState().descriptors) startState().descriptors = limit;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void ignoreBrokenPipe() {
+  replaceAction(SIGPIPE, SIG_IGN);
+}
+
+void ensureStandardDescriptors() {
+  // The lowest free number is always the one that is given, so each closed one is filled in turn.
+  for (int descriptor = 0; descriptor < 3; ++descriptor)
+    if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
+}
+
+void installStopSignals() {
+  if (stopEvent < 0) {
+    stopEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    readiness().watch(stopEvent);
+  }
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    struct sigaction before {};
+    const bool known = sigaction(signal, nullptr, &before) == 0;
+    if (signal == SIGHUP && known && before.sa_handler == SIG_IGN) continue;
+    replaceAction(signal, requestStop);
+  }
+}
+
+bool stopRequested() {
+  return stopFlag != 0;
+}
+
+}  // namespace platform

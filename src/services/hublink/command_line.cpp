@@ -1,0 +1,54 @@
+#include "services/hublink/command_line.h"
+
+#include "indgen/number.h"
+#include "indgen/text.h"
+
+const char* const kUsage =
+    "Usage: %s [-port <port>|-connect_hublink <port>] [-log <log file>] "
+    "[-hl_log_internal <log file> [-not_shared]\n";
+
+namespace {
+
+enum class Option { none, port, connect, zone, log, internalLog, notShared };
+
+Option optionOf(const char* argument) {
+  static constexpr struct {
+    const char* name;
+    Option option;
+  } kOptions[] = {{"port", Option::port},
+                  {"connect_hublink", Option::connect},
+                  {"hl_zone", Option::zone},
+                  {"log", Option::log},
+                  {"hl_log_internal", Option::internalLog},
+                  {"not_shared", Option::notShared}};
+  if (argument[0] != '-') return Option::none;
+  for (const auto& entry : kOptions)
+    if (gen_equal_nocase(argument + 1, entry.name)) return entry.option;
+  return Option::none;
+}
+
+}  // namespace
+
+CommandLine parseCommandLine(int argc, char** argv) {
+  CommandLine line;
+  for (int i = 1; i < argc; ++i) {
+    const Option option = optionOf(argv[i]);
+    if (option == Option::none) continue;
+    if (option == Option::notShared) {
+      line.notShared = true;
+      continue;
+    }
+    if (i + 1 == argc) {
+      line.missingValue = argv[i];
+      break;
+    }
+    const char* value = argv[++i];
+    if (option == Option::zone) line.zone = value;
+    if (option == Option::log) line.logFile = value;
+    if (option == Option::internalLog) line.internalLogFile = value;
+    if (option == Option::connect) line.connectMode = true;
+    if (option == Option::port || option == Option::connect)
+      line.port = gen_strtoul(value, nullptr, 0);
+  }
+  return line;
+}

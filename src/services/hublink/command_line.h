@@ -1,0 +1,21 @@
+// The hub's command line.
+#pragma once
+
+#include <cstdint>
+
+struct CommandLine {
+  std::uint32_t port = 0;         ///< 0: none was given
+  bool connectMode = false;       ///< connect to `port` first, then listen on a free port
+  const char* zone = nullptr;     ///< name of the active hub record
+  const char* logFile = nullptr;  ///< of the plugins' log
+  const char* internalLogFile = nullptr;
+  bool notShared = false;
+  const char* missingValue = nullptr;  ///< the option that stood last without its value
+};
+
+/// The program's whole help, a format that takes the program's name.
+extern const char* const kUsage;
+
+/// Reads the options. Whatever it doesn't know is skipped in silence; an option with a value takes
+/// the next argument, whatever that looks like. The texts are those of `argv`.
+CommandLine parseCommandLine(int argc, char** argv);

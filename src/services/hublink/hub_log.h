@@ -1,0 +1,21 @@
+// The log of -hl_log_internal: the hub's own lines and the trace of all connections, each traced line
+// with the plugin that it is about.
+#pragma once
+
+#include "stp_transport/log/stp_log.h"
+
+class Hublink;
+
+class HLInternalFileLog : public TimestampedSTPFileLog {
+ public:
+  /// `hub` is kept and not owned; with `owned` the destructor closes `file`.
+  HLInternalFileLog(Hublink* hub, std::FILE* file, bool owned);
+  ~HLInternalFileLog() override;
+  /// Writes the time stamp and a tag: "name(id)" or "Plugin id", -1 for a spec that is no plugin.
+  void begin(const STPSpecClass* spec, std::uint32_t flag) override;
+  /// Writes a line of the hub's own: the time stamp without a tag, and the text.
+  void writeOwnLine(const char* format, std::va_list arguments);
+
+ private:
+  Hublink* hub_;
+};

@@ -1,0 +1,116 @@
+#include "services/hublink/hublink.h"
+
+#include <algorithm>
+
+#include "platform/clock.h"
+#include "platform/process.h"
+#include "stp_transport/transport/stp_socket.h"
+
+Hublink::Hublink(std::uint32_t listenPort, STPFileLog* pluginLog, std::FILE* internalFile)
+    : port(listenPort), log(pluginLog) {
+  if (internalFile) internalLog = std::make_unique<HLInternalFileLog>(this, internalFile, false);
+}
+
+Hublink::~Hublink() {
+  logInternal("Shutting down Hublink.\n");
+  activeConnections.clear();
+  negotiatingConnections.clear();
+  for (STPTransport* transport : transports) transport->release();
+  if (listenSocket != 0) closeListenSocket(listenSocket, nullptr);
+}
+
+bool Hublink::connectToPeer(const char* host, std::uint32_t peerPort) {
+  auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
+  STPStatus status;
+  transport->connect(host, static_cast<std::uint16_t>(peerPort), &status);
+  if (!status.good()) return false;
+  addConnection(std::move(transport), 0, nullptr, nullptr);
+  return true;
+}
+
+bool Hublink::openListener() {
+  STPStatus status;
+  if (port != 0) {
+    listenSocket = getListenSocket(static_cast<std::uint16_t>(port), &status);
+  } else {
+    std::uint16_t freePort = 0;
+    listenSocket = getFreeListenSocket(&freePort, &status);
+    port = freePort;
+  }
+  if (!status.good()) return false;
+  freshListener();
+  return listener != nullptr;
+}
+
+// A new transport for the next client on the listening socket.
+void Hublink::freshListener() {
+  listener = nullptr;
+  auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
+  STPStatus status;
+  transport->startListenOnFD(listenSocket, &status);
+  if (!status.good()) return;
+  listener = transport.get();
+  transport->addRef();
+  transports.insert(listener);
+}
+
+bool Hublink::startListening(bool notShared, const char* zone) {
+  if (!openListener()) return false;
+  if (!notShared) activeRecord = std::make_unique<ActiveHubRecord>(port, zone);
+  return true;
+}
+
+// Something that the next pass can do at once.
+bool Hublink::workWaits() const {
+  return std::any_of(negotiatingConnections.begin(), negotiatingConnections.end(),
+                     [](const auto& connection) { return connection->isNegotiated(); });
+}
+
+void Hublink::servicePass(int timeout, STPStatus* status) {
+  status->clear();
+  acceptNewConnection(status);
+  if (!status->good()) return;
+  stepNegotiation();
+  serviceFirst(workWaits() ? 0 : timeout, transports, status);
+  if (status->code == STP_PEER_CLOSED) status->clear();
+  reapDeadConnections();
+  reapDeadTransports();
+}
+
+bool Hublink::lockActiveRecord() { return activeRecord && activeRecord->lock(); }
+
+void Hublink::removeActiveRecord() {
+  if (activeRecord) activeRecord->remove();
+}
+
+void Hublink::unlockActiveRecord() {
+  if (activeRecord) activeRecord->unlock();
+}
+
+void Hublink::shutdownPlugins(bool report, int wait) {
+  for (const auto& connection : activeConnections) disconnectPlugin(connection.get());
+  for (const auto& connection : activeConnections) {
+    const platform::ProcessId child = connection->getProcess();
+    if (child == 0) continue;
+    const int outcome = platform::waitForChildren(&child, 1, true, wait);
+    if (!report || outcome >= 0) continue;
+    if (outcome == platform::waitTimedOut())
+      std::fprintf(stderr, "hublink: (%s, pid=%d) took more than %d msecs to shut down",
+                   connection->getName().c_str(), child, wait);
+    else
+      std::fprintf(stderr, "unexpected GetSingleObject(pid) ret=%d", outcome);
+  }
+}
+
+void Hublink::logInternal(const char* format, ...) {
+  if (!internalLog) return;
+  std::va_list arguments;
+  va_start(arguments, format);
+  internalLog->writeOwnLine(format, arguments);
+  va_end(arguments);
+}
+
+STPTransport* Hublink::forwardTarget(std::int32_t destinationRN) {
+  const HublinkConnection* owner = rns.owner(destinationRN);
+  return owner ? owner->getTransport() : nullptr;
+}

@@ -1,0 +1,187 @@
+// The central object: every connection to a plugin, the services that are registered, the RNs that
+// are owned, and the requests that wait for something. A service pass does all of the program's
+// work; what a plugin's message does is an operation of this class, called by its HublinkConnection.
+//
+// The hub holds one reference to each connection and each transport. Both die only in the reaping at
+// the end of a service pass, never inside a handler.
+//
+// The operations stand by subject in hublink_*.cpp.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <list>
+#include <map>
+#include <memory>
+#include <unordered_map>
+
+#include "services/hublink/active_hub_record.h"
+#include "services/hublink/hub_log.h"
+#include "services/hublink/hublink_connection.h"
+#include "services/hublink/pending.h"
+#include "services/hublink/rn_table.h"
+#include "services/hublink/service_table.h"
+#include "stp_transport/transport/counted_ptr.h"
+#include "stp_transport/transport/stp_transport.h"
+
+/// The fields of RequestServiceConnection, valid while the message is handled.
+struct ServiceRequest {
+  const char* serviceName;
+  std::int32_t providingPluginID;
+  StringArray pairs;
+  const char* workingDir;
+  bool localOnly;
+  std::int32_t clientCookie;
+  bool noReuse;
+  bool clientStart;
+};
+
+class Hublink : public ForwardingHandler {
+ public:
+  /// A hub that will listen on `port`, or on a free one for 0. `log` and `internalFile` may be null
+  /// and are not owned.
+  Hublink(std::uint32_t port, STPFileLog* log, std::FILE* internalFile);
+  /// Takes nothing down in order: connections that are left just end.
+  ~Hublink() override;
+  Hublink(const Hublink&) = delete;
+  Hublink& operator=(const Hublink&) = delete;
+
+  // --- Life (hublink.cpp) ---
+  /// Connects to a tool that listens, which becomes the first plugin. False on failure.
+  bool connectToPeer(const char* host, std::uint32_t peerPort);
+  /// Opens the listening socket and, unless `notShared`, makes the active hub record. False on
+  /// failure.
+  bool startListening(bool notShared, const char* zone);
+  /// One pass: accepts, looks at a negotiation, serves all transports for at most `timeout` ms, and
+  /// reaps what has died.
+  void servicePass(int timeout, STPStatus* status);
+  /// Silences the hub's last line, for one that never got to run.
+  void abandonSetUp() { internalLog.reset(); }
+  bool hasNoActiveRecord() const { return !activeRecord; }
+  bool lockActiveRecord();
+  void removeActiveRecord();
+  void unlockActiveRecord();
+  std::int32_t numPersistentPlugins() const { return numPersistent; }
+  std::int32_t numPlugins() const { return static_cast<std::int32_t>(activeConnections.size()); }
+  /// Disconnects every plugin and waits up to `wait` ms for each child; with `report` those that
+  /// take longer are printed.
+  void shutdownPlugins(bool report, int wait);
+  /// Writes a line of the hub's own to the internal log, if there is one.
+  void logInternal(const char* format, ...) GEN_PRINTF(2, 3);
+  /// The transport of the owner of an RN above the link's own addresses, else null.
+  STPTransport* forwardTarget(std::int32_t destinationRN) override;
+  std::uint16_t getPort() const { return static_cast<std::uint16_t>(port); }
+
+  // --- Connections (hublink_connections.cpp) ---
+  HublinkConnection* connectionForPluginID(std::int32_t pluginID) const;
+  bool isOnHubHost(HublinkConnection* connection);
+  static bool sameHost(HublinkConnection* requester, HublinkConnection* provider);
+
+  // --- Brokering (hublink_brokering.cpp, hublink_requests.cpp) ---
+  void releaseRN(HublinkConnection* owner, std::int32_t rn) { rns.release(owner, rn); }
+  void reserveRNBlock(HublinkConnection* owner, std::int32_t count);
+  void registerServiceList(HublinkConnection* provider, const StringArray& names);
+  void unregisterService(std::int32_t serviceRN) { services.remove(serviceRN); }
+  void requestServiceConnection(HublinkConnection* requester, const ServiceRequest& request);
+  void connectionAccepted(HublinkConnection* provider, std::int32_t serviceRN,
+                          std::int32_t remoteRN, bool accept);
+  void dropServiceConnection(HublinkConnection* sender, std::int32_t localRN,
+                             std::int32_t serviceRN);
+  void requestPluginIdForService(HublinkConnection* requester, std::int32_t cookie,
+                                 const char* serviceName, const char* workingDir,
+                                 bool startupIfNotRunning);
+  void adjustPersistentCount(bool persistent) { numPersistent += persistent ? 1 : -1; }
+
+  // --- Small jobs (hublink_remote.cpp) ---
+  void requestPluginConnect(HublinkConnection* requester, const char* host, std::int32_t peerPort,
+                            std::int32_t cookie);
+  void requestValueOfName(HublinkConnection* asker, std::int32_t pluginID, const char* name);
+  void answerValueOfName(std::int32_t askerID, std::int32_t pluginID, const char* name,
+                         const char* value);
+  void sendLocation(HublinkConnection* asker);
+  void logMessage(const char* message);
+  /// Closes a plugin's link, unless it owes an answer to somebody who asked for its service.
+  void disconnectPlugin(HublinkConnection* connection);
+
+  // --- Starting plugins (hublink_launching.cpp) ---
+  void requestPluginLaunch(HublinkConnection* requester, const StringArray& argv,
+                           std::int32_t cookie, bool clientStart, const char* workingDir);
+  void startPluginEvent(HublinkConnection* sender, std::int32_t cookie, bool success,
+                        const char* errorMessage);
+  void debugPlugin(const char* pluginName, bool doDebug, const char* debugger,
+                   const char* debuggerOpts);
+  void setEnvironmentVariable(const char* variable, const char* value);
+  void setPreferAda(bool preferAda);
+
+ private:
+  using Connections = std::list<CountedPtr<HublinkConnection>>;
+
+  // Life.
+  bool openListener();
+  void freshListener();
+  bool workWaits() const;
+
+  // Connections.
+  bool pluginIDsLeft() const;
+  std::int32_t nextPlugin();
+  HublinkConnection* addConnection(CountedPtr<STPTransport> transport, std::int32_t process,
+                                   const char* name, const char* workingDir);
+  void acceptNewConnection(STPStatus* status);
+  void acceptFailed();
+  void stepNegotiation();
+  void reapDeadConnections();
+  void reapDead(Connections& connections, const char* line);
+  void takeDown(HublinkConnection* connection);
+  void reapDeadTransports();
+
+  // Brokering.
+  std::int32_t findServiceRN(HublinkConnection* requester, const char* name, std::int32_t pluginID,
+                             const char* workingDir, bool localOnly) const;
+  bool isServicePending(const char* name, const char* workingDir) const;
+  void serviceRegistered(HublinkConnection* provider, const char* name, std::int32_t serviceRN);
+  void askProvider(HublinkConnection* requester, HublinkConnection* provider,
+                   const char* serviceName, std::int32_t serviceRN, TextPairs pairs,
+                   std::int32_t clientCookie);
+  void addPendingRequest(HublinkConnection* requester, const ServiceRequest& request,
+                         std::int32_t pluginID);
+  void addPendingQuery(HublinkConnection* requester, std::int32_t cookie, const char* serviceName,
+                       const char* workingDir);
+  void sendFailureReply(HublinkConnection* requester, const char* serviceName,
+                        std::int32_t clientCookie);
+  void purgeConnection(HublinkConnection* connection);
+  void purgeRequests(HublinkConnection* connection);
+  void purgeAccepts(HublinkConnection* connection);
+  void purgeWaiters(HublinkConnection* connection);
+
+  // Starting plugins.
+  void startProviderForConnection(HublinkConnection* requester, const ServiceRequest& request);
+  void startProviderForQuery(HublinkConnection* requester, std::int32_t cookie,
+                             const char* serviceName, const char* workingDir);
+
+  /// Who is to be told when a plugin that was started or connected to has negotiated.
+  struct LaunchWaiter {
+    HublinkConnection* requester;
+    std::int32_t cookie;
+    std::string failure;  ///< what the requester is told if that never happens
+  };
+
+  ServiceTable services;
+  RNTable rns;
+  STPTransportSet transports;
+  Connections activeConnections;
+  Connections negotiatingConnections;  // a queue
+  std::unordered_map<std::int32_t, HublinkConnection*> activeByPluginID;
+  PendingRequests pendingRequests;
+  PendingAccepts pendingAccepts;
+  std::map<std::int32_t, LaunchWaiter> launchWaiters;
+  STPTransport* listener = nullptr;  // stands in `transports`, or null after a failed set-up
+  std::uint32_t port;
+  int listenSocket = 0;
+  bool acceptBroken = false;             // the last accept failed
+  std::uint64_t acceptRetryAt = 0;       // ms of the steady clock
+  std::int32_t lastPluginID = 0;
+  std::unique_ptr<ActiveHubRecord> activeRecord;
+  std::int32_t numPersistent = 0;
+  STPFileLog* log;
+  std::unique_ptr<HLInternalFileLog> internalLog;
+};

@@ -1,0 +1,169 @@
+// Services and their RNs: who provides what, who waits for it, and what is left when a plugin goes.
+#include "services/hublink/hublink.h"
+
+namespace {
+
+// A plugin may ask for this many RNs at once.
+constexpr std::int32_t kLargestBlock = 1048576;
+
+}  // namespace
+
+void Hublink::reserveRNBlock(HublinkConnection* owner, std::int32_t count) {
+  std::vector<std::int32_t> list;
+  if (count > 0 && count <= kLargestBlock) {
+    list.reserve(static_cast<std::size_t>(count));
+    rns.assignBlock(owner, count, [&list](std::int32_t rn) { list.push_back(rn); });
+  }
+  owner->RNBlockReservedEvent({static_cast<std::int32_t>(list.size()), list.data()});
+}
+
+void Hublink::registerServiceList(HublinkConnection* provider, const StringArray& names) {
+  if (names.count <= 0) return;
+  std::vector<std::int32_t> list;
+  for (std::int32_t i = 0; i < names.count; ++i) list.push_back(rns.assign(provider));
+  // The plugin's only way to learn its RNs, and it must know them before it is asked for one.
+  provider->RNBlockReservedEvent({names.count, list.data()});
+  for (std::int32_t i = 0; i < names.count; ++i) {
+    const char* name = names.data[i];
+    if (!name) continue;
+    const std::int32_t serviceRN = list[static_cast<std::size_t>(i)];
+    services.add(name, serviceRN);
+    serviceRegistered(provider, name, serviceRN);
+  }
+}
+
+// Serves every request that waits for this service, oldest first.
+void Hublink::serviceRegistered(HublinkConnection* provider, const char* name,
+                                std::int32_t serviceRN) {
+  for (auto place = pendingRequests.begin(); place != pendingRequests.end();) {
+    PendingRequest& request = *place;
+    const bool fits =
+        request.serviceName == name &&
+        (request.pluginID == -1 || request.pluginID == provider->getPluginID()) &&
+        (!request.workingDir ||
+         sameWorkingDir(textOrNull(request.workingDir), provider->getWorkingDir()));
+    if (!fits) {
+      ++place;
+      continue;
+    }
+    if (request.isIdQuery)
+      request.requester->PluginIdForServiceReplyEvent(request.queryCookie, name,
+                                                      provider->getPluginID(), false);
+    else
+      askProvider(request.requester, provider, name, serviceRN, std::move(request.pairs),
+                  request.clientCookie);
+    place = pendingRequests.erase(place);
+  }
+}
+
+std::int32_t Hublink::findServiceRN(HublinkConnection* requester, const char* name,
+                                    std::int32_t pluginID, const char* workingDir,
+                                    bool localOnly) const {
+  if (!name) return -1;
+  const bool any = pluginID == -1 && !workingDir && !localOnly;
+  return services.find(name, [&](std::int32_t serviceRN) {
+    if (any) return true;
+    HublinkConnection* owner = rns.owner(serviceRN);
+    return owner && (pluginID == -1 || pluginID == owner->getPluginID()) &&
+           (!localOnly || sameHost(requester, owner)) &&
+           (!workingDir || sameWorkingDir(workingDir, owner->getWorkingDir()));
+  });
+}
+
+bool Hublink::isServicePending(const char* name, const char* workingDir) const {
+  for (const PendingRequest& request : pendingRequests) {
+    if (request.serviceName != name) continue;
+    if (!workingDir || !request.workingDir ||
+        sameWorkingDir(workingDir, textOrNull(request.workingDir)))
+      return true;
+  }
+  return false;
+}
+
+// The record stands in the table before the provider is asked, so that no answer can overtake it.
+void Hublink::askProvider(HublinkConnection* requester, HublinkConnection* provider,
+                          const char* serviceName, std::int32_t serviceRN, TextPairs pairs,
+                          std::int32_t clientCookie) {
+  const std::int32_t localRN = rns.assign(requester);
+  const auto place = pendingAccepts.emplace(
+      provider, PendingAccept{requester, provider, serviceName, localRN, serviceRN,
+                              std::move(pairs), clientCookie});
+  provider->ConnectionRequestedEvent(requester->getPluginID(), serviceRN, localRN,
+                                     place->second.pairs.view());
+}
+
+void Hublink::connectionAccepted(HublinkConnection* provider, std::int32_t serviceRN,
+                                 std::int32_t remoteRN, bool accept) {
+  const auto [first, last] = pendingAccepts.equal_range(provider);
+  for (auto place = first; place != last; ++place) {
+    const PendingAccept& pending = place->second;
+    if (pending.localRN != remoteRN || pending.serviceRN != serviceRN) continue;
+    pending.requester->ConnectionReplyEvent(pending.serviceName.c_str(), pending.localRN, true,
+                                            false, accept, serviceRN, provider->getPluginID(),
+                                            nullptr, pending.clientCookie);
+    if (accept) {
+      provider->addPeerLink(pending.requester->getPluginID(), serviceRN, pending.localRN);
+      pending.requester->addPeerLink(provider->getPluginID(), pending.localRN, serviceRN);
+    }
+    pendingAccepts.erase(place);
+    return;
+  }
+}
+
+void Hublink::dropServiceConnection(HublinkConnection* sender, std::int32_t localRN,
+                                    std::int32_t serviceRN) {
+  if (HublinkConnection* other = rns.owner(serviceRN)) {
+    other->removePeerLink(serviceRN, localRN);
+    other->ConnectionDroppedEvent(serviceRN, localRN);
+  }
+  sender->removePeerLink(localRN, serviceRN);
+}
+
+// Takes a connection out of every table. A second time finds nothing.
+void Hublink::purgeConnection(HublinkConnection* connection) {
+  if (connection->isPersistent()) {
+    adjustPersistentCount(false);
+    connection->setPersistent(false);
+  }
+  rns.releaseAll(connection, [this](std::int32_t rn) { services.remove(rn); });
+  purgeRequests(connection);
+  purgeAccepts(connection);
+  purgeWaiters(connection);
+}
+
+void Hublink::purgeRequests(HublinkConnection* connection) {
+  for (auto place = pendingRequests.begin(); place != pendingRequests.end();) {
+    const bool own = place->requester == connection;
+    const bool lost = place->pluginID == connection->getPluginID();
+    if (!own && lost)
+      sendFailureReply(place->requester, place->serviceName.c_str(), place->clientCookie);
+    place = own || lost ? pendingRequests.erase(place) : std::next(place);
+  }
+}
+
+void Hublink::purgeAccepts(HublinkConnection* connection) {
+  for (auto place = pendingAccepts.begin(); place != pendingAccepts.end();) {
+    const PendingAccept& pending = place->second;
+    const bool asked = pending.provider == connection;
+    const bool own = pending.requester == connection;
+    if (asked && !own) {
+      rns.release(pending.requester, pending.localRN);
+      pending.requester->ConnectionReplyEvent(pending.serviceName.c_str(), -1, true, false, false,
+                                              0, -1, nullptr, pending.clientCookie);
+    }
+    place = asked || own ? pendingAccepts.erase(place) : std::next(place);
+  }
+}
+
+// A requester that waits for this plugin to negotiate is told that it won't, and one that has gone
+// itself is forgotten.
+void Hublink::purgeWaiters(HublinkConnection* connection) {
+  for (auto place = launchWaiters.begin(); place != launchWaiters.end();) {
+    const bool own = place->second.requester == connection;
+    const bool lost = place->first == connection->getPluginID();
+    if (lost && !own)
+      place->second.requester->PluginConnectedEvent(place->second.cookie, -1,
+                                                    place->second.failure.c_str());
+    place = own || lost ? launchWaiters.erase(place) : std::next(place);
+  }
+}

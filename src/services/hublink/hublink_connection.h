@@ -1,0 +1,96 @@
+// The hub's end of the link to one plugin, however the link came about. It receives the plugin's
+// messages and passes nearly all of them on to the hub, which holds the tables.
+//
+// The hub owns the one reference that keeps a connection; the connection holds a further reference
+// to its transport. It is taken down in the reaping step of a service pass and nowhere else.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <string>
+
+#include "generated/hublink_router_impl.h"
+
+class Hublink;
+class STPLog;
+
+/// One side of an established service connection; the other side holds the mirrored record.
+struct PeerLink {
+  std::int32_t peerPluginID;
+  std::int32_t localRN;
+  std::int32_t remoteRN;
+};
+
+class HublinkConnection : public virtual Hublink_router_Impl {
+ public:
+  /// Attaches to `transport` and makes `hub` its forwarding handler. `process` is 0 unless the hub
+  /// started the plugin; `name` and `workingDir` may be null.
+  HublinkConnection(STPTransport* transport, Hublink* hub, std::int32_t pluginID,
+                    std::int32_t process, const char* name, const char* workingDir,
+                    STPLog* internalLog);
+
+  /// Sends the negotiate record without waiting.
+  virtual void sendNegotiate();
+  virtual bool isNegotiated();
+
+  std::int32_t getPluginID() const { return pluginID; }
+  /// Base name of the executable that the hub launched, else empty.
+  const std::string& getName() const { return name; }
+  /// The plugin's working directory; null if none is known.
+  const char* getWorkingDir() const { return workingDir.empty() ? nullptr : workingDir.c_str(); }
+  void setWorkingDir(const char* directory) { workingDir = directory ? directory : ""; }
+  std::int32_t getProcess() const { return process; }
+  bool isPersistent() const { return persistent; }
+  void setPersistent(bool flag) { persistent = flag; }
+  /// True once the link is down; the next reaping takes the connection away.
+  bool isDead() const;
+
+  void addPeerLink(std::int32_t peerPluginID, std::int32_t localRN, std::int32_t remoteRN);
+  /// Removes the first record that matches both values, if there is one.
+  void removePeerLink(std::int32_t localRN, std::int32_t remoteRN);
+  /// Gives the records away.
+  std::list<PeerLink> takePeerLinks();
+
+ protected:
+  ~HublinkConnection() override;
+
+  void DebugPlugin(const char* plugin_name, bool do_debug, const char* debugger,
+                   const char* debugger_opts) override;
+  void RequestLocation() override;
+  void RequestPluginLaunch(StringArray argv, std::int32_t cookie, bool client_start,
+                           const char* working_dir) override;
+  void RequestPluginConnect(const char* host, std::int32_t port, std::int32_t cookie) override;
+  void RequestPluginIdForService(std::int32_t cookie, const char* serviceName,
+                                 const char* working_dir, bool startup_if_not_running) override;
+  void RequestHublinkDisconnect() override;
+  void RequestServiceConnection(const char* serviceName, std::int32_t providingPluginID,
+                                StringArray name_value_pairs, const char* working_dir,
+                                bool local_only, std::int32_t client_cookie, bool no_reuse,
+                                bool client_start) override;
+  void DropServiceConnection(std::int32_t localRN, std::int32_t serviceRN) override;
+  void ConnectionAcceptedEvent(std::int32_t serviceRN, std::int32_t remoteRN,
+                               bool accept) override;
+  void StartPluginEvent(std::int32_t cookie, bool success, const char* error_message) override;
+  void SetWorkingDir(const char* working_dir) override;
+  void ReserveRNBlock(std::int32_t count) override;
+  void ReleaseRN(std::int32_t rn) override;
+  void UnregisterService(std::int32_t serviceRN) override;
+  void RegisterServiceList(StringArray name_list) override;
+  void RequestValueOfNameOnPlugin(std::int32_t plugin_id, const char* name) override;
+  void ValueOfNameOnPluginResponseEvent(std::int32_t requesting_plugin_id, std::int32_t plugin_id,
+                                        const char* name, const char* value) override;
+  void PersistentService(bool persistent) override;
+  void NumPersistentServices(std::int32_t& num_persistent, std::int32_t& num_total) override;
+  void LogMessageEvent(const char* message) override;
+  void SetEnvironmentVariable(const char* variable, const char* value) override;
+  void SetPreferAda(bool preferAda) override;
+
+ private:
+  Hublink* hub;
+  std::int32_t pluginID;
+  std::int32_t process;
+  std::string name;
+  std::string workingDir;
+  bool persistent = false;
+  std::list<PeerLink> peerLinks;
+};

@@ -1,0 +1,160 @@
+// The connections to plugins: how they come, negotiate, are found, and are taken down.
+#include <cstring>
+
+#include "platform/clock.h"
+#include "services/hublink/hublink.h"
+#include "stp_transport/transport/stp_socket.h"
+
+namespace {
+
+constexpr std::int32_t kLastPluginID = 65535;
+// Milliseconds after which an accept that failed is tried again.
+constexpr std::uint64_t kAcceptRetry = 500;
+
+}  // namespace
+
+bool Hublink::pluginIDsLeft() const { return lastPluginID < kLastPluginID; }
+
+// Whoever needs an ID asks pluginIDsLeft() first.
+std::int32_t Hublink::nextPlugin() {
+  const std::int32_t nextPluginID = ++lastPluginID;
+  GEN_ASSERT(nextPluginID > 0);
+  GEN_ASSERT(nextPluginID < 65536);
+  return nextPluginID;
+}
+
+// Makes the connection on a transport that is connected, sends its negotiate record and counts it.
+HublinkConnection* Hublink::addConnection(CountedPtr<STPTransport> transport, std::int32_t process,
+                                          const char* name, const char* workingDir) {
+  if (transports.insert(transport.get()).second) transport->addRef();
+  auto connection =
+      makeCounted<HublinkConnection>(transport.get(), this, nextPlugin(), process, name,
+                                     workingDir, internalLog.get());
+  connection->sendNegotiate();
+  connection->setPersistent(true);
+  ++numPersistent;
+  negotiatingConnections.push_back(connection);
+  return connection.get();
+}
+
+void Hublink::acceptNewConnection(STPStatus* status) {
+  if (!listener) {
+    // Without a listener nobody could come any more: it is made anew as soon as it can be.
+    acceptFailed();
+    return;
+  }
+  if (acceptBroken && platform::monotonicMilliseconds() >= acceptRetryAt) listener->handleRead();
+  if (!listener->tryAccept(false, status)) {
+    if (!status->good()) {
+      status->clear();
+      acceptFailed();
+    }
+    return;
+  }
+  acceptBroken = false;
+  logInternal("Accepted new connection.\n");
+  CountedPtr<STPTransport> client(listener);
+  freshListener();
+  if (pluginIDsLeft()) {
+    addConnection(std::move(client), 0, nullptr, nullptr);
+  } else {
+    logInternal("Closed new connection: plugin IDs are used up.\n");
+    client->disconnect();
+  }
+}
+
+// The transport that waited is idle now and goes with the next reaping; the socket itself is sound.
+void Hublink::acceptFailed() {
+  if (!acceptBroken) logInternal("Unable to accept a new connection.\n");
+  acceptBroken = true;
+  acceptRetryAt = platform::monotonicMilliseconds() + kAcceptRetry;
+  freshListener();
+}
+
+void Hublink::stepNegotiation() {
+  if (negotiatingConnections.empty()) return;
+  CountedPtr<HublinkConnection> connection = std::move(negotiatingConnections.front());
+  negotiatingConnections.pop_front();
+  if (!connection->isNegotiated()) {
+    negotiatingConnections.push_back(std::move(connection));
+    return;
+  }
+  const std::int32_t pluginID = connection->getPluginID();
+  activeConnections.push_back(connection);
+  activeByPluginID[pluginID] = connection.get();
+  if (log) connection->StartLogging();
+  connection->PluginId(pluginID);
+  const auto waiter = launchWaiters.find(pluginID);
+  if (waiter == launchWaiters.end()) return;
+  waiter->second.requester->PluginConnectedEvent(waiter->second.cookie, pluginID, "");
+  launchWaiters.erase(waiter);
+}
+
+void Hublink::reapDeadConnections() {
+  reapDead(activeConnections, "Connection to plugin ID %d down.\n");
+  reapDead(negotiatingConnections, "Connection to plugin ID %d down in negotiation stage 2.\n");
+}
+
+void Hublink::reapDead(Connections& connections, const char* line) {
+  for (auto place = connections.begin(); place != connections.end();) {
+    HublinkConnection* connection = place->get();
+    if (!connection->isDead()) {
+      ++place;
+      continue;
+    }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    logInternal(line, connection->getPluginID());
+#pragma GCC diagnostic pop
+    takeDown(connection);
+    place = connections.erase(place);
+  }
+}
+
+// Takes a dead connection out of every table and tells those who were connected with it.
+void Hublink::takeDown(HublinkConnection* connection) {
+  connection->setTransport(nullptr);
+  purgeConnection(connection);
+  for (const PeerLink& link : connection->takePeerLinks()) {
+    HublinkConnection* peer = connectionForPluginID(link.peerPluginID);
+    if (!peer || peer == connection) continue;
+    peer->removePeerLink(link.remoteRN, link.localRN);
+    peer->ConnectionDroppedEvent(link.remoteRN, link.localRN);
+  }
+  activeByPluginID.erase(connection->getPluginID());
+}
+
+void Hublink::reapDeadTransports() {
+  for (auto place = transports.begin(); place != transports.end();) {
+    STPTransport* transport = *place;
+    if (!transport->isClosed()) {
+      ++place;
+      continue;
+    }
+    place = transports.erase(place);
+    transport->release();
+  }
+}
+
+HublinkConnection* Hublink::connectionForPluginID(std::int32_t pluginID) const {
+  const auto place = activeByPluginID.find(pluginID);
+  return place == activeByPluginID.end() ? nullptr : place->second;
+}
+
+bool Hublink::sameHost(HublinkConnection* requester, HublinkConnection* provider) {
+  const char* a = requester->getTransport()->peerName();
+  const char* b = provider->getTransport()->peerName();
+  return a && b && std::strcmp(a, b) == 0;
+}
+
+bool Hublink::isOnHubHost(HublinkConnection* connection) {
+  const char* peer = connection->getTransport()->peerName();
+  if (!peer) {
+    logInternal("Warning: Unable to determine remote host address for plugin id %d.\n",
+                connection->getPluginID());
+    return false;
+  }
+  if (std::strcmp(peer, "127.0.0.1") == 0) return true;
+  const char* local = connection->getTransport()->localName();
+  return local && std::strcmp(peer, local) == 0;
+}

@@ -1,0 +1,52 @@
+// The hub's small jobs: connecting to plugins that listen elsewhere, passing questions about named
+// values, telling where the hub is, logging on a plugin's behalf, and disconnecting.
+#include <algorithm>
+
+#include "indgen/format.h"
+#include "indgen/host.h"
+#include "services/hublink/hublink.h"
+
+void Hublink::requestPluginConnect(HublinkConnection* requester, const char* host,
+                                   std::int32_t peerPort, std::int32_t cookie) {
+  const gen_text failure = gen_asprintf("Hublink unable to connect to plugin on host %s and port %d.",
+                                        host, peerPort);
+  auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
+  STPStatus status;
+  if (pluginIDsLeft()) transport->connect(host, static_cast<std::uint16_t>(peerPort), &status);
+  if (!transport->isConnected()) {
+    requester->PluginConnectedEvent(cookie, -1, failure);
+    return;
+  }
+  const HublinkConnection* connection = addConnection(std::move(transport), 0, nullptr, nullptr);
+  logInternal("Created plugin ID %d on host %s, port %d.\n", connection->getPluginID(), host,
+              peerPort);
+  launchWaiters[connection->getPluginID()] = {requester, cookie, failure.get()};
+}
+
+void Hublink::requestValueOfName(HublinkConnection* asker, std::int32_t pluginID,
+                                 const char* name) {
+  if (HublinkConnection* target = connectionForPluginID(pluginID))
+    target->ForwardedRequestValueOfNameOnPlugin(asker->getPluginID(), pluginID, name);
+  else
+    asker->ValueOfNameOnPluginEvent(pluginID, name, nullptr);
+}
+
+void Hublink::answerValueOfName(std::int32_t askerID, std::int32_t pluginID, const char* name,
+                                const char* value) {
+  if (HublinkConnection* asker = connectionForPluginID(askerID))
+    asker->ValueOfNameOnPluginEvent(pluginID, name, value);
+}
+
+void Hublink::sendLocation(HublinkConnection* asker) {
+  asker->LocationEvent(gen_host_name(), static_cast<std::int32_t>(port));
+}
+
+void Hublink::logMessage(const char* message) {
+  if (log) log->write(message);
+}
+
+void Hublink::disconnectPlugin(HublinkConnection* connection) {
+  if (pendingAccepts.contains(connection)) return;
+  connection->getTransport()->disconnect();
+  purgeConnection(connection);
+}

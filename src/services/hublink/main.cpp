@@ -1,0 +1,111 @@
+// The hub's entry: set-up, the main loop, and the end in order.
+#include <cstdio>
+#include <memory>
+
+#include "indgen/access.h"
+#include "indgen/memory.h"
+#include "indgen/program.h"
+#include "libcxxutil/ut_clock.h"
+#include "platform/process.h"
+#include "services/hublink/command_line.h"
+#include "services/hublink/hublink.h"
+#include "services/hublink/idle_logic.h"
+
+namespace {
+
+constexpr int kPassTimeout = 500;    // ms
+constexpr int kShutdownWait = 1000;  // ms for each child
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+// A log can be followed while the hub runs: each line goes out when it is complete.
+File openLog(const char* name) {
+  File file(name ? V_fopen(name, "w") : nullptr);
+  if (file) std::setvbuf(file.get(), nullptr, _IOLBF, BUFSIZ);
+  return file;
+}
+
+class HubIdleSubject : public IdleSubject {
+ public:
+  explicit HubIdleSubject(Hublink& hub) : hub_(hub) {}
+  bool hasPersistentPlugin() const override { return hub_.numPersistentPlugins() > 0; }
+  bool isShared() const override { return !hub_.hasNoActiveRecord(); }
+  bool removeRecord() override {
+    if (!hub_.lockActiveRecord()) return false;
+    hub_.removeActiveRecord();
+    hub_.unlockActiveRecord();
+    hub_.logInternal("Removed active hublink file.\n");
+    return true;
+  }
+
+ private:
+  Hublink& hub_;
+};
+
+void runMainLoop(Hublink& hub) {
+  HubIdleSubject subject(hub);
+  IdleLogic idle;
+  STPStatus status;
+  do {
+    hub.servicePass(kPassTimeout, &status);
+  } while (!platform::stopRequested() &&
+           idle.afterPass(subject, static_cast<std::int64_t>(systemTimeMilliseconds())));
+}
+
+// Everything that a process of this kind sets up once, before anything else runs.
+void preparePlatform() {
+  platform::ensureStandardDescriptors();
+  platform::raiseDescriptorLimit();
+  platform::ignoreBrokenPipe();
+  gen_install_new_handler();
+  gen_initialise();
+}
+
+// The hub, ready to run, or null with the failure printed.
+std::unique_ptr<Hublink> setUp(const CommandLine& line, STPFileLog* log, std::FILE* internalFile) {
+  auto hub = std::make_unique<Hublink>(line.connectMode ? 0 : line.port, log, internalFile);
+  const bool ready = (!line.connectMode || hub->connectToPeer("localhost", line.port)) &&
+                     hub->startListening(line.notShared, line.zone);
+  if (ready) return hub;
+  std::fputs(line.connectMode ? "Unable to setup transport layer.\n"
+                              : "Unable to setup transport layer, specified port may already be "
+                                "in use.\n",
+             stderr);
+  hub->abandonSetUp();
+  return nullptr;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  preparePlatform();
+  V_chdir(gen_program_dir());
+  if (argc < 2) {
+    std::fprintf(stderr, kUsage, argv[0]);
+    return 1;
+  }
+  const CommandLine line = parseCommandLine(argc, argv);
+  if (line.missingValue) {
+    std::fprintf(stderr, "Error: Option %s needs a value.\n", line.missingValue);
+    return 1;
+  }
+  const File logFile = openLog(line.logFile);
+  const bool oneFile = line.logFile && line.internalLogFile &&
+                       std::string_view(line.logFile) == line.internalLogFile;
+  const File internalFile = oneFile ? nullptr : openLog(line.internalLogFile);
+  if (line.port == 0) {
+    std::fputs("Error: Must specify a port that the hublink listens on or connects to.\n", stderr);
+    return 1;
+  }
+  std::unique_ptr<STPFileLog> log;
+  if (logFile) log = std::make_unique<STPFileLog>(logFile.get(), false);
+  const auto hub = setUp(line, log.get(), oneFile ? logFile.get() : internalFile.get());
+  if (!hub) return 1;
+  platform::installStopSignals();
+  runMainLoop(*hub);
+  hub->shutdownPlugins(hub->hasNoActiveRecord(), kShutdownWait);
+  return 0;
+}

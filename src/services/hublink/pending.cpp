@@ -1,0 +1,15 @@
+#include "services/hublink/pending.h"
+
+#include "indgen/find.h"
+
+TextPairs::TextPairs(const StringArray& texts) {
+  for (std::int32_t i = 0; i < texts.count; ++i) texts_.push_back(optionalText(texts.data[i]));
+}
+
+StringArray TextPairs::view() const {
+  pointers_.clear();
+  for (const OptionalText& text : texts_) pointers_.push_back(textOrNull(text));
+  return {static_cast<std::int32_t>(pointers_.size()), pointers_.data()};
+}
+
+bool sameWorkingDir(const char* a, const char* b) { return a && b && gen_same_path(a, b); }

@@ -1,0 +1,82 @@
+#include "services/hublink/rn_table.h"
+
+#include <limits>
+
+std::int32_t RNTable::takeNext() {
+  if (next_ < kFirst) next_ = kFirst;
+  const std::int32_t rn = next_;
+  next_ = rn == std::numeric_limits<std::int32_t>::max() ? 0 : rn + 1;
+  return rn;
+}
+
+RNTable::Page& RNTable::spellOut(std::size_t index) {
+  if (index >= slots_.size()) slots_.resize(index + 1);
+  Slot& slot = slots_[index];
+  if (!slot.page) {
+    slot.page = std::make_unique<Page>();
+    if (slot.whole) {
+      slot.page->owners.fill(slot.whole);
+      slot.page->used = kPageSize;
+      slot.whole = nullptr;
+    }
+    live_.insert(index);
+  }
+  return *slot.page;
+}
+
+std::int32_t RNTable::assign(HublinkConnection* owner) {
+  const std::int32_t rn = takeNext();
+  Page& page = spellOut(static_cast<std::size_t>(rn) / kPageSize);
+  HublinkConnection*& place = page.owners[static_cast<std::size_t>(rn) % kPageSize];
+  if (!place) ++page.used;
+  place = owner;
+  return rn;
+}
+
+void RNTable::assignBlock(HublinkConnection* owner, std::int32_t count,
+                          const std::function<void(std::int32_t)>& visit) {
+  std::int32_t left = count;
+  while (left > 0) {
+    const bool pageStart = next_ >= kFirst && static_cast<std::size_t>(next_) % kPageSize == 0;
+    if (!pageStart || left < static_cast<std::int32_t>(kPageSize)) {
+      visit(assign(owner));
+      --left;
+      continue;
+    }
+    const std::size_t index = static_cast<std::size_t>(next_) / kPageSize;
+    if (index >= slots_.size()) slots_.resize(index + 1);
+    slots_[index].page.reset();
+    slots_[index].whole = owner;
+    live_.insert(index);
+    for (std::size_t i = 0; i < kPageSize; ++i, --left) visit(takeNext());
+  }
+}
+
+void RNTable::forget(std::size_t index) {
+  slots_[index] = Slot();
+  live_.erase(index);
+}
+
+void RNTable::clear(std::size_t index, std::size_t place) {
+  Page& page = spellOut(index);
+  page.owners[place] = nullptr;
+  if (--page.used == 0) forget(index);
+}
+
+void RNTable::release(const HublinkConnection* owner, std::int32_t rn) {
+  if (!owner || this->owner(rn) != owner) return;
+  clear(static_cast<std::size_t>(rn) / kPageSize, static_cast<std::size_t>(rn) % kPageSize);
+}
+
+void RNTable::releaseAll(const HublinkConnection* owner,
+                         const std::function<void(std::int32_t)>& visit) {
+  for (auto live = live_.begin(); live != live_.end();) {
+    const std::size_t index = *live++;  // the slot may go with its last RN
+    if (slots_[index].whole == owner) forget(index);
+    for (std::size_t place = 0; place < kPageSize && slots_[index].page; ++place) {
+      if (slots_[index].page->owners[place] != owner) continue;
+      visit(static_cast<std::int32_t>(index * kPageSize + place));
+      clear(index, place);
+    }
+  }
+}

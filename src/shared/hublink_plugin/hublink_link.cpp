@@ -1,0 +1,103 @@
+#include "hublink_plugin/hublink_link.h"
+
+#include "hublink_plugin/hublink_plugin.h"
+
+namespace {
+
+// Packets of plain bytes have a type of their own and hold one field, an array of bytes.
+constexpr std::uint32_t kPacketType = 16;
+constexpr std::int32_t kBytesTag = 1;
+// Field word and length word in front of the bytes.
+constexpr std::int64_t kBytesOffset = 8;
+
+}  // namespace
+
+HublinkLink::HublinkLink(HublinkPlugin* plugin, std::int32_t localRN, std::int32_t remoteRN,
+                         std::int32_t peerPluginID, std::string serviceName, bool ownsRN)
+    : plugin_(plugin),
+      transport_(plugin->transport_),
+      localRN_(localRN),
+      remoteRN_(remoteRN),
+      peerPluginID_(peerPluginID),
+      serviceName_(std::move(serviceName)),
+      ownsRN_(ownsRN) {
+  transport_->addListener(remoteRN, localRN, this, kPacketType);
+}
+
+HublinkLink::~HublinkLink() { transport_->removeListener(this); }
+
+bool HublinkLink::send(const void* bytes, std::size_t size) {
+  if (!up_ || size >= static_cast<std::size_t>(STP_MAX_PACKET_SIZE) - 128) return false;
+  const auto message = transport_->newMessage(localRN_, remoteRN_, kPacketType, 0, STP_ONE_WAY);
+  message->putArrayData(kBytesTag, bytes, static_cast<std::int32_t>(size), 1);
+  return transport_->enqueueMessage(*message) != 0;
+}
+
+void HublinkLink::flush() { transport_->handleWrite(); }
+
+bool HublinkLink::handleMessage(STPReceivedMessage& message, bool) {
+  if (!transport_->canDeliver(message)) return false;
+  const std::shared_ptr<HublinkLink> hold = shared_from_this();
+  const unsigned char* payload = message.storage() + message.header.headerSize;
+  const std::int64_t room = message.header.payloadSize - kBytesOffset;
+  if (room < 0) return true;
+  const std::int64_t size = stpReadWord(payload + 4);
+  if (size > room) return true;
+  const unsigned char* bytes = payload + kBytesOffset;
+  if (packetHandler_) {
+    const PacketHandler handler = packetHandler_;  // it may be replaced in the call
+    handler(bytes, static_cast<std::size_t>(size));
+  } else {
+    inbox_.emplace_back(bytes, bytes + size);
+  }
+  return true;
+}
+
+void HublinkLink::onPacket(PacketHandler handler) {
+  packetHandler_ = std::move(handler);
+  while (packetHandler_ && !inbox_.empty()) {
+    const Packet packet = std::move(inbox_.front());
+    inbox_.pop_front();
+    const PacketHandler called = packetHandler_;
+    called(packet.data(), packet.size());
+  }
+}
+
+bool HublinkLink::receive(Packet& packet, int milliseconds) {
+  const std::shared_ptr<HublinkLink> hold = shared_from_this();
+  if (inbox_.empty() && up_)
+    plugin_->serveUntil([this] { return !inbox_.empty() || !up_; }, milliseconds);
+  if (inbox_.empty()) return false;
+  packet = std::move(inbox_.front());
+  inbox_.pop_front();
+  return true;
+}
+
+void HublinkLink::onEnd(EndHandler handler) {
+  if (up_)
+    endHandler_ = std::move(handler);
+  else if (handler)
+    handler();
+}
+
+void HublinkLink::attach(STPSpecClass* spec) {
+  specs_.emplace_back(spec);
+  spec->setTransport(transport_.get(), localRN_, remoteRN_);
+  if (!up_) spec->virtualConnectionClose();
+}
+
+void HublinkLink::close() {
+  if (!up_) return;
+  endHandler_ = nullptr;
+  plugin_->closeLink(*this);
+}
+
+void HublinkLink::end() {
+  if (!up_) return;
+  const std::shared_ptr<HublinkLink> hold = shared_from_this();
+  up_ = false;
+  plugin_ = nullptr;
+  for (const auto& spec : std::exchange(specs_, {})) spec->virtualConnectionClose();
+  packetHandler_ = nullptr;
+  if (const EndHandler handler = std::exchange(endHandler_, nullptr)) handler();
+}

@@ -1,0 +1,87 @@
+// One end of a connection between two plugins through the hub.
+//
+// Two kinds of traffic may travel on a link: packets of plain bytes, and the messages of an interface
+// of one's own, by an object of a class that stpc has made. A link ends when either side closes it,
+// when the other plugin goes, or with the connection to the hub; whoever waits on it for an answer
+// then fails at once.
+//
+// Links are shared: the plugin keeps those that are up, a program keeps those that it uses. One that
+// has ended stays a valid object that sends nothing.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "stp_transport/spec/stp_specclass.h"
+#include "stp_transport/transport/counted_ptr.h"
+#include "stp_transport/transport/response_listener.h"
+#include "stp_transport/transport/stp_transport.h"
+
+class HublinkPlugin;
+
+class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private ResponseListener {
+ public:
+  using PacketHandler = std::function<void(const unsigned char* bytes, std::size_t size)>;
+  using EndHandler = std::function<void()>;
+  using Packet = std::vector<unsigned char>;
+
+  HublinkLink(const HublinkLink&) = delete;
+  HublinkLink& operator=(const HublinkLink&) = delete;
+  ~HublinkLink() override;
+
+  /// RNs of this end and of the other.
+  std::int32_t localRN() const { return localRN_; }
+  std::int32_t remoteRN() const { return remoteRN_; }
+  std::int32_t peerPluginID() const { return peerPluginID_; }
+  const std::string& serviceName() const { return serviceName_; }
+  bool isUp() const { return up_; }
+
+  /// Queues one packet of `size` bytes, up to 64 MiB and some; the next step of the plugin's loop
+  /// writes it, or flush(). False if the link has ended.
+  bool send(const void* bytes, std::size_t size);
+  /// Writes what is queued as far as it goes without waiting.
+  void flush();
+  /// Called with each packet that arrives, which is gone after the call. Packets that came before
+  /// are handed over at once.
+  void onPacket(PacketHandler handler);
+  /// The next packet, for a program without a handler: waits up to `milliseconds` (negative: no
+  /// limit). False if none came or the link has ended with none left.
+  bool receive(Packet& packet, int milliseconds);
+  /// Called once when the link ends by the other side or the hub; at once if it has ended already.
+  void onEnd(EndHandler handler);
+
+  /// Puts one side of an interface onto this link. Both ends then negotiate
+  /// (`spec->negotiate(...)`); when the link ends the object's virtual connection closes, so that a
+  /// call that waits fails. The link holds a reference to it.
+  void attach(STPSpecClass* spec);
+
+  /// Ends the link; the other side is told.
+  void close();
+
+ private:
+  friend class HublinkPlugin;
+  HublinkLink(HublinkPlugin* plugin, std::int32_t localRN, std::int32_t remoteRN,
+              std::int32_t peerPluginID, std::string serviceName, bool ownsRN);
+
+  bool handleMessage(STPReceivedMessage& message, bool exclusive) override;
+  /// Takes the link down on this side, without a word to the other.
+  void end();
+
+  HublinkPlugin* plugin_;  // null once the link has ended
+  CountedPtr<STPTransport> transport_;
+  std::int32_t localRN_;
+  std::int32_t remoteRN_;
+  std::int32_t peerPluginID_;
+  std::string serviceName_;
+  bool ownsRN_;  // the local RN was made for this link and goes with it
+  bool up_ = true;
+  PacketHandler packetHandler_;
+  EndHandler endHandler_;
+  std::deque<Packet> inbox_;
+  std::vector<CountedPtr<STPSpecClass>> specs_;
+};

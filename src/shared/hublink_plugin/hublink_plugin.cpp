@@ -1,0 +1,306 @@
+#include "hublink_plugin/hublink_plugin.h"
+
+#include <algorithm>
+
+#include "hublink_plugin/hublink_plugin_spec.h"
+#include "indgen/number.h"
+#include "indgen/text.h"
+#include "platform/clock.h"
+
+namespace {
+
+// The addresses of the link itself.
+constexpr std::int32_t kPluginRN = 2;
+constexpr std::int32_t kHubRN = 1;
+// Milliseconds between two tries to reach a hub that isn't there yet.
+constexpr int kConnectPause = 20;
+
+// The texts as a message takes them, valid while they live.
+std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
+  std::vector<const char*> pointers;
+  for (const std::string& text : texts) pointers.push_back(text.c_str());
+  return pointers;
+}
+
+StringArray arrayOf(const std::vector<const char*>& pointers) {
+  return {static_cast<std::int32_t>(pointers.size()), pointers.data()};
+}
+
+// Counts down from a limit in milliseconds; a negative one never ends.
+class Countdown {
+ public:
+  explicit Countdown(int milliseconds)
+      : endless_(milliseconds < 0),
+        end_(platform::monotonicMilliseconds() + static_cast<std::uint64_t>(
+                                                     std::max(milliseconds, 0))) {}
+  /// Milliseconds that are left, at most one service step.
+  int left() const {
+    if (endless_) return STP_WAIT_STEP;
+    const std::uint64_t now = platform::monotonicMilliseconds();
+    return now >= end_ ? 0 : static_cast<int>(std::min<std::uint64_t>(end_ - now, STP_WAIT_STEP));
+  }
+
+ private:
+  bool endless_;
+  std::uint64_t end_;
+};
+
+}  // namespace
+
+const char* outcomeText(ServiceReply::Outcome outcome) {
+  switch (outcome) {
+    case ServiceReply::Outcome::accepted:
+      return "accepted";
+    case ServiceReply::Outcome::refused:
+      return "refused";
+    case ServiceReply::Outcome::notFound:
+      return "not found";
+    case ServiceReply::Outcome::lostProvider:
+      return "provider lost";
+    case ServiceReply::Outcome::sharedObject:
+      return "shared object";
+    case ServiceReply::Outcome::timedOut:
+      return "timed out";
+    case ServiceReply::Outcome::disconnected:
+      return "disconnected";
+  }
+  return "";
+}
+
+HublinkPlugin::HublinkPlugin() = default;
+
+HublinkPlugin::~HublinkPlugin() {
+  disconnect();
+  if (spec_) {
+    spec_->detach();
+    spec_->setTransport(nullptr);
+  }
+}
+
+bool HublinkPlugin::isConnected() const { return transport_ && transport_->isConnected(); }
+
+bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* host,
+                            int milliseconds) {
+  const Countdown countdown(milliseconds);
+  auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
+  STPStatus status;
+  for (;;) {
+    transport->connect(host, port, &status);
+    if (status.good()) return attach(transport.get(), error, countdown.left());
+    if (countdown.left() == 0) break;
+    platform::sleepMilliseconds(kConnectPause);
+  }
+  error = status.message;
+  return false;
+}
+
+bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int milliseconds) {
+  if (spec_) spec_->setTransport(nullptr);
+  transport_ = CountedPtr<STPTransport>(transport);
+  spec_ = makeCounted<HublinkPluginSpec>(this);
+  pluginID_ = -1;
+  spec_->setTransport(transport, kPluginRN, kHubRN);
+  STPStatus status;
+  spec_->sendNegotiate(true, nullptr, &status);
+  serveUntil([this] { return pluginID_ != -1; }, milliseconds);
+  if (pluginID_ != -1) return true;
+  error = isConnected() ? "the hub has given no plugin ID in time" : transport->status().message;
+  disconnect();
+  return false;
+}
+
+void HublinkPlugin::disconnect() {
+  if (!transport_) return;
+  transport_->handleWrite();
+  transport_->disconnect();
+  connectionEnded();
+}
+
+Hublink_plugin_Impl& HublinkPlugin::hub() { return *spec_; }
+
+void HublinkPlugin::setPersistent(bool persistent) { spec_->PersistentService(persistent); }
+
+std::int32_t HublinkPlugin::registerService(const std::string& name, LinkHandler connected,
+                                            AcceptHandler accept, int milliseconds) {
+  if (!isConnected()) return -1;
+  const auto serviceRN = std::make_shared<std::optional<std::int32_t>>();
+  rnHandlers_.push_back([this, serviceRN, name, connected = std::move(connected),
+                         accept = std::move(accept)](const std::vector<std::int32_t>& list) {
+    *serviceRN = list.empty() ? -1 : list.front();
+    if (!list.empty()) services_[list.front()] = {name, connected, accept};
+  });
+  const char* text = name.c_str();
+  spec_->RegisterServiceList({1, &text});
+  serveUntil([&] { return serviceRN->has_value(); }, milliseconds);
+  return serviceRN->value_or(-1);
+}
+
+void HublinkPlugin::unregisterService(std::int32_t serviceRN) {
+  if (services_.erase(serviceRN) == 0 || !isConnected()) return;
+  spec_->UnregisterService(serviceRN);
+}
+
+ServiceReply HublinkPlugin::requestService(const ServiceQuery& query, int milliseconds) {
+  const auto reply = std::make_shared<std::optional<ServiceReply>>();
+  requestService(query, [reply](const ServiceReply& answer) { *reply = answer; });
+  const std::int32_t cookie = lastCookie_;
+  serveUntil([&] { return reply->has_value(); }, milliseconds);
+  if (reply->has_value()) return **reply;
+  ServiceReply failure;
+  failure.outcome =
+      isConnected() ? ServiceReply::Outcome::timedOut : ServiceReply::Outcome::disconnected;
+  replyHandlers_.erase(cookie);
+  return failure;
+}
+
+void HublinkPlugin::requestService(const ServiceQuery& query, ReplyHandler handler) {
+  if (!isConnected()) {
+    handler(ServiceReply());
+    return;
+  }
+  replyHandlers_[++lastCookie_] = std::move(handler);
+  const auto pairs = pointersOf(query.nameValuePairs);
+  spec_->RequestServiceConnection(query.serviceName.c_str(), query.providingPluginID,
+                                  arrayOf(pairs),
+                                  query.workingDir ? query.workingDir->c_str() : nullptr,
+                                  query.localOnly, lastCookie_, query.noReuse, query.clientStart);
+}
+
+void HublinkPlugin::reserveRNs(std::int32_t count, RNHandler handler) {
+  rnHandlers_.push_back(std::move(handler));
+  spec_->ReserveRNBlock(count);
+}
+
+void HublinkPlugin::requestLocation(LocationHandler handler) {
+  locationHandlers_.push_back(std::move(handler));
+  spec_->RequestLocation();
+}
+
+void HublinkPlugin::requestProvider(const std::string& serviceName, const char* workingDir,
+                                    bool startIfNotRunning, ProviderHandler handler) {
+  providerHandlers_[++lastCookie_] = std::move(handler);
+  spec_->RequestPluginIdForService(lastCookie_, serviceName.c_str(), workingDir,
+                                   startIfNotRunning);
+}
+
+void HublinkPlugin::requestValue(std::int32_t pluginID, const std::string& name,
+                                 AnswerHandler handler) {
+  answerHandlers_.emplace(std::pair(pluginID, name), std::move(handler));
+  spec_->RequestValueOfNameOnPlugin(pluginID, name.c_str());
+}
+
+void HublinkPlugin::requestPluginConnect(const std::string& host, std::uint16_t port,
+                                         PluginHandler handler) {
+  pluginHandlers_[++lastCookie_] = std::move(handler);
+  spec_->RequestPluginConnect(host.c_str(), port, lastCookie_);
+}
+
+void HublinkPlugin::run() {
+  stopped_ = false;
+  while (!stopped_ && serve(STP_WAIT_STEP)) {
+  }
+}
+
+bool HublinkPlugin::serve(int milliseconds) {
+  if (!isConnected()) return false;
+  const CountedPtr<STPTransport> hold = transport_;
+  hold->serviceOnce(milliseconds);
+  if (isConnected()) return true;
+  connectionEnded();
+  return false;
+}
+
+bool HublinkPlugin::serveUntil(const std::function<bool()>& done, int milliseconds) {
+  const Countdown countdown(milliseconds);
+  while (!done()) {
+    const int left = countdown.left();
+    if (left == 0 || !serve(left)) return done();
+  }
+  return true;
+}
+
+std::shared_ptr<HublinkLink> HublinkPlugin::openLink(std::int32_t localRN, std::int32_t remoteRN,
+                                                     std::int32_t peerPluginID,
+                                                     const std::string& serviceName, bool ownsRN) {
+  const std::shared_ptr<HublinkLink> link(
+      new HublinkLink(this, localRN, remoteRN, peerPluginID, serviceName, ownsRN));
+  links_[{localRN, remoteRN}] = link;
+  return link;
+}
+
+void HublinkPlugin::connectionRequested(const ConnectionRequest& request, std::int32_t serviceRN,
+                                        std::int32_t remoteRN) {
+  const auto place = services_.find(serviceRN);
+  if (place == services_.end()) {
+    spec_->ConnectionAcceptedEvent(serviceRN, remoteRN, false);
+    return;
+  }
+  const Service service = place->second;  // a handler may withdraw it
+  ConnectionRequest named = request;
+  named.serviceName = service.name;
+  const bool accepted = !service.accept || service.accept(named);
+  if (!accepted) {
+    spec_->ConnectionAcceptedEvent(serviceRN, remoteRN, false);
+    return;
+  }
+  // The link listens before the other side can hear of it, and speaks after.
+  const auto link =
+      openLink(serviceRN, remoteRN, named.requestingPluginID, service.name, false);
+  spec_->ConnectionAcceptedEvent(serviceRN, remoteRN, true);
+  if (service.connected) service.connected(link);
+}
+
+void HublinkPlugin::connectionReplied(std::int32_t cookie, const ServiceReply& reply,
+                                      std::int32_t localRN, std::int32_t serviceRN,
+                                      const std::string& serviceName) {
+  auto node = replyHandlers_.extract(cookie);
+  ServiceReply answer = reply;
+  if (reply.outcome == ServiceReply::Outcome::accepted) {
+    answer.link = openLink(localRN, serviceRN, reply.pluginID, serviceName, true);
+    // Nobody waits any more.
+    if (node.empty()) answer.link->close();
+  } else if (localRN != -1) {
+    spec_->ReleaseRN(localRN);
+  }
+  if (!node.empty() && node.mapped()) node.mapped()(answer);
+}
+
+void HublinkPlugin::connectionDropped(std::int32_t localRN, std::int32_t remoteRN) {
+  const auto node = links_.extract({localRN, remoteRN});
+  if (node.empty()) return;
+  if (node.mapped()->ownsRN_) spec_->ReleaseRN(localRN);
+  node.mapped()->end();
+}
+
+void HublinkPlugin::closeLink(HublinkLink& link) {
+  const auto node = links_.extract({link.localRN_, link.remoteRN_});
+  if (isConnected()) {
+    spec_->DropServiceConnection(link.localRN_, link.remoteRN_);
+    if (link.ownsRN_) spec_->ReleaseRN(link.localRN_);
+  }
+  link.end();
+}
+
+// Nothing will be answered any more.
+void HublinkPlugin::connectionEnded() {
+  for (const auto& [key, link] : std::exchange(links_, {})) link->end();
+  for (const auto& [cookie, handler] : std::exchange(replyHandlers_, {}))
+    if (handler) handler(ServiceReply());
+  for (const auto& handler : std::exchange(rnHandlers_, {}))
+    if (handler) handler({});
+  for (const auto& [cookie, handler] : std::exchange(providerHandlers_, {}))
+    if (handler) handler(-1);
+  for (const auto& [cookie, handler] : std::exchange(pluginHandlers_, {}))
+    if (handler) handler(-1, "the connection to the hub has ended");
+  for (const auto& [question, handler] : std::exchange(answerHandlers_, {}))
+    if (handler) handler(std::nullopt);
+  locationHandlers_.clear();
+  services_.clear();
+}
+
+std::uint16_t hublinkPortArgument(int argc, char** argv) {
+  for (int i = 1; i + 1 < argc; ++i)
+    if (gen_equal_nocase(argv[i], "-hl_connect_hublink_port"))
+      return static_cast<std::uint16_t>(gen_strtoul(argv[i + 1], nullptr, 0));
+  return 0;
+}

@@ -1,0 +1,175 @@
+// What the author of a plugin uses: the connection to a hub, services that are provided, and
+// services of others that are asked for.
+//
+//   HublinkPlugin plugin;
+//   std::string error;
+//   if (!plugin.connect(port, error)) ...
+//   plugin.registerService("Echo", [](const std::shared_ptr<HublinkLink>& link) { ... });
+//   plugin.run();
+//
+// A plugin runs on one thread. Handlers run inside run(), serve() or any call that waits, and may
+// themselves send, ask and wait. A program with a loop of its own polls descriptor() and calls
+// serve(0) when it is readable, or writable while wantsWrite(), or while hasDeliverable().
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hublink_plugin/hublink_link.h"
+
+class Hublink_plugin_Impl;
+class HublinkPluginSpec;
+
+/// A request for one of this plugin's services.
+struct ConnectionRequest {
+  std::string serviceName;
+  std::int32_t requestingPluginID = -1;
+  std::vector<std::string> nameValuePairs;
+};
+
+/// What to ask for.
+struct ServiceQuery {
+  std::string serviceName;
+  std::int32_t providingPluginID = -1;  ///< -1: any provider will do
+  std::vector<std::string> nameValuePairs;
+  std::optional<std::string> workingDir;  ///< only a provider with this working directory will do
+  bool localOnly = false;
+  bool noReuse = false;
+  bool clientStart = false;
+};
+
+/// What came of it.
+struct ServiceReply {
+  enum class Outcome {
+    accepted,      ///< `link` is up
+    refused,       ///< the provider said no
+    notFound,      ///< nobody provides the service, or the awaited plugin has gone
+    lostProvider,  ///< the provider went before it answered
+    sharedObject,  ///< the service is a library that the requester loads by itself
+    timedOut,      ///< no answer in time
+    disconnected,  ///< the connection to the hub has ended
+  };
+  Outcome outcome = Outcome::disconnected;
+  std::shared_ptr<HublinkLink> link;
+  std::int32_t pluginID = -1;    ///< of the provider
+  std::string sharedObjectName;  ///< for Outcome::sharedObject
+};
+/// A word for an outcome, for messages to people.
+const char* outcomeText(ServiceReply::Outcome outcome);
+
+class HublinkPlugin {
+ public:
+  using LinkHandler = std::function<void(const std::shared_ptr<HublinkLink>& link)>;
+  using AcceptHandler = std::function<bool(const ConnectionRequest& request)>;
+  using ReplyHandler = std::function<void(const ServiceReply& reply)>;
+  using RNHandler = std::function<void(const std::vector<std::int32_t>& list)>;
+  using ValueHandler = std::function<std::optional<std::string>(const std::string& name)>;
+
+  HublinkPlugin();
+  ~HublinkPlugin();
+  HublinkPlugin(const HublinkPlugin&) = delete;
+  HublinkPlugin& operator=(const HublinkPlugin&) = delete;
+
+  /// Connects to the hub on `port` of `host`, negotiates and learns the plugin ID. A hub that isn't
+  /// there yet is tried again until `milliseconds` have passed. False with a text in `error`.
+  bool connect(std::uint16_t port, std::string& error, const char* host = "localhost",
+               int milliseconds = 5000);
+  /// The same on a transport that is connected to a hub already.
+  bool attach(STPTransport* transport, std::string& error, int milliseconds = 5000);
+  void disconnect();
+  bool isConnected() const;
+  /// The number that the hub has given this plugin; -1 before.
+  std::int32_t pluginID() const { return pluginID_; }
+
+  /// Offers a service: each requester that `accept` takes (none: all are taken) gives `connected` a
+  /// link. Waits until the hub has the registration; the service's RN, or -1.
+  std::int32_t registerService(const std::string& name, LinkHandler connected,
+                               AcceptHandler accept = {}, int milliseconds = 5000);
+  /// Withdraws a service; links that are up stay so.
+  void unregisterService(std::int32_t serviceRN);
+  /// Asks for a service and waits for the answer (negative time: no limit).
+  ServiceReply requestService(const ServiceQuery& query, int milliseconds = 30000);
+  /// Asks without waiting.
+  void requestService(const ServiceQuery& query, ReplyHandler handler);
+  /// Asks for `count` RNs for the plugin's own use.
+  void reserveRNs(std::int32_t count, RNHandler handler);
+  /// Asks where the hub listens.
+  using LocationHandler = std::function<void(const std::string& hostName, std::int32_t port)>;
+  void requestLocation(LocationHandler handler);
+  /// Asks who provides a service; -1 for nobody.
+  using ProviderHandler = std::function<void(std::int32_t pluginID)>;
+  void requestProvider(const std::string& serviceName, const char* workingDir,
+                       bool startIfNotRunning, ProviderHandler handler);
+  /// Asks a plugin for a named value; none if there is no such plugin or value.
+  using AnswerHandler = std::function<void(const std::optional<std::string>& value)>;
+  void requestValue(std::int32_t pluginID, const std::string& name, AnswerHandler handler);
+  /// Has the hub connect to a plugin that listens; -1 with a text if it can't.
+  using PluginHandler = std::function<void(std::int32_t pluginID, const std::string& errors)>;
+  void requestPluginConnect(const std::string& host, std::uint16_t port, PluginHandler handler);
+  /// Answers questions about named values; none means that there is no such value.
+  void onValueRequest(ValueHandler handler) { valueHandler_ = std::move(handler); }
+  /// Whether the hub stays up for this plugin's sake; it does unless told otherwise.
+  void setPersistent(bool persistent);
+  /// The messages between plugin and hub, for what has no call of its own here.
+  Hublink_plugin_Impl& hub();
+
+  /// Serves until stop() or the end of the connection.
+  void run();
+  void stop() { stopped_ = true; }
+  /// One step of at most `milliseconds`; false once the connection has ended.
+  bool serve(int milliseconds);
+  /// Serves until `done` or the time is up (negative: no limit); the last word of `done`.
+  bool serveUntil(const std::function<bool()>& done, int milliseconds);
+
+  // --- For a loop of one's own ---
+  int descriptor() const { return transport_ ? transport_->fileDescriptor() : -1; }
+  bool wantsWrite() const { return transport_ && transport_->isWritePending(); }
+  bool hasDeliverable() const { return transport_ && transport_->hasDeliverable(); }
+
+ private:
+  friend class HublinkLink;
+  friend class HublinkPluginSpec;
+
+  struct Service {
+    std::string name;
+    LinkHandler connected;
+    AcceptHandler accept;
+  };
+  using LinkKey = std::pair<std::int32_t, std::int32_t>;
+
+  std::shared_ptr<HublinkLink> openLink(std::int32_t localRN, std::int32_t remoteRN,
+                                        std::int32_t peerPluginID, const std::string& serviceName,
+                                        bool ownsRN);
+  void connectionRequested(const ConnectionRequest& request, std::int32_t serviceRN,
+                           std::int32_t remoteRN);
+  void connectionReplied(std::int32_t cookie, const ServiceReply& reply, std::int32_t localRN,
+                         std::int32_t serviceRN, const std::string& serviceName);
+  void connectionDropped(std::int32_t localRN, std::int32_t remoteRN);
+  void closeLink(HublinkLink& link);
+  void connectionEnded();
+
+  CountedPtr<STPTransport> transport_;
+  CountedPtr<HublinkPluginSpec> spec_;
+  std::int32_t pluginID_ = -1;
+  bool stopped_ = false;
+  std::map<std::int32_t, Service> services_;  // by serviceRN
+  std::deque<RNHandler> rnHandlers_;          // in the order of the questions
+  std::map<std::int32_t, ReplyHandler> replyHandlers_;  // by cookie
+  std::map<std::int32_t, ProviderHandler> providerHandlers_;
+  std::map<std::int32_t, PluginHandler> pluginHandlers_;
+  std::deque<LocationHandler> locationHandlers_;  // in the order of the questions
+  std::multimap<std::pair<std::int32_t, std::string>, AnswerHandler> answerHandlers_;
+  std::int32_t lastCookie_ = 0;
+  std::map<LinkKey, std::shared_ptr<HublinkLink>> links_;
+  ValueHandler valueHandler_;
+};
+
+/// The port after `-hl_connect_hublink_port` on a plugin's command line, or 0.
+std::uint16_t hublinkPortArgument(int argc, char** argv);

@@ -1,0 +1,107 @@
+#include "hublink_plugin/hublink_plugin_spec.h"
+
+#include "hublink_plugin/hublink_plugin.h"
+
+namespace {
+
+std::string textOf(const char* text) { return text ? text : ""; }
+
+// Takes the handler of a question out of its table and calls it with the answer.
+template <class Table, class Key, class... Answer>
+void answer(Table& table, const Key& key, const Answer&... values) {
+  auto node = table.extract(key);
+  if (!node.empty() && node.mapped()) node.mapped()(values...);
+}
+
+template <class Queue, class... Answer>
+void answerFirst(Queue& queue, const Answer&... values) {
+  if (queue.empty()) return;
+  const auto handler = std::move(queue.front());
+  queue.pop_front();
+  if (handler) handler(values...);
+}
+
+}  // namespace
+
+void HublinkPluginSpec::LocationEvent(const char* hostname, std::int32_t port) {
+  if (plugin_) answerFirst(plugin_->locationHandlers_, textOf(hostname), port);
+}
+
+void HublinkPluginSpec::PluginId(std::int32_t plugin_id) {
+  if (plugin_) plugin_->pluginID_ = plugin_id;
+}
+
+void HublinkPluginSpec::ConnectionRequestedEvent(std::int32_t requesting_plugin_id,
+                                                 std::int32_t serviceRN, std::int32_t remoteRN,
+                                                 StringArray name_value_pairs) {
+  ConnectionRequest request;
+  request.requestingPluginID = requesting_plugin_id;
+  for (std::int32_t i = 0; i < name_value_pairs.count; ++i)
+    request.nameValuePairs.push_back(textOf(name_value_pairs.data[i]));
+  if (plugin_) plugin_->connectionRequested(request, serviceRN, remoteRN);
+}
+
+void HublinkPluginSpec::ConnectionDroppedEvent(std::int32_t serviceRN, std::int32_t remoteRN) {
+  if (plugin_) plugin_->connectionDropped(serviceRN, remoteRN);
+}
+
+void HublinkPluginSpec::ConnectionReplyEvent(const char* serviceName, std::int32_t localRN,
+                                             bool wasFound, bool is_shared_object,
+                                             bool wasAccepted, std::int32_t serviceRN,
+                                             std::int32_t plugin_id,
+                                             const char* shared_object_name,
+                                             std::int32_t client_cookie) {
+  using Outcome = ServiceReply::Outcome;
+  ServiceReply reply;
+  reply.pluginID = plugin_id;
+  reply.sharedObjectName = textOf(shared_object_name);
+  if (is_shared_object)
+    reply.outcome = Outcome::sharedObject;
+  else if (!wasFound)
+    reply.outcome = Outcome::notFound;
+  else if (wasAccepted)
+    reply.outcome = Outcome::accepted;
+  else
+    reply.outcome = localRN == -1 ? Outcome::lostProvider : Outcome::refused;
+  if (plugin_)
+    plugin_->connectionReplied(client_cookie, reply, localRN, serviceRN, textOf(serviceName));
+}
+
+void HublinkPluginSpec::PluginIdForServiceReplyEvent(std::int32_t cookie, const char*,
+                                                     std::int32_t plugin_id, bool) {
+  if (plugin_) answer(plugin_->providerHandlers_, cookie, plugin_id);
+}
+
+void HublinkPluginSpec::RNBlockReservedEvent(RNArray rn_list) {
+  if (plugin_)
+    answerFirst(plugin_->rnHandlers_,
+                std::vector<std::int32_t>(rn_list.data, rn_list.data + rn_list.count));
+}
+
+void HublinkPluginSpec::PluginConnectedEvent(std::int32_t cookie, std::int32_t pluginID,
+                                             const char* errors) {
+  if (plugin_) answer(plugin_->pluginHandlers_, cookie, pluginID, textOf(errors));
+}
+
+void HublinkPluginSpec::ForwardedRequestValueOfNameOnPlugin(std::int32_t requesting_plugin_id,
+                                                            std::int32_t my_plugin_id,
+                                                            const char* name) {
+  std::optional<std::string> value;
+  if (plugin_ && plugin_->valueHandler_) value = plugin_->valueHandler_(textOf(name));
+  ValueOfNameOnPluginResponseEvent(requesting_plugin_id, my_plugin_id, name,
+                                   value ? value->c_str() : nullptr);
+}
+
+void HublinkPluginSpec::ValueOfNameOnPluginEvent(std::int32_t plugin_id, const char* name,
+                                                 const char* value) {
+  if (plugin_)
+    answer(plugin_->answerHandlers_, std::pair(plugin_id, textOf(name)),
+           value ? std::optional<std::string>(value) : std::nullopt);
+}
+
+// A plugin on this library starts no others on the hub's behalf.
+void HublinkPluginSpec::StartPlugin(StringArray, std::int32_t cookie, const char*) {
+  StartPluginEvent(cookie, false, "this plugin starts no others");
+}
+
+void HublinkPluginSpec::StartLogging() {}

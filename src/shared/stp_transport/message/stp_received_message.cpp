@@ -1,0 +1,195 @@
+// Construction, and the binary form of a message being read.
+#include "stp_transport/message/stp_received_message.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace {
+
+constexpr std::int64_t kSearchesPerText = 16;
+constexpr std::int64_t kSmallText = 0x10000;
+// A field word and a length word: what a null string takes.
+constexpr std::int64_t kSmallestStringField = 8;
+
+bool isElementSize(int size) {
+  return size == 1 || size == 2 || size == 4 || size == 8;
+}
+
+}  // namespace
+
+STPReceivedMessage::STPReceivedMessage(const unsigned char* packet, std::int32_t headerSize,
+                                       std::int32_t payloadSize)
+    : STPMessage(std::int64_t{headerSize} + payloadSize),
+      payloadStart_(headerSize),
+      payloadEnd_(capacity()),
+      searchBudget_(kSearchesPerText * capacity() + kSmallText) {
+  std::memcpy(storage_, packet, static_cast<std::size_t>(capacity_));
+  header = stpReadHeader(storage_, headerSize);
+  setCursor(payloadStart_);
+  fieldCursor_ = textCursor();
+}
+
+STPReceivedMessage::STPReceivedMessage(const char* text)
+    : STPMessage(STP_HEADER_SIZE +
+                 stpStoredSize(text ? static_cast<std::int64_t>(std::strlen(text)) : 0) + 4),
+      payloadStart_(STP_HEADER_SIZE),
+      payloadEnd_(capacity()),
+      searchBudget_(kSearchesPerText * capacity() + kSmallText) {
+  setCursor(payloadStart_);
+  fieldCursor_ = textCursor();
+  if (text) std::memcpy(fieldCursor_, text, std::strlen(text));
+}
+
+std::uint32_t STPReceivedMessage::findField(std::int32_t tag) {
+  bool sequential = payloadStart_ == cursorOffset();
+  if (!sequential) setCursor(payloadStart_);
+  setLimit(payloadEnd_);
+  while (tag != -1) {
+    const std::uint32_t word = readU32();
+    if (word == 0) break;
+    std::int64_t length = word & 0xF;
+    if (length == 0) length = readU32();
+    if (word >> 8 != static_cast<std::uint32_t>(tag)) {
+      sequential = false;
+      cursor_ += std::min(length, remaining());
+      continue;
+    }
+    if ((word & 0xF0) == STP_FIELD_STRING) {
+      cursor_ -= 4;  // the string reader takes the length word itself
+      length += 4;
+    }
+    if (length < remaining()) limit_ = cursor_ + length;
+    if (sequential) payloadStart_ = limitOffset();
+    return word;
+  }
+  limit_ = cursor_;
+  return 0;
+}
+
+std::uint8_t STPReceivedMessage::getU8(std::int32_t tag) {
+  findField(tag);
+  return readU8();
+}
+
+std::uint16_t STPReceivedMessage::getU16(std::int32_t tag) {
+  findField(tag);
+  return readU16();
+}
+
+std::uint32_t STPReceivedMessage::getU32(std::int32_t tag) {
+  findField(tag);
+  return readU32();
+}
+
+std::uint64_t STPReceivedMessage::getU64(std::int32_t tag) {
+  findField(tag);
+  return readPair();
+}
+
+float STPReceivedMessage::getF32(std::int32_t tag) {
+  return std::bit_cast<float>(getU32(tag));
+}
+
+double STPReceivedMessage::getF64(std::int32_t tag) {
+  return std::bit_cast<double>(getU64(tag));
+}
+
+gen_text STPReceivedMessage::getString(std::int32_t tag) {
+  findField(tag);
+  const std::int64_t length = readStringLength();
+  if (length == 0) return gen_text();
+  // One byte more than is stored: the stored characters may lack their zero.
+  auto* text = static_cast<char*>(gen_alloc(static_cast<std::size_t>(length) + 1, 1));
+  std::memcpy(text, cursor_, static_cast<std::size_t>(length));
+  cursor_ += length;
+  return gen_text(text);
+}
+
+const char* STPReceivedMessage::getStringView(std::int32_t tag) {
+  findField(tag);
+  const std::int64_t length = readStringLength();
+  const char* text = textCursor();
+  cursor_ += length;
+  return length > 0 && std::memchr(text, 0, static_cast<std::size_t>(length)) ? text : nullptr;
+}
+
+void STPReceivedMessage::enterStruct(std::int32_t tag, Range& saved) {
+  findField(tag);
+  saved = {payloadStart_, payloadEnd_};
+  payloadStart_ = cursorOffset();
+  payloadEnd_ = limitOffset();
+}
+
+void STPReceivedMessage::leaveStruct(const Range& saved) {
+  payloadStart_ = saved.start;
+  payloadEnd_ = saved.end;
+}
+
+void* STPReceivedMessage::getArrayAlloc(std::int32_t tag, std::int32_t& count, int elementSize) {
+  Range saved;
+  enterStruct(tag, saved);
+  const std::int64_t announced = readU32();
+  const std::int64_t held = isElementSize(elementSize) ? remaining() / elementSize : 0;
+  count = static_cast<std::int32_t>(std::min(announced, held));
+  void* elements =
+      gen_alloc(static_cast<std::size_t>(count), static_cast<std::size_t>(elementSize));
+  readElements(static_cast<unsigned char*>(elements), count, elementSize);
+  if (announced > held) cursor_ = limit_;
+  leaveStruct(saved);
+  return elements;
+}
+
+void STPReceivedMessage::getArray(std::int32_t tag, void* elements, std::int32_t count,
+                                  int elementSize) {
+  Range saved;
+  enterStruct(tag, saved);
+  readElements(static_cast<unsigned char*>(elements), count, elementSize);
+  leaveStruct(saved);
+}
+
+std::int32_t STPReceivedMessage::boundCount(std::uint32_t count) const {
+  const std::int64_t held = (payloadEnd_ - payloadStart_) / kSmallestStringField;
+  return static_cast<std::int32_t>(std::min<std::int64_t>(count, held));
+}
+
+void STPReceivedMessage::readElements(unsigned char* elements, std::int64_t count,
+                                      int elementSize) {
+  if (count <= 0 || !isElementSize(elementSize)) return;
+  alignCursor(std::min(elementSize, 4));
+  const std::int64_t held = std::min(count, std::max<std::int64_t>(remaining(), 0) / elementSize);
+  const auto each = [&](auto read) {
+    for (std::int64_t i = 0; i < held; ++i) {
+      const auto element = read();
+      std::memcpy(elements + i * elementSize, &element, sizeof element);
+    }
+  };
+  switch (elementSize) {
+    case 1:
+      std::memcpy(elements, cursor_, static_cast<std::size_t>(held));
+      cursor_ += held;
+      break;
+    case 2:
+      each([this] { return readU16(); });
+      break;
+    case 4:
+      each([this] { return readU32(); });
+      break;
+    default:
+      each([this] { return readPair(); });
+      break;
+  }
+  if (held == count) return;
+  std::memset(elements + held * elementSize, 0,
+              static_cast<std::size_t>((count - held) * elementSize));
+  cursor_ = limit_;
+}
+
+std::uint64_t STPReceivedMessage::readPair() {
+  const std::uint64_t high = readU32();
+  return high << 32 | readU32();
+}
+
+std::int64_t STPReceivedMessage::readStringLength() {
+  const std::int64_t length = readU32();
+  return fits(length) ? length : 0;
+}

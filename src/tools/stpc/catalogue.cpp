@@ -1,0 +1,62 @@
+#include "tools/stpc/catalogue.h"
+
+#include <algorithm>
+#include <set>
+
+namespace stpc {
+namespace {
+
+// In the order of Scalar.
+constexpr std::array<ScalarSpelling, 8> kScalars = {{
+    {"u1", "bool", "std::uint8_t", "false", "putU8"},
+    {"u2", "std::uint16_t", "std::uint16_t", "0", "putU16"},
+    {"u4", "std::int32_t", "std::int32_t", "0", "putU32"},
+    {"u8", "std::uint64_t", "std::uint64_t", "0", "putU64"},
+    {"f4", "float", "float", "0", "putF32"},
+    {"f8", "double", "double", "0", "putF64"},
+    {"str", "const char*", "const char*", "nullptr", "putString"},
+    {"fn", "const char*", "const char*", "nullptr", "putString"},
+}};
+
+void collectNames(const std::vector<Field>& fields, std::set<std::string>& names) {
+  for (const Field& field : fields) {
+    names.insert(field.name);
+    collectNames(field.fields, names);
+  }
+}
+
+}  // namespace
+
+const ScalarSpelling& spelling(Scalar scalar) { return kScalars[static_cast<std::size_t>(scalar)]; }
+
+bool Field::isArrayBlock() const {
+  return kind == Kind::block && fields.size() == 2 && fields[0].isCount();
+}
+
+std::vector<std::string> Catalogue::tagNames() const {
+  std::set<std::string> names;
+  for (const Message& message : messages) {
+    collectNames(message.fields, names);
+    collectNames(message.reply, names);
+  }
+  return {names.begin(), names.end()};
+}
+
+std::vector<const Message*> Catalogue::sentBy(std::size_t side) const {
+  std::vector<const Message*> sent;
+  for (const Message& message : messages)
+    if (message.sender == side) sent.push_back(&message);
+  return sent;
+}
+
+std::vector<const Message*> Catalogue::receivedBy(std::size_t side) const {
+  return sentBy(1 - side);
+}
+
+std::vector<const Message*> sortedByName(std::vector<const Message*> messages) {
+  std::sort(messages.begin(), messages.end(),
+            [](const Message* a, const Message* b) { return a->name < b->name; });
+  return messages;
+}
+
+}  // namespace stpc

@@ -1,0 +1,248 @@
+#include "tools/stpc/catalogue_parser.h"
+
+#include <map>
+
+#include "tools/stpc/format_parser.h"
+#include "tools/stpc/lexer.h"
+#include "tools/stpc/names.h"
+
+namespace stpc {
+namespace {
+
+constexpr std::uint32_t kTwoWay = 0x01;
+constexpr std::uint32_t kOneWay = 0x02;
+constexpr std::uint32_t kKindBits = kTwoWay | kOneWay;
+// Bits that have a meaning: what a message is, in chain only, at any time; of an entry also
+// foreground, of a packet also carried and hold others.
+constexpr std::uint32_t kEntryBits = 0x97;
+constexpr std::uint32_t kPacketBits = 0x77;
+constexpr std::uint32_t kLargestRN = 0x7FFFFFFF;
+
+std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+
+class CatalogueParser {
+ public:
+  CatalogueParser(std::string_view source, Catalogue& catalogue, Error& error)
+      : lexer_(source), catalogue_(catalogue), error_(error) {
+    advance();
+  }
+
+  bool parse() {
+    while (token_.kind != Token::Kind::end)
+      if (!parseStatement()) return false;
+    if (catalogue_.specName.empty()) return fail("there is no \"spec\"");
+    if (catalogue_.sides.size() < 2) return fail("a side is missing: a spec has two");
+    if (catalogue_.messages.empty()) return fail("there are no messages");
+    return checkTypeNames();
+  }
+
+ private:
+  void advance() { token_ = lexer_.next(); }
+  bool fail(std::string text) { return fail(token_.at, std::move(text)); }
+  bool fail(Position at, std::string text) {
+    error_ = {at, std::move(text)};
+    return false;
+  }
+  // What stands here isn't what was expected.
+  bool failExpected(std::string_view what) {
+    if (token_.kind == Token::Kind::bad) return fail(token_.text);
+    if (token_.kind == Token::Kind::end)
+      return fail(std::string(what) + " was expected, not the end of the file");
+    if (token_.kind == Token::Kind::word) return fail("unknown word " + quoted(token_.text));
+    return fail(std::string(what) + " was expected, not " + quoted(token_.text));
+  }
+  bool isWord(std::string_view word) const {
+    return token_.kind == Token::Kind::word && token_.text == word;
+  }
+  bool takeWord(std::string_view word) {
+    if (!isWord(word)) return false;
+    advance();
+    return true;
+  }
+  bool expect(Token::Kind kind, std::string_view what) {
+    if (token_.kind != kind) return failExpected(what);
+    advance();
+    return true;
+  }
+  bool takeName(std::string& name, std::string_view what) {
+    if (token_.kind != Token::Kind::word) return failExpected(what);
+    if (const std::string fault = nameFault(token_.text); !fault.empty()) return fail(fault);
+    name = token_.text;
+    advance();
+    return true;
+  }
+  bool takeNumber(std::uint32_t& value, std::uint32_t least = 0,
+                  std::uint32_t most = UINT32_MAX) {
+    if (token_.kind != Token::Kind::number) return failExpected("a number");
+    if (token_.value < least || token_.value > most) return failRange("the number");
+    value = token_.value;
+    advance();
+    return true;
+  }
+  bool failRange(std::string_view what) {
+    return fail(std::string(what) + " " + token_.text + " is out of range");
+  }
+
+  bool parseStatement() {
+    if (takeWord("spec")) return parseSpec();
+    if (takeWord("side")) return parseSide();
+    if (takeWord("from")) return parseMessages();
+    return failExpected("\"spec\", \"side\" or \"from\"");
+  }
+
+  bool parseSpec() {
+    if (!catalogue_.specName.empty()) return fail("a second spec");
+    return takeName(catalogue_.specName, "the spec's name");
+  }
+
+  bool parseSide() {
+    if (catalogue_.sides.size() == 2) return fail("a third side: a spec has two");
+    const bool isFirst = catalogue_.sides.empty();
+    Side side;
+    side.source = isFirst ? 1 : 2;
+    side.destination = isFirst ? 2 : 1;
+    const Position place = token_.at;
+    if (!takeName(side.name, "the side's name")) return false;
+    if (!isFirst && catalogue_.sides[0].name == side.name)
+      return fail(place, "a second side " + quoted(side.name));
+    if (!expect(Token::Kind::open, "\"{\"")) return false;
+    while (token_.kind != Token::Kind::close)
+      if (!parseSetting(side)) return false;
+    advance();
+    catalogue_.sides.push_back(std::move(side));
+    return true;
+  }
+
+  bool parseSetting(Side& side) {
+    if (takeWord("flags")) return takeNumber(side.flags);
+    if (takeWord("source")) return takeNumber(side.source, 1, kLargestRN);
+    if (takeWord("destination")) return takeNumber(side.destination, 1, kLargestRN);
+    if (!takeWord("vstamp")) return failExpected("a setting or \"}\"");
+    side.vstamp = token_.text;
+    return expect(Token::Kind::text, "a text");
+  }
+
+  bool takeSide(std::size_t& index) {
+    const Token word = token_;
+    std::string name;
+    if (!takeName(name, "a side's name")) return false;
+    for (index = 0; index < catalogue_.sides.size(); ++index)
+      if (catalogue_.sides[index].name == name) return true;
+    return fail(word.at, "there is no side " + quoted(name) + " above");
+  }
+
+  bool parseMessages() {
+    std::size_t sender = 0;
+    std::size_t receiver = 0;
+    if (!takeSide(sender)) return false;
+    if (!takeWord("to")) return failExpected("\"to\"");
+    const Position place = token_.at;
+    if (!takeSide(receiver)) return false;
+    if (sender == receiver) return fail(place, "a side sends to the other side");
+    if (!expect(Token::Kind::open, "\"{\"")) return false;
+    while (token_.kind != Token::Kind::close)
+      if (!parseMessage(sender)) return false;
+    advance();
+    return true;
+  }
+
+  bool parseMessage(std::size_t sender) {
+    Message message;
+    message.at = token_.at;
+    message.sender = sender;
+    if (!takeName(message.name, "a message or \"}\"")) return false;
+    if (isBaseMember(message.name))
+      return fail(message.at, quoted(message.name) + " is an operation of every spec");
+    for (const Message& other : catalogue_.messages)
+      if (other.name == message.name)
+        return fail(message.at, (other.sender == sender
+                                     ? "a second message " + quoted(message.name)
+                                     : "the other direction has a message " +
+                                           quoted(message.name) + " too") +
+                                    ": the first is in line " + std::to_string(other.at.line));
+    if (!parseAttributes(message) || !parseMessageFormat(message)) return false;
+    catalogue_.messages.push_back(std::move(message));
+    return true;
+  }
+
+  bool parseAttributes(Message& message) {
+    message.twoWay = takeWord("two-way");
+    message.entryFlags = message.packetFlags = message.twoWay ? kTwoWay : kOneWay;
+    while (token_.kind == Token::Kind::word) {
+      if (takeWord("entry")) {
+        if (!takeFlags(message.entryFlags, kEntryBits, message.twoWay)) return false;
+      } else if (takeWord("packet")) {
+        if (!takeFlags(message.packetFlags, kPacketBits, message.twoWay)) return false;
+      } else {
+        return failExpected("a format");
+      }
+    }
+    return true;
+  }
+
+  bool takeFlags(std::uint32_t& flags, std::uint32_t allowed, bool twoWay) {
+    if (token_.kind != Token::Kind::number) return failExpected("a number");
+    if (token_.value & ~allowed) return failRange("the value of flags");
+    if ((token_.value & kKindBits) != (twoWay ? kTwoWay : kOneWay))
+      return fail(twoWay ? "the flags of a two-way message have 0x01 and not 0x02"
+                         : "the flags of a one-way message have 0x02 and not 0x01");
+    return takeNumber(flags);
+  }
+
+  bool parseMessageFormat(Message& message) {
+    if (token_.kind != Token::Kind::text) return failExpected("a format");
+    FormatText format;
+    Position end;
+    for (; token_.kind == Token::Kind::text; advance()) {
+      format.text += token_.text;
+      end = {token_.at.line, token_.at.column + 1};
+      for (; format.places.size() < format.text.size(); ++end.column) format.places.push_back(end);
+    }
+    format.places.push_back(end);
+    ParsedFormat parsed = parseFormat(format);
+    if (!parsed.error.text.empty()) return fail(parsed.error.at, parsed.error.text);
+    if (message.twoWay && !parsed.hasReply)
+      return fail(message.at, "the two-way message " + quoted(message.name) +
+                                  " has no reply marker in its format");
+    if (!message.twoWay && parsed.hasReply)
+      return fail(parsed.marker,
+                  "a reply marker in the one-way message " + quoted(message.name));
+    message.format = std::move(format.text);
+    message.fields = std::move(parsed.fields);
+    message.reply = std::move(parsed.reply);
+    return true;
+  }
+
+  // A block that isn't just an array becomes a type of the generated class, named after its place.
+  bool checkTypeNames() {
+    for (const Message& message : catalogue_.messages) names_.emplace(message.name, message.at);
+    for (const Message& message : catalogue_.messages)
+      if (!addTypeNames(message.fields, message.name)) return false;
+    return true;
+  }
+  bool addTypeNames(const std::vector<Field>& fields, const std::string& outer) {
+    for (const Field& field : fields) {
+      if (field.kind != Field::Kind::block || field.isArrayBlock()) continue;
+      const std::string name = outer + "_" + field.name;
+      if (!names_.emplace(name, field.at).second)
+        return fail(field.at, "the type of the block would be " + quoted(name) +
+                                  ", and that name is taken");
+      if (!addTypeNames(field.fields, name)) return false;
+    }
+    return true;
+  }
+
+  Lexer lexer_;
+  Token token_;
+  Catalogue& catalogue_;
+  Error& error_;
+  std::map<std::string, Position> names_;
+};
+
+}  // namespace
+
+bool parseCatalogue(std::string_view source, Catalogue& catalogue, Error& error) {
+  return CatalogueParser(source, catalogue, error).parse();
+}
+
+}  // namespace stpc

@@ -1,0 +1,92 @@
+// The two logs: what stands in them, line by line, and in which order.
+#include <gmock/gmock.h>
+
+#include <regex>
+#include <sstream>
+
+#include "support/hub_test.h"
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class LogTest : public HubTest {
+ protected:
+  /// The internal log without its stamps, each of which must be well-formed, and without the lines
+  /// about the first plugin.
+  std::vector<std::string> lines(const std::string& name) const {
+    static const std::regex stamp("[0-9]{11}\\.[0-9]{3}: (.*)");
+    std::vector<std::string> result;
+    std::istringstream text(readFile(name));
+    for (std::string line; std::getline(text, line);) {
+      std::smatch parts;
+      EXPECT_TRUE(std::regex_match(line, parts, stamp)) << line;
+      if (parts.size() > 1 && parts[1].str().rfind("Plugin 1:\t ", 0) != 0)
+        result.push_back(parts[1]);
+    }
+    return result;
+  }
+
+  const std::string internal = directory.file("internal");
+  const std::string plain = directory.file("plain");
+};
+
+TEST_F(LogTest, InternalLogHoldsEveryMessageAndTheHubsOwnLines) {
+  startHub({"-hl_log_internal", internal, "-log", plain});
+  Plugin second = connectPlugin();
+  EXPECT_EQ(second->next(), "StartLogging");
+  EXPECT_EQ(second->next(), "PluginId 2");
+  second->LogMessageEvent("a line");
+  second->LogMessageEvent(nullptr);
+  second->LogMessageEvent(", and %s");
+  EXPECT_EQ(second->provide("svc"), 10);
+  second->ask("missing", 7, 99);
+  EXPECT_EQ(second->next(), "ConnectionReplyEvent 'missing' -1 0 0 0 0 -1 null 7");
+  EXPECT_EQ(second->counts(), "2/2");
+  second.reset();
+  awaitCounts("1/1");
+  RawPeer silent(port);
+  awaitCounts("2/1");
+  silent.close();
+  awaitCounts("1/1");
+  hub->terminate();
+  EXPECT_EQ(hub->waitForEnd(), 0);
+  EXPECT_EQ(readFile(plain), "a line, and %s");
+  EXPECT_THAT(
+      lines(internal),
+      ElementsAre(
+          "Accepted new connection.", "Plugin 2:\t SEND: StartLogging: ",
+          "Plugin 2:\t SEND: PluginId: plugin_id:0x2",
+          "Plugin 2:\t RECV: LogMessageEvent: message:\"a line\"",
+          "Plugin 2:\t RECV: LogMessageEvent: message:\"\"",
+          "Plugin 2:\t RECV: LogMessageEvent: message:\", and %s\"",
+          "Plugin 2:\t RECV: RegisterServiceList: name_list:{count:0x1 data:\"svc\", }",
+          "Plugin 2:\t SEND: RNBlockReservedEvent: rn_list:{count:0x1 data:0xa, }",
+          "Plugin 2:\t RECV: RequestServiceConnection: serviceName:\"missing\", "
+          "providingPluginID:0x63, name_value_pairs:{count:0x2 data:\"key\", \"value\", }, "
+          "working_dir:\"\", local_only:0x0, client_cookie:0x7, no_reuse:0x0, client_start:0x0",
+          "Plugin id 99 for service missing no longer exists.",
+          "Plugin 2:\t SEND: ConnectionReplyEvent: serviceName:\"missing\", localRN:0xffffffff, "
+          "wasFound:0x0, is_shared_object:0x0, wasAccepted:0x0, serviceRN:0x0, "
+          "plugin_id:0xffffffff, shared_object_name:\"\", client_cookie:0x7",
+          "Plugin 2:\t RECV: NumPersistentServices: ",
+          "Plugin 2:\t REPLY: NumPersistentServices: num_persistent:0x2, num_total:0x2",
+          "Connection to plugin ID 2 down.", "Accepted new connection.",
+          "Connection to plugin ID 3 down in negotiation stage 2.", "Shutting down Hublink."));
+}
+
+TEST_F(LogTest, BothLogsInOneFile) {
+  startHub({"-log", internal, "-hl_log_internal", internal});
+  first->LogMessageEvent("from a plugin\n");
+  settle();
+  EXPECT_THAT(readFile(internal),
+              HasSubstr(": Plugin 1:\t RECV: LogMessageEvent: message:\"from a plugin\n\"\n"
+                        "from a plugin\n"));
+}
+
+TEST_F(LogTest, HubWithoutLogNeitherAsksForMessagesNorKeepsThem) {
+  startHub({"-log", directory.file("missing/plain"), "-hl_log_internal", internal});
+  const Plugin second = connectPlugin();
+  EXPECT_EQ(second->next(), "PluginId 2");
+  second->LogMessageEvent("dropped");
+  EXPECT_EQ(second->counts(), "2/2");
+}

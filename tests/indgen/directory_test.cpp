@@ -1,0 +1,109 @@
+#include "indgen/directory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "scratch.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::UnorderedElementsAre;
+
+std::vector<std::string> namesOf(gen_dir_walker& walker) {
+  std::vector<std::string> names;
+  while (gen_walk_next(walker)) names.emplace_back(walker.name);
+  return names;
+}
+
+TEST(Directory, MakesAndKnowsDirectories) {
+  const Scratch scratch;
+  const std::string deep = scratch / "a/b//c/", file = scratch.write("file", "");
+  EXPECT_EQ(gen_make_directory(deep.c_str(), 0755), -1);
+  EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
+  EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
+  EXPECT_EQ(gen_make_directory((scratch / "a").c_str(), 0755), 0);
+  EXPECT_TRUE(gen_is_directory(deep.c_str()));
+  EXPECT_TRUE(gen_is_directory("/"));
+  EXPECT_EQ(gen_make_directory(file.c_str(), 0755), -1);
+  EXPECT_EQ(gen_make_directory_path((file + "/x").c_str(), 0755), -1);
+  EXPECT_FALSE(gen_is_directory(file.c_str()));
+  EXPECT_FALSE(gen_is_directory(""));
+  EXPECT_FALSE(gen_is_directory(nullptr));
+}
+
+// The root of a drive is asked for, not what stands under the bare letter.
+TEST(Directory, DriveMeansItsRoot) {
+  const Scratch scratch;
+  const fs::path before = fs::current_path();
+  fs::current_path(scratch.path());
+  scratch.write("c:", "");
+  EXPECT_FALSE(gen_is_directory("c:"));
+  fs::remove("c:");
+  fs::create_directory("c:");
+  EXPECT_TRUE(gen_is_directory("c:"));
+  fs::current_path(before);
+}
+
+TEST(Directory, WalkerFilters) {
+  const Scratch scratch;
+  for (const char* name : {"sub", "CVS"}) fs::create_directory(scratch / name);
+  for (const char* name : {"a.kvs", "B.KVS", "c.txt"}) scratch.write(name, "");
+  gen_dir_walker walker;
+  EXPECT_FALSE(gen_walk_open(walker, (scratch / "a.kvs").c_str()));
+  const auto open = [&] { return gen_walk_open(walker, (scratch.path() + "/").c_str()); };
+
+  ASSERT_TRUE(open());
+  EXPECT_THAT(namesOf(walker), UnorderedElementsAre("sub", "CVS", "a.kvs", "B.KVS", "c.txt"));
+  ASSERT_TRUE(open());
+  gen_walk_filter_files(walker, false, ".kvs");
+  gen_walk_filter_directories(walker, true, true, false);
+  EXPECT_THAT(namesOf(walker), UnorderedElementsAre("a.kvs", "B.KVS"));
+  ASSERT_TRUE(open());
+  gen_walk_filter_files(walker, true, nullptr);
+  gen_walk_filter_directories(walker, false, false, true);
+  EXPECT_THAT(namesOf(walker), UnorderedElementsAre(".", "..", "sub"));
+
+  ASSERT_TRUE(open());
+  gen_walk_filter_files(walker, true, nullptr);
+  gen_walk_filter_directories(walker, false, true, true);
+  EXPECT_EQ(gen_walk_next(walker), scratch / "sub");
+  EXPECT_TRUE(walker.is_directory);
+}
+
+TEST(Directory, Lists) {
+  const Scratch scratch;
+  EXPECT_TRUE(gen_directory_is_empty(scratch.path().c_str()));
+  for (int i = 0; i < 40; ++i) scratch.write(std::to_string(i), "");
+  std::vector<gen_text> entries;
+  EXPECT_EQ(gen_list_directory(scratch.path().c_str(), nullptr), 40);
+  ASSERT_EQ(gen_list_directory(scratch.path().c_str(), &entries), 40);
+  ASSERT_EQ(entries.size(), 41u);
+  EXPECT_STREQ(entries[40], nullptr);
+  for (int i = 0; i < 40; ++i) EXPECT_TRUE(fs::exists(entries[static_cast<std::size_t>(i)].get()));
+  EXPECT_FALSE(gen_directory_is_empty(scratch.path().c_str()));
+}
+
+// Names that read as drives or paths must lead to their own files, and links must not be followed.
+TEST(Directory, RemovesNothingOutsideTheTree) {
+  const Scratch scratch;
+  const fs::path before = fs::current_path();
+  fs::current_path(scratch.path());
+  fs::create_directories("tree/in/deep");
+  fs::create_directory("outside");
+  for (const char* name : {"outside/kept", "b", "a:b", "tree/a:b", "tree/in/x\\b", "tree/~b"})
+    scratch.write(name, "");
+  fs::create_directory_symlink("../outside", "tree/link");
+  fs::create_directory_symlink("outside", "link");
+  EXPECT_EQ(gen_empty_directory("tree"), 0);
+  EXPECT_TRUE(fs::is_empty("tree"));
+  EXPECT_EQ(gen_remove_tree("tree/"), 0);
+  EXPECT_EQ(gen_remove_tree("link/"), 0);
+  EXPECT_FALSE(fs::exists("tree") || fs::is_symlink("link"));
+  EXPECT_TRUE(fs::exists("outside/kept") && fs::exists("a:b") && fs::exists("b"));
+  EXPECT_EQ(gen_remove_tree("b"), 0);
+  EXPECT_EQ(gen_remove_tree("b"), -1);
+  fs::current_path(before);
+}
+
+}  // namespace

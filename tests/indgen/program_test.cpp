@@ -1,0 +1,75 @@
+#include "indgen/program.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdlib>
+
+#include "indgen/host.h"
+#include "indgen/library.h"
+#include "indgen/report.h"
+#include "platform/process.h"
+#include "scratch.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// In a process of its own, since the values are worked out once.
+void expectHome(const char* config, const char* home, const char* profile,
+                const std::string& expected) {
+  const char* names[] = {"XDG_CONFIG_HOME", "HOME", "USERPROFILE"};
+  const char* values[] = {config, home, profile};
+  const auto ask = [&] {
+    for (int i = 0; i < 3; ++i) {
+      platform::unsetEnvironmentVariable(names[i]);
+      if (values[i]) platform::setEnvironmentVariable(names[i], values[i]);
+    }
+    const char* found = gen_user_home();
+    std::fprintf(stderr, "<%s>", found ? found : "(none)");
+    std::_Exit(found && fs::is_directory(found) ? 0 : 1);
+  };
+  EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "<" + expected + ">");
+}
+
+TEST(Program, UserHomeIsTheFirstThatCanBeHad) {
+  const Scratch scratch;
+  const std::string file = scratch.write("file", ""), own = scratch.path();
+  const std::string config = scratch / "deep/config";
+  expectHome(config.c_str(), own.c_str(), nullptr, config);
+  expectHome("relative", own.c_str(), nullptr, own + "/.config");
+  expectHome(nullptr, file.c_str(), own.c_str(), own);
+  expectHome(nullptr, nullptr, own.c_str(), own);
+}
+
+TEST(Program, StartTakesTheNamesFromTheExecutable) {
+  const fs::path executable = fs::read_symlink("/proc/self/exe");
+  EXPECT_EQ(gen_program_dir(), executable.parent_path());
+  const auto start = [&] {
+    gen_initialise();
+    const bool big = std::endian::native == std::endian::big;
+    const bool good = executable == program_path.get() && gen_big_endian == big;
+    gen_exit_message(good ? 3 : 1, "started");
+  };
+  EXPECT_EXIT(start(), testing::ExitedWithCode(3),
+              "^" + executable.stem().string() + ": fatal: started");
+}
+
+TEST(Host, FullNameStartsWithTheName) {
+  const std::string kernel = contents("/proc/sys/kernel/hostname");
+  const std::string name = gen_host_name().get();
+  EXPECT_EQ(name + "\n", kernel);
+  EXPECT_NE(std::string(gen_full_host_name()), "");
+  EXPECT_TRUE(name.find('.') == name.npos || gen_full_host_name() == name);
+}
+
+TEST(Library, ReportsAMissingSymbol) {
+  EXPECT_EQ(gen_load_library("/no/such/library.so"), nullptr);
+  void* library = gen_load_library("libm.so.6");
+  EXPECT_NE(gen_library_symbol(library, "cos"), nullptr);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(gen_required_library_symbol(library, "none"), nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: Could not resolve \"none\"\n");
+}
+
+}  // namespace

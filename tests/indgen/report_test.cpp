@@ -1,0 +1,116 @@
+#include "indgen/report.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <string>
+
+#include "indgen/text.h"
+
+namespace {
+
+using testing::ExitedWithCode;
+
+class ReportTest : public testing::Test {
+ protected:
+  void SetUp() override { program_name = gen_strdup("tool"); }
+  void TearDown() override { program_name = gen_text(); }
+
+  static std::string printed(const std::function<void()>& report) {
+    testing::internal::CaptureStderr();
+    report();
+    return testing::internal::GetCapturedStderr();
+  }
+};
+using ReportDeathTest = ReportTest;
+
+TEST_F(ReportTest, WritesNameLevelAndOneLineEnd) {
+  EXPECT_EQ(printed([] { gen_error("bad %s", "thing"); }), "tool: error: bad thing\n");
+  EXPECT_EQ(printed([] { gen_warning("w%d\n", 1); }), "tool: warning: w1\n");
+  EXPECT_EQ(printed([] { gen_raw("x"); }), "x\n");
+  program_name = gen_strdup("");
+  EXPECT_EQ(printed([] { gen_info("i"); }), "info: i\n");
+}
+
+TEST_F(ReportTest, AddsTheErrorTextOnceAndClearsIt) {
+  errno = ENOENT;
+  EXPECT_EQ(printed([] { gen_errno_report("open\n"); }),
+            std::string("tool: fatal: open\n: ") + std::strerror(ENOENT) + "\n");
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(printed([] { gen_errno_report("open"); }), "tool: fatal: open\n");
+}
+
+void report(int code, ...) {
+  std::va_list arguments;
+  va_start(arguments, code);
+  gen_report(code, "at %d", arguments);
+  va_end(arguments);
+}
+
+TEST_F(ReportTest, CountsByCodeAndInTotalBelowWarning) {
+  errno = 0;
+  const int total = gen_error_total, errors = gen_error_count[3], raw = gen_error_count[6];
+  EXPECT_EQ(printed([] {
+              for (int code : {-1, 1, 3, 6, 7, 103}) report(code, code);
+            }),
+            "tool: at -1\ntool: disaster: at 1\ntool: error: at 3\nat 6\ntool: at 7\n"
+            "tool: error: at 103\n");
+  EXPECT_EQ(gen_error_count[3] - errors, 2);
+  EXPECT_EQ(gen_error_count[6] - raw, 1);
+  EXPECT_EQ(gen_error_total - total, 3);
+}
+
+TEST_F(ReportDeathTest, ExitMessagesEndWithTheirStatus) {
+  EXPECT_EXIT(gen_exit_message(0, "done"), ExitedWithCode(0), "^tool: done\n$");
+  EXPECT_EXIT(gen_exit_message(9, "no"), ExitedWithCode(9), "^tool: fatal: no\n$");
+  EXPECT_EXIT((errno = ENOENT, gen_fatal_errno(4, "f")), ExitedWithCode(4), "^tool: fatal: f: No");
+}
+
+TEST_F(ReportDeathTest, ExitFromCleanUpEndsAtOnce) {
+  EXPECT_EXIT(
+      {
+        std::atexit([] { std::fputs("late clean-up", stderr); });
+        std::atexit([] { gen_exit(7); });
+        gen_exit(3);
+      },
+      ExitedWithCode(7), "^$");
+}
+
+TEST_F(ReportDeathTest, AssertionsSayWhere) {
+  gen_assert(true, "e", "f", 1);
+  EXPECT_EXIT(gen_assert(false, "a < b", "f.cpp", 12, 5), ExitedWithCode(1),
+              "^Assertion \\(a < b\\) \\[5\\] failed in 'f.cpp' on line 12 in tool\n$");
+  program_name = gen_text();
+  EXPECT_EXIT(gen_assert(false, "x", "f.cpp", 12), ExitedWithCode(1),
+              "^Assertion failed in 'f.cpp' on line 12\n$");
+}
+
+TEST(Memory, WrappersTellNoneFromReal) {
+  EXPECT_EQ(gen_alloc(0, 8), nullptr);
+  auto* block = static_cast<char*>(gen_realloc(nullptr, 64));
+  EXPECT_EQ(std::string(block, 64), std::string(64, '\0'));
+  std::strcpy(block, "kept");
+  block = static_cast<char*>(gen_realloc(block, 4096));
+  EXPECT_STREQ(block, "kept");
+  gen_text copy(static_cast<char*>(gen_memdup(block, 5)));
+  EXPECT_STREQ(copy, "kept");
+  EXPECT_EQ(gen_realloc(block, 0), nullptr);
+}
+
+#ifndef __SANITIZE_ADDRESS__  // its allocator ends the process with a report of its own
+TEST_F(ReportDeathTest, ExhaustedMemoryEndsTheProcess) {
+  volatile std::size_t huge = SIZE_MAX / 4;
+  const char* const line = "^tool: fatal: Out of memory\n$";
+  EXPECT_EXIT(gen_alloc(huge, 8), ExitedWithCode(3), line);
+  EXPECT_EXIT(gen_realloc(std::malloc(1), huge), ExitedWithCode(3), line);
+  EXPECT_EXIT((gen_install_new_handler(), ::operator new(huge)), ExitedWithCode(3), line);
+}
+#endif
+
+}  // namespace

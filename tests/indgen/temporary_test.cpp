@@ -1,0 +1,85 @@
+#include "indgen/temporary.h"
+
+#include <gtest/gtest.h>
+
+#include "indgen/find.h"
+#include "platform/process.h"
+#include "scratch.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class TemporaryTest : public testing::Test {
+ protected:
+  TemporaryTest() { gen_temporary_directory(scratch.path().c_str()); }
+  // Each variable back to what it was, and the remembered directory to what follows from them.
+  ~TemporaryTest() override {
+    for (const char* name : {"TMP", "TEMP", "TMPDIR", "BUILDER_TEMPORARY_NAME"})
+      platform::unsetEnvironmentVariable(name);
+    gen_temporary_directory("/tmp");
+  }
+  static void set(const char* name, const std::string& value) {
+    platform::setEnvironmentVariable(name, value.c_str());
+  }
+  Scratch scratch;
+};
+
+TEST_F(TemporaryTest, DirectoryIsTheFirstUsable) {
+  for (const char* name : {"tmp", "temp", "own"}) fs::create_directory(scratch / name);
+  set("TMPDIR", scratch.path());
+  const std::string own = scratch / "own";
+  EXPECT_STREQ(gen_temporary_directory("/no/such"), scratch.path().c_str());
+  EXPECT_EQ(gen_temporary_directory(own.c_str()), own);
+  set("TEMP", scratch / "temp");
+  EXPECT_EQ(gen_temporary_directory(nullptr), own) << "remembered";
+  EXPECT_EQ(gen_temporary_directory(own.c_str()), scratch / "temp");
+  set("TMP", scratch / "tmp");
+  EXPECT_EQ(gen_temporary_directory(own.c_str()), scratch / "tmp");
+  set("TMP", scratch / "absent");
+  EXPECT_EQ(gen_temporary_directory(own.c_str()), scratch / "temp");
+}
+
+TEST_F(TemporaryTest, NamesShareAStemAndSkipTakenOnes) {
+  gen_text first, second;
+  const char* directory = scratch.path().c_str();
+  ASSERT_TRUE(gen_temporary_name(directory, first, ".c", &second, "obj"));
+  const std::string stem = fs::path(first.get()).stem(), taken = second.get();
+  EXPECT_EQ(first.get(), scratch / (stem + ".c"));
+  EXPECT_EQ(taken, scratch / (stem + ".obj"));
+  // The process id in base 32 stands behind the prefix, most significant digit first.
+  std::uint32_t id = 0;
+  std::string digits = "0123456789abcdefghijklmnopqrstuv";
+  std::size_t end = 3;
+  while (end < stem.size() && id != static_cast<std::uint32_t>(platform::currentProcess()))
+    id = id * 32 + static_cast<std::uint32_t>(digits.find(stem[end++]));
+  EXPECT_EQ(stem.substr(0, 3), "kv_");
+  ASSERT_LT(end, stem.size()) << "the number of the name follows the id: " << stem;
+  const std::size_t number = digits.find(stem.back());
+  ASSERT_LT(number, 30u);
+  // The next number's second name is taken, so the one behind it is given.
+  scratch.write(stem.substr(0, stem.size() - 1) + digits[number + 1] + ".obj", "");
+  ASSERT_TRUE(gen_temporary_name(directory, first, "c", &second, "obj"));
+  EXPECT_EQ(fs::path(first.get()).stem().string().back(), digits[number + 2]);
+
+  set("BUILDER_TEMPORARY_NAME", "given");
+  EXPECT_EQ(gen_temporary_name(directory, first, "c"), scratch / "given.c");
+  scratch.write("given.c", "");
+  EXPECT_NE(gen_temporary_name(directory, first, "c"), scratch / "given.c");
+}
+
+TEST_F(TemporaryTest, UniqueNamesCountUpAndRunOut) {
+  const std::string first = gen_unique_name(scratch.path().c_str()).get();
+  ASSERT_EQ(first.substr(first.size() - 8, 2), "kv");
+  const std::string stem = first.substr(0, first.size() - 2);
+  EXPECT_EQ(first, stem + "aa");
+  const std::string order = "abcdefghijklmnopqrstuvwxyz0123456789";
+  for (const char high : order) {
+    EXPECT_EQ(gen_make_unique_directory(scratch.path().c_str(), 0700).get(), stem + high + 'a');
+    for (const char low : order) scratch.write(fs::path(stem + high + low).filename(), "");
+  }
+  EXPECT_STREQ(gen_unique_name(scratch.path().c_str()), nullptr);
+  EXPECT_STREQ(gen_make_unique_directory(scratch.path().c_str(), 0700), nullptr);
+}
+
+}  // namespace

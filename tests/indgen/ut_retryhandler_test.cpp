@@ -1,0 +1,86 @@
+#include "libcxxutil/ut_retryhandler.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "libcxxutil/ut_clock.h"
+#include "platform/clock.h"
+
+namespace {
+
+class Handler : public RetryHandler {
+ public:
+  using RetryHandler::RetryHandler;
+  void wait() override {}
+};
+
+struct Condition : RetryCondition {
+  bool answer = true;
+  int asked = 0;
+  bool shouldRetry() override {
+    ++asked;
+    return answer;
+  }
+};
+
+TEST(RetryHandler, LimitByItsSpec) {
+  EXPECT_EQ(Handler().limit(), -1);
+  const struct {
+    int spec, limit;
+  } cases[] = {{-1, 15000},          {3, 45000},
+               {1000001, 1},         {1030000, 30000},
+               {0, 15000},           {-2, 15000},
+               {143165, 2147475000}, {143166, 15000},
+               {1000000, 15000},     {INT_MAX, INT_MAX - 1000000}};
+  for (const auto& c : cases) EXPECT_EQ(Handler(c.spec).limit(), c.limit) << c.spec;
+}
+
+TEST(RetryHandler, GivesUpAtItsLimitAndStartsAnew) {
+  Handler handler(1000000 + 20);
+  handler.start();
+  EXPECT_TRUE(handler.shouldRetry());
+  const std::uint32_t first = handler.startTick();
+  while (tickCount() - first < 20) platform::sleepMilliseconds(5);
+  EXPECT_FALSE(handler.shouldRetry());
+  handler.start();
+  EXPECT_TRUE(handler.shouldRetry());
+  Handler unlimited;
+  unlimited.start();
+  EXPECT_EQ(unlimited.startTick(), UINT32_MAX);
+}
+
+TEST(RetryHandler, AsksConditionsInOrderWhateverTheLimit) {
+  Handler handler;
+  Condition first, second;
+  handler.addCondition(&first);
+  handler.addCondition(&second);
+  EXPECT_TRUE(handler.shouldRetry());
+  first.answer = false;
+  EXPECT_FALSE(handler.shouldRetry());
+  EXPECT_EQ(second.asked, 1);
+  EXPECT_TRUE(handler.removeCondition(&first));
+  EXPECT_FALSE(handler.removeCondition(&first));
+  EXPECT_TRUE(handler.shouldRetry());
+}
+
+TEST(RetryHandler, DeadlineEndsLimitedHandlersOnly) {
+  Handler limited(-1), unlimited;
+  limited.start();
+  EXPECT_FALSE(retryDeadlinePassed());
+  setRetryDeadline(INT_MIN);
+  EXPECT_TRUE(retryDeadlinePassed());
+  EXPECT_FALSE(limited.shouldRetry());
+  EXPECT_TRUE(unlimited.shouldRetry());
+  setRetryDeadline(-1);
+  EXPECT_FALSE(retryDeadlinePassed());
+  EXPECT_TRUE(limited.shouldRetry());
+}
+
+TEST(Clock, WallClockCountsFrom1601) {
+  const std::int64_t before = platform::unixMilliseconds();
+  const std::int64_t now = systemTimeMilliseconds();
+  EXPECT_NEAR(static_cast<double>(now - before), 369.0 * 365 * 86400e3 + 89 * 86400e3, 1000);
+}
+
+}  // namespace

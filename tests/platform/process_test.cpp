@@ -1,0 +1,205 @@
+#include "platform/process.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "platform/host.h"
+#include "platform/readiness.h"
+
+namespace {
+
+using namespace platform;
+namespace fs = std::filesystem;
+
+StartRequest shell(std::vector<std::string> arguments) {
+  StartRequest request;
+  request.program = "sh";
+  request.arguments = {"sh", "-c"};
+  request.arguments.insert(request.arguments.end(), arguments.begin(), arguments.end());
+  return request;
+}
+
+int endOf(ProcessId child) {
+  std::size_t ended = 0;
+  int status = -1;
+  EXPECT_EQ(waitForChildren(&child, 1, true, 10000, ended), WaitOutcome::ended);
+  EXPECT_TRUE(childEnded(child, status));
+  releaseChild(child);
+  return status;
+}
+
+class ProcessTest : public testing::Test {
+ protected:
+  ProcessTest()
+      : directory(fs::temp_directory_path() /
+                  ("process_test_" + std::to_string(currentProcess()))) {
+    fs::create_directory(directory);
+  }
+  ~ProcessTest() override { fs::remove_all(directory); }
+
+  ProcessId started(const StartRequest& request) {
+    ProcessId child = 0;
+    EXPECT_EQ(startProcess(request, child), 0);
+    return child;
+  }
+  int run(const StartRequest& request) { return endOf(started(request)); }
+  // Runs a child to its end and gives what it wrote on its standard output.
+  std::string outputOf(StartRequest request) {
+    const std::string file = directory / "output";
+    request.output = openFile(file.c_str(), openWrite | openCreate | openTruncate, 0600);
+    run(request);
+    std::ifstream stream(file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+  fs::path directory;
+};
+
+TEST_F(ProcessTest, ArgumentsArriveAsTheyAre) {
+  EXPECT_EQ(outputOf(shell({"printf '<%s>' \"$@\"", "name", "a b", "", "q\"'", "tail\\", "$x"})),
+            "<a b><><q\"'><tail\\><$x>");
+}
+
+TEST_F(ProcessTest, ChildInheritsNoDescriptor) {
+  std::FILE* inheritable = std::fopen("/dev/null", "r");
+  // The listing itself opens number 3.
+  EXPECT_EQ(outputOf(shell({"exec ls /proc/self/fd"})), "0\n1\n2\n3\n");
+  EXPECT_EQ(outputOf(shell({"readlink /proc/self/fd/0; cat"})), "/dev/null\n");
+  std::fclose(inheritable);
+}
+
+TEST_F(ProcessTest, RefusalsAreKnownAtTheCall) {
+  ProcessId child = -7;
+  StartRequest request;
+  request.program = "/no/such/program";
+  EXPECT_EQ(startProcess(request, child), -ENOENT);
+  request.program = "no-such-program-in-path";
+  EXPECT_EQ(startProcess(request, child), -ENOENT);
+  request.program = directory;
+  EXPECT_EQ(startProcess(request, child), -EACCES);
+  request = shell({"exit 0"});
+  request.directory = directory / "absent";
+  EXPECT_EQ(startProcess(request, child), -ENOENT);
+  EXPECT_EQ(child, -7);
+}
+
+TEST_F(ProcessTest, RelativeProgramAndScriptWithoutInterpreter) {
+  const fs::path before = fs::current_path();
+  fs::current_path(directory);
+  fs::create_directory("elsewhere");
+  std::ofstream("script") << "pwd\n";
+  EXPECT_EQ(changeMode("script", 0700), 0);
+  StartRequest request;
+  request.program = "./script";
+  request.directory = directory / "elsewhere";
+  EXPECT_EQ(outputOf(request), (directory / "elsewhere").string() + "\n");
+  fs::current_path(before);
+}
+
+TEST_F(ProcessTest, EndIsSeenByTheReadinessSetAndLeavesNoZombie) {
+  const ProcessId child = started(shell({"exit 7"}));
+  const std::string entry = "/proc/" + std::to_string(child);
+  const std::uint64_t start = monotonicMilliseconds();
+  bool failed = false;
+  while (fs::exists(entry) && monotonicMilliseconds() - start < 5000) {
+    readiness().wait(5000, failed);
+    collectChildren();
+  }
+  EXPECT_LT(monotonicMilliseconds() - start, 4000u);
+  EXPECT_FALSE(fs::exists(entry) || processExists(child));
+  EXPECT_EQ(terminateProcess(child), -ESRCH);
+  int status = -1;
+  EXPECT_TRUE(childEnded(child, status));
+  EXPECT_EQ(status, 7);
+  releaseChild(child);
+  EXPECT_FALSE(childEnded(child, status));
+}
+
+TEST_F(ProcessTest, WaitsWithATimeLimit) {
+  ProcessId children[] = {started(shell({"exec sleep 30"})), started(shell({"exit 3"}))};
+  std::size_t ended = 9;
+  int status = -1;
+  EXPECT_EQ(waitForChildren(children, 1, false, 0, ended), WaitOutcome::timedOut);
+  EXPECT_EQ(waitForChildren(children, 2, false, -1, ended), WaitOutcome::ended);
+  EXPECT_EQ(ended, 1u);
+  EXPECT_EQ(waitForChildren(children, 2, true, 30, ended), WaitOutcome::timedOut);
+  EXPECT_FALSE(childEnded(children[0], status));
+  EXPECT_TRUE(processExists(children[0]) && processExists(currentProcess()));
+  EXPECT_FALSE(processExists(0) || processExists(-1));
+  EXPECT_EQ(terminateProcess(children[0]), 0);
+  EXPECT_EQ(waitForChildren(children, 2, true, 10000, ended), WaitOutcome::ended);
+  EXPECT_EQ(endOf(children[0]), 128 + SIGTERM);
+  EXPECT_EQ(endOf(children[1]), 3);
+  EXPECT_EQ(waitForChildren(children, 2, true, -1, ended), WaitOutcome::failed) << "released";
+}
+
+TEST_F(ProcessTest, DetachedChildHasItsOwnSession) {
+  StartRequest request = shell({"test $(cut -d' ' -f6 /proc/self/stat) = $$"});
+  EXPECT_NE(run(request), 0);
+  request.detached = true;
+  EXPECT_EQ(run(request), 0);
+}
+
+TEST_F(ProcessTest, ChildGetsTheStartSignalsAndEnvironment) {
+  ignoreBrokenPipe();
+  EXPECT_EQ(run(shell({"kill -PIPE $$; exit 3"})), 128 + SIGPIPE);
+  EXPECT_EQ(setEnvironmentVariable("PROCESS_TEST", "x y"), 0);
+  EXPECT_EQ(outputOf(shell({"printf '%s' \"$PROCESS_TEST\""})), "x y");
+  EXPECT_EQ(unsetEnvironmentVariable("PROCESS_TEST"), 0);
+  EXPECT_EQ(environmentVariable("PROCESS_TEST"), nullptr);
+}
+
+// Run by the next test under a low soft limit.
+TEST_F(ProcessTest, DISABLED_RaisedLimit) {
+  raiseDescriptorLimit();
+  std::vector<std::FILE*> files;
+  for (int i = 0; i < 100; ++i) files.push_back(std::fopen("/dev/null", "r"));
+  EXPECT_NE(files.back(), nullptr);
+  EXPECT_EQ(run(shell({"test $(ulimit -Sn) = 64"})), 0);
+  for (std::FILE* file : files)
+    if (file) std::fclose(file);
+}
+
+TEST_F(ProcessTest, ChildGetsTheDescriptorLimitOfTheStart) {
+  EXPECT_EQ(run(shell({"ulimit -Sn 64; exec \"$0\" --gtest_also_run_disabled_tests "
+                       "--gtest_filter=ProcessTest.DISABLED_RaisedLimit",
+                       executablePath()})),
+            0);
+}
+
+TEST(StopSignals, FirstSetsTheFlagAndEndsAWaitSecondEndsTheProcess) {
+  const auto stopped = [](int first, int second) {
+    bool failed = false;
+    installStopSignals();
+    readiness().wait(0, failed);
+    std::raise(first);
+    const std::uint64_t start = monotonicMilliseconds();
+    readiness().wait(5000, failed);
+    if (!stopRequested() || monotonicMilliseconds() - start > 2000) std::_Exit(1);
+    std::raise(second);
+    std::_Exit(2);
+  };
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    EXPECT_EXIT(stopped(signal, SIGTERM), testing::KilledBySignal(SIGTERM), "");
+  EXPECT_EXIT(stopped(SIGTERM, SIGINT), testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(StandardDescriptors, ClosedOnesAreFilled) {
+  const auto fill = [] {
+    std::fclose(stdin);
+    std::fclose(stdout);
+    ensureStandardDescriptors();
+    std::_Exit(openFile("/dev/null", openRead, 0) > 2 ? 0 : 1);
+  };
+  EXPECT_EXIT(fill(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace

@@ -1,0 +1,252 @@
+#include "stp/pair.h"
+#include "stp_transport/retry/stp_retryhandler.h"
+#include "stp_transport/transport/stp_channel.h"
+
+namespace {
+
+// Gives up after a number of waits, and serves both ends of a pair in one process meanwhile.
+class PumpBoth : public RetryHandler {
+ public:
+  PumpBoth(STPTransport* own, STPTransport* other) : own_(own), other_(other) {}
+  bool shouldRetry() override { return RetryHandler::shouldRetry() && ++rounds_ < 20; }
+  void wait() override {
+    other_->handleRead();
+    own_->serviceOnce(0);
+  }
+
+ private:
+  STPTransport* own_;
+  STPTransport* other_;
+  int rounds_ = 0;
+};
+
+STPReceivedMessage incoming(std::uint32_t flags, std::uint32_t chain, std::uint32_t depth,
+                            std::uint32_t responseTo = 0, std::int32_t source = 2) {
+  unsigned char packet[STP_HEADER_SIZE];
+  STPHeader header;
+  header.headerSize = STP_HEADER_SIZE;
+  header.sourceRN = source;
+  header.type = STP_BINARY;
+  header.flags = flags;
+  header.chain = chain;
+  header.depth = depth;
+  header.responseTo = responseTo;
+  stpWriteHeader(packet, header);
+  return STPReceivedMessage(packet, STP_HEADER_SIZE, 0);
+}
+
+TEST(Delivery, DecidesByDepthFlagsAndChain) {
+  const Transport transport = makeCounted<STPTransport>();
+  STPProcessState& process = stpProcess();
+  const auto may = [&](std::uint32_t flags, std::uint32_t chain, std::uint32_t depth,
+                       std::uint32_t responseTo = 0) {
+    return transport->canDeliver(incoming(flags, chain, depth, responseTo));
+  };
+  EXPECT_TRUE(may(STP_IN_CHAIN_ONLY, 99, 1)) << "nobody is in a call";
+  transport->enterCall(0x00050002, 1, STP_HOLD_OTHERS);
+  EXPECT_TRUE(may(0, 99, 1)) << "by default a message runs nested";
+  EXPECT_FALSE(may(STP_IN_CHAIN_ONLY, 0x00050003, 2)) << "another chain";
+  EXPECT_FALSE(may(STP_IN_CHAIN_ONLY, 0x00060002, 2)) << "another site";
+  EXPECT_FALSE(may(STP_IN_CHAIN_ONLY, 0x00050002, 1)) << "not deeper";
+  EXPECT_TRUE(may(STP_IN_CHAIN_ONLY, 0x00050002, 2)) << "called back";
+  EXPECT_TRUE(may(STP_IN_CHAIN_ONLY, 0x00050002, 0x10002)) << "only the low half counts";
+  process.holdDepth = 1;
+  EXPECT_FALSE(may(0, 99, 1)) << "held back";
+  EXPECT_TRUE(may(STP_ANY_TIME, 99, 1));
+  EXPECT_TRUE(may(STP_IN_CHAIN_ONLY, 99, 1, 77)) << "responses always go through";
+  {
+    const STPDepthGuard sending(process.sendDepth);
+    EXPECT_FALSE(may(STP_ANY_TIME, 99, 1, 77)) << "a write is on the stack";
+  }
+  process.holdDepth = 0;
+  // A response at depth 2 from this sender has arrived and goes first.
+  transport->dispatchMessage(std::make_unique<STPReceivedMessage>(
+      incoming(0, 0, 2, 12345).storage(), STP_HEADER_SIZE, 0));
+  EXPECT_FALSE(may(STP_ANY_TIME, 0x00050002, 2));
+  EXPECT_TRUE(transport->canDeliver(incoming(STP_ANY_TIME, 0x00050002, 2, 0, 3)));
+  transport->leaveCall();
+}
+
+TEST(Delivery, ChainsRequestsAndResponses) {
+  const Transport transport = makeCounted<STPTransport>();
+  transport->setChainSite(3);
+  EXPECT_EQ(transport->newMessage(2, 1, STP_BINARY, 0, 0)->header.chain, 0x00030002u);
+  transport->enterCall(0x00040009, 5, 0);
+  const auto request = transport->newMessage(2, 1, STP_BINARY, 0, 0);
+  EXPECT_EQ(request->header.chain, 0x00040009u);
+  EXPECT_EQ(request->header.depth, 6u);
+  const auto response = transport->newResponse(2, 1, 8, 0);
+  EXPECT_EQ(response->header.depth, 5u);
+  EXPECT_EQ(response->header.type, STP_RESPONSE);
+  transport->leaveCall();
+  EXPECT_EXIT(transport->leaveCall(), testing::ExitedWithCode(1), "negative message depth!");
+}
+
+TEST(Delivery, ListenersComeAndGoWhileTheyAreCalled) {
+  const Pair pair = inProcessPair();
+  Recorder first, second, third;
+  first.then = [&](STPReceivedMessage&) { pair.b->removeListener(&second); };
+  for (Recorder* listener : {&first, &second, &third})
+    pair.b->addListener(2, 1, listener, STP_BINARY);
+  pair.b->addListener(2, 1, nullptr, STP_BINARY);
+  pair.a->enqueueMessage(*textMessage(*pair.a, STP_BINARY, "x"));
+  pair.b->handleRead();
+  EXPECT_EQ(first.texts.size(), 1u);
+  EXPECT_TRUE(second.texts.empty());
+  EXPECT_EQ(third.exclusives, std::vector<bool>{false});
+}
+
+TEST(Delivery, KeepsWhatComesEarlyAndWhatIsRefused) {
+  const Pair pair = inProcessPair();
+  Recorder recorder;
+  pair.a->enqueueMessage(*textMessage(*pair.a, STP_ASCII, "early"));
+  pair.b->handleRead();
+  EXPECT_FALSE(pair.b->redispatchUnclaimed(2, 1, STP_BINARY));
+  pair.b->addListener(2, 1, &recorder, STP_ASCII);
+  EXPECT_TRUE(pair.b->redispatchUnclaimed(2, 1, STP_ASCII));
+  recorder.refuse = true;
+  for (const char* text : {"one", "two"})
+    pair.a->enqueueMessage(*textMessage(*pair.a, STP_ASCII, text));
+  pair.b->handleRead();
+  EXPECT_TRUE(pair.b->hasDeliverable());
+  pair.b->parseInput();  // refused again, and the call ends all the same
+  recorder.refuse = false;
+  pair.b->parseInput();
+  EXPECT_EQ(recorder.texts, (std::vector<std::string>{"early", "one", "two"}));
+  EXPECT_FALSE(pair.b->hasDeliverable());
+}
+
+// The other side calls back in the chain before it answers; an unrelated message waits.
+TEST(Delivery, AWaitRunsItsOwnChainAndHoldsBackTheRest) {
+  const Pair pair = inProcessPair();
+  Recorder server, client;
+  client.then = [](STPReceivedMessage&) {};
+  pair.b->addListener(2, 1, &server, STP_BINARY);
+  std::vector<std::string> order;
+  struct Guarded : ResponseListener {
+    STPTransport* transport;
+    std::vector<std::string>* order;
+    bool handleMessage(STPReceivedMessage& message, bool) override {
+      if (!transport->canDeliver(message)) return false;
+      order->push_back(message.getString(1).get());
+      return true;
+    }
+  } guarded;
+  guarded.transport = pair.a.get();
+  guarded.order = &order;
+  pair.a->addListener(1, 2, &guarded, STP_BINARY);
+  server.then = [&](STPReceivedMessage& request) {
+    const auto send = [&](const char* text, std::uint32_t chain, std::uint32_t flags) {
+      auto message = pair.b->newMessage(1, 2, STP_BINARY, 1, flags | STP_ONE_WAY);
+      message->putString(1, text);
+      message->header.chain = chain;
+      message->header.depth = request.header.depth + 1;
+      pair.b->enqueueMessage(*message);
+    };
+    send("unrelated", request.header.chain + 1, STP_IN_CHAIN_ONLY);
+    send("callback", request.header.chain, STP_IN_CHAIN_ONLY);
+    auto response = pair.b->newResponse(1, 2, request.header.sequence, 0);
+    response->putString(1, "answer");
+    pair.b->enqueueMessage(*response);
+  };
+  PumpBoth pump(pair.a.get(), pair.b.get());
+  const auto request = textMessage(*pair.a, STP_BINARY, "question", STP_WANTS_RESPONSE);
+  const std::uint32_t sequence = pair.a->sendMessage(*request, &pump);
+  EXPECT_EQ(stpProcess().messageDepth, 1);
+  const auto response = pair.a->awaitResponse(sequence, &pump);
+  ASSERT_TRUE(response);
+  EXPECT_STREQ(response->getString(1), "answer");
+  EXPECT_EQ(order, std::vector<std::string>{"callback"});
+  EXPECT_EQ(stpProcess().messageDepth, 0);
+  pair.a->serviceOnce(0);
+  pair.a->parseInput();
+  EXPECT_EQ(order, (std::vector<std::string>{"callback", "unrelated"}));
+}
+
+TEST(Delivery, WaitsEndByTimeFailureOrTheEndOfTheConnection) {
+  STPStatus status;
+  Pair pair = inProcessPair();
+  PumpBoth pump(pair.a.get(), pair.b.get());
+  const auto ask = [&](RetryHandler* retry) {
+    const auto question = textMessage(*pair.a, STP_BINARY, "q", STP_WANTS_RESPONSE);
+    return pair.a->awaitResponse(pair.a->sendMessage(*question, retry), retry, &status);
+  };
+  EXPECT_FALSE(ask(&pump));
+  EXPECT_EQ(status.code, STP_TIMEOUT);
+  EXPECT_FALSE(pair.a->awaitResponse(0, nullptr, &status)) << "what a failed send returned";
+  EXPECT_EQ(stpProcess().messageDepth, 0);
+  pair = socketPair();
+  STPRetryHandler handler(pair.a.get());
+  const auto question = textMessage(*pair.a, STP_BINARY, "q", STP_WANTS_RESPONSE);
+  const std::uint32_t sequence = pair.a->sendMessage(*question, &handler);
+  pair.b->disconnect();
+  EXPECT_FALSE(pair.a->awaitResponse(sequence, &handler, &status));
+  EXPECT_NE(status.code, STP_OK);
+  EXPECT_NE(status.code, STP_TIMEOUT);
+  EXPECT_EQ(stpProcess().messageDepth, 0);
+  EXPECT_EQ(pair.a->sendMessage(*question, &handler, &status), 0u) << "a failure stands";
+  EXPECT_EQ(stpProcess().messageDepth, 0);
+}
+
+TEST(Channel, OpensStartsAndClosesOnBothSides) {
+  const Pair pair = inProcessPair();
+  STPStatus status;
+  PumpBoth pumpA(pair.a.get(), pair.b.get());
+  EXPECT_EQ(pair.a->createChannel(20, 30, &pumpA, &status), nullptr);
+  EXPECT_STREQ(status.message, "[createChannel]: reached timeout while waiting to receive create ack");
+  PumpBoth pumpB(pair.b.get(), pair.a.get());
+  // The create that was given up has reached the other side, which now finds the channel there.
+  const std::unique_ptr<STPChannel> b(pair.b->createChannel(30, 20, &pumpB, &status));
+  ASSERT_TRUE(b);
+  EXPECT_TRUE(status.good());
+  EXPECT_EQ(pair.b->createChannel(30, 20, &pumpB, &status), nullptr);
+  EXPECT_STREQ(status.message, "[createChannel]: Tried to create channel that exists");
+  PumpBoth again(pair.a.get(), pair.b.get());
+  const std::unique_ptr<STPChannel> a(pair.a->createChannel(20, 30, &again, &status));
+  ASSERT_TRUE(a);
+  PumpBoth shortPump(pair.a.get(), pair.b.get());
+  a->startChannel(&shortPump, &status);
+  EXPECT_STREQ(status.message, "[startChannel]: reached timeout while waiting to receive start");
+  PumpBoth startB(pair.b.get(), pair.a.get());
+  b->startChannel(&startB, &status);
+  EXPECT_TRUE(b->isStarted());
+  EXPECT_TRUE(status.good());
+  a->startChannel(nullptr, &status);
+  EXPECT_STREQ(status.message, "[startChannel]: Channel start already sent.");
+  b->closeChannel(nullptr, &status);
+  EXPECT_TRUE(status.good());
+  b->closeChannel(nullptr, &status);
+  EXPECT_STREQ(status.message, "[startChannel]: Channel already closed.");
+  pair.a->handleRead();
+  EXPECT_TRUE(a->isClosed());
+}
+
+TEST(Channel, SyncIsABarrier) {
+  const Pair pair = socketPair();
+  STPStatus status;
+  pair.b->enqueueMessage(*pair.b->newMessage(7, 3, STP_SYNC, 0, 0));
+  pair.b->handleWrite();
+  pair.a->awaitSync(3, 7, nullptr, &status);
+  EXPECT_TRUE(status.good());
+  pair.b->awaitSync(7, 3, nullptr, &status);
+  EXPECT_TRUE(status.good());
+}
+
+TEST(RetryHandlers, GiveUpWithTheirTransport) {
+  STPRetryHandler none;
+  EXPECT_FALSE(none.shouldRetry());
+  EXPECT_EQ(STPRetryHandler(3).limit(), 45000);
+  const Pair pair = socketPair();
+  TimeoutSTPRetryHandler timed(pair.a.get(), 30000);
+  EXPECT_EQ(timed.limit(), 30000);
+  timed.start();
+  EXPECT_TRUE(timed.shouldRetry());
+  setRetryDeadline(0);
+  STPRetryHandler unlimited(pair.a.get());
+  EXPECT_TRUE(unlimited.shouldRetry()) << "the deadline is nothing to a handler without a limit";
+  setRetryDeadline(-1);
+  pair.a->disconnect();
+  EXPECT_FALSE(timed.shouldRetry());
+}
+
+}  // namespace

@@ -1,0 +1,177 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/stp/message_bytes.h"
+
+namespace {
+
+Bytes payload(std::initializer_list<std::uint32_t> values) {
+  Bytes bytes(values.size() * 4);
+  unsigned char* place = bytes.data();
+  for (std::uint32_t value : values) stpWriteWord(place, value), place += 4;
+  return bytes;
+}
+
+Bytes payload(STPMessage& message) {
+  const Bytes bytes = finishedBytes(message);
+  return {bytes.begin() + STP_HEADER_SIZE, bytes.end()};
+}
+
+void writeArguments(STPMessage& message) {
+  std::int64_t block;
+  message.beginStruct(1, block);
+  message.putU32(6, 2);
+  message.putU32(STP_TAG_ARRAY_COUNT, 2);
+  message.putString(STP_TAG_ARRAY_ELEMENT, "a");
+  message.putString(STP_TAG_ARRAY_ELEMENT, "bc");
+  message.endStruct(block);
+  message.putU32(5, 7);
+  message.putString(48, nullptr);
+}
+
+TEST(BinaryMessage, MatchesTheFormatToTheByte) {
+  STPMessage sync;
+  sync.header = {0, 0, 3, 7, 0, 0, STP_SYNC, 0, 0, 2, 1};
+  EXPECT_EQ(finishedBytes(sync), payload({44, 4, 3, 7, 2, 0, 5, 0, 0, 2, 1, 0}));
+
+  STPMessage arguments;
+  writeArguments(arguments);
+  EXPECT_EQ(payload(arguments),
+            payload({0x0140, 39, 0x0624, 2, 0x1624, 2, 0x1710, 2, 'a', 0x1710, 3, 0x6362,  //
+                     0x0524, 7, 0x3010, 0, 0}));
+
+  STPMessage wide;
+  const std::uint32_t numbers[] = {0x100, 0x101};
+  wide.putArray(7, numbers, 2, 4);
+  wide.putU8(1, 0xAB);
+  wide.putU64(2, 0x0000000100000002);
+  wide.putF64(3, 1.0);
+  wide.putString(15, "abc");
+  EXPECT_EQ(payload(wide), payload({0x0750, 12, 2, 0x100, 0x101, 0x0121, 0xAB, 0x0228, 1, 2, 0x0338,
+                                    0x3FF00000, 0,  //
+                                    0x0F10, 4, 0x636261, 0}));
+}
+
+TEST(BinaryMessage, GrowsByTheRoomAskedForAndTwiceItsCapacity) {
+  STPMessage message;
+  for (int i = 0; i < 7; ++i) message.putU32(1, 1);
+  message.putU8(1, 1);
+  EXPECT_EQ(message.capacity(), 108);
+  message.putU32(1, 1);
+  EXPECT_EQ(message.capacity(), 7 + 2 * 108);
+  const std::string text(100'000, 'x');
+  message.putString(2, text.c_str());
+  EXPECT_EQ(received(message).getString(2).get(), text);
+}
+
+TEST(BinaryReader, ReadsInAnyOrderWithoutMovingTheStart) {
+  STPMessage message;
+  message.putU8(1, 200);
+  message.putU16(2, 0xABCD);
+  message.putF32(3, 1.5F);
+  message.putU64(4, 0x123456789ABCDEF0);
+  message.putString(5, "");
+  message.putString(6, nullptr);
+  STPReceivedMessage reader = received(message);
+  EXPECT_EQ(reader.getString(6).get(), nullptr);
+  EXPECT_STREQ(reader.getStringView(5), "");
+  EXPECT_EQ(reader.getU64(4), 0x123456789ABCDEF0U);
+  EXPECT_EQ(reader.getF32(3), 1.5F);
+  EXPECT_EQ(reader.getU16(2), 0xABCD);
+  EXPECT_EQ(reader.getU32(99), 0U);
+  EXPECT_EQ(reader.getU32(1), 0U) << "one byte holds no 32-bit value";
+  EXPECT_EQ(reader.getU8(1), 200);
+  EXPECT_EQ(reader.findField(-1), 0U);
+}
+
+TEST(BinaryReader, WalksRepeatedTagsInsideAStructAndResumesBehindIt) {
+  STPMessage message;
+  writeArguments(message);
+  STPReceivedMessage reader = received(message);
+  STPReceivedMessage::Range range;
+  reader.enterStruct(1, range);
+  EXPECT_EQ(reader.getU32(6), 2U);
+  EXPECT_EQ(reader.boundCount(reader.getU32(STP_TAG_ARRAY_COUNT)), 2);
+  EXPECT_EQ(reader.boundCount(0xFFFFFFFF), 2);
+  EXPECT_STREQ(reader.getString(STP_TAG_ARRAY_ELEMENT), "a");
+  EXPECT_STREQ(reader.getString(STP_TAG_ARRAY_ELEMENT), "bc");
+  EXPECT_EQ(reader.getU32(5), 0U) << "a field behind the struct isn't found from inside";
+  reader.leaveStruct(range);
+  EXPECT_EQ(reader.getU32(5), 7U);
+}
+
+TEST(BinaryReader, ArraysGiveWhatFitsAndZeroTheRest) {
+  const std::uint64_t wide[] = {0x0000000100000002, 3};
+  const std::uint16_t halves[] = {1, 2, 3};
+  STPMessage message;
+  message.putArray(1, wide, 2, 8);
+  message.putArrayData(2, halves, 3, 2);
+  Bytes bytes = finishedBytes(message);
+  stpWriteWord(&bytes[STP_HEADER_SIZE + 8], 0x7FFFFFFF);
+  STPReceivedMessage reader = received(bytes, bytes.size());
+  std::int32_t count = -1;
+  void* elements = reader.getArrayAlloc(1, count, 8);
+  EXPECT_EQ(count, 2);
+  EXPECT_EQ(std::memcmp(elements, wide, sizeof wide), 0);
+  gen_free(elements);
+  std::uint16_t out[5] = {9, 9, 9, 9, 9};
+  reader.getArray(2, out, 5, 2);
+  EXPECT_THAT(out, testing::ElementsAre(1, 2, 3, 0, 0));
+}
+
+TEST(BinaryReader, KeepsToTheMessageWhateverLengthsSay) {
+  STPMessage message;
+  message.putString(1, "abc");
+  message.putString(2, "def");
+  Bytes bytes = finishedBytes(message);
+  bytes[STP_HEADER_SIZE + 11] = 'x';                       // the first string loses its zero
+  stpWriteWord(&bytes[STP_HEADER_SIZE + 16], 0xFFFFFFF0);  // the second one claims too much
+  STPReceivedMessage reader = received(bytes, bytes.size());
+  EXPECT_EQ(reader.getStringView(1), nullptr);
+  EXPECT_EQ(reader.getString(2).get(), nullptr);
+  EXPECT_EQ(reader.cursorOffset(), reader.capacity());
+  EXPECT_STREQ(received(bytes, STP_HEADER_SIZE + 12).getString(1), "abcx");
+}
+
+TEST(BinaryReader, TakesShortAndLongHeaders) {
+  for (std::int32_t size : {32, 128}) {
+    Bytes packet(static_cast<std::size_t>(size), 0xFF);
+    for (unsigned char byte : payload({0x0124, 77, 0})) packet.push_back(byte);
+    STPReceivedMessage reader(packet.data(), size, 12);
+    EXPECT_EQ(reader.header.id, 0xFFFFFFFFU);
+    EXPECT_EQ(reader.header.depth, size == 32 ? 0 : 0xFFFFFFFFU);
+    EXPECT_EQ(reader.getU32(1), 77U);
+  }
+}
+
+void readEverything(STPReceivedMessage& reader) {
+  for (std::int32_t tag : {1, 48, 5, 6, 7, STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT}) {
+    STPReceivedMessage::Range range;
+    reader.enterStruct(tag, range);
+    const std::int32_t strings = reader.boundCount(reader.getU32(STP_TAG_ARRAY_COUNT));
+    for (std::int32_t i = 0; i < strings; ++i) reader.getString(STP_TAG_ARRAY_ELEMENT);
+    reader.leaveStruct(range);
+    const char* view = reader.getStringView(tag);
+    EXPECT_LT(view ? std::strlen(view) : 0, static_cast<std::size_t>(reader.capacity()));
+    reader.getU8(tag), reader.getU16(tag), reader.getU64(tag);
+    for (int size : {1, 2, 4, 8}) {
+      std::int32_t count;
+      gen_free(reader.getArrayAlloc(tag, count, size));
+      EXPECT_LE(std::int64_t{count} * size, reader.capacity());
+      std::uint64_t out[3];
+      reader.getArray(tag, out, 3, size);
+    }
+    EXPECT_LE(reader.cursorOffset(), reader.capacity());
+  }
+}
+
+TEST(BinaryReader, SurvivesDamage) {
+  STPMessage message;
+  const std::uint32_t numbers[] = {1, 2, 3};
+  writeArguments(message);
+  message.putArray(7, numbers, 3, 4);
+  message.putU8(6, 1);
+  readDamaged(message, readEverything);
+}
+
+}  // namespace

@@ -1,0 +1,240 @@
+#include "stp_transport/spec/stp_specclass.h"
+
+#include "stp/pair.h"
+
+namespace {
+
+// A small spec written by hand: the same class serves both sides.
+const char* const kTags[] = {"alpha", "beta", "gamma"};
+const STPMessageEntry kReceives[] = {{"Ask", "alpha:%u4% ", 0, 0x02}, {"Tell", "beta:%str% ", 1, 0x06}};
+const STPMessageEntry kSends[] = {{"Ask", "alpha:%u4% ", 0, 0x02}, {"Tell", "beta:%str% ", 1, 0x02}};
+
+class Side : public STPSpecClass {
+ public:
+  Side() : Side(kTags, 3, kReceives, 2) {}
+  Side(const char* const* tags, int tagTotal, const STPMessageEntry* receives, int receiveTotal)
+      : STPSpecClass({"Small", "side", "9", 0, tags, tagTotal, receives, receiveTotal, kSends, 2}) {
+  }
+  std::vector<std::string> seen;
+  std::function<void()> then;
+  bool down = false;
+  using STPSpecClass::deferredCount;
+  using STPSpecClass::extraTable;
+  using STPSpecClass::formatsFetched;
+  using STPSpecClass::newStubMessage;
+  using STPSpecClass::callStubMessage;
+  using STPSpecClass::peerFlags;
+  using STPSpecClass::refCount;
+  using STPSpecClass::sendStubMessage;
+  using STPSpecClass::sendTable;
+  using STPSpecClass::tagMap;
+
+ protected:
+  std::int32_t defaultSourceRN() const override { return 2; }
+  std::int32_t defaultDestinationRN() const override { return 1; }
+  void virtualConnectionDown() override { down = true; }
+  void handleBinaryMessage(STPReceivedMessage& message, STPMessage* reply,
+                           std::uint32_t id) override {
+    seen.push_back("binary " + std::to_string(id) + " " +
+                   std::to_string(message.getU32(tagMap[0])));
+    if (reply) reply->putU32(0, 5);
+    if (then) then();
+  }
+  void handleAsciiMessage(STPReceivedMessage& message, STPMessage*, std::uint32_t id) override {
+    const gen_text word = message.readString("beta");
+    seen.push_back("ascii " + std::to_string(id) + " " + (word ? word.get() : ""));
+  }
+  bool handleCommandMessage(STPReceivedMessage&, STPMessage*, std::uint32_t id,
+                            std::uint32_t action) override {
+    seen.push_back("command " + std::to_string(id) + " " + std::to_string(action));
+    return true;
+  }
+};
+
+class SpecClass : public testing::Test {
+ protected:
+  void attach(Side& side, Transport& transport, bool hub) {
+    side.setTransport(transport.get(), hub ? 1 : 2, hub ? 2 : 1);
+  }
+  // What the peer says, as the record in `text`.
+  void peerSays(const std::string& text) {
+    pair = inProcessPair();
+    attach(*near, pair.b, true);
+    auto message = pair.a->newMessage(2, 1, STP_NEGOTIATION, STP_NEGOTIATE, STP_ONE_WAY);
+    message->writeWord(text.c_str());
+    pair.a->enqueueMessage(*message);
+    pair.b->handleRead();
+  }
+  Pair pair;
+  CountedPtr<Side> near = makeCounted<Side>();
+};
+
+TEST_F(SpecClass, MergesWhateverThePeerAnnounces) {
+  peerSays("name:other vstamp:\"7\" flags:0x1 tags:(0x4 )[ aaa alpha gamma zzz  ] "
+           "msgs:(0x3 )[ { id:0x8 name:Ask flags:0x2  } { id:0x5 name:New flags:0x12  } "
+           "{ id:0x2 name:Zed flags:0x1  }  ] ");
+  EXPECT_TRUE(near->isNegotiated());
+  EXPECT_STREQ(near->getPeerName(), "other");
+  EXPECT_STREQ(near->getPeerVstamp(), "7");
+  EXPECT_EQ(near->tagMap, (std::vector<std::int32_t>{1, -1, 2}));
+  EXPECT_EQ(near->peerEntry("Ask")->id, 8u);
+  EXPECT_EQ(near->peerEntry("Tell")->id, STP_NO_MESSAGE) << "the peer doesn't take it";
+  EXPECT_EQ(near->peerEntry("New")->id, 5u);
+  EXPECT_EQ(near->extraTable.size(), 2u);
+  EXPECT_EQ(near->peerEntry("Ne"), nullptr);
+  STPStatus status;
+  EXPECT_TRUE(near->canSend(false, false, &status)) << "it takes any number";
+  peerSays("name:other flags:0x0 tags:(0xFFFFFFFF )[ beta ] msgs:(0x1 )[ { id:0x4 name:Tell  } "
+           "{ id:0x6 name:Unread } ] ");
+  EXPECT_EQ(near->tagMap, (std::vector<std::int32_t>{1, 0, 2})) << "merged over the first";
+  EXPECT_EQ(near->peerEntry("Ask")->id, 8u);
+  EXPECT_EQ(near->peerEntry("Tell")->id, 4u);
+  EXPECT_EQ(near->peerEntry("Unread"), nullptr);
+  EXPECT_FALSE(near->canSend(false, false, &status));
+  EXPECT_EQ(status.code, STP_UNSUPPORTED);
+}
+
+TEST_F(SpecClass, TakesAGarbledRecordWithoutHarm) {
+  for (const char* text :
+       {"", "tags", "tags:", "tags:[ alpha ] ", "tags:(0x9999 )[ alpha", "msgs:(0x5 )[ { { { ",
+        "msgs:(0x2 )[ alpha beta ] ", "tags:(0x2 ) msgs:(", "name:\"", "vstamp:\"\\"})
+    peerSays(text);
+  EXPECT_EQ(near->tagMap[1], -1);
+}
+
+TEST_F(SpecClass, RefusesToSendBeforeItMay) {
+  STPStatus status;
+  near->sendNegotiate(true, nullptr, &status);
+  EXPECT_STREQ(status.message, "[sendNegotiate]: cannot send with NULL transport");
+  near->awaitTags(nullptr, &status);
+  EXPECT_STREQ(status.message, "[awaitTags]: cannot receive tags on NULL transport");
+  pair = socketPair();
+  attach(*near, pair.b, true);
+  EXPECT_FALSE(near->canSend(false, true, &status));
+  EXPECT_STREQ(status.message, "Attempted send before negotiation is complete.");
+  near->negotiateLocally();
+  near->closeReceive();
+  EXPECT_TRUE(near->canSend(false, true, &status));
+  EXPECT_FALSE(near->canSend(true, true, &status));
+  EXPECT_STREQ(status.message, "[send]: virtual connection is down");
+  near->awaitTags(nullptr, &status);
+  EXPECT_STREQ(status.message, "[awaitTags]: virtual connection is down");
+  near->virtualConnectionClose();
+  EXPECT_TRUE(near->down);
+  near->sendNegotiate(true, nullptr, &status);
+  EXPECT_STREQ(status.message, "[sendNegotiate]: virtual connection is down");
+  pair.b->disconnect();
+  STPRetryHandler retry(pair.b.get());
+  const auto other = makeCounted<Side>();
+  attach(*other, pair.a, false);
+  other->awaitTags(&retry, &status);
+  EXPECT_FALSE(status.good());
+  EXPECT_EQ(near->messageId("Ask"), 0);
+  EXPECT_EQ(near->messageId("Asks"), -1);
+  EXPECT_EQ(near->messageId("Tellx", 4), 1);
+  EXPECT_EQ(near->messageId("Te"), -1);
+  EXPECT_STREQ(near->messageName(1), "Tell");
+  EXPECT_STREQ(near->messageName(2), "");
+}
+
+// Serves the far side of a pair in one process while the near one waits.
+class Pump : public STPRetryHandler {
+ public:
+  Pump(STPTransport* own, STPTransport* other)
+      : STPRetryHandler(own, 1000000 + 3000), other_(other), own_(own) {}
+  void wait() override {
+    other_->handleRead();
+    own_->serviceOnce(0);
+  }
+
+ private:
+  STPTransport* other_;
+  STPTransport* own_;
+};
+
+class TwoSides : public SpecClass {
+ protected:
+  void SetUp() override {
+    pair = inProcessPair();
+    attach(*near, pair.a, true);
+    attach(*far, pair.b, false);
+  }
+  CountedPtr<Side> far = makeCounted<Side>();
+  STPStatus status;
+};
+
+TEST_F(TwoSides, NegotiateFetchFormatsAndMeet) {
+  Pump pump(pair.a.get(), pair.b.get());
+  far->sendNegotiate(false, nullptr, &status);
+  near->negotiate(&pump, &status);
+  EXPECT_TRUE(status.good());
+  pair.b->handleRead();
+  EXPECT_TRUE(far->isNegotiated());
+  near->sendTable[0].fmt = nullptr;
+  near->fetchFormats(&pump, &status);
+  EXPECT_TRUE(near->formatsFetched);
+  EXPECT_STREQ(near->peerEntry("Ask")->fmt, "alpha:%u4% ");
+  for (int i = 0; i < 2; ++i) {
+    Pump other(pair.b.get(), pair.a.get());
+    far->awaitNegotiate(&other, &status);
+    EXPECT_EQ(status.code, STP_TIMEOUT) << "nobody has said that he is ready";
+    near->awaitNegotiate(&pump, &status);
+    EXPECT_TRUE(status.good());
+    far->awaitNegotiate(&other, &status);
+    EXPECT_TRUE(status.good());
+  }
+}
+
+TEST_F(TwoSides, AMessageByNameByNumberAndAsACommand) {
+  near->negotiateLocally();
+  const auto send = [&](std::uint32_t type, std::uint32_t id, const char* text, std::uint32_t flags) {
+    auto message = pair.a->newMessage(1, 2, type, id, flags);
+    message->writeWord(text);
+    return pair.a->enqueueMessage(*message);
+  };
+  send(STP_ASCII, STP_NO_MESSAGE, "Tell beta:\"b c\"", STP_ONE_WAY);
+  send(STP_ASCII, STP_NO_MESSAGE, "Nobody beta:\"b\"", STP_ONE_WAY);
+  send(STP_NEGOTIATION, 77, "", STP_ONE_WAY);
+  pair.b->handleRead();
+  EXPECT_EQ(far->seen, (std::vector<std::string>{"ascii 1 b c", "ascii 4294967295 b"}));
+  Pump pump(pair.a.get(), pair.b.get());
+  auto command = pair.a->newMessage(1, 2, STP_COMMAND, 3, STP_WANTS_RESPONSE);
+  command->writeInt(0x21, "__action");
+  const auto response = pair.a->awaitResponse(pair.a->sendMessage(*command, &pump), &pump);
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->readInt("__ret"), 1u);
+  EXPECT_EQ(far->seen.back(), "command 3 33");
+}
+
+// A message that may not run nested is put off and keeps the object alive until it has run.
+TEST_F(TwoSides, WhatIsPutOffRunsOnce) {
+  near->negotiateLocally();
+  pair.b->enterCall(0x00010001, 1, 0);
+  near->sendStubMessage(*near->newStubMessage(1, STP_ONE_WAY), false, nullptr, nullptr);
+  pair.b->handleRead();
+  EXPECT_TRUE(far->seen.empty());
+  EXPECT_EQ(far->deferredCount, 1);
+  EXPECT_EQ(far->refCount, 2);
+  pair.b->leaveCall();
+  EXPECT_TRUE(pair.b->hasDeliverable());
+  pair.b->parseInput();
+  EXPECT_EQ(far->seen.size(), 1u);
+  EXPECT_EQ(far->deferredCount, 0);
+  EXPECT_EQ(far->refCount, 1);
+}
+
+TEST_F(TwoSides, ACallFailsAtOnceWhenTheVirtualConnectionGoes) {
+  near->negotiateLocally();
+  far->then = [&] {
+    near->virtualConnectionClose();
+    far.reset();  // the last outside reference, from within its own handler
+  };
+  Pump pump(pair.a.get(), pair.b.get());
+  const auto call = near->newStubMessage(0, STP_WANTS_RESPONSE);
+  const auto response = near->callStubMessage(*call, &pump, &status);
+  EXPECT_TRUE(!response || status.good());
+  EXPECT_EQ(stpProcess().messageDepth, 0);
+  EXPECT_EQ(near->getBusy(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,247 @@
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+#include "stp/pair.h"
+
+namespace {
+
+std::vector<unsigned char> drain(STPTransport& transport) {
+  std::int64_t *offset, *count, *capacity;
+  unsigned char** buffer;
+  transport.inProcessEndpoints(&offset, &count, &capacity, &buffer);
+  std::vector<unsigned char> bytes(*buffer + *offset, *buffer + *offset + *count);
+  *count = *offset = 0;
+  return bytes;
+}
+
+TEST(Transport, NumbersPacketsFromTwoAndRefusesTypeZero) {
+  const Transport transport = makeCounted<STPTransport>();
+  EXPECT_EQ(transport->enqueueMessage(*transport->newMessage(3, 7, 0, 0, 0)), 0u);
+  EXPECT_STREQ(transport->status().message, "[enqueueMessage]: invalid message header");
+  EXPECT_EQ(transport->status().code, STP_MISUSE);
+  EXPECT_EQ(transport->writeCount(), 0);
+  EXPECT_FALSE(transport->lastQueued(nullptr, nullptr));
+  EXPECT_EQ(transport->enqueueMessage(*transport->newMessage(3, 7, STP_SYNC, 0, 0)), 2u);
+  const std::vector<unsigned char> expected{
+      0x2C, 0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0, 7, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0,
+      5,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(drain(*transport), expected);
+  EXPECT_FALSE(transport->isWritePending()) << "a closed transport has nothing to write to";
+}
+
+TEST(Transport, WriteBufferCompactsAndGrows) {
+  const Transport transport = makeCounted<STPTransport>();
+  std::int64_t *offset, *count, *capacity;
+  unsigned char** buffer;
+  transport->inProcessEndpoints(&offset, &count, &capacity, &buffer);
+  *offset = 32760;
+  *count = 4;
+  std::memcpy(*buffer + 32760, "abcd", 4);
+  transport->enqueueMessage(*transport->newMessage(3, 7, STP_SYNC, 0, 0));
+  EXPECT_EQ(*capacity, 52);
+  EXPECT_EQ(*offset, 0);
+  EXPECT_EQ(std::memcmp(*buffer, "abcd", 4), 0);
+}
+
+// Every state guard, and that a refused call changes nothing.
+TEST(Transport, GuardsItsStates) {
+  std::uint16_t port = 0;
+  STPStatus status;
+  const int listener = getFreeListenSocket(&port, &status, true);
+  Pair pair = socketPair();
+  const Transport listening = makeCounted<STPTransport>();
+  listening->startListenOnFD(listener);
+  const auto refused = [&](const char* text) {
+    EXPECT_EQ(status.code, STP_MISUSE);
+    EXPECT_STREQ(status.message, text);
+  };
+  pair.a->connect("127.0.0.1", port, &status), refused("[connect]: Already connected");
+  listening->connect("127.0.0.1", port, &status),
+      refused("[connect]: Already listening as server");
+  pair.a->listen(port, nullptr, &status), refused("[listen]: Already connected");
+  listening->listen(port, nullptr, &status), refused("[listen]: Already listening as server");
+  pair.a->startListenOnFD(listener, &status), refused("[startListenOnFD]: Already connected");
+  listening->startListenOnFD(listener, &status),
+      refused("[startListenOnFD]: Already listening as server");
+  pair.a->bindFD(listener, &status), refused("[bindFD]: Already bound");
+  listening->bindFD(listener, &status), refused("[bindFD]: Already listening");
+  EXPECT_FALSE(pair.a->tryAccept(false, &status));
+  refused("[tryAccept]: Already connected");
+  pair.b->disconnect();
+  EXPECT_FALSE(pair.b->tryAccept(false, &status));
+  refused("[tryAccept]: Not listening as server");
+  EXPECT_FALSE(listening->tryAccept(false));
+  EXPECT_TRUE(listening->isListening());
+  pair.b->serviceOnce(0, &status);
+  EXPECT_STREQ(status.message, "[serviceOnce]: not bound and not listening.");
+  const STPTransportSet set{pair.a.get(), pair.b.get()};
+  serviceFirst(0, set, &status);
+  EXPECT_STREQ(status.message, "[serviceFirst]: not bound and not listening.");
+  EXPECT_EQ(getListenSocket(port, &status), 0);
+  EXPECT_STREQ(status.message, "[getListenSocket]: Could not bind to port");
+  listening->disconnect();
+  EXPECT_TRUE(listening->isListening());
+  closeListenSocket(listener, &status);
+  pair.b->connect("127.0.0.1", port, &status);
+  EXPECT_STREQ(status.message, "[ConnectToServer]: connection refused");
+  pair.b->connect("no-such-host.invalid", port, &status);
+  EXPECT_STREQ(status.message, "[connectToServer]: Unable to resolve host");
+}
+
+TEST(Transport, KeepsAddressesUntilItCloses) {
+  const Pair pair = socketPair();
+  EXPECT_STREQ(pair.a->peerName(), "127.0.0.1");
+  EXPECT_STREQ(pair.b->localName(), "127.0.0.1");
+  pair.a->disconnect();
+  EXPECT_EQ(pair.a->peerName(), nullptr);
+  EXPECT_EQ(pair.a->fileDescriptor(), -1);
+  EXPECT_TRUE(pair.a->isClosed());
+}
+
+// Large messages grow the buffers only while they are needed.
+TEST(Transport, BuffersGoBackAfterLargeMessages) {
+  const Pair pair = socketPair();
+  Recorder recorder;
+  pair.b->addListener(2, 1, &recorder, STP_BINARY);
+  const std::string large(3 << 20, 'x');
+  pair.a->enqueueMessage(*textMessage(*pair.a, STP_BINARY, large));
+  EXPECT_GT(pair.a->writeCapacity(), 3 << 20);
+  while (recorder.texts.empty()) {
+    pair.a->handleWrite();
+    pair.b->serviceOnce(1000);
+  }
+  EXPECT_EQ(recorder.texts.front(), large);
+  EXPECT_EQ(pair.a->writeCapacity(), STP_BUFFER_SIZE);
+  EXPECT_EQ(pair.b->readCapacity(), STP_BUFFER_SIZE);
+}
+
+// One stream cut into random pieces, with headers of every size, odd payloads and fill.
+TEST(Transport, ParsesAStreamHoweverItIsCut) {
+  std::mt19937 random(20);
+  for (int round = 0; round < 200; ++round) {
+    std::vector<unsigned char> stream;
+    std::vector<std::int32_t> sizes;
+    for (int i = 0; i < 40; ++i) {
+      const auto headerSize = static_cast<std::int32_t>(32 + 4 * (random() % 25));
+      const auto payload = static_cast<std::int32_t>(random() % 20 == 0 ? random() % 70000
+                                                                        : random() % 40);
+      std::vector<unsigned char> packet(
+          static_cast<std::size_t>(stpStoredSize(headerSize + payload)), 0xEE);
+      std::fill(packet.begin(), packet.begin() + headerSize, 0);
+      stpWriteWord(&packet[0], static_cast<std::uint32_t>(headerSize));
+      stpWriteWord(&packet[4], static_cast<std::uint32_t>(payload));
+      stpWriteWord(&packet[8], 2);
+      stpWriteWord(&packet[12], 1);
+      stpWriteWord(&packet[24], STP_BINARY);
+      stream.insert(stream.end(), packet.begin(), packet.end());
+      sizes.push_back(payload);
+    }
+    const Pair pair = inProcessPair();
+    std::int64_t *offset, *count, *capacity;
+    unsigned char** buffer;
+    pair.a->inProcessEndpoints(&offset, &count, &capacity, &buffer);
+    Recorder recorder;
+    pair.b->addListener(2, 1, &recorder, STP_BINARY);
+    for (std::size_t at = 0; at < stream.size();) {
+      const std::size_t piece = std::min<std::size_t>(
+          {stream.size() - at, 1 + random() % (round % 2 ? 7 : 30000), 30000});
+      std::memcpy(*buffer, &stream[at], piece);
+      *count = static_cast<std::int64_t>(piece);
+      pair.b->handleRead();
+      at += piece;
+    }
+    ASSERT_EQ(recorder.headers.size(), sizes.size());
+    for (std::size_t i = 0; i < sizes.size(); ++i)
+      ASSERT_EQ(recorder.headers[i].payloadSize, sizes[i]);
+  }
+}
+
+// What a peer has sent before it went is delivered, also when it takes nothing any more.
+TEST(Transport, LastWordsArriveAfterAFailedWrite) {
+  const Pair pair = socketPair();
+  Recorder recorder;
+  pair.b->addListener(2, 1, &recorder, STP_BINARY);
+  // Unread bytes at the other end turn its close into a reset.
+  pair.b->enqueueMessage(*textMessage(*pair.b, STP_BINARY, "never read"));
+  pair.b->handleWrite();
+  for (int i = 0; i < 100; ++i)
+    pair.a->enqueueMessage(*textMessage(*pair.a, STP_BINARY, "word " + std::to_string(i)));
+  pair.a->handleWrite();
+  pair.a->disconnect();
+  pair.b->enqueueMessage(*textMessage(*pair.b, STP_BINARY, std::string(1 << 20, 'y')));
+  STPStatus status;
+  while (pair.b->isConnected()) pair.b->serviceOnce(1000, &status);
+  ASSERT_EQ(recorder.texts.size(), 100u);
+  EXPECT_EQ(recorder.texts.back(), "word 99");
+  EXPECT_FALSE(status.good());
+}
+
+class ForwardAll : public ForwardingHandler {
+ public:
+  STPTransport* target = nullptr;
+  STPTransport* forwardTarget(std::int32_t rn) override { return rn >= 10 ? target : nullptr; }
+};
+
+TEST(Transport, ForwardsByteForByteAndKeepsWhatNobodyOwns) {
+  const Pair in = inProcessPair();
+  const Pair out = inProcessPair();
+  ForwardAll forward;
+  forward.target = out.a.get();
+  in.b->setForwardingHandler(&forward);
+  auto far = in.a->newMessage(11, 10, STP_BINARY, 3, 0x77);
+  far->putString(1, "for somebody else");
+  in.a->enqueueMessage(*far);
+  const auto bytes = drain(*in.a);
+  std::int64_t *offset, *count, *capacity;
+  unsigned char** buffer;
+  in.a->inProcessEndpoints(&offset, &count, &capacity, &buffer);
+  std::memcpy(*buffer, bytes.data(), bytes.size());
+  *count = static_cast<std::int64_t>(bytes.size());
+  Recorder recorder;
+  in.b->addListener(2, 1, &recorder, STP_BINARY);
+  in.a->enqueueMessage(*textMessage(*in.a, STP_BINARY, "for the link"));
+  in.b->handleRead();
+  EXPECT_EQ(drain(*out.a), bytes);
+  EXPECT_EQ(recorder.texts, std::vector<std::string>{"for the link"});
+}
+
+TEST(Transport, PairsInOneProcessOutliveEachOther) {
+  Pair pair = inProcessPair();
+  STPTransport::Notify pump = nullptr;
+  std::uintptr_t argument = 0;
+  STPTransport::pumpFor(pair.b.get(), &pump, &argument);
+  Recorder recorder;
+  pair.b->addListener(2, 1, &recorder, STP_BINARY);
+  pair.a->enqueueMessage(*textMessage(*pair.a, STP_BINARY, "hello"));
+  pump(argument);
+  EXPECT_EQ(recorder.texts, std::vector<std::string>{"hello"});
+  pair.b.reset();
+  pump(argument);
+  STPStatus status;
+  pair.a->handleRead(&status);
+  EXPECT_EQ(status.code, STP_PEER_CLOSED);
+}
+
+TEST(Transport, ServesAPortUntilTheClientGoes) {
+  const Transport server = makeCounted<STPTransport>();
+  std::uint16_t port = 0;
+  STPStatus status;
+  const int listener = getFreeListenSocket(&port, &status, true);
+  const Transport client = makeCounted<STPTransport>();
+  client->connect("127.0.0.1", port, &status);
+  Recorder recorder;
+  server->addListener(2, 1, &recorder, STP_BINARY);
+  client->enqueueMessage(*textMessage(*client, STP_BINARY, "one"));
+  client->handleWrite();
+  platform::Transfer outcome;
+  platform::Socket fd = platform::acceptFrom(listener, outcome);
+  while (fd < 0) fd = platform::acceptFrom(listener, outcome);
+  client->disconnect();
+  server->serveOnFD(fd, &status);
+  EXPECT_EQ(status.code, STP_PEER_CLOSED);
+  EXPECT_EQ(recorder.texts, std::vector<std::string>{"one"});
+  closeListenSocket(listener, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,68 @@
+#include "support/hub_process.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "platform/file.h"
+#include "platform/socket.h"
+
+TemporaryDirectory::TemporaryDirectory() {
+  static int count = 0;
+  path_ = std::filesystem::temp_directory_path() /
+          ("hub_test_" + std::to_string(platform::currentProcess()) + "_" + std::to_string(++count));
+  std::filesystem::create_directories(path_);
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string readFile(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+HubProcess::HubProcess(const std::vector<std::string>& arguments,
+                       const TemporaryDirectory& directory, int softLimit) {
+  static int count = 0;
+  output_ = directory.file("printed" + std::to_string(++count));
+  // What a shared hub leaves for the tools must not reach those of this user.
+  platform::setEnvironmentVariable("XDG_CONFIG_HOME", directory.file("config").c_str());
+  platform::StartRequest request;
+  request.program = HUBLINK_EXECUTABLE;
+  request.arguments = {"hublink"};
+  if (softLimit > 0) {
+    request.program = "/bin/sh";
+    request.arguments = {"sh", "-c", "ulimit -Sn " + std::to_string(softLimit) + "; exec \"$@\"",
+                         "sh", HUBLINK_EXECUTABLE};
+  }
+  request.arguments.insert(request.arguments.end(), arguments.begin(), arguments.end());
+  using namespace platform;
+  request.error = openFile(output_.c_str(), openWrite | openAppend | openCreate, 0600);
+  request.output = request.error;
+  if (platform::startProcess(request, process_) < 0) process_ = 0;
+  closeDescriptor(request.error);
+}
+
+HubProcess::~HubProcess() {
+  if (!hasStarted()) return;
+  platform::killProcess(process_);
+  waitForEnd();
+  platform::releaseChild(process_);
+}
+
+int HubProcess::waitForEnd(int milliseconds) {
+  std::size_t ended = 0;
+  int status = -1;
+  platform::waitForChildren(&process_, 1, true, milliseconds, ended);
+  return platform::childEnded(process_, status) ? status : -1;
+}
+
+std::int64_t HubProcess::residentBytes() const {
+  std::ifstream file("/proc/" + std::to_string(process_) + "/statm");
+  std::int64_t pages = 0, resident = 0;
+  file >> pages >> resident;
+  return resident * 4096;
+}

@@ -1,0 +1,50 @@
+// The hub's executable as a process of its own, and a directory for what it writes. Both go with
+// their objects, on every way out of a test.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/process.h"
+
+/// Milliseconds after which a test gives up on something that has to come.
+inline constexpr int kPatience = 20000;
+
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+  /// Full name of a file in it.
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+/// All of a file; empty if it can't be read.
+std::string readFile(const std::string& name);
+
+class HubProcess {
+ public:
+  /// Starts the hub. With `softLimit` above 0 it gets that soft limit on open files.
+  HubProcess(const std::vector<std::string>& arguments, const TemporaryDirectory& directory,
+             int softLimit = 0);
+  ~HubProcess();
+  HubProcess(const HubProcess&) = delete;
+  HubProcess& operator=(const HubProcess&) = delete;
+
+  bool hasStarted() const { return process_ > 0; }
+  /// The exit status, or -1 if the process hasn't ended by then.
+  int waitForEnd(int milliseconds = kPatience);
+  void terminate() { platform::terminateProcess(process_); }
+  /// What it has printed to both standard streams.
+  std::string printed() const { return readFile(output_); }
+  std::int64_t residentBytes() const;
+
+ private:
+  std::string output_;
+  platform::ProcessId process_ = 0;
+};

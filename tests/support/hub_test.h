@@ -1,0 +1,48 @@
+// The fixture of the tests against the real hub. It starts the hub in connect mode, so that the
+// system picks every port: the test listens, the hub connects and becomes known by that link.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/hub_process.h"
+#include "support/raw_peer.h"
+#include "support/test_plugin.h"
+
+using Plugin = CountedPtr<TestPlugin>;
+
+/// Waits for one client on a port of this machine that the system picks, told to `ready` before.
+CountedPtr<STPTransport> awaitClient(const std::function<void(std::uint16_t)>& ready);
+/// A port of this machine where nobody listens.
+std::uint16_t freePort();
+
+class HubTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite();
+  /// Ends the hub, which must end well and must not have printed anything.
+  void TearDown() override;
+
+  /// Starts the hub with further options; `first` is the plugin that it connects to.
+  void startHub(std::vector<std::string> options = {}, int softLimit = 0);
+  /// A connected plugin from which nothing has been read yet.
+  Plugin connectPlugin();
+  /// A plugin that knows its ID.
+  Plugin join();
+  /// A peer that knows its ID.
+  RawPeer joinRaw();
+  /// One RN of a peer's own.
+  static std::int32_t reserveRN(RawPeer& peer);
+  /// Lets the hub do all that was sent to it before, as far as it has come.
+  void settle() { first->counts(); }
+  /// Waits until the hub counts that many plugins: "persistent/all".
+  void awaitCounts(const std::string& counts);
+
+  TemporaryDirectory directory;
+  std::unique_ptr<HubProcess> hub;
+  std::uint16_t port = 0;  // the hub's
+  Plugin first;
+};

@@ -1,0 +1,235 @@
+#include "support/raw_peer.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/clock.h"
+#include "platform/readiness.h"
+
+const std::vector<std::string> kTagNames{
+    "accept",      "args",           "argv",
+    "client_cookie", "client_start", "cookie",
+    "count",       "data",           "debugger",
+    "debugger_opts", "do_debug",     "error_message",
+    "errors",      "found",          "host",
+    "hostname",    "is_shared_object", "localRN",
+    "local_only",  "message",        "my_plugin_id",
+    "name",        "name_list",      "name_value_pairs",
+    "no_reuse",    "num_persistent", "num_total",
+    "persistent",  "pluginID",       "plugin_id",
+    "plugin_name", "port",           "preferAda",
+    "providingPluginID", "remoteRN", "requesting_plugin_id",
+    "rn",          "rn_list",        "serviceName",
+    "serviceRN",   "service_name",   "shared_object_name",
+    "startup_if_not_running", "success", "value",
+    "variable",    "wasAccepted",    "wasFound",
+    "working_dir"};
+
+const std::vector<std::string> kHubReceives{
+    "ConnectionAcceptedEvent", "DebugPlugin", "DropServiceConnection", "LogMessageEvent",
+    "NumPersistentServices", "PersistentService", "RegisterServiceList", "ReleaseRN",
+    "RequestHublinkDisconnect", "RequestLocation", "RequestPluginConnect",
+    "RequestPluginIdForService", "RequestPluginLaunch", "RequestServiceConnection",
+    "RequestValueOfNameOnPlugin", "ReserveRNBlock", "SetEnvironmentVariable", "SetPreferAda",
+    "SetWorkingDir", "StartPluginEvent", "UnregisterService", "ValueOfNameOnPluginResponseEvent"};
+
+const std::vector<std::string> kHubSends{
+    "ConnectionDroppedEvent", "ConnectionReplyEvent", "ConnectionRequestedEvent",
+    "ForwardedRequestValueOfNameOnPlugin", "LocationEvent", "PluginConnectedEvent", "PluginId",
+    "PluginIdForServiceReplyEvent", "RNBlockReservedEvent", "StartLogging", "StartPlugin",
+    "ValueOfNameOnPluginEvent"};
+
+std::uint32_t indexOf(const std::vector<std::string>& names, std::string_view name) {
+  return static_cast<std::uint32_t>(std::find(names.begin(), names.end(), name) - names.begin());
+}
+
+std::string wordBytes(std::uint32_t word) {
+  std::string bytes(4, '\0');
+  for (unsigned i = 0; i < 4; ++i) bytes[i] = static_cast<char>(word >> (8 * i) & 0xFF);
+  return bytes;
+}
+
+std::string packetBytes(const PacketShape& shape, std::string_view payload) {
+  std::string header;
+  for (const std::uint32_t word :
+       {shape.headerSize, static_cast<std::uint32_t>(payload.size()), 2u, shape.destination,
+        shape.sequence, 0u, shape.type, shape.id, shape.flags, shape.sequence, 1u})
+    header += wordBytes(word);
+  header.resize(shape.headerSize, '\xEE');
+  return header.append(payload);
+}
+
+std::string filled(std::string packet) {
+  packet.resize((packet.size() + 3) & ~std::size_t{3}, '\xEE');
+  return packet;
+}
+
+namespace {
+
+std::string finished(STPMessage& message) {
+  message.finishMessage(2);
+  const auto size = message.header.headerSize + message.header.payloadSize;
+  return {reinterpret_cast<const char*>(message.storage()), static_cast<std::size_t>(size)};
+}
+
+void address(STPMessage& message, std::uint32_t type, std::uint32_t id, std::uint32_t flags) {
+  message.header.sourceRN = 2;
+  message.header.destinationRN = 1;
+  message.header.type = type;
+  message.header.id = id;
+  message.header.flags = flags;
+  message.header.chain = 2;
+  message.header.depth = 1;
+}
+
+}  // namespace
+
+std::string hubMessageBytes(std::string_view name, const std::function<void(STPMessage&)>& write,
+                            std::uint32_t flags) {
+  STPMessage message;
+  address(message, STP_BINARY, hubMessage(name), flags);
+  if (write) write(message);
+  return finished(message);
+}
+
+std::string negotiateBytes(const std::vector<std::string>& tags,
+                           const std::vector<std::string>& messages,
+                           const std::vector<std::uint32_t>& ids) {
+  STPMessage message;
+  address(message, STP_NEGOTIATION, STP_NEGOTIATE, 0x02);
+  message.writeWord("plugin", "name");
+  message.writeString("1", "vstamp");
+  message.writeInt(0, "flags");
+  message.writeArrayBegin(static_cast<std::int32_t>(tags.size()), "tags");
+  for (const std::string& name : tags) message.writeWord(name.c_str());
+  message.writeArrayEnd();
+  message.writeArrayBegin(static_cast<std::int32_t>(messages.size()), "msgs");
+  for (std::size_t i = 0; i < messages.size(); ++i) {
+    message.writeBlockBegin();
+    message.writeInt(ids[i], "id");
+    message.writeWord(messages[i].c_str(), "name");
+    message.writeInt(2, "flags");
+    message.writeBlockEnd();
+  }
+  message.writeArrayEnd();
+  return finished(message);
+}
+
+std::string negotiateBytes() {
+  std::vector<std::uint32_t> ids(kHubSends.size());
+  for (std::size_t i = 0; i < ids.size(); ++i) ids[i] = static_cast<std::uint32_t>(i);
+  return negotiateBytes(kTagNames, kHubSends, ids);
+}
+
+std::uint32_t Packet::word(std::size_t index) const {
+  return index * 4 + 4 <= bytes.size()
+             ? stpReadWord(reinterpret_cast<const unsigned char*>(bytes.data()) + index * 4)
+             : 0;
+}
+
+STPReceivedMessage Packet::read() const {
+  return {reinterpret_cast<const unsigned char*>(bytes.data()),
+          static_cast<std::int32_t>(word(0)), static_cast<std::int32_t>(word(1))};
+}
+
+RawPeer::RawPeer(std::uint16_t port) : socket_(platform::openStream()) {
+  constexpr std::uint32_t kLoopback = 0x7F000001;
+  if (platform::connectStream(socket_, kLoopback, port, kPatience) != 0) {
+    close();
+    return;
+  }
+  platform::setStreamOptions(socket_);
+  platform::readiness().watch(socket_);
+}
+
+RawPeer::RawPeer(RawPeer&& other) noexcept
+    : socket_(std::exchange(other.socket_, platform::kNoSocket)),
+      input_(std::move(other.input_)),
+      taken_(std::exchange(other.taken_, 0)) {}
+
+void RawPeer::close() {
+  if (socket_ == platform::kNoSocket) return;
+  platform::readiness().forget(socket_);
+  platform::closeStream(socket_);
+  socket_ = platform::kNoSocket;
+}
+
+std::size_t RawPeer::sendSome(std::string_view bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size() && socket_ != platform::kNoSocket) {
+    const platform::Transfer sent = platform::sendBytes(
+        socket_, bytes.data() + done, static_cast<std::int64_t>(bytes.size() - done));
+    if (sent.error != 0) close();
+    if (sent.wouldBlock) {
+      platform::readiness().clearWritable(socket_);
+      break;
+    }
+    done += static_cast<std::size_t>(sent.count);
+  }
+  return done;
+}
+
+bool RawPeer::send(std::string_view bytes) {
+  const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
+  for (;;) {
+    bytes.remove_prefix(sendSome(bytes));
+    if (bytes.empty()) return true;
+    if (socket_ == platform::kNoSocket || platform::monotonicMilliseconds() > end) return false;
+    bool failed = false;
+    if (!platform::readiness().isWritable(socket_)) platform::readiness().wait(kPatience, failed);
+  }
+}
+
+bool RawPeer::receive() {
+  const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
+  static std::array<char, 1 << 18> block;
+  while (socket_ != platform::kNoSocket) {
+    const platform::Transfer got = platform::receiveBytes(socket_, block.data(), block.size());
+    if (got.error == 0 && got.count > 0) {
+      input_.append(block.data(), static_cast<std::size_t>(got.count));
+      return true;
+    }
+    if (!got.wouldBlock) {
+      close();
+      return false;
+    }
+    if (platform::monotonicMilliseconds() > end) return false;
+    platform::readiness().drained(socket_);
+    bool failed = false;
+    platform::readiness().wait(kPatience, failed);
+  }
+  return false;
+}
+
+std::optional<Packet> RawPeer::next() {
+  for (;;) {
+    const std::size_t available = input_.size() - std::min(taken_, input_.size());
+    if (available >= 8) {
+      Packet packet{input_.substr(taken_, 8)};
+      const std::size_t size = packet.word(0) + packet.word(1);
+      if (available >= size) {
+        packet.bytes = input_.substr(taken_, size);
+        taken_ += (size + 3) & ~std::size_t{3};
+        return packet;
+      }
+    }
+    if (taken_ <= input_.size()) {
+      input_.erase(0, taken_);
+      taken_ = 0;
+    }
+    if (!receive()) return std::nullopt;
+  }
+}
+
+bool RawPeer::ends() {
+  while (receive()) input_.clear();
+  taken_ = 0;
+  return socket_ == platform::kNoSocket;
+}
+
+std::uint32_t RawPeer::negotiate(const std::string& record) {
+  if (!send(record)) return 0;
+  const auto theirs = next();
+  const auto told = theirs && theirs->word(6) == STP_NEGOTIATION ? next() : std::nullopt;
+  return told ? told->read().getU32(tag("plugin_id")) : 0;
+}
