@@ -32,7 +32,7 @@ class Program {
   ~Program() {
     if (!started_) return;
     platform::killProcess(process_);
-    platform::waitForChildren(&process_, 1, true, -1);
+    awaitEnd(-1);
   }
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
@@ -42,8 +42,7 @@ class Program {
   /// Waits for the end; true for exit code 0.
   bool finish() {
     int status = -1;
-    if (!started_ || platform::waitForChildren(&process_, 1, true, kPatience) < 0 ||
-        !platform::childEnded(process_, status)) {
+    if (!started_ || !awaitEnd(kPatience) || !platform::childEnded(process_, status)) {
       std::fprintf(stderr, "demo: %s has not ended\n", name_.c_str());
       return false;
     }
@@ -54,6 +53,12 @@ class Program {
   }
 
  private:
+  bool awaitEnd(int milliseconds) {
+    std::size_t ended = 0;
+    return platform::waitForChildren(&process_, 1, true, milliseconds, ended) ==
+           platform::WaitOutcome::ended;
+  }
+
   std::string name_;
   platform::ProcessId process_ = 0;
   bool started_ = false;

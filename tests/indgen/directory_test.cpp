@@ -22,30 +22,15 @@ TEST(Directory, MakesAndKnowsDirectories) {
   EXPECT_EQ(gen_make_directory(deep.c_str(), 0755), -1);
   EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
   EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
-  EXPECT_EQ(gen_make_directory((scratch / "a").c_str(), 0755), 0);
   EXPECT_TRUE(gen_is_directory(deep.c_str()));
   EXPECT_TRUE(gen_is_directory("/"));
   EXPECT_EQ(gen_make_directory(file.c_str(), 0755), -1);
   EXPECT_EQ(gen_make_directory_path((file + "/x").c_str(), 0755), -1);
   EXPECT_FALSE(gen_is_directory(file.c_str()));
-  EXPECT_FALSE(gen_is_directory(""));
-  EXPECT_FALSE(gen_is_directory(nullptr));
+  EXPECT_FALSE(gen_is_directory("") || gen_is_directory(nullptr));
 }
 
-// The root of a drive is asked for, not what stands under the bare letter.
-TEST(Directory, DriveMeansItsRoot) {
-  const Scratch scratch;
-  const fs::path before = fs::current_path();
-  fs::current_path(scratch.path());
-  scratch.write("c:", "");
-  EXPECT_FALSE(gen_is_directory("c:"));
-  fs::remove("c:");
-  fs::create_directory("c:");
-  EXPECT_TRUE(gen_is_directory("c:"));
-  fs::current_path(before);
-}
-
-TEST(Directory, WalkerFilters) {
+TEST(Directory, WalksAndLists) {
   const Scratch scratch;
   for (const char* name : {"sub", "CVS"}) fs::create_directory(scratch / name);
   for (const char* name : {"a.kvs", "B.KVS", "c.txt"}) scratch.write(name, "");
@@ -64,23 +49,13 @@ TEST(Directory, WalkerFilters) {
   gen_walk_filter_directories(walker, false, false, true);
   EXPECT_THAT(namesOf(walker), UnorderedElementsAre(".", "..", "sub"));
 
-  ASSERT_TRUE(open());
-  gen_walk_filter_files(walker, true, nullptr);
-  gen_walk_filter_directories(walker, false, true, true);
-  EXPECT_EQ(gen_walk_next(walker), scratch / "sub");
-  EXPECT_TRUE(walker.is_directory);
-}
-
-TEST(Directory, Lists) {
-  const Scratch scratch;
-  EXPECT_TRUE(gen_directory_is_empty(scratch.path().c_str()));
-  for (int i = 0; i < 40; ++i) scratch.write(std::to_string(i), "");
   std::vector<gen_text> entries;
-  EXPECT_EQ(gen_list_directory(scratch.path().c_str(), nullptr), 40);
-  ASSERT_EQ(gen_list_directory(scratch.path().c_str(), &entries), 40);
-  ASSERT_EQ(entries.size(), 41u);
-  EXPECT_STREQ(entries[40], nullptr);
-  for (int i = 0; i < 40; ++i) EXPECT_TRUE(fs::exists(entries[static_cast<std::size_t>(i)].get()));
+  EXPECT_EQ(gen_list_directory(scratch.path().c_str(), nullptr), 5);
+  ASSERT_EQ(gen_list_directory(scratch.path().c_str(), &entries), 5);
+  ASSERT_EQ(entries.size(), 6u);
+  EXPECT_STREQ(entries[5], nullptr);
+  EXPECT_TRUE(fs::exists(entries[4].get()));
+  EXPECT_TRUE(gen_directory_is_empty((scratch / "sub").c_str()));
   EXPECT_FALSE(gen_directory_is_empty(scratch.path().c_str()));
 }
 

@@ -59,7 +59,6 @@ TEST(Host, FullNameStartsWithTheName) {
   const std::string kernel = contents("/proc/sys/kernel/hostname");
   const std::string name = gen_host_name().get();
   EXPECT_EQ(name + "\n", kernel);
-  EXPECT_NE(std::string(gen_full_host_name()), "");
   EXPECT_TRUE(name.find('.') == name.npos || gen_full_host_name() == name);
 }
 

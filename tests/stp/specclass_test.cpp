@@ -141,7 +141,7 @@ TEST_F(SpecClass, RefusesToSendBeforeItMay) {
 class Pump : public STPRetryHandler {
  public:
   Pump(STPTransport* own, STPTransport* other)
-      : STPRetryHandler(own, 1000000 + 3000), other_(other), own_(own) {}
+      : STPRetryHandler(own, 1000000 + 100), other_(other), own_(own) {}
   void wait() override {
     other_->handleRead();
     own_->serviceOnce(0);

@@ -92,13 +92,15 @@ void Hublink::shutdownPlugins(bool report, int wait) {
   for (const auto& connection : activeConnections) {
     const platform::ProcessId child = connection->getProcess();
     if (child == 0) continue;
-    const int outcome = platform::waitForChildren(&child, 1, true, wait);
-    if (!report || outcome >= 0) continue;
-    if (outcome == platform::waitTimedOut())
+    std::size_t ended = 0;
+    const platform::WaitOutcome outcome =
+        platform::waitForChildren(&child, 1, true, wait, ended);
+    if (!report || outcome == platform::WaitOutcome::ended) continue;
+    if (outcome == platform::WaitOutcome::timedOut)
       std::fprintf(stderr, "hublink: (%s, pid=%d) took more than %d msecs to shut down",
                    connection->getName().c_str(), child, wait);
     else
-      std::fprintf(stderr, "unexpected GetSingleObject(pid) ret=%d", outcome);
+      std::fprintf(stderr, "unexpected GetSingleObject(pid) ret=%d", -1);
   }
 }
 
