@@ -10,7 +10,7 @@ namespace {
 // A line of text and five numbers; the two last are ratios.
 std::string line(const Figure& figure) {
   char text[160];
-  std::snprintf(text, sizeof text, "%-30s %-9s %12.*f %12.*f %12.*f %11.2fx %11.2fx\n",
+  std::snprintf(text, sizeof text, "%-26s %-9s %11.*f %11.*f %11.*f %11.2fx %10.2fx\n",
                 figure.title, figure.unit, figure.decimals, figure.median(Path::direct),
                 figure.decimals, figure.median(Path::relay), figure.decimals,
                 figure.median(Path::hub), figure.hubRatio(Path::direct),
@@ -30,7 +30,7 @@ double Figure::median(Path path) const {
 
 std::string tableOf(const std::vector<Figure>& figures) {
   char head[160];
-  std::snprintf(head, sizeof head, "%-40s %12s %12s %12s %12s %12s\n", "", "direct", "relay", "hub",
+  std::snprintf(head, sizeof head, "%-36s %11s %11s %11s %12s %11s\n", "", "direct", "relay", "hub",
                 "hub/direct", "hub/relay");
   std::string table = head;
   for (const Figure& figure : figures) table += line(figure);

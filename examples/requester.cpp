@@ -18,7 +18,7 @@ constexpr int kAskAgain = 50;     // ms
 
 // Mostly small packets, some of a few KiB, now and then a large one.
 std::size_t sizeOf(std::mt19937& random) {
-  const unsigned kind = random() % 100;
+  const auto kind = random() % 100;
   if (kind < 80) return random() % 256;
   if (kind < 99) return random() % 8192;
   return random() % 200000;

@@ -31,6 +31,8 @@ class ReadinessSet {
 
   bool isReadable(int descriptor) const { return (flags(descriptor) & kReadable) != 0; }
   bool isWritable(int descriptor) const { return (flags(descriptor) & kWritable) != 0; }
+  /// Has the descriptor read again although no event has announced anything.
+  void markReadable(int descriptor);
   /// A read has taken all there was. Keeps the mark if the peer has hung up, since the end of the
   /// stream is still to be read and no further event would announce it.
   void clearReadable(int descriptor);

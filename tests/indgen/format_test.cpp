@@ -12,7 +12,7 @@
 namespace {
 
 // Through a pointer, since the compiler knows only the C library's conversions.
-gen_text (*const print)(const char* format, ...) = gen_asprintf;
+gen_text (*volatile print)(const char* format, ...) = gen_asprintf;
 
 template <class... Arguments>
 std::string printed(const char* format, Arguments... arguments) {
@@ -78,17 +78,18 @@ TEST(Format, EqualsTheLibraryOverRandomSpecifications) {
     spec += conversion;
     spec += ">";
     const int value = pick(INT_MIN, INT_MAX) >> pick(0, 31);
-    const long long wideValue = static_cast<long long>(value) * pick(1, 1 << 30);
-    const double real = static_cast<double>(value % 1000000) / 64;
     const char* const format = spec.c_str();
+    const auto check = [&](auto argument) {
+      EXPECT_EQ(printed(format, argument), printedByLibrary(format, argument)) << spec;
+    };
     if (conversion == 's')
-      EXPECT_EQ(printed(format, "a text"), printedByLibrary(format, "a text")) << spec;
+      check("a text");
     else if (floating)
-      EXPECT_EQ(printed(format, real), printedByLibrary(format, real)) << spec;
+      check(static_cast<double>(value % 1000000) / 64);
     else if (wide)
-      EXPECT_EQ(printed(format, wideValue), printedByLibrary(format, wideValue)) << spec;
+      check(static_cast<long long>(value) * pick(1, 1 << 30));
     else
-      EXPECT_EQ(printed(format, value), printedByLibrary(format, value)) << spec;
+      check(value);
   }
 }
 
@@ -140,7 +141,6 @@ TEST(Format, ReportsANullFormat) {
 struct Arguments {
   std::vector<long double> values;
   std::size_t next = 0;
-  int longSize = 8;
   int given = 0, freed = 0;
   std::string asked = {}, output = {};
 };
@@ -158,11 +158,7 @@ std::string printedByCallbacks(const char* format, Arguments& arguments) {
       [](void* context, const char* text, std::size_t length) {
         static_cast<Arguments*>(context)->output.append(text, length);
       },
-      [](void* context, int code) {
-        if (code == GEN_ARG_LONG || code == GEN_ARG_UNSIGNED_LONG)
-          return static_cast<Arguments*>(context)->longSize;
-        return code == GEN_ARG_INT || code == GEN_ARG_UNSIGNED ? 4 : 8;
-      },
+      [](void*, int code) { return code == GEN_ARG_INT || code == GEN_ARG_UNSIGNED ? 4 : 8; },
       fetch<std::int32_t>, fetch<std::uint32_t>, fetch<std::int64_t>, fetch<std::uint64_t>,
       fetch<double>, fetch<long double>,
       [](void* context) -> const char* {
@@ -179,10 +175,6 @@ TEST(FormatCallbacks, AsksForEachType) {
             "    1 2 -3000000000 3000000000 -4000000000000000000 5000000000000000000 4464 6 ff 1.5 "
             "2.5 A");
   EXPECT_EQ(arguments.asked, "2234567231892");
-
-  Arguments narrow{.values = {-1, 4e9L}, .longSize = 4};
-  EXPECT_EQ(printedByCallbacks("%ld %lx", narrow), "-1 ee6b2800");
-  EXPECT_EQ(narrow.asked, "23");
 
   Arguments texts;
   EXPECT_EQ(printedByCallbacks("%s %s", texts), "text (null)");

@@ -32,8 +32,7 @@ using ReportDeathTest = ReportTest;
 
 TEST_F(ReportTest, WritesNameLevelAndOneLineEnd) {
   EXPECT_EQ(printed([] { gen_error("bad %s", "thing"); }), "tool: error: bad thing\n");
-  EXPECT_EQ(printed([] { gen_warning("w%d\n", 1); }), "tool: warning: w1\n");
-  EXPECT_EQ(printed([] { gen_raw("x"); }), "x\n");
+  EXPECT_EQ(printed([] { gen_warning("w\n"), gen_raw("x"); }), "tool: warning: w\nx\n");
   program_name = gen_strdup("");
   EXPECT_EQ(printed([] { gen_info("i"); }), "info: i\n");
 }

@@ -50,7 +50,7 @@ std::int32_t TestPlugin::nextNumber(const std::string& name) {
 
 std::string TestPlugin::counts() {
   std::int32_t persistent = 0, all = 0;
-  NumPersistentServices(persistent, all);
+  NumPersistentServices(&persistent, &all);
   return std::to_string(persistent) + "/" + std::to_string(all);
 }
 

@@ -49,6 +49,11 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
   return true;
 }
 
+void ReadinessSet::markReadable(int descriptor) {
+  if (flags(descriptor) & kWatched)
+    flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+}
+
 void ReadinessSet::clearReadable(int descriptor) {
   if (flags(descriptor) & (kHungUp | kAlways)) return;
   drained(descriptor);

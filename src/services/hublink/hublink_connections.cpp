@@ -43,15 +43,18 @@ void Hublink::acceptNewConnection(STPStatus* status) {
     acceptFailed();
     return;
   }
-  if (acceptBroken && platform::monotonicMilliseconds() >= acceptRetryAt) listener->handleRead();
-  if (!listener->tryAccept(false, status)) {
-    if (!status->good()) {
-      status->clear();
-      acceptFailed();
-    }
+  if (acceptBroken) {
+    if (platform::monotonicMilliseconds() < acceptRetryAt) return;
+    listener->handleRead();  // nothing announces those who already wait
+  }
+  const bool accepted = listener->tryAccept(false, status);
+  if (!status->good()) {
+    status->clear();
+    acceptFailed();
     return;
   }
   acceptBroken = false;
+  if (!accepted) return;
   logInternal("Accepted new connection.\n");
   CountedPtr<STPTransport> client(listener);
   freshListener();

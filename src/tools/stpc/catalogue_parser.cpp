@@ -216,8 +216,12 @@ class CatalogueParser {
   // A block that isn't just an array becomes a type of the generated class, named after its place.
   bool checkTypeNames() {
     for (const Message& message : catalogue_.messages) names_.emplace(message.name, message.at);
-    for (const Message& message : catalogue_.messages)
+    for (const Message& message : catalogue_.messages) {
+      for (const auto* fields : {&message.fields, &message.reply})
+        for (const Field& field : *fields)
+          if (field.name == message.name) return fail(field.at, "a field named like its message");
       if (!addTypeNames(message.fields, message.name)) return false;
+    }
     return true;
   }
   bool addTypeNames(const std::vector<Field>& fields, const std::string& outer) {

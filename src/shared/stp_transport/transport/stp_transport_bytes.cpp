@@ -126,8 +126,10 @@ void STPTransport::serveReady(STPStatus* status) {
   if (canRead()) handleRead(status);
 }
 
-// The peer takes nothing any more, but what it sent before is still to be delivered.
+// The peer takes nothing any more, but what it sent before is still to be delivered. The failure may
+// be known before any event has announced those bytes.
 void STPTransport::drainThenClose(STPStatus* status) {
+  platform::readiness().markReadable(fd_);
   while (connected_ && platform::readiness().isReadable(fd_)) handleRead();
   if (connected_) closeAfterWriteFailure();
   copyStatus(status);

@@ -1,0 +1,36 @@
+# Interfaces of one's own: a catalogue is compiled when the program is built.
+
+# hublink_interface(NAME CATALOGUE file)
+#
+# Makes the library NAME of both sides of the spec in `file`. Whoever links it includes
+# "<spec>_<side>_impl.h", in lower case. In the catalogue, "spec" and "side" stand at the beginning of
+# their lines.
+function(hublink_interface name)
+  cmake_parse_arguments(interface "" "CATALOGUE" "" ${ARGN})
+  get_filename_component(catalogue ${interface_CATALOGUE} ABSOLUTE)
+  # The names of the output follow from the catalogue's.
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${catalogue})
+  file(STRINGS ${catalogue} spec_line REGEX "^spec +[A-Za-z0-9_]+")
+  file(STRINGS ${catalogue} side_lines REGEX "^side +[A-Za-z0-9_]+")
+  string(REGEX REPLACE "^spec +([A-Za-z0-9_]+).*" "\\1" spec "${spec_line}")
+  set(folder ${CMAKE_CURRENT_BINARY_DIR}/${name})
+  set(outputs)
+  foreach(line IN LISTS side_lines)
+    string(REGEX REPLACE "^side +([A-Za-z0-9_]+).*" "\\1" side "${line}")
+    string(TOLOWER ${spec}_${side}_impl stem)
+    list(APPEND outputs ${folder}/${stem}.h ${folder}/${stem}.cpp)
+  endforeach()
+  file(MAKE_DIRECTORY ${folder})
+  # Files that stay as they are keep their time; the stamp says that the catalogue has been compiled.
+  add_custom_command(OUTPUT ${folder}/compiled.stamp
+                     BYPRODUCTS ${outputs}
+                     COMMAND stpc ${catalogue} --output ${folder}
+                     COMMAND ${CMAKE_COMMAND} -E touch ${folder}/compiled.stamp
+                     DEPENDS stpc ${catalogue}
+                     COMMENT "Compiling the interface ${spec}" VERBATIM)
+  add_library(${name} STATIC ${outputs} ${folder}/compiled.stamp)
+  target_include_directories(${name} PUBLIC ${folder})
+  target_link_libraries(${name} PUBLIC stp_transport)
+  target_compile_options(${name} PRIVATE -fno-exceptions)
+  hublink_compile_options(${name})
+endfunction()

@@ -1,0 +1,115 @@
+// The interface compiler: reads a catalogue and writes the classes of its sides.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "tools/stpc/catalogue_parser.h"
+#include "tools/stpc/emit.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kGood = 0;
+constexpr int kBadCatalogue = 1;
+constexpr int kTrouble = 2;
+
+struct Arguments {
+  std::string catalogue;
+  std::string output;
+  std::vector<std::string> sides;
+  bool check = false;
+};
+
+std::optional<std::string> readFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return std::nullopt;
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  return file.bad() ? std::nullopt : std::optional(std::move(text));
+}
+
+// The file is written beside its place and moved there, so that nobody sees half of it. One that is
+// right already stays untouched, and what was built from it stays good.
+bool writeFile(const fs::path& path, const std::string& text) {
+  if (readFile(path) == text) return true;
+  const fs::path draft = path.string() + ".new";
+  std::ofstream file(draft, std::ios::binary);
+  file << text;
+  file.close();
+  std::error_code failure;
+  if (file) fs::rename(draft, path, failure);
+  if (file && !failure) return true;
+  fs::remove(draft, failure);
+  return false;
+}
+
+int troubleWith(const char* what, const std::string& name) {
+  std::fprintf(stderr, "stpc: %s %s\n", what, name.c_str());
+  return kTrouble;
+}
+
+int handOver(const stpc::OutputFile& file, const Arguments& arguments) {
+  const fs::path path = fs::path(arguments.output) / file.name;
+  if (!arguments.check)
+    return writeFile(path, file.text) ? kGood : troubleWith("can't write", path.string());
+  if (readFile(path) == file.text) return kGood;
+  std::fprintf(stderr, "%s: stale, generate it again from %s\n", path.c_str(),
+               arguments.catalogue.c_str());
+  return kBadCatalogue;
+}
+
+int compile(const Arguments& arguments) {
+  const std::optional<std::string> source = readFile(arguments.catalogue);
+  if (!source) return troubleWith("can't read", arguments.catalogue);
+  stpc::Catalogue catalogue;
+  stpc::Error error;
+  if (!stpc::parseCatalogue(*source, catalogue, error)) {
+    std::fprintf(stderr, "%s:%d:%d: %s\n", arguments.catalogue.c_str(), error.at.line,
+                 error.at.column, error.text.c_str());
+    return kBadCatalogue;
+  }
+  std::vector<std::size_t> wanted;
+  for (const std::string& name : arguments.sides) {
+    std::size_t i = 0;
+    while (i < catalogue.sides.size() && catalogue.sides[i].name != name) ++i;
+    if (i == catalogue.sides.size()) return troubleWith("there is no side", name);
+    wanted.push_back(i);
+  }
+  if (wanted.empty()) wanted = {0, 1};
+  int worst = kGood;
+  const std::string baseName = fs::path(arguments.catalogue).filename().string();
+  for (const std::size_t side : wanted)
+    for (const stpc::OutputFile& file : stpc::emitSide(catalogue, side, baseName))
+      worst = std::max(worst, handOver(file, arguments));
+  return worst;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Arguments arguments;
+  CLI::App app("Writes the C++ classes of the sides of an interface from its catalogue.", "stpc");
+  app.add_option("CATALOGUE", arguments.catalogue, "The file that describes the interface")
+      ->required();
+  app.add_option("--output", arguments.output, "The directory to write to")
+      ->required()
+      ->type_name("DIR");
+  app.add_option("--side", arguments.sides, "Write this side only; may be given again")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+  app.add_flag("--check", arguments.check,
+               "Write nothing; say which files aren't as they would be written");
+  app.footer("Exit codes: 0 good, 1 a bad catalogue or a stale file, 2 wrong usage or no access.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kGood : kTrouble;
+  }
+  return compile(arguments);
+}

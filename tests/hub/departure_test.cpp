@@ -1,0 +1,129 @@
+// The death of a requester or a provider in every state of a request, alone and together.
+#include "support/hub_test.h"
+
+class DepartureTest : public HubTest {
+ protected:
+  void SetUp() override {
+    startHub();
+    a = join();
+    b = join();
+  }
+  /// Keeps the hub busy for long enough that all that is closed next is seen in one pass.
+  void occupyHub() { first->ReserveRNBlock(1048576); }
+  /// Nothing but this waits for the plugin.
+  void expectQuiet(const Plugin& plugin) {
+    plugin->RequestLocation();
+    EXPECT_EQ(plugin->nextNumber("LocationEvent"), port);
+  }
+  Plugin a, b;  // plugins 2 and 3
+};
+
+TEST_F(DepartureTest, WhileTheRequestWaits) {
+  a->ask("svc", 1, 3);
+  a->ask("svc", 2, 3);
+  a->ask("svc", 3);
+  a->query("svc", 4);
+  EXPECT_EQ(a->counts(), "3/3");
+  b->vanish();
+  EXPECT_EQ(a->next(), "ConnectionReplyEvent 'svc' -1 0 0 0 0 -1 null 1");
+  EXPECT_EQ(a->next(), "ConnectionReplyEvent 'svc' -1 0 0 0 0 -1 null 2");
+  // Those that take any provider wait on, until their requester goes.
+  const Plugin other = join();
+  other->ask("svc", 5);
+  EXPECT_EQ(other->counts(), "3/3");
+  a->vanish();
+  awaitCounts("2/2");
+  EXPECT_EQ(first->provide("svc"), 10);
+  EXPECT_EQ(first->next(), "ConnectionRequestedEvent 4 10 11 ['key' 'value']");
+  expectQuiet(first);
+}
+
+TEST_F(DepartureTest, WhileTheProviderOwesAnAnswer) {
+  EXPECT_EQ(b->provide("svc"), 10);
+  for (std::int32_t cookie = 1; cookie <= 3; ++cookie) {
+    a->ask("svc", cookie);
+    EXPECT_EQ(b->nextNumber("ConnectionRequestedEvent"), -1);
+  }
+  b->vanish();
+  for (std::int32_t cookie = 1; cookie <= 3; ++cookie)
+    EXPECT_EQ(a->next(), "ConnectionReplyEvent 'svc' -1 1 0 0 0 -1 null " + std::to_string(cookie));
+  // The RNs of its own ends went with the answers: packets for them reach nobody.
+  RawPeer raw = joinRaw();
+  for (std::uint32_t rn = 10; rn <= 13; ++rn)
+    raw.send(packetBytes({.destination = rn, .type = 15, .id = 6}, std::string(4, '\0')));
+  EXPECT_EQ(reserveRN(raw), 14);
+  expectQuiet(a);
+}
+
+TEST_F(DepartureTest, WhileTheRequesterAwaitsTheAnswer) {
+  EXPECT_EQ(b->provide("svc"), 10);
+  a->ask("svc", 1);
+  EXPECT_EQ(b->next(), "ConnectionRequestedEvent 2 10 11 ['key' 'value']");
+  a->vanish();
+  awaitCounts("2/2");
+  b->ConnectionAcceptedEvent(10, 11, true);
+  b->RequestHublinkDisconnect();  // nobody waits for it any more
+  EXPECT_EQ(b->next(), "closed");
+}
+
+TEST_F(DepartureTest, OfEitherSideOfALink) {
+  const Plugin c = join();
+  EXPECT_EQ(b->provide("svc"), 10);
+  for (const Plugin& requester : {a, c, b}) {
+    requester->ask("svc", 1);
+    b->next();
+  }
+  for (std::int32_t rn = 11; rn <= 13; ++rn) b->ConnectionAcceptedEvent(10, rn, true);
+  EXPECT_EQ(a->nextNumber("ConnectionReplyEvent"), 1);
+  EXPECT_EQ(c->nextNumber("ConnectionReplyEvent"), 1);
+  EXPECT_EQ(b->nextNumber("ConnectionReplyEvent"), 1);
+  a->vanish();
+  EXPECT_EQ(b->next(), "ConnectionDroppedEvent 10 11");
+  b->RequestHublinkDisconnect();
+  EXPECT_EQ(b->next(), "closed");
+  EXPECT_EQ(c->next(), "ConnectionDroppedEvent 12 10");
+  expectQuiet(c);
+  c->query("svc", 2, false);
+  EXPECT_EQ(c->next(), "PluginIdForServiceReplyEvent 2 'svc' -1 0");
+}
+
+TEST_F(DepartureTest, OfBothSidesInOnePass) {
+  // In each state of the request, and both ways round.
+  for (const int state : {0, 1, 2, 0, 1, 2}) {
+    SCOPED_TRACE(state);
+    Plugin requester = join(), provider = join();
+    const Plugin witness = join();
+    std::int32_t service = -1;
+    if (state == 0) {
+      requester->ask("svc", 1, provider->id);
+    } else {
+      service = provider->provide("svc");
+      requester->ask("svc", 1);
+      const std::string asked = provider->next();
+      EXPECT_EQ(asked.rfind("ConnectionRequestedEvent ", 0), 0u);
+    }
+    const std::int32_t ownRN = service + 1;
+    if (state == 2) {
+      provider->ConnectionAcceptedEvent(service, ownRN, true);
+      EXPECT_EQ(requester->nextNumber("ConnectionReplyEvent"), 1);
+      witness->ask("svc", 2);
+      EXPECT_EQ(provider->next().rfind("ConnectionRequestedEvent ", 0), 0u);
+      provider->ConnectionAcceptedEvent(service, ownRN + 1, true);
+      EXPECT_EQ(witness->nextNumber("ConnectionReplyEvent"), 2);
+    }
+    EXPECT_EQ(requester->counts() + provider->counts(), "6/66/6");
+    static bool turn = false;
+    turn = !turn;
+    occupyHub();
+    (turn ? requester : provider)->vanish();
+    (turn ? provider : requester)->vanish();
+    EXPECT_GT(first->nextNumber("RNBlockReservedEvent"), 0);
+    awaitCounts("4/4");
+    if (state == 2)
+      EXPECT_EQ(witness->next(), "ConnectionDroppedEvent " + std::to_string(ownRN + 1) + " " +
+                                     std::to_string(service));
+    expectQuiet(witness);
+    witness->vanish();
+    awaitCounts("3/3");
+  }
+}
