@@ -26,14 +26,16 @@ std::string Lane::failure() const {
   return std::string(pathName(path_)) + ": " + socket_->failure() + endedProcess();
 }
 
+// Both, since one often ends by the other's end.
 std::string Lane::endedProcess() const {
+  std::string text;
   int status = 0;
-  if (farEnd_.ended(status))
-    return " (the far end has ended with status " + std::to_string(status) + ")";
   if (between_.ended(status))
-    return std::string(" (the ") + pathName(path_) + " has ended with status " +
-           std::to_string(status) + ")";
-  return {};
+    text += std::string(" (the ") + pathName(path_) + " has ended with status " +
+            std::to_string(status) + ")";
+  if (farEnd_.ended(status))
+    text += " (the far end has ended with status " + std::to_string(status) + ")";
+  return text;
 }
 
 bool Lane::startFarEnd(const char* role, std::uint16_t port, std::string& error) {
@@ -92,7 +94,8 @@ bool Lane::openHub(std::string& error) {
   std::uint16_t hubPort = 0;
   if (!connection || !hub_.joinAsProvider(std::move(connection), hubPort, error) ||
       !startFarEnd(kRoleHubEnd, hubPort, error) ||
-      !hub_.awaitRequester([this] { return !endedProcess().empty(); }, error))
+      !hub_.awaitRequester([this] { return platform::stopRequested() || !endedProcess().empty(); },
+                           error))
     return false;
   socket_.emplace(hub_.takeOver(), hub_.route());
   return true;

@@ -86,6 +86,7 @@ int drive(const BenchPrograms& programs, int runs, const RunSize& size, const st
       for (std::size_t i = 0; i < lanes.size(); ++i) {
         Lane& lane = *lanes[(i + static_cast<std::size_t>(run)) % lanes.size()];
         if (!measure(lane, size, figures)) return fail(lane.failure());
+        if (platform::stopRequested()) return fail("stopped");
       }
     }
   }

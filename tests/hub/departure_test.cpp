@@ -119,9 +119,10 @@ TEST_F(DepartureTest, OfBothSidesInOnePass) {
     (turn ? provider : requester)->vanish();
     EXPECT_GT(first->nextNumber("RNBlockReservedEvent"), 0);
     awaitCounts("4/4");
-    if (state == 2)
+    if (state == 2) {
       EXPECT_EQ(witness->next(), "ConnectionDroppedEvent " + std::to_string(ownRN + 1) + " " +
                                      std::to_string(service));
+    }
     expectQuiet(witness);
     witness->vanish();
     awaitCounts("3/3");

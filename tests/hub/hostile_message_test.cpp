@@ -84,11 +84,11 @@ TEST_F(HostileMessageTest, MessagesCutAtEveryByteAndRandomOnes) {
   constexpr std::uint32_t kKinds[] = {0x10, 0x21, 0x24, 0x40, 0x50, 0x00, 0x2F};
   for (int round = 0; round < 4000; ++round) {
     std::string payload;
-    for (std::uint32_t words = random() % 30; words > 0; --words) {
+    for (auto words = random() % 30; words > 0; --words) {
       const std::uint32_t pick = static_cast<std::uint32_t>(random());
-      if (pick % 3 == 0) payload += wordBytes(pick >> 8 & 0x3F);
-      else if (pick % 3 == 1) payload += wordBytes((pick >> 8) % 50 << 8 | kKinds[pick >> 20 & 3]);
-      else payload += wordBytes(static_cast<std::uint32_t>(random()));
+      const std::uint32_t options[] = {pick >> 8 & 0x3F,
+                                       (pick >> 8) % 50 << 8 | kKinds[(pick >> 20) % 7], pick};
+      payload += wordBytes(options[pick % 3]);
     }
     payload += std::string(random() % 4, 'e');
     const std::size_t id = random() % 24;

@@ -30,7 +30,7 @@ std::string routerRecord() {
   for (const std::string& name : kTagNames) text += name + " ";
   text += " ] msgs:(0x16 )[ ";
   for (std::size_t i = 0; i < kHubReceives.size(); ++i) {
-    char id[8];
+    char id[24];
     std::snprintf(id, sizeof id, "0x%zx", i);
     text += std::string("{ id:") + id + " name:" + kHubReceives[i] +
             (kHubReceives[i] == "NumPersistentServices" ? " flags:0x1  } " : " flags:0x2  } ");
@@ -112,7 +112,7 @@ TEST_F(NegotiationTest, MessagesToTheByte) {
   };
   expectMessage("PluginId", 0x02, u4("plugin_id", 2));
   peer.send(hubMessageBytes("RequestLocation"));
-  expectMessage("LocationEvent", 0x02, str("hostname", gen_host_name()) + u4("port", port));
+  expectMessage("LocationEvent", 0x02, str("hostname", static_cast<const char*>(gen_host_name())) + u4("port", port));
   peer.send(hubMessageBytes("ReserveRNBlock",
                             [](STPMessage& message) { message.putU32(tag("count"), 2); }));
   const std::string list = u4("count", 2) + field("data", 0x50) + wordBytes(12) + wordBytes(2) +

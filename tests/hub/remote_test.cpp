@@ -67,7 +67,7 @@ TEST_F(RemoteTest, ValuesAskedAcross) {
   EXPECT_EQ(a->next(), "ForwardedRequestValueOfNameOnPlugin 2 2 'own'");
   a->RequestLocation();
   EXPECT_EQ(a->next(),
-            "LocationEvent '" + std::string(gen_host_name()) + "' " + std::to_string(port));
+            "LocationEvent '" + std::string(static_cast<const char*>(gen_host_name())) + "' " + std::to_string(port));
 }
 
 TEST_F(RemoteTest, LeavesUnlessItOwesAnAnswer) {

@@ -55,7 +55,7 @@ TEST(Format, IntegersWhereTheLibraryDiffers) {
   EXPECT_EQ(small[1], 7);
 }
 
-TEST(Format, EqualsTheLibraryOverRandomSpecifications) {
+TEST(Format, EqualsTheLibraryOverRandomFormats) {
   std::mt19937 generator(3);
   const auto pick = [&](int low, int high) {
     return std::uniform_int_distribution<int>(low, high)(generator);

@@ -1,4 +1,4 @@
-// What the conversions of formatted printing share: the specification that was read behind a `%`,
+// What the conversions of formatted printing share: the flags and sizes read behind a `%`,
 // and the one step through which every conversion puts its text into its field.
 //
 // Nothing here owns text: a field's text is a row of runs that the conversion keeps alive while it

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <utility>
 
-/// Zero-filled memory of `count` times `size` bytes, owned by the caller. A product of 0 gives null.
+/// Zero-filled memory of `count` times `size` bytes, owned by the caller; null for 0 bytes.
 extern void* (*gen_alloc)(std::size_t count, std::size_t size);
 
 /// The block resized to `size` bytes. A `size` of 0 frees the block and gives null; a null block

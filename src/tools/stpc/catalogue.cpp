@@ -27,7 +27,9 @@ void collectNames(const std::vector<Field>& fields, std::set<std::string>& names
 
 }  // namespace
 
-const ScalarSpelling& spelling(Scalar scalar) { return kScalars[static_cast<std::size_t>(scalar)]; }
+const ScalarSpelling& spelling(Scalar scalar) {
+  return kScalars[static_cast<std::size_t>(scalar)];
+}
 
 bool Field::isArrayBlock() const {
   return kind == Kind::block && fields.size() == 2 && fields[0].isCount();

@@ -33,7 +33,9 @@ struct ScalarSpelling {
   const char* put;          ///< operation of STPMessage that writes it
 };
 const ScalarSpelling& spelling(Scalar scalar);
-inline bool isText(Scalar scalar) { return scalar == Scalar::str || scalar == Scalar::fn; }
+inline bool isText(Scalar scalar) {
+  return scalar == Scalar::str || scalar == Scalar::fn;
+}
 
 struct Field {
   enum class Kind { scalar, block, pointerArray, dynamicArray };
@@ -42,8 +44,8 @@ struct Field {
   std::string name;
   Position at;
   Kind kind = Kind::scalar;
-  Scalar scalar = Scalar::u4;      ///< of the elements, for an array
-  std::vector<Field> fields;       ///< of a block
+  Scalar scalar = Scalar::u4;       ///< of the elements, for an array
+  std::vector<Field> fields;        ///< of a block
   std::size_t counterpart = kNone;  ///< in the same list: an array's count field, a count's array
 
   bool isArray() const { return kind == Kind::pointerArray || kind == Kind::dynamicArray; }

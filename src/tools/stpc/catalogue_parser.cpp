@@ -18,7 +18,9 @@ constexpr std::uint32_t kEntryBits = 0x97;
 constexpr std::uint32_t kPacketBits = 0x77;
 constexpr std::uint32_t kLargestRN = 0x7FFFFFFF;
 
-std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+std::string quoted(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
 
 class CatalogueParser {
  public:
@@ -71,8 +73,7 @@ class CatalogueParser {
     advance();
     return true;
   }
-  bool takeNumber(std::uint32_t& value, std::uint32_t least = 0,
-                  std::uint32_t most = UINT32_MAX) {
+  bool takeNumber(std::uint32_t& value, std::uint32_t least = 0, std::uint32_t most = UINT32_MAX) {
     if (token_.kind != Token::Kind::number) return failExpected("a number");
     if (token_.value < least || token_.value > most) return failRange("the number");
     value = token_.value;
@@ -155,10 +156,9 @@ class CatalogueParser {
       return fail(message.at, quoted(message.name) + " is an operation of every spec");
     for (const Message& other : catalogue_.messages)
       if (other.name == message.name)
-        return fail(message.at, (other.sender == sender
-                                     ? "a second message " + quoted(message.name)
-                                     : "the other direction has a message " +
-                                           quoted(message.name) + " too") +
+        return fail(message.at, (other.sender == sender ? "a second message " + quoted(message.name)
+                                                        : "the other direction has a message " +
+                                                              quoted(message.name) + " too") +
                                     ": the first is in line " + std::to_string(other.at.line));
     if (!parseAttributes(message) || !parseMessageFormat(message)) return false;
     catalogue_.messages.push_back(std::move(message));
@@ -205,8 +205,7 @@ class CatalogueParser {
       return fail(message.at, "the two-way message " + quoted(message.name) +
                                   " has no reply marker in its format");
     if (!message.twoWay && parsed.hasReply)
-      return fail(parsed.marker,
-                  "a reply marker in the one-way message " + quoted(message.name));
+      return fail(parsed.marker, "a reply marker in the one-way message " + quoted(message.name));
     message.format = std::move(format.text);
     message.fields = std::move(parsed.fields);
     message.reply = std::move(parsed.reply);
@@ -229,8 +228,8 @@ class CatalogueParser {
       if (field.kind != Field::Kind::block || field.isArrayBlock()) continue;
       const std::string name = outer + "_" + field.name;
       if (!names_.emplace(name, field.at).second)
-        return fail(field.at, "the type of the block would be " + quoted(name) +
-                                  ", and that name is taken");
+        return fail(field.at,
+                    "the type of the block would be " + quoted(name) + ", and that name is taken");
       if (!addTypeNames(field.fields, name)) return false;
     }
     return true;

@@ -20,8 +20,8 @@
 
 namespace stpc {
 
-/// Fills `catalogue` from the text of a file. False with the first fault in `error`; the catalogue is
-/// then incomplete.
+/// Fills `catalogue` from the text of a file. False with the first fault in `error`; the catalogue
+/// is then incomplete.
 bool parseCatalogue(std::string_view source, Catalogue& catalogue, Error& error);
 
 }  // namespace stpc

@@ -5,7 +5,9 @@ namespace {
 
 constexpr std::size_t kWidth = 100;
 
-std::string blanks(std::size_t count) { return std::string(count, ' '); }
+std::string blanks(std::size_t count) {
+  return std::string(count, ' ');
+}
 
 }  // namespace
 
@@ -49,8 +51,7 @@ std::string callLines(int indent, const std::string& head, const std::vector<std
   return lines + line + "\n";
 }
 
-std::string chainLines(int indent, const std::string& head,
-                       const std::vector<std::string>& links) {
+std::string chainLines(int indent, const std::string& head, const std::vector<std::string>& links) {
   std::string whole = head;
   for (const std::string& link : links) whole += link;
   if (fitsLine(indent, whole + ";")) return codeLine(indent, whole + ";");

@@ -61,9 +61,8 @@ std::vector<std::string> requestParameters(const Message& message) {
   for (const Field& field : message.fields) {
     if (field.isCount()) continue;
     const std::string type = typeOf(field, message.name);
-    parameters.push_back(
-        declaration(isPassedByReference(field) ? "const " + type + "&" : type,
-                    localName(field.name)));
+    parameters.push_back(declaration(isPassedByReference(field) ? "const " + type + "&" : type,
+                                     localName(field.name)));
   }
   return parameters;
 }
@@ -86,18 +85,22 @@ void addBlockTypes(const std::vector<Field>& fields, const std::string& scope,
     for (const Field& member : field.fields) {
       if (member.isCount()) continue;
       const bool isScalar = member.kind == Field::Kind::scalar;
-      types += codeLine(4, declaration(typeOf(member, name), member.name) +
-                               (isScalar ? std::string(" = ") + spelling(member.scalar).initial
-                                         : std::string()) +
-                               ";");
+      types += codeLine(
+          4, declaration(typeOf(member, name), member.name) +
+                 (isScalar ? std::string(" = ") + spelling(member.scalar).initial : std::string()) +
+                 ";");
     }
     types += codeLine(2, "};");
   }
 }
 
-std::string tagOf(const Field& field) { return "tag::" + field.name; }
+std::string tagOf(const Field& field) {
+  return "tag::" + field.name;
+}
 
-std::string getterOf(Scalar scalar) { return isText(scalar) ? "str" : spelling(scalar).name; }
+std::string getterOf(Scalar scalar) {
+  return isText(scalar) ? "str" : spelling(scalar).name;
+}
 
 std::string read(const Field& field) {
   return "in." + getterOf(field.scalar) + "(" + tagOf(field) + ")";
@@ -201,18 +204,19 @@ std::string readFields(const Message& message, int indent) {
   std::string lines;
   for (const Field& field : message.fields) {
     if (field.kind == Field::Kind::scalar && !field.isCount()) {
-      lines += codeLine(indent, declaration(std::string("const ") +
-                                                (isText(field.scalar) ? "char* const"
-                                                                      : spelling(field.scalar).type),
-                                            localName(field.name)) +
-                                    " = " + read(field) + ";");
+      lines += codeLine(
+          indent,
+          declaration(std::string("const ") +
+                          (isText(field.scalar) ? "char* const" : spelling(field.scalar).type),
+                      localName(field.name)) +
+              " = " + read(field) + ";");
       continue;
     }
     // An array is filled in two places, and its variable stands before the first.
     const Field& holder = field.isCount() ? message.fields[field.counterpart] : field;
     if (!field.isArray())
-      lines += codeLine(indent, declaration(typeOf(holder, message.name), localName(holder.name)) +
-                                    ";");
+      lines +=
+          codeLine(indent, declaration(typeOf(holder, message.name), localName(holder.name)) + ";");
     lines += readValue(message.fields, field, {}, indent, 1);
   }
   return lines;
@@ -221,31 +225,30 @@ std::string readFields(const Message& message, int indent) {
 std::string declareReply(const Message& message, int indent) {
   std::string lines;
   for (const Field& field : message.reply)
-    lines += codeLine(indent, declaration(outputType(field), localName(field.name)) +
-                                  (isText(field.scalar) ? std::string()
-                                                        : std::string(" = ") +
-                                                              spelling(field.scalar).initial) +
-                                  ";");
+    lines += codeLine(
+        indent, declaration(outputType(field), localName(field.name)) +
+                    (isText(field.scalar) ? std::string()
+                                          : std::string(" = ") + spelling(field.scalar).initial) +
+                    ";");
   return lines;
 }
 
 std::string readReply(const Message& message, int indent) {
   std::string lines;
   for (const Field& field : message.reply)
-    lines += codeLine(indent, "*" + localName(field.name) + " = " +
-                                  (isText(field.scalar) ? "in.ownedText(" + tagOf(field) + ")"
-                                                        : read(field)) +
-                                  ";");
+    lines += codeLine(
+        indent, "*" + localName(field.name) + " = " +
+                    (isText(field.scalar) ? "in.ownedText(" + tagOf(field) + ")" : read(field)) +
+                    ";");
   return lines;
 }
 
 std::string clearReply(const Message& message, int indent) {
   std::string lines;
   for (const Field& field : message.reply)
-    lines += codeLine(indent, "*" + localName(field.name) + " = " +
-                                  (isText(field.scalar) ? "gen_text()"
-                                                        : spelling(field.scalar).initial) +
-                                  ";");
+    lines += codeLine(
+        indent, "*" + localName(field.name) + " = " +
+                    (isText(field.scalar) ? "gen_text()" : spelling(field.scalar).initial) + ";");
   return lines;
 }
 
@@ -257,8 +260,8 @@ std::string traceFields(const std::vector<Field>& fields, const std::string& log
                         const std::string& heading, const std::string& messageName, int indent) {
   std::vector<std::string> links;
   addTraceLinks(fields, {}, links);
-  return chainLines(indent,
-                    "STPStubTrace(*" + log + ", this, \"" + heading + messageName + ": \")", links);
+  return chainLines(indent, "STPStubTrace(*" + log + ", this, \"" + heading + messageName + ": \")",
+                    links);
 }
 
 }  // namespace stpc

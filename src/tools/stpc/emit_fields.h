@@ -8,8 +8,8 @@
 
 namespace stpc {
 
-/// What a stub takes (`outputs` as pointers) and what a handler takes (as references), each with its
-/// type. Request fields come first.
+/// What a stub takes (`outputs` as pointers) and what a handler takes (as references), each with
+/// its type. Request fields come first.
 std::vector<std::string> stubParameters(const Message& message);
 std::vector<std::string> handlerParameters(const Message& message);
 /// The names of all of them, for a call.

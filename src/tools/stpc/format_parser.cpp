@@ -11,7 +11,9 @@ bool isNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+std::string quoted(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
 
 class FormatParser {
  public:
@@ -69,12 +71,12 @@ class FormatParser {
         return fail(field.at, fault);
       if (isKnown(fields, field.name) || (depth == 0 && isKnown(result_.fields, field.name)))
         return fail(field.at, "a second field " + quoted(field.name));
-      if (!expect(":", field.name) || !parseValue(field, fields, depth) ||
-          !expect(" ", field.name))
+      if (!expect(":", field.name) || !parseValue(field, fields, depth) || !expect(" ", field.name))
         return false;
       fields.push_back(std::move(field));
     }
-    if (depth == 0 && !rest_.empty() && rest_.front() == '}') return fail("a \"}\" without a block");
+    if (depth == 0 && !rest_.empty() && rest_.front() == '}')
+      return fail("a \"}\" without a block");
     return true;
   }
 
@@ -128,9 +130,9 @@ class FormatParser {
       count.counterpart = before.size();
       return true;
     }
-    return fail(place, name.empty() ? "the name of a count field was expected"
-                                    : "there is no count field " + quoted(name) +
-                                          " before the array");
+    return fail(place, name.empty()
+                           ? "the name of a count field was expected"
+                           : "there is no count field " + quoted(name) + " before the array");
   }
 
   bool parseScalar(Scalar& scalar) {
@@ -160,6 +162,8 @@ class FormatParser {
 
 }  // namespace
 
-ParsedFormat parseFormat(const FormatText& format) { return FormatParser(format).parse(); }
+ParsedFormat parseFormat(const FormatText& format) {
+  return FormatParser(format).parse();
+}
 
 }  // namespace stpc

@@ -5,9 +5,15 @@
 namespace stpc {
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isWordCharacter(char c) { return isLetter(c) || isDigit(c) || c == '_' || c == '-'; }
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool isLetter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool isWordCharacter(char c) {
+  return isLetter(c) || isDigit(c) || c == '_' || c == '-';
+}
 
 // A decimal number, or a hexadecimal one behind "0x".
 bool readNumber(std::string_view text, std::uint32_t& value) {

@@ -1,5 +1,5 @@
-// Cuts a catalogue file into words, numbers, texts and braces. A `#` starts a comment that ends with
-// its line.
+// Cuts a catalogue file into words, numbers, texts and braces. A `#` starts a comment that ends
+// with its line.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace stpc {
 struct Token {
   enum class Kind { word, number, text, open, close, end, bad };
   Kind kind = Kind::end;
-  std::string text;         ///< the characters, a text's without its quotes; for `bad`, what is wrong
+  std::string text;  ///< the characters, a text's without its quotes; for `bad`, what is wrong
   std::uint32_t value = 0;  ///< of a number
   Position at;              ///< the first character, a text's opening quote
 };

@@ -1,5 +1,6 @@
 // The interface compiler: reads a catalogue and writes the classes of its sides.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>

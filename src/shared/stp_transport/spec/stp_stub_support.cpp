@@ -63,7 +63,9 @@ void STPStubTrace::writeName(const char* name) {
   log_.write(":");
 }
 
-void STPStubTrace::writeValue(const char* value) { log_.printf("\"%s\"", value ? value : ""); }
+void STPStubTrace::writeValue(const char* value) {
+  log_.printf("\"%s\"", value ? value : "");
+}
 
 void STPStubTrace::writeValue(std::uint64_t value) {
   log_.printf("0x%llx", static_cast<unsigned long long>(value));

@@ -1,5 +1,6 @@
-// What the classes made by stpc share, so that their code stays short: arrays as arguments, a reader
-// that owns what one message's fields take up, writers for arrays and file names, and the trace.
+// What the classes made by stpc share, so that their code stays short: arrays as arguments, a
+// reader that owns what one message's fields take up, writers for arrays and file names, and the
+// trace.
 //
 // Tags here are the own side's; the reader translates them into the peer's.
 #pragma once

@@ -1,0 +1,217 @@
+// The library for plugin authors against a real hub: two plugins in this process, each served while
+// the other waits.
+#include "hublink_plugin/hublink_plugin.h"
+
+#include <gtest/gtest.h>
+
+#include "adder_client_impl.h"
+#include "adder_server_impl.h"
+#include "platform/clock.h"
+#include "support/hub_test.h"
+
+namespace {
+
+using Outcome = ServiceReply::Outcome;
+
+class AdderServer : public Adder_server_Impl {
+ public:
+  std::function<void()> before;
+
+ protected:
+  void Add(std::int32_t a, std::int32_t b, std::int32_t& sum) override {
+    if (before) before();
+    sum = a + b;
+    Total(sum);
+  }
+};
+
+class AdderClient : public Adder_client_Impl {
+ public:
+  std::vector<std::int32_t> totals;
+
+ protected:
+  void Total(std::int32_t sum) override { totals.push_back(sum); }
+};
+
+// Serves two plugins while one of them waits.
+class ServeBoth : public RetryHandler {
+ public:
+  ServeBoth(HublinkPlugin& a, HublinkPlugin& b) : RetryHandler(1000000 + kPatience), a_(a), b_(b) {}
+  bool shouldRetry() override { return RetryHandler::shouldRetry() && a_.isConnected(); }
+  void wait() override {
+    a_.serve(1);
+    b_.serve(1);
+  }
+
+ private:
+  HublinkPlugin& a_;
+  HublinkPlugin& b_;
+};
+
+class PluginTest : public HubTest {
+ protected:
+  void SetUp() override {
+    startHub();
+    std::string error;
+    ASSERT_TRUE(provider.connect(port, error, "127.0.0.1", kPatience)) << error;
+    ASSERT_TRUE(requester.connect(port, error, "127.0.0.1", kPatience)) << error;
+  }
+  void serveBoth(const std::function<bool()>& done) {
+    const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
+    while (!done() && platform::monotonicMilliseconds() < end) {
+      provider.serve(1);
+      requester.serve(1);
+    }
+    EXPECT_TRUE(done());
+  }
+  ServiceReply request(const ServiceQuery& query) {
+    std::optional<ServiceReply> reply;
+    requester.requestService(query, [&](const ServiceReply& answer) { reply = answer; });
+    serveBoth([&] { return reply.has_value(); });
+    return reply.value_or(ServiceReply());
+  }
+  ServiceReply request(const char* name) {
+    ServiceQuery query;
+    query.serviceName = name;
+    return request(query);
+  }
+
+  HublinkPlugin provider;
+  HublinkPlugin requester;
+  std::shared_ptr<HublinkLink> provided;
+};
+
+TEST_F(PluginTest, LinksCarryPacketsAndEndOnBothSides) {
+  std::vector<std::string> pairs;
+  const std::int32_t rn = provider.registerService(
+      "Echo", [&](const auto& link) { provided = link; },
+      [&](const ConnectionRequest& asked) {
+        pairs = asked.nameValuePairs;
+        return asked.nameValuePairs.size() != 1;
+      });
+  ASSERT_GE(rn, 10);
+  EXPECT_EQ(request("Nobody").outcome, Outcome::notFound);
+  ServiceQuery query;
+  query.serviceName = "Echo";
+  query.nameValuePairs = {"alone"};
+  EXPECT_EQ(request(query).outcome, Outcome::refused);
+  query.nameValuePairs = {"name", "value"};
+  const ServiceReply reply = request(query);
+  ASSERT_EQ(reply.outcome, Outcome::accepted);
+  EXPECT_EQ(pairs, query.nameValuePairs);
+  EXPECT_EQ(reply.pluginID, provider.pluginID());
+  EXPECT_EQ(reply.link->remoteRN(), rn);
+  EXPECT_EQ(provided->remoteRN(), reply.link->localRN());
+
+  // The first packets come before anybody listens for them.
+  for (const std::size_t size : {0u, 1u, 3u, 4u, 70000u})
+    EXPECT_TRUE(reply.link->send(std::string(size, 'z').data(), size));
+  std::vector<std::size_t> sizes;
+  reply.link->flush();
+  HublinkLink::Packet packet;
+  ASSERT_TRUE(provided->receive(packet, kPatience));
+  EXPECT_TRUE(packet.empty());
+  provided->onPacket([&](const unsigned char*, std::size_t size) { sizes.push_back(size); });
+  serveBoth([&] { return sizes.size() == 4; });
+  EXPECT_EQ(sizes, (std::vector<std::size_t>{1, 3, 4, 70000}));
+
+  int ends = 0;
+  provided->onEnd([&] { ++ends; });
+  reply.link->close();
+  EXPECT_FALSE(reply.link->send("x", 1));
+  serveBoth([&] { return ends == 1; });
+  EXPECT_FALSE(provided->isUp());
+  EXPECT_FALSE(provided->receive(packet, 0));
+
+  // The end of the connection ends links, questions and services alike.
+  const ServiceReply second = request(query);
+  ASSERT_TRUE(second.link);
+  second.link->onEnd([&] { ++ends; });
+  provider.disconnect();
+  EXPECT_FALSE(provided->isUp());
+  EXPECT_TRUE(requester.serveUntil([&] { return ends == 2; }, kPatience));
+  EXPECT_EQ(requester.requestService(query, kPatience).outcome, Outcome::notFound);
+}
+
+TEST_F(PluginTest, AnInterfaceOfOnesOwnWorksOnALinkAndACallEndsWithIt) {
+  const auto server = makeCounted<AdderServer>();
+  const auto client = makeCounted<AdderClient>();
+  ASSERT_NE(provider.registerService("Adder",
+                                     [&](const auto& link) {
+                                       provided = link;
+                                       link->attach(server.get());
+                                       server->sendNegotiate(false, nullptr, nullptr);
+                                     }),
+            -1);
+  const ServiceReply reply = request("Adder");
+  ASSERT_TRUE(reply.link);
+  reply.link->attach(client.get());
+  ServeBoth both(requester, provider);
+  STPStatus status;
+  client->negotiate(&both, &status);
+  ASSERT_TRUE(status.good()) << status.message;
+  std::int32_t sum = 0;
+  EXPECT_TRUE(client->Add(40, 2, &sum, &both, &status)) << status.message;
+  EXPECT_EQ(sum, 42);
+  serveBoth([&] { return client->totals.size() == 1; });
+  EXPECT_EQ(client->totals, std::vector<std::int32_t>{42});
+
+  server->before = [&] { provider.disconnect(); };
+  const std::uint64_t start = platform::monotonicMilliseconds();
+  EXPECT_FALSE(client->Add(1, 1, &sum, &both, &status));
+  EXPECT_FALSE(status.good());
+  EXPECT_LT(platform::monotonicMilliseconds() - start, 5000u) << "the call has waited for time";
+  EXPECT_FALSE(reply.link->isUp());
+}
+
+TEST_F(PluginTest, QuestionsToTheHubAndBetweenPlugins) {
+  std::vector<std::string> answers;
+  const auto note = [&](const std::string& text) { answers.push_back(text); };
+  provider.onValueRequest([](const std::string& name) {
+    return name == "colour" ? std::optional<std::string>("red") : std::nullopt;
+  });
+  const std::int32_t rn = provider.registerService("Thing", {});
+  requester.requestLocation([&](const std::string&, std::int32_t at) {
+    note(at == port ? "location" : "wrong port");
+  });
+  requester.requestProvider("Thing", nullptr, false, [&](std::int32_t id) {
+    note(id == provider.pluginID() ? "provider" : "wrong provider");
+  });
+  requester.requestValue(provider.pluginID(), "colour",
+                         [&](const auto& value) { note(value.value_or("none")); });
+  requester.requestValue(provider.pluginID(), "size",
+                         [&](const auto& value) { note(value.value_or("none")); });
+  requester.requestPluginConnect("127.0.0.1", freePort(), [&](std::int32_t id, const std::string&) {
+    note("connected " + std::to_string(id));
+  });
+  requester.reserveRNs(3, [&](const auto& list) { note(std::to_string(list.size()) + " RNs"); });
+  serveBoth([&] { return answers.size() == 6; });
+  std::sort(answers.begin(), answers.end());
+  EXPECT_EQ(answers, (std::vector<std::string>{"3 RNs", "connected -1", "location", "none",
+                                               "provider", "red"}));
+  provider.unregisterService(rn);
+  provider.setPersistent(false);
+  serveBoth([&] { return first->counts() == "2/3"; });
+  EXPECT_EQ(request("Thing").outcome, Outcome::notFound);
+}
+
+// A program with a loop of its own goes by the descriptor and what waits.
+TEST_F(PluginTest, ServesInSomebodyElsesLoop) {
+  ASSERT_NE(provider.registerService("Echo", [&](const auto& link) { provided = link; }), -1);
+  const ServiceReply reply = request("Echo");
+  ASSERT_TRUE(reply.link);
+  EXPECT_GE(requester.descriptor(), 0);
+  EXPECT_FALSE(requester.wantsWrite());
+  reply.link->send("x", 1);
+  EXPECT_TRUE(requester.wantsWrite());
+  while (requester.wantsWrite()) requester.serve(0);
+  HublinkLink::Packet packet;
+  EXPECT_TRUE(provided->receive(packet, kPatience));
+  EXPECT_FALSE(requester.hasDeliverable());
+  std::string error;
+  HublinkPlugin nobody;
+  EXPECT_FALSE(nobody.connect(freePort(), error, "127.0.0.1", 0));
+  EXPECT_EQ(error, "[ConnectToServer]: connection refused");
+}
+
+}  // namespace
