@@ -59,6 +59,12 @@ int terminateProcess(ProcessId process);
 /// Ends a process at once.
 int killProcess(ProcessId process);
 
+/// Whether this process has a terminal that controls it.
+bool hasTerminal();
+/// Gives this process, and the children that it starts from then on, the lowest priority, or the
+/// normal one. The way back may be refused.
+int setIdlePriority(bool idle);
+
 /// A variable of the environment, valid until it is next changed; null if it isn't set.
 const char* environmentVariable(const char* name);
 int setEnvironmentVariable(const char* name, const char* value);

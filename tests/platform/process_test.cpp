@@ -139,6 +139,23 @@ TEST_F(ProcessTest, DetachedChildHasItsOwnSessionAndTheStartSignals) {
   EXPECT_EQ(run(request), 128 + SIGPIPE);
 }
 
+// Run by the next test in a session of its own.
+TEST_F(ProcessTest, DISABLED_NoTerminal) {
+  EXPECT_FALSE(hasTerminal());
+  ASSERT_EQ(setIdlePriority(true), 0);
+  EXPECT_EQ(outputOf(shell({"nice"})), "19\n");
+}
+
+TEST_F(ProcessTest, TerminalGoesWithTheSessionAndPriorityIsInherited) {
+  StartRequest request;
+  request.program = executablePath();
+  request.arguments = {"self", "--gtest_also_run_disabled_tests",
+                       "--gtest_filter=ProcessTest.DISABLED_NoTerminal"};
+  request.detached = true;
+  EXPECT_EQ(run(request), 0);
+  EXPECT_EQ(setIdlePriority(false), 0);
+}
+
 // Run by the next test under a low soft limit.
 TEST_F(ProcessTest, DISABLED_RaisedLimit) {
   raiseDescriptorLimit();

@@ -23,6 +23,8 @@ extern char** environ;
 namespace platform {
 namespace {
 
+constexpr int kLowestPriority = 19;
+
 struct Child {
   int watch = -1;  // the process's own descriptor; -1 once it has ended
   int status = 0;
@@ -317,6 +319,14 @@ int terminateProcess(ProcessId process) {
 
 int killProcess(ProcessId process) {
   return sendSignal(process, SIGKILL);
+}
+
+bool hasTerminal() {
+  return Descriptor(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC)).get() >= 0;
+}
+
+int setIdlePriority(bool idle) {
+  return setpriority(PRIO_PROCESS, 0, idle ? kLowestPriority : 0) == 0 ? 0 : -errno;
 }
 
 const char* environmentVariable(const char* name) {

@@ -6,8 +6,9 @@
 #include "platform/process.h"
 #include "stp_transport/transport/stp_socket.h"
 
-Hublink::Hublink(std::uint32_t listenPort, STPFileLog* pluginLog, std::FILE* internalFile)
-    : port(listenPort), log(pluginLog) {
+Hublink::Hublink(const ServiceDatabase& database, std::uint32_t listenPort, STPFileLog* pluginLog,
+                 std::FILE* internalFile)
+    : port(listenPort), serviceDatabase(database), log(pluginLog) {
   if (internalFile) internalLog = std::make_unique<HLInternalFileLog>(this, internalFile, false);
 }
 
@@ -75,6 +76,7 @@ void Hublink::servicePass(int timeout, STPStatus* status) {
   if (status->code == STP_PEER_CLOSED) status->clear();
   reapDeadConnections();
   reapDeadTransports();
+  platform::collectChildren();
 }
 
 bool Hublink::lockActiveRecord() { return activeRecord && activeRecord->lock(); }

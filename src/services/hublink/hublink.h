@@ -13,13 +13,17 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <set>
+#include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "services/hublink/active_hub_record.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/hublink_connection.h"
 #include "services/hublink/pending.h"
 #include "services/hublink/rn_table.h"
+#include "services/hublink/service_database.h"
 #include "services/hublink/service_table.h"
 #include "stp_transport/transport/counted_ptr.h"
 #include "stp_transport/transport/stp_transport.h"
@@ -38,9 +42,9 @@ struct ServiceRequest {
 
 class Hublink : public ForwardingHandler {
  public:
-  /// A hub that will listen on `port`, or on a free one for 0. `log` and `internalFile` may be null
-  /// and are not owned.
-  Hublink(std::uint32_t port, STPFileLog* log, std::FILE* internalFile);
+  /// A hub that will listen on `port`, or on a free one for 0, and starts what `database` describes.
+  /// `log` and `internalFile` may be null; none of the three is owned.
+  Hublink(const ServiceDatabase& database, std::uint32_t port, STPFileLog* log, std::FILE* internalFile);
   /// Takes nothing down in order: connections that are left just end.
   ~Hublink() override;
   Hublink(const Hublink&) = delete;
@@ -77,7 +81,7 @@ class Hublink : public ForwardingHandler {
   bool isOnHubHost(HublinkConnection* connection);
   static bool sameHost(HublinkConnection* requester, HublinkConnection* provider);
 
-  // --- Brokering (hublink_brokering.cpp, hublink_requests.cpp) ---
+  // --- Brokering (hublink_brokering.cpp, hublink_requests.cpp, hublink_providers.cpp) ---
   void releaseRN(HublinkConnection* owner, std::int32_t rn) { rns.release(owner, rn); }
   void reserveRNBlock(HublinkConnection* owner, std::int32_t count);
   void registerServiceList(HublinkConnection* provider, const StringArray& names);
@@ -111,7 +115,8 @@ class Hublink : public ForwardingHandler {
   void debugPlugin(const char* pluginName, bool doDebug, const char* debugger,
                    const char* debuggerOpts);
   void setEnvironmentVariable(const char* variable, const char* value);
-  void setPreferAda(bool preferAda);
+  /// Milliseconds that a launched child may take to connect; less for tests.
+  void setLaunchLimit(int milliseconds) { launchLimit = milliseconds; }
 
  private:
   using Connections = std::list<CountedPtr<HublinkConnection>>;
@@ -151,13 +156,24 @@ class Hublink : public ForwardingHandler {
   void purgeConnection(HublinkConnection* connection);
   void purgeRequests(HublinkConnection* connection);
   void purgeAccepts(HublinkConnection* connection);
-  void purgeWaiters(HublinkConnection* connection);
+  void purgeStarts(HublinkConnection* connection);
 
   // Starting plugins.
+  std::int32_t launchPlugin(const std::vector<std::string>& argv, const char* workingDir);
+  std::int32_t clientStartPlugin(HublinkConnection* requester, const std::vector<std::string>& argv,
+                                 const char* workingDir);
+  std::vector<std::string> debugArgsFor(const std::string& pluginName);
+  void applyServiceEnvironment(const std::vector<NameAndValue>& environment);
   void startProviderForConnection(HublinkConnection* requester, const ServiceRequest& request);
   void startProviderForQuery(HublinkConnection* requester, std::int32_t cookie,
                              const char* serviceName, const char* workingDir);
 
+  /// A plugin that a client was asked to start.
+  struct ClientStart {
+    HublinkConnection* requester;
+    std::int32_t cookie;    ///< the request's own
+    std::int32_t pluginID;  ///< set aside for a service request; 0 for a plain launch
+  };
   /// Who is to be told when a plugin that was started or connected to has negotiated.
   struct LaunchWaiter {
     HublinkConnection* requester;
@@ -174,14 +190,21 @@ class Hublink : public ForwardingHandler {
   PendingRequests pendingRequests;
   PendingAccepts pendingAccepts;
   std::map<std::int32_t, LaunchWaiter> launchWaiters;
+  std::map<std::int32_t, ClientStart> clientStarts;  // by start cookie
   STPTransport* listener = nullptr;  // stands in `transports`, or null after a failed set-up
   std::uint32_t port;
   int listenSocket = 0;
   bool acceptBroken = false;             // the last accept failed
   std::uint64_t acceptRetryAt = 0;       // ms of the steady clock
   std::int32_t lastPluginID = 0;
+  std::int32_t lastStartCookie = 0;
+  int launchLimit = 30000;
+  const ServiceDatabase& serviceDatabase;
   std::unique_ptr<ActiveHubRecord> activeRecord;
   std::int32_t numPersistent = 0;
   STPFileLog* log;
   std::unique_ptr<HLInternalFileLog> internalLog;
+  OptionalText debugger;  // named by a plugin, as are its options
+  OptionalText debuggerOpts;
+  std::set<std::string> debugPlugins;  // to be started under the debugger
 };

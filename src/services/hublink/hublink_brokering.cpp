@@ -128,7 +128,7 @@ void Hublink::purgeConnection(HublinkConnection* connection) {
   rns.releaseAll(connection, [this](std::int32_t rn) { services.remove(rn); });
   purgeRequests(connection);
   purgeAccepts(connection);
-  purgeWaiters(connection);
+  purgeStarts(connection);
 }
 
 void Hublink::purgeRequests(HublinkConnection* connection) {
@@ -157,7 +157,7 @@ void Hublink::purgeAccepts(HublinkConnection* connection) {
 
 // A requester that waits for this plugin to negotiate is told that it won't, and one that has gone
 // itself is forgotten.
-void Hublink::purgeWaiters(HublinkConnection* connection) {
+void Hublink::purgeStarts(HublinkConnection* connection) {
   for (auto place = launchWaiters.begin(); place != launchWaiters.end();) {
     const bool own = place->second.requester == connection;
     const bool lost = place->first == connection->getPluginID();
@@ -166,4 +166,6 @@ void Hublink::purgeWaiters(HublinkConnection* connection) {
                                                     place->second.failure.c_str());
     place = own || lost ? launchWaiters.erase(place) : std::next(place);
   }
+  std::erase_if(clientStarts,
+                [connection](const auto& entry) { return entry.second.requester == connection; });
 }

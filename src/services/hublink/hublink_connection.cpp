@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "services/hublink/hublink.h"
+#include "services/hublink/prefer_ada.h"
 #include "stp_transport/transport/stp_transport.h"
 
 namespace {
@@ -143,4 +144,4 @@ void HublinkConnection::SetEnvironmentVariable(const char* variable, const char*
   hub->setEnvironmentVariable(variable, value);
 }
 
-void HublinkConnection::SetPreferAda(bool preferAda) { hub->setPreferAda(preferAda); }
+void HublinkConnection::SetPreferAda(bool preferAda) { setPreferAda(preferAda); }

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "platform/clock.h"
+#include "platform/process.h"
 #include "services/hublink/hublink.h"
 #include "stp_transport/transport/stp_socket.h"
 
@@ -125,6 +126,7 @@ void Hublink::takeDown(HublinkConnection* connection) {
     peer->ConnectionDroppedEvent(link.remoteRN, link.localRN);
   }
   activeByPluginID.erase(connection->getPluginID());
+  if (connection->getProcess() != 0) platform::releaseChild(connection->getProcess());
 }
 
 void Hublink::reapDeadTransports() {

@@ -1,29 +1,172 @@
-// Starting plugins. The hub can't do it yet: no service description files are read and no child is
-// started, so that every road that leads here ends in the answer that its message has for a start
-// that failed, and what only prepares a start is taken in silence.
+// Starting plugins: as children of the hub, or by the client that asks; and what plugins say about
+// how that is done (debugger, environment).
+//
+// A child is started with the number of a private port and connects there; until then the handler
+// that launches it doesn't return, while packets between other plugins are relayed all the same.
+#include <cstring>
+
+#include "indgen/find.h"
+#include "indgen/host.h"
+#include "indgen/path.h"
+#include "indgen/program.h"
+#include "platform/process.h"
 #include "services/hublink/hublink.h"
+#include "services/hublink/launch_wait.h"
+#include "stp_transport/child/stp_child_process.h"
 
-void Hublink::startProviderForConnection(HublinkConnection* requester,
-                                         const ServiceRequest& request) {
-  logInternal("Service %s requested, but it is not in the service database.\n",
-              request.serviceName);
-  sendFailureReply(requester, request.serviceName, request.clientCookie);
+namespace {
+
+constexpr const char* kPortOption = "-hl_connect_hublink_port";
+constexpr const char* kLaunchFailure = "Failed to launch plugin";
+
+// The texts of a message; a null among them is an empty argument.
+std::vector<std::string> textsOf(const StringArray& array) {
+  std::vector<std::string> texts;
+  for (std::int32_t i = 0; i < array.count; ++i)
+    texts.emplace_back(array.data[i] ? array.data[i] : "");
+  return texts;
 }
 
-void Hublink::startProviderForQuery(HublinkConnection* requester, std::int32_t cookie,
-                                    const char* serviceName, const char*) {
-  requester->PluginIdForServiceReplyEvent(cookie, serviceName, -1, false);
+std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
+  std::vector<const char*> pointers;
+  for (const std::string& text : texts) pointers.push_back(text.c_str());
+  return pointers;
 }
 
-void Hublink::requestPluginLaunch(HublinkConnection* requester, const StringArray&,
-                                  std::int32_t cookie, bool, const char*) {
-  requester->PluginConnectedEvent(cookie, -1, "Failed to launch plugin");
+// The program in the hub's own directory if it is there; else the system searches for the name.
+std::string programFor(const std::string& name) {
+  const gen_text beside = gen_join(gen_program_dir(), name.c_str());
+  return gen_file_kind(beside) == 1 ? std::string(beside) : name;
 }
 
-void Hublink::startPluginEvent(HublinkConnection*, std::int32_t, bool, const char*) {}
+// The debugger of the installation, looked for once.
+const std::string& locatedDebugger() {
+  static const std::string located = [] {
+    for (const char* name : {"vestrel", "adavestrel"})
+      if (const gen_text path = gen_find_program(name, true, true)) return std::string(path);
+    return std::string("could_not_locate_vestrel_or_adavestrel");
+  }();
+  return located;
+}
 
-void Hublink::debugPlugin(const char*, bool, const char*, const char*) {}
+}  // namespace
 
-void Hublink::setEnvironmentVariable(const char*, const char*) {}
+std::int32_t Hublink::launchPlugin(const std::vector<std::string>& argv, const char* workingDir) {
+  if (argv.empty() || argv[0].empty() || !pluginIDsLeft()) return -1;
+  logInternal("Launching plugin %s.\n", argv[0].c_str());
+  std::vector<std::string> arguments = argv;
+  for (const std::string& text : debugArgsFor(argv[0])) arguments.push_back(text);
+  arguments[0] = programFor(argv[0]);
 
-void Hublink::setPreferAda(bool) {}
+  auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
+  STPChildProcess child(false);
+  const auto pointers = pointersOf(arguments);
+  child.setArguments(pointers.data(), static_cast<int>(pointers.size()));
+  child.setTransport(transport.get());
+  child.setPassHost(false);
+  child.setPortIndex(2);
+  child.insertArgumentAt(kPortOption, 1);
+  child.setWorkingDirectory(workingDir);
+  LaunchWait wait(transport.get(), transports, launchLimit);
+  STPStatus status;
+  child.launch(&wait, &status);
+  if (!status.good()) {
+    // One that never connected may go on, but not as a plugin of this hub.
+    if (child.process() != 0) platform::releaseChild(child.process());
+    return -1;
+  }
+  return addConnection(std::move(transport), child.process(), gen_base_name(argv[0].c_str()),
+                       workingDir ? workingDir : gen_getcwd())
+      ->getPluginID();
+}
+
+std::int32_t Hublink::clientStartPlugin(HublinkConnection* requester,
+                                        const std::vector<std::string>& argv,
+                                        const char* workingDir) {
+  const std::int32_t startCookie = ++lastStartCookie;
+  std::vector<std::string> arguments = argv;
+  if (!argv.empty())
+    for (const std::string& text : debugArgsFor(gen_base_name(argv[0].c_str())))
+      arguments.push_back(text);
+  for (const std::string& text :
+       {std::string("-hl_client_start_cookie"), std::to_string(startCookie),
+        std::string("-hl_connect_hublink_host"), std::string(gen_full_host_name()),
+        std::string(kPortOption), std::to_string(port)})
+    arguments.push_back(text);
+  const auto pointers = pointersOf(arguments);
+  STPStatus status;
+  requester->StartPlugin({static_cast<std::int32_t>(pointers.size()), pointers.data()},
+                         startCookie, workingDir, false, nullptr, &status);
+  return status.good() ? startCookie : -1;
+}
+
+void Hublink::requestPluginLaunch(HublinkConnection* requester, const StringArray& argv,
+                                  std::int32_t cookie, bool clientStart, const char* workingDir) {
+  const std::vector<std::string> arguments = textsOf(argv);
+  const std::int32_t started = clientStart ? clientStartPlugin(requester, arguments, workingDir)
+                                           : launchPlugin(arguments, workingDir);
+  if (started == -1)
+    requester->PluginConnectedEvent(cookie, -1, kLaunchFailure);
+  else if (clientStart)
+    clientStarts[started] = {requester, cookie, 0};
+  else
+    launchWaiters[started] = {requester, cookie, kLaunchFailure};
+}
+
+void Hublink::startPluginEvent(HublinkConnection* sender, std::int32_t cookie, bool success,
+                               const char* errorMessage) {
+  const auto node = clientStarts.extract(cookie);
+  if (node.empty()) return;
+  const ClientStart& start = node.mapped();
+  const std::int32_t pluginID = sender->getPluginID();
+  if (start.pluginID == 0) {
+    start.requester->PluginConnectedEvent(start.cookie, success ? pluginID : -1, errorMessage);
+  } else if (success) {
+    // The request waits for the plugin that has really come instead of the ID set aside for it.
+    for (PendingRequest& request : pendingRequests)
+      if (request.pluginID == start.pluginID) request.pluginID = pluginID;
+  } else {
+    start.requester->ConnectionReplyEvent("", -1, false, false, false, 0, -1, nullptr,
+                                          start.cookie);
+    std::erase_if(pendingRequests, [&start](const PendingRequest& request) {
+      return request.pluginID == start.pluginID;
+    });
+  }
+}
+
+void Hublink::debugPlugin(const char* pluginName, bool doDebug, const char* newDebugger,
+                          const char* newOptions) {
+  if (pluginName && doDebug) debugPlugins.insert(pluginName);
+  if (pluginName && !doDebug) debugPlugins.erase(pluginName);
+  if (newDebugger) debugger = newDebugger;
+  if (newOptions) debuggerOpts = newOptions;
+}
+
+std::vector<std::string> Hublink::debugArgsFor(const std::string& pluginName) {
+  if (!debugPlugins.contains(pluginName)) return {};
+  return {"-hl_debug_startup", "-hl_debug_debugger", debugger ? *debugger : locatedDebugger(),
+          "-hl_debug_debugger_opts", debuggerOpts.value_or(" -hl_private -P ")};
+}
+
+void Hublink::setEnvironmentVariable(const char* variable, const char* value) {
+  if (!value) return;
+  if (!variable || !*variable || std::strchr(variable, '=')) {
+    logInternal("Ignored the environment variable \"%s\".\n", variable ? variable : "");
+    return;
+  }
+  platform::setEnvironmentVariable(variable, value);
+}
+
+// Of a service's environment only LIBPATH has an effect: it goes to the end of the path on which
+// children find their programs and libraries, anew on each use.
+void Hublink::applyServiceEnvironment(const std::vector<NameAndValue>& environment) {
+  for (const NameAndValue& entry : environment) {
+    if (entry.name != "LIBPATH") continue;
+    std::string cleaned = entry.value;
+    gen_clean_path(cleaned.data());
+    cleaned.resize(std::strlen(cleaned.c_str()));
+    const char* present = platform::environmentVariable("PATH");
+    const std::string path = present && *present ? std::string(present) + ":" + cleaned : cleaned;
+    platform::setEnvironmentVariable("PATH", path.c_str());
+  }
+}

@@ -3,7 +3,9 @@
 #include <memory>
 
 #include "indgen/access.h"
+#include "indgen/config_dirs.h"
 #include "indgen/memory.h"
+#include "indgen/path.h"
 #include "indgen/program.h"
 #include "libcxxutil/ut_clock.h"
 #include "platform/process.h"
@@ -65,8 +67,9 @@ void preparePlatform() {
 }
 
 // The hub, ready to run, or null with the failure printed.
-std::unique_ptr<Hublink> setUp(const CommandLine& line, STPFileLog* log, std::FILE* internalFile) {
-  auto hub = std::make_unique<Hublink>(line.connectMode ? 0 : line.port, log, internalFile);
+std::unique_ptr<Hublink> setUp(const ServiceDatabase& database, const CommandLine& line,
+                               STPFileLog* log, std::FILE* internalFile) {
+  auto hub = std::make_unique<Hublink>(database, line.connectMode ? 0 : line.port, log, internalFile);
   const bool ready = (!line.connectMode || hub->connectToPeer("localhost", line.port)) &&
                      hub->startListening(line.notShared, line.zone);
   if (ready) return hub;
@@ -83,6 +86,8 @@ std::unique_ptr<Hublink> setUp(const CommandLine& line, STPFileLog* log, std::FI
 int main(int argc, char** argv) {
   preparePlatform();
   V_chdir(gen_program_dir());
+  ServiceDatabase database;
+  ServiceDatabase::read_directory(database, gen_join(gen_defaults_dir(), "services"));
   if (argc < 2) {
     std::fprintf(stderr, kUsage, argv[0]);
     return 1;
@@ -102,7 +107,7 @@ int main(int argc, char** argv) {
   }
   std::unique_ptr<STPFileLog> log;
   if (logFile) log = std::make_unique<STPFileLog>(logFile.get(), false);
-  const auto hub = setUp(line, log.get(), oneFile ? logFile.get() : internalFile.get());
+  const auto hub = setUp(database, line, log.get(), oneFile ? logFile.get() : internalFile.get());
   if (!hub) return 1;
   platform::installStopSignals();
   runMainLoop(*hub);

@@ -127,6 +127,8 @@ class STPTransport {
   void listenOnFD(int fd, bool closeListener, RetryHandler* retry, STPStatus* status = nullptr);
   /// Begins listening without waiting.
   void startListenOnFD(int fd, STPStatus* status = nullptr);
+  /// Ends listening; the socket stays open and is the caller's alone.
+  void stopListening() { listening_ = clientWaiting_ = false; }
   /// Whether a client was accepted. Nobody being there is no failure.
   bool tryAccept(bool closeListener, STPStatus* status = nullptr);
   /// Becomes the transport of a connected socket, which it then owns.
@@ -138,6 +140,11 @@ class STPTransport {
   // --- Service (stp_transport_service.cpp) ---
   /// One step: waits up to `timeout` ms for this transport, then writes and reads.
   void serviceOnce(int timeout, STPStatus* status = nullptr);
+  /// The same for this transport, while those of `others` only relay: each reads, and passes on, up
+  /// to its first packet that would be delivered here, and leaves that one and all behind it to a
+  /// later step. Nothing of theirs is delivered.
+  void serviceOnceRelaying(int timeout, const std::set<STPTransport*>& others,
+                           STPStatus* status = nullptr);
 
   // --- Sync and channels (stp_channel.cpp) ---
   /// A barrier: sends one packet and waits for the peer's.
@@ -195,6 +202,9 @@ class STPTransport {
   unsigned char* reserveWrite(std::int64_t total);
   void forwardPacket(STPTransport& target, std::int64_t total);
   void takePacket(const STPPacketTest& test);
+  bool passOn(const STPPacketTest& test);
+  bool canRelay() const;
+  void relayInput();
   void retryDeferred();
   void finishInput();
   void markUnflushed();
@@ -254,6 +264,7 @@ class STPTransport {
   std::int64_t readCapacity_;
   STPByteBlock readBuffer_;
   bool needMore_ = false;
+  bool heldBack_ = false;  // a relaying step has left a packet to be delivered
 
   MessageQueue responses_;
   MessageQueue unclaimed_;

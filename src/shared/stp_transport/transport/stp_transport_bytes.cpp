@@ -214,6 +214,7 @@ void STPTransport::closeConnection() {
   readBuffer_.renew(readCapacity_);
   writeOffset_ = writeCount_ = readOffset_ = readCount_ = 0;
   needMore_ = false;
+  heldBack_ = false;
   peerName_.clear();
   localName_.clear();
 }

@@ -110,7 +110,7 @@ bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
 
 bool STPTransport::hasDeliverable() const {
   if (isClosed() || stpProcess().sendDepth >= 1) return false;
-  if (readCount_ >= kParsable && !needMore_) return true;
+  if (heldBack_ || (readCount_ >= kParsable && !needMore_)) return true;
   return std::any_of(deferredMessages_.begin(), deferredMessages_.end(),
                      [this](const auto& message) { return canDeliver(*message); });
 }

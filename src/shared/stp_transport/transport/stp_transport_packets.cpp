@@ -124,6 +124,7 @@ std::uint32_t STPTransport::postMessage(STPMessage& message, int attempts, STPSt
 
 void STPTransport::parseInput() {
   const Hold hold(this);
+  heldBack_ = false;
   retryDeferred();
   while (readCount_ > 0 && !needMore_) {
     const STPPacketTest test = stpTestPacket(readBuffer_.bytes + readOffset_, readCount_);
@@ -142,19 +143,24 @@ void STPTransport::parseInput() {
 // Passes the packet at the front of the read buffer on or delivers it. The buffer is in a sound
 // state before anything is called that may come back here.
 void STPTransport::takePacket(const STPPacketTest& test) {
-  const unsigned char* packet = readBuffer_.bytes + readOffset_;
-  const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
-  if (forwardingHandler_) {
-    const auto destination = static_cast<std::int32_t>(stpReadWord(packet + 12));
-    if (STPTransport* target = forwardingHandler_->forwardTarget(destination)) {
-      forwardPacket(*target, total);
-      return;
-    }
-  }
-  auto message = std::make_unique<STPReceivedMessage>(packet, test.headerSize, test.payloadSize);
-  readOffset_ += stpStoredSize(total);
-  readCount_ -= stpStoredSize(total);
+  if (passOn(test)) return;
+  const std::int64_t stored =
+      stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
+  auto message = std::make_unique<STPReceivedMessage>(readBuffer_.bytes + readOffset_,
+                                                      test.headerSize, test.payloadSize);
+  readOffset_ += stored;
+  readCount_ -= stored;
   dispatchMessage(std::move(message));
+}
+
+// False if the packet at the front is for this end.
+bool STPTransport::passOn(const STPPacketTest& test) {
+  if (!forwardingHandler_) return false;
+  const unsigned char* packet = readBuffer_.bytes + readOffset_;
+  const auto destination = static_cast<std::int32_t>(stpReadWord(packet + 12));
+  STPTransport* target = forwardingHandler_->forwardTarget(destination);
+  if (target) forwardPacket(*target, std::int64_t{test.headerSize} + test.payloadSize);
+  return target != nullptr;
 }
 
 void STPTransport::forwardPacket(STPTransport& target, std::int64_t total) {

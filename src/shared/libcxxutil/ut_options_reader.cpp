@@ -1,0 +1,187 @@
+#include "libcxxutil/ut_options_reader.h"
+
+#include <cstring>
+
+#include "indgen/number.h"
+#include "indgen/report.h"
+#include "indgen/text.h"
+#include "libcxxutil/ut_macro_syntax.h"
+
+namespace {
+
+// Blocks that one reading may make: each costs far more memory than the byte that asks for it.
+constexpr int kMostBlocks = 1 << 18;
+
+constexpr int kKiloShift = 10, kMegaShift = 20;
+
+bool isString(const char* token) {
+  return *token == '"';
+}
+
+bool isWhole(const char* token, const char* text) {
+  return std::strcmp(token, text) == 0;
+}
+
+// The number that a boolean word stands for.
+std::optional<std::int32_t> booleanWord(const char* token) {
+  if (gen_equal_nocase(token, "false")) return 0;
+  for (const char* word : {"no", "off"})
+    if (gen_has_prefix_nocase(token, word)) return 0;
+  for (const char* word : {"on", "true", "yes"})
+    if (gen_has_prefix_nocase(token, word)) return 1;
+  return std::nullopt;
+}
+
+}  // namespace
+
+ut_options_reader::ut_options_reader(ut_token_stream& stream,
+                                     const ut_options_database::Settings& settings,
+                                     ut_attribute_list& node)
+    : stream_(stream), settings_(settings), base_(node), scope_(&node), current_(&node) {}
+
+bool ut_options_reader::read() {
+  for (;;) {
+    if (stream_.at_end_of_line()) current_ = scope_;
+    char* token = stream_.next_token();
+    if (!token) return !stream_.gave_up();
+    if (isWhole(token, ";")) continue;
+    if (!statement(token)) return false;
+  }
+}
+
+bool ut_options_reader::statement(char* token) {
+  if (*token == '\0') return failed("");
+  if (!isString(token) && !ut_is_word(*token)) return operate("", token);
+  const std::string name = nameFrom(token);
+  const char* operation = stream_.at_end_of_line() ? nullptr : stream_.next_token();
+  if (!operation) return failed("unexpected end of file");
+  if (*operation == '\0') return failed("");
+  return operate(name, operation);
+}
+
+bool ut_options_reader::operate(const std::string& name, const char* operation) {
+  const std::string sequence(operation, operation[1] ? 2 : 1);
+  if (sequence == ".") return descend(name);
+  if (sequence == "{") return openBlock(name);
+  if (sequence == "}") return closeBlock();
+  if (sequence == "=") return value(name, false);
+  if (sequence == "+=") return value(name, true);
+  return failed("unknown operator sequence \"" + sequence + "\" ");
+}
+
+bool ut_options_reader::descend(const std::string& name) {
+  ut_attribute_list* next = child(name);
+  if (!next) return failed("too many blocks");
+  current_ = next;
+  return true;
+}
+
+bool ut_options_reader::openBlock(const std::string& name) {
+  if (!descend(name)) return false;
+  current_->set_block_open(true);
+  scope_ = current_;
+  return true;
+}
+
+bool ut_options_reader::closeBlock() {
+  if (scope_ == &base_) return failed("unexpected \"}\"");
+  scope_->set_block_open(false);
+  do scope_ = scope_->parent();
+  while (scope_ != &base_ && !scope_->block_open());
+  current_ = scope_;
+  return true;
+}
+
+bool ut_options_reader::value(const std::string& name, bool append) {
+  char* token = stream_.next_token();
+  if (name.empty()) return failed("empty attribute name");
+  if (!token) return failed("empty attribute value");
+  if (!current_->has_room_for(name.c_str())) return failed("too many attributes");
+  if (isString(token) || settings_.raw_values) {
+    const char* text = isString(token) ? stream_.unescape_string(token) : token;
+    if (append)
+      current_->append_str(name.c_str(), text);
+    else
+      current_->add_or_replace_str(name.c_str(), text);
+    return true;
+  }
+  if (isWhole(token, "{")) return list(name, append);
+  std::optional<std::int32_t> number = booleanWord(token);
+  if (!number && !parseNumber(token, number)) return false;
+  if (!append) {
+    current_->add_or_replace_int32(name.c_str(), *number);
+    return true;
+  }
+  if (!settings_.integer_lists) return failed("");
+  current_->append_int32_list(name.c_str(), *number);
+  return true;
+}
+
+// The items behind a `{`, and the `}`.
+bool ut_options_reader::list(const std::string& name, bool append) {
+  std::optional<bool> numbers;  // what the first item decides
+  do {
+    if (stream_.at_end_of_line()) return failed("unexpected end of line");
+    char* token = stream_.next_token();
+    if (!token) return failed("unexpected end of line");
+    if (!numbers) numbers = settings_.integer_lists && !isString(token);
+    if (!listItem(name, token, *numbers, append)) return false;
+    append = true;
+  } while (stream_.accept(","));
+  return stream_.accept("}") || failed("expected '}'");
+}
+
+bool ut_options_reader::listItem(const std::string& name, char* token, bool number, bool append) {
+  if (number) {
+    std::optional<std::int32_t> item;
+    if (!parseNumber(token, item)) return false;
+    if (append)
+      current_->append_int32_list(name.c_str(), *item);
+    else
+      current_->set_int32_list(name.c_str(), *item);
+    return true;
+  }
+  if (!isString(token)) return failed("");
+  const char* text = stream_.unescape_string(token);
+  if (append)
+    current_->append_str_list(name.c_str(), text);
+  else
+    current_->set_str_list(name.c_str(), text);
+  return true;
+}
+
+// Takes the number that begins with `token`; false, and reported, if there is none.
+bool ut_options_reader::parseNumber(const char* token, std::optional<std::int32_t>& result) {
+  const bool negative = isWhole(token, "-");
+  if (negative) {
+    token = stream_.at_end_of_line() ? nullptr : stream_.next_token();
+    if (!token) return failed("unexpected end of line");
+  }
+  const char* end;
+  std::uint32_t number = gen_strtoul(token, &end, 0);
+  if (end == token) return failed("");
+  if (negative) number = 0 - number;
+  const char suffix = settings_.size_suffixes ? gen_lower_char(*end) : '\0';
+  if (suffix == 'k') number <<= kKiloShift;
+  if (suffix == 'm') number <<= kMegaShift;
+  result = static_cast<std::int32_t>(number);
+  return true;
+}
+
+std::string ut_options_reader::nameFrom(char* token) {
+  return isString(token) ? stream_.unescape_string(token) : token;
+}
+
+// The child of the current block, made if it is missing; null if the file has made too many.
+ut_attribute_list* ut_options_reader::child(const std::string& name) {
+  if (ut_attribute_list* found = current_->find_child(name.c_str())) return found;
+  if (blocksMade_ == kMostBlocks) return nullptr;
+  ++blocksMade_;
+  return current_->add_child(name.c_str());
+}
+
+// A stream that gave up has said why: what fails then only follows from it.
+bool ut_options_reader::failed(const std::string& message) {
+  if (!stream_.gave_up()) gen_error("%s: parse error: %s", stream_.position(), message.c_str());
+  return false;
+}

@@ -1,0 +1,171 @@
+#include "libcxxutil/ut_token_stream.h"
+
+#include <algorithm>
+#include <cstdarg>
+
+#include "indgen/access.h"
+#include "indgen/directory.h"
+#include "indgen/format.h"
+#include "indgen/path.h"
+#include "indgen/text.h"
+
+namespace {
+
+constexpr char kDirectiveChar = '%';
+
+// What one reading may cost: bytes of input, of which every file takes some more for being opened,
+// files within files, and units of work for macros and reports.
+constexpr std::size_t kMostInput = std::size_t{8} << 20;
+constexpr std::size_t kFileCost = 4096;
+constexpr std::size_t kDeepestInclude = 64;
+constexpr std::size_t kMostWork = std::size_t{4} << 20;
+
+// Room for a line's tokens, by the line's length: expansion seldom takes more.
+constexpr std::size_t kTokenRoomFactor = 3;
+constexpr std::size_t kTokenRoom = 512;
+
+}  // namespace
+
+ut_token_stream::ut_token_stream(bool fatal_errors, bool filename_tokens,
+                                 ut_macro_table* parent_macros,
+                                 const ut_preprocessor_callbacks* callbacks)
+    : fatal_errors_(fatal_errors),
+      filename_tokens_(filename_tokens),
+      input_left_(kMostInput),
+      budget_(kMostWork),
+      preprocessor_(std::make_unique<simple_preprocessor>(
+          kDirectiveChar, parent_macros, callbacks, budget_,
+          [this](const char* message) { error("%s", message); })),
+      callbacks_(callbacks) {}
+
+bool ut_token_stream::open(const char* file) {
+  if (!file || !main_file_.empty()) return false;
+  main_file_ = file;
+  return openFile(file);
+}
+
+const char* ut_token_stream::position() {
+  if (!files_.empty())
+    position_text_ =
+        gen_asprintf("\"%s\", line %d", files_.back().name.c_str(), files_.back().line_start);
+  else if (last_line_ > 0)
+    position_text_ = gen_asprintf("\"%s\", line %d", last_file_.c_str(), last_line_);
+  else
+    position_text_ = gen_strdup("");
+  return position_text_;
+}
+
+void ut_token_stream::error(const char* format, ...) {
+  had_error_ = true;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const gen_text message = gen_vasprintf(format, arguments);
+  va_end(arguments);
+  if (!fatal_errors_) {
+    gen_error("%s: error: %s", position(), message.get());
+    return;
+  }
+  gen_raw("%s: error: %s", position(), message.get());
+  gen_exit(1);
+}
+
+// Ends the input with a word about the reason. Only once: what fails afterwards follows from it.
+void ut_token_stream::giveUp(const char* reason) {
+  if (!gave_up_) error("%s, giving up", reason);
+  gave_up_ = input_ended_ = true;
+  line_frames_.clear();
+}
+
+bool ut_token_stream::openFile(const char* name) {
+  if (input_left_ < kFileCost) {
+    giveUp("too much input");
+    return false;
+  }
+  if (gen_is_directory(name)) return false;
+  File file;
+  file.stream.reset(V_fopen(name, "rt"));
+  if (!file.stream) return false;
+  input_left_ -= kFileCost;
+  file.name = name;
+  file.directory = gen_directory_name(name);
+  files_.push_back(std::move(file));
+  opened_files_.emplace_back(name);
+  preprocessor_->define_macro("__DIR__", files_.back().directory);
+  return true;
+}
+
+void ut_token_stream::closeFile() {
+  last_file_ = files_.back().name;
+  last_line_ = std::max(files_.back().line_next - 1, 1);
+  files_.pop_back();
+  if (!files_.empty()) preprocessor_->define_macro("__DIR__", files_.back().directory);
+}
+
+// Gets the next line that is delivered into a line frame; false at the end of the input.
+bool ut_token_stream::readLogicalLine() {
+  while (!input_ended_ && !files_.empty()) {
+    files_.back().line_start = files_.back().line_next;
+    for (bool sameDelivery = true; sameDelivery && !input_ended_;) {
+      if (!readRawLine(files_.back())) {
+        if (!input_ended_) closeFile();
+        break;
+      }
+      if (line_buffer_.empty() || line_buffer_.front() != kDirectiveChar) {
+        if (preprocessor_->is_skipping()) continue;
+        token_buffer_.clear(kTokenRoomFactor * line_buffer_.size() + kTokenRoom);
+        line_frames_.push_back({ut_string(), ut_string(), line_buffer_.c_str()});
+        return true;
+      }
+      preprocessor_->process_directive(line_buffer_.c_str());
+      if (budget_.exhausted())
+        giveUp("macros and messages take too much work");
+      else if (!preprocessor_->is_skipping() && preprocessor_->has_pending_include())
+        sameDelivery = followInclude();
+    }
+  }
+  return false;
+}
+
+// Opens the file that the last directive named. The reading goes on with another delivery, in the
+// new file or, if the callbacks refuse it, in the old one.
+bool ut_token_stream::followInclude() {
+  const gen_text path = gen_join(files_.back().directory, preprocessor_->pending_include());
+  if (callbacks_ && callbacks_->include_filter &&
+      !callbacks_->include_filter(callbacks_->context, path, static_cast<int>(files_.size())))
+    return false;
+  if (files_.size() >= kDeepestInclude) {
+    giveUp("includes are nested too deeply");
+  } else if (!openFile(path) && !gave_up_) {
+    gen_error("could not open \"%s\" which was referenced at \"%s\":%d", path.get(),
+              files_.back().name.c_str(), files_.back().line_next);
+    input_ended_ = true;
+  }
+  return false;
+}
+
+// Reads a line with those that continue it; false at the end of the file.
+bool ut_token_stream::readRawLine(File& file) {
+  line_buffer_.clear();
+  if (!readPhysicalLine(file)) return false;
+  while (!line_buffer_.empty() && line_buffer_.back() == '\\') {
+    line_buffer_.pop_back();
+    if (!readPhysicalLine(file)) break;
+  }
+  return !gave_up_;
+}
+
+// Adds a line to the buffer. False, with nothing added, at the end of the file.
+bool ut_token_stream::readPhysicalLine(File& file) {
+  std::FILE* stream = file.stream.get();
+  int c = std::getc(stream);
+  if (c == EOF) return false;
+  ++file.line_next;
+  for (; c != EOF && input_left_ > 0; c = std::getc(stream)) {
+    --input_left_;
+    if (c == '\r') std::getc(stream);
+    if (c == '\n' || c == '\r') return true;
+    line_buffer_ += static_cast<char>(c);
+  }
+  if (c != EOF) giveUp("too much input");
+  return true;
+}

@@ -1,0 +1,173 @@
+#include "stp_transport/child/stp_child_process.h"
+
+#include <string>
+
+#include "indgen/access.h"
+#include "indgen/find.h"
+#include "indgen/spawn.h"
+#include "indgen/text.h"
+#include "stp_transport/retry/stp_retryhandler.h"
+
+namespace {
+
+// Changes the working directory and back. A directory that can't be entered changes nothing.
+class DirectoryHolder {
+ public:
+  explicit DirectoryHolder(const char* directory) {
+    if (!directory) return;
+    before_ = gen_strdup(gen_getcwd());
+    entered_ = V_chdir(directory) == 0;
+  }
+  ~DirectoryHolder() {
+    if (entered_) V_chdir(before_);
+  }
+  DirectoryHolder(const DirectoryHolder&) = delete;
+  DirectoryHolder& operator=(const DirectoryHolder&) = delete;
+
+ private:
+  gen_text before_;
+  bool entered_ = false;
+};
+
+}  // namespace
+
+STPChildProcess::~STPChildProcess() {
+  if (killOnDestroy_) kill(nullptr);
+}
+
+void STPChildProcess::setCommandLine(const char* text) {
+  arguments_ = splitArguments(text, false);
+}
+
+void STPChildProcess::setArguments(const char* const* vector, int count) {
+  arguments_ = copyArguments(vector, count);
+}
+
+void STPChildProcess::addArgument(const char* text) {
+  insertArgument(arguments_, arguments_.count(), text);
+}
+
+void STPChildProcess::insertArgumentAt(const char* text, int index) {
+  insertArgument(arguments_, index, text);
+}
+
+void STPChildProcess::setWorkingDirectory(const char* text) {
+  gen_replace(workingDirectory_, text);
+}
+
+bool STPChildProcess::canLaunch(STPStatus* status) const {
+  if (!transport_)
+    status->set(STP_MISUSE, "[launch]: transport required to launch STPChildProcess.");
+  else if (arguments_.count() < 1)
+    status->set(STP_MISUSE, "[launch]: command required to launch STPChildProcess.");
+  else if (process_ != 0)
+    status->set(STP_MISUSE, "[launch]: Child is already launched.");
+  return status->good();
+}
+
+void STPChildProcess::launch(RetryHandler* retry, STPStatus* status) {
+  STPStatus unasked;
+  if (!status) status = &unasked;
+  status->clear();
+  if (!canLaunch(status)) return;
+  if (retry) retry->start();
+  startLaunch(status);
+  while (status->good()) {
+    if (pollLaunch(status) || !status->good()) break;
+    if (!retry) {
+      transport_->serviceOnce(STP_LAUNCH_STEP, status);
+      continue;
+    }
+    retry->wait();
+    *status = transport_->status();
+    if (retry->shouldRetry()) continue;
+    status->set(STP_TIMEOUT, "[launch]: Timed out while waiting for child to connect.");
+  }
+  if (!status->good()) port_.close();
+  if (retry) retry->finish();
+}
+
+ArgumentVector STPChildProcess::argumentsWithPort() const {
+  ArgumentVector arguments = copyArguments(arguments_.data(), arguments_.count());
+  const int portPlace = passHost_ ? portIndex_ + 1 : portIndex_;
+  if (passHost_) insertArgument(arguments, portIndex_, "localhost");
+  insertArgument(arguments, portPlace, std::to_string(port_.number()).c_str());
+  return arguments;
+}
+
+void STPChildProcess::startProgram(const ArgumentVector& arguments) {
+  const DirectoryHolder holder(workingDirectory_);
+  gen_spawn_argv(arguments[0], arguments.data(), &process_, -1, -1, -1, GEN_DETACHED_PROCESS);
+}
+
+// The id means nothing to anybody any more.
+void STPChildProcess::dropProcess() {
+  platform::releaseChild(process_);
+  process_ = 0;
+}
+
+void STPChildProcess::endFailedLaunch() {
+  if (process_ != 0) {
+    platform::killProcess(process_);
+    dropProcess();
+  }
+  port_.close();
+}
+
+void STPChildProcess::startLaunch(STPStatus* status) {
+  STPStatus unasked;
+  if (!status) status = &unasked;
+  status->clear();
+  if (childConnected_ || !canLaunch(status)) return;
+  port_.open(status);
+  if (!status->good()) return;
+  startProgram(argumentsWithPort());
+  int exitStatus = 0;
+  if (process_ == 0) {
+    status->set(STP_LAUNCH_FAILED, "[launch]: Program could not start (not found?).");
+  } else if (platform::childEnded(process_, exitStatus)) {
+    dropProcess();
+    status->set(STP_LAUNCH_FAILED, "[launch]: Program died upon launch.");
+  } else {
+    port_.listenWith(transport_, status);
+  }
+  if (!status->good()) endFailedLaunch();
+}
+
+bool STPChildProcess::pollLaunch(STPStatus* status) {
+  STPStatus unasked;
+  if (!status) status = &unasked;
+  status->clear();
+  if (process_ == 0 || !transport_) {
+    status->set(STP_MISUSE, process_ == 0 ? "[launch]: No launch is in progress."
+                                          : "[launch]: Transport is required.");
+    return false;
+  }
+  if (childConnected_) return true;
+  int exitStatus = 0;
+  if (platform::childEnded(process_, exitStatus)) {
+    status->set(STP_LAUNCH_FAILED, "[launch]: Program died before connecting.");
+  } else {
+    childConnected_ = transport_->tryAccept(true, status);
+    if (childConnected_) port_.connected();
+  }
+  if (!status->good()) endFailedLaunch();
+  return childConnected_;
+}
+
+void STPChildProcess::killProcess(platform::ProcessId process, RetryHandler* retry) {
+  if (process == 0) return;
+  STPRetryHandler impatient;
+  if (!retry) retry = &impatient;
+  retry->start();
+  std::size_t ended = 0;
+  while (platform::waitForChildren(&process, 1, true, 0, ended) ==
+         platform::WaitOutcome::timedOut) {
+    if (!retry->shouldRetry()) {
+      platform::killProcess(process);
+      break;
+    }
+    retry->wait();
+  }
+  retry->finish();
+}

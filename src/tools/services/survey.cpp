@@ -1,0 +1,166 @@
+#include "tools/services/survey.h"
+
+#include <algorithm>
+
+#include "indgen/format.h"
+#include "indgen/quote.h"
+#include "tools/services/block_places.h"
+
+namespace services {
+namespace {
+
+using FileResult = ServiceDatabase::FileResult;
+
+constexpr const char* kMissing = "is missing required ";
+
+// The blocks of a file that are spoken of, in the order in which the hub comes to them.
+struct Spots {
+  std::vector<Place> incomplete;  // lack what they must have
+  std::vector<Place> services;    // those of the file's plugins, one plugin after the other
+};
+
+void visitEntries(const BlockPlaces& places, const ut_attribute_list& section, const char* block,
+                  const char* required, std::vector<Place>& incomplete,
+                  std::vector<Place>* complete) {
+  const ut_attribute_list* list = section.find_child(block);
+  const ut_attribute_list* entry = list ? list->first_child() : nullptr;
+  for (; entry; entry = entry->next_sibling()) {
+    if (!entry->str_value(required))
+      incomplete.push_back(places.of(*entry));
+    else if (complete)
+      complete->push_back(places.of(*entry));
+  }
+}
+
+void visitSection(const BlockPlaces& places, const ut_attribute_list& section, Spots& spots) {
+  if (!section.str_value("ExecName")) {
+    spots.incomplete.push_back(places.of(section));
+    return;
+  }
+  visitEntries(places, section, "Arguments", "Arg", spots.incomplete, nullptr);
+  visitEntries(places, section, "ServicesProvided", "ServiceName", spots.incomplete,
+               &spots.services);
+}
+
+Spots spotsOf(const BlockPlaces& places) {
+  Spots spots;
+  const ut_attribute_list* services = places.root().find_child("Services");
+  if (!services) return spots;
+  if (services->str_value("ExecName")) {
+    visitSection(places, *services, spots);
+    return spots;
+  }
+  const ut_attribute_list* section = services->first_child();
+  for (; section; section = section->next_sibling()) visitSection(places, *section, spots);
+  return spots;
+}
+
+// Reports come in the order of the file, so each search goes on behind the last hit.
+void placeReports(std::vector<Finding>& findings, const BlockPlaces& places,
+                  const std::vector<Place>& incomplete) {
+  auto block = incomplete.begin();
+  auto report = places.reports().begin();
+  for (Finding& finding : findings) {
+    if (finding.text.find(kMissing) != std::string::npos) {
+      if (block != incomplete.end()) finding.place = *block++;
+      continue;
+    }
+    const auto same = std::find_if(report, places.reports().end(), [&](const Finding& other) {
+      return other.text == finding.text;
+    });
+    if (same == places.reports().end()) {
+      finding.place = places.of_statement(finding.place);
+      continue;
+    }
+    finding.place = same->place;
+    report = same + 1;
+  }
+}
+
+}  // namespace
+
+void Survey::add_file(const std::string& path) {
+  FileSurvey file;
+  file.path = path;
+  file.first_plugin = database_.plugins().size();
+  {
+    const ReportCapture capture(file.findings, [&] { return Place{path, 0}; });
+    file.result = database_.add_file(path.c_str());
+  }
+  file.plugin_count = database_.plugins().size() - file.first_plugin;
+  fileOfPlugin_.insert(fileOfPlugin_.end(), file.plugin_count, files_.size());
+  files_.push_back(std::move(file));
+  addOwnFindings(files_.back());
+}
+
+void Survey::add_trouble(const std::string& path, const char* reason) {
+  FileSurvey file;
+  file.path = path;
+  file.result = FileResult::unreadable;
+  file.findings.push_back({Severity::error, {path, 0}, reason});
+  files_.push_back(std::move(file));
+}
+
+const FileSurvey& Survey::file_of(const PluginRecord& plugin) const {
+  return files_[fileOfPlugin_[static_cast<std::size_t>(plugin.id())]];
+}
+
+const PluginRecord* Survey::rival(const PluginRecord& plugin, const ServiceRecord& service) const {
+  const PluginRecord* provider = database_.find_plugin(service.name.c_str());
+  return provider && provider->id() != plugin.id() ? provider : nullptr;
+}
+
+std::size_t Survey::count(Severity severity) const {
+  std::size_t count = 0;
+  for (const FileSurvey& file : files_)
+    count += static_cast<std::size_t>(
+        std::count_if(file.findings.begin(), file.findings.end(),
+                      [&](const Finding& finding) { return finding.severity == severity; }));
+  return count;
+}
+
+bool Survey::all_is_well() const {
+  return count(Severity::error) == 0 && count(Severity::warning) == 0;
+}
+
+std::vector<Survey::Contest> Survey::contestsOf(const FileSurvey& file) const {
+  std::vector<Contest> contests;
+  std::size_t index = 0;
+  for (std::size_t i = 0; i < file.plugin_count; ++i) {
+    const PluginRecord& plugin = database_.plugins()[file.first_plugin + i];
+    for (const ServiceRecord& service : plugin.services()) {
+      if (const PluginRecord* provider = rival(plugin, service))
+        contests.push_back({index, &service, provider});
+      ++index;
+    }
+  }
+  return contests;
+}
+
+void Survey::addOwnFindings(FileSurvey& file) const {
+  const Place whole{file.path, 0};
+  if (file.result == FileResult::unreadable) {
+    file.findings.push_back({Severity::error, whole, "can't be opened"});
+    return;
+  }
+  if (file.result == FileResult::without_services)
+    file.findings.push_back(
+        {Severity::warning, whole, "has no block \"Services\", so that nothing is taken from it"});
+  const std::vector<Contest> contests = contestsOf(file);
+  if (file.findings.empty() && contests.empty()) return;
+  const BlockPlaces places(file.path.c_str());
+  const Spots spots = spotsOf(places);
+  placeReports(file.findings, places, spots.incomplete);
+  for (const Contest& contest : contests) {
+    const bool known = contest.index < spots.services.size();
+    const gen_text service = gen_quote(contest.service->name.c_str());
+    const gen_text provider = gen_quote(contest.provider->plugin_name().c_str());
+    const std::string& path = file_of(*contest.provider).path;
+    file.findings.push_back({Severity::warning, known ? spots.services[contest.index] : whole,
+                             gen_asprintf("the service %s is already provided by %s in %s",
+                                          service.get(), provider.get(), path.c_str())
+                                 .get()});
+  }
+}
+
+}  // namespace services

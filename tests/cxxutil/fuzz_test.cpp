@@ -1,0 +1,92 @@
+// Damaged configuration files for some seconds, the same ones in every run.
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include "../indgen/scratch.h"
+#include "fuzz/options_input.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+const char* const kPieces[] = {
+    "%if ", "%else\n", "%endif\n", "%define A ", "${A}", "$A",  "%include \"self\"\n",
+    "{",    "}",       "\"",       "\\",         "\n",   " = ", " += ",
+    ".",    ",",       "(",        ")",          "#",    "-",   "0x",
+    "\r"};
+
+class Mutator {
+ public:
+  Mutator() {
+    const fs::path seeds = fs::path(__FILE__).parent_path() / "../../fuzz/seeds/options";
+    for (const auto& entry : fs::directory_iterator(seeds)) files_.push_back(entry.path().string());
+    std::sort(files_.begin(), files_.end());
+    for (std::string& file : files_) file = contents(file);
+  }
+
+  std::string next() {
+    std::string text = files_[below(files_.size())];
+    for (std::size_t changes = 1 + below(8); changes > 0; --changes) change(text);
+    return text;
+  }
+
+ private:
+  std::size_t below(std::size_t count) { return random_() % count; }
+
+  void change(std::string& text) {
+    const std::size_t at = below(text.size() + 1), count = below(text.size() - at + 1);
+    switch (below(5)) {
+      case 0:
+        text.insert(at, 1, static_cast<char>(below(256)));
+        break;
+      case 1:
+        text.insert(at, kPieces[below(std::size(kPieces))]);
+        break;
+      case 2:
+        text.erase(at, count % 20);
+        break;
+      case 3:
+        if (text.size() < 20000) text.insert(below(text.size() + 1), text.substr(at, count));
+        break;
+      default: {
+        const std::string& other = files_[below(files_.size())];
+        text.insert(at, other, below(other.size()), 100);
+      }
+    }
+  }
+
+  std::mt19937 random_{20240229};  // NOLINT(cert-msc51-cpp): the same run every time
+  std::vector<std::string> files_;
+};
+
+// The most memory that this process ever had, in KiB.
+long peakMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;)
+    if (word == "VmHWM:" && status >> word) return std::stol(word);
+  return 0;
+}
+
+TEST(OptionsFuzz, DamagedFilesNeitherCrashNorLastNorSwell) {
+  constexpr std::chrono::seconds kRun{3}, kPatience{10};
+  constexpr long kMostMemory = 512 * 1024;
+  const OptionsInput input;
+  Mutator mutator;
+  const long before = peakMemory();
+  int count = 0;
+  for (const auto start = Clock::now(); Clock::now() - start < kRun; ++count) {
+    const std::string text = mutator.next();
+    const auto began = Clock::now();
+    ASSERT_TRUE(input.check(text.data(), text.size())) << text;
+    ASSERT_LT(Clock::now() - began, kPatience) << text;
+  }
+  EXPECT_GT(count, 10);
+  EXPECT_LT(peakMemory() - before, kMostMemory);
+}
+
+}  // namespace

@@ -1,0 +1,147 @@
+#include "stp_transport/child/stp_child_process.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "indgen/find.h"
+#include "indgen/spawn.h"
+#include "pair.h"
+#include "platform/clock.h"
+#include "platform/readiness.h"
+
+namespace {
+
+using testing::ElementsAre;
+namespace fs = std::filesystem;
+
+std::vector<std::string> wordsOf(const ArgumentVector& vector) {
+  EXPECT_EQ(vector[vector.count()], nullptr);
+  return {vector.data(), vector.data() + vector.count()};
+}
+
+TEST(ArgumentVector, IsCutFromATextAndChangesWithinItsBounds) {
+  const auto split = [](const char* text) { return wordsOf(splitArguments(text, false)); };
+  EXPECT_THAT(split("a \"b c\"\t d "), ElementsAre("a", "b c", "d"));
+  EXPECT_THAT(split("x\"y z\" \"c' '"), ElementsAre("x\"y z\"", "\"c'", "'"));
+  EXPECT_THAT(wordsOf(splitArguments(" a", true)), ElementsAre("-", "a"));
+  const char* const more[] = {"x", "y", nullptr};
+  ArgumentVector vector = copyArguments(more, 1);
+  insertArgument(vector, 2, "no");
+  insertArgument(vector, 0, "first");
+  insertArguments(vector, 1, more);
+  EXPECT_THAT(wordsOf(vector), ElementsAre("first", "x", "y", "x"));
+  EXPECT_STREQ(removeArgument(vector, 2), "y");
+  EXPECT_FALSE(removeArgument(vector, 3));
+  EXPECT_THAT(wordsOf(std::move(vector)), ElementsAre("first", "x", "x"));
+}
+
+// Notes what is asked of it, and never allows a second try.
+class NotingHandler : public RetryHandler {
+ public:
+  void start() override { calls += "start "; }
+  void wait() override { calls += "wait "; }
+  bool shouldRetry() override { return (calls += "no ").empty(); }
+  void finish() override { calls += "finish"; }
+  std::string calls;
+};
+
+class ChildProcessTest : public testing::Test {
+ protected:
+  ChildProcessTest() { child.setTransport(transport.get()); }
+
+  void setScript(const char* script) {
+    const char* const arguments[] = {"bash", "-c", script};
+    child.setArguments(arguments, 3);
+    child.setPortIndex(3);
+  }
+  std::string launch(RetryHandler* retry = nullptr) {
+    child.launch(retry, &status);
+    return status.message;
+  }
+  // What the child has said: it is no packet, but it lies in the socket.
+  std::string said() {
+    char text[500] = "";
+    bool failed = false;
+    while (platform::receiveBytes(transport->fileDescriptor(), text, 499).wouldBlock)
+      platform::readiness().wait(1000, failed);
+    return text;
+  }
+  static std::ptrdiff_t openDescriptors() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  }
+
+  // Connects, tells its directory and arguments, and lives until the link closes.
+  static constexpr const char* kConnect =
+      "exec 3<>/dev/tcp/localhost/${@: -1}; printf '%s,' \"$PWD\" \"$0\" \"$@\" >&3; read -u 3";
+  static constexpr const char* kSilent = "exec sleep 60";
+
+  Transport transport = makeCounted<STPTransport>();
+  STPStatus status;
+  STPChildProcess child{true};
+};
+
+TEST_F(ChildProcessTest, ConnectsBackToThePortAmongItsArguments) {
+  setScript(kConnect);
+  child.addArgument("tail");
+  child.setPortIndex(4);
+  child.setWorkingDirectory("/");
+  const std::string before = gen_getcwd();
+  ASSERT_EQ(launch(), "");
+  EXPECT_TRUE(transport->isConnected() && child.pollLaunch());
+  EXPECT_EQ(gen_getcwd(), before);
+  EXPECT_THAT(said(), testing::MatchesRegex("/,tail,localhost,[0-9]+,"));
+  EXPECT_EQ(launch(), "[launch]: Child is already launched.");
+  transport->disconnect();
+  const platform::ProcessId process = child.process();
+  EXPECT_EQ(gen_wait_processes(nullptr, true, 10000, &process, 1), process);
+}
+
+TEST_F(ChildProcessTest, FailedLaunchesLeaveNothingOpenAndCanBeRepeated) {
+  platform::readiness();
+  const std::ptrdiff_t before = openDescriptors();
+  child.setCommandLine("/no/such/program");
+  EXPECT_EQ(launch(), "[launch]: Program could not start (not found?).");
+  setScript("exit 3");
+  EXPECT_THAT(launch(), testing::StartsWith("[launch]: Program died "));
+  EXPECT_EQ(status.code, STP_LAUNCH_FAILED);
+  EXPECT_EQ(child.process(), 0);
+  EXPECT_LE(openDescriptors(), before);
+  setScript(kConnect);
+  child.setPassHost(false);
+  EXPECT_EQ(launch(), "");
+  EXPECT_THAT(said(), testing::MatchesRegex(std::string(gen_getcwd()) + ",[0-9]+,"));
+}
+
+TEST_F(ChildProcessTest, DeathEndsTheWaitAtOnce) {
+  setScript(kSilent);
+  child.startLaunch();
+  EXPECT_FALSE(child.pollLaunch(&status));
+  ASSERT_TRUE(status.good() && transport->isListening());
+  const platform::ProcessId process = child.process();
+  platform::killProcess(process);
+  const std::uint64_t start = platform::monotonicMilliseconds();
+  while (!child.pollLaunch(&status) && status.good()) transport->serviceOnce(10000);
+  EXPECT_LT(platform::monotonicMilliseconds() - start, 2000u);
+  EXPECT_STREQ(status.message, "[launch]: Program died before connecting.");
+  EXPECT_EQ(child.process(), 0);
+  EXPECT_FALSE(fs::exists("/proc/" + std::to_string(process))) << "a zombie";
+}
+
+TEST_F(ChildProcessTest, HandlerDecidesHowLongLaunchAndKillWait) {
+  NotingHandler unused, launching, killing;
+  EXPECT_EQ(launch(&unused), "[launch]: command required to launch STPChildProcess.");
+  EXPECT_EQ(unused.calls, "");
+  setScript(kSilent);
+  EXPECT_EQ(launch(&launching), "[launch]: Timed out while waiting for child to connect.");
+  EXPECT_EQ(launching.calls, "start wait no finish");
+  const platform::ProcessId process = child.process();
+  EXPECT_TRUE(transport->isClosed() && platform::processExists(process));
+  child.kill(&killing);
+  EXPECT_EQ(killing.calls, "start no finish");
+  EXPECT_EQ(gen_wait_processes(nullptr, true, 10000, &process, 1), process);
+  child.kill(&killing);
+  EXPECT_EQ(killing.calls, "start no finishstart finish") << "it has ended";
+}
+
+}  // namespace
