@@ -54,8 +54,8 @@ TEST_F(LogTest, InternalLogHoldsEveryMessageAndTheHubsOwnLines) {
   EXPECT_THAT(
       lines(internal),
       ElementsAre(
-          "Accepted new connection.", "Plugin 2:\t SEND: StartLogging: ",
-          "Plugin 2:\t SEND: PluginId: plugin_id:0x2",
+          "Accepted new connection.",
+          "Plugin 2:\t SEND: StartLogging: ", "Plugin 2:\t SEND: PluginId: plugin_id:0x2",
           "Plugin 2:\t RECV: LogMessageEvent: message:\"a line\"",
           "Plugin 2:\t RECV: LogMessageEvent: message:\"\"",
           "Plugin 2:\t RECV: LogMessageEvent: message:\", and %s\"",
