@@ -1,5 +1,7 @@
 #include "bench/hub_end.h"
 
+#include <string_view>
+
 #include "platform/readiness.h"
 
 namespace {

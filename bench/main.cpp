@@ -1,8 +1,12 @@
 // hublink_bench: what the hub costs, beside the same bytes over a bare socket and through the
 // smallest possible relay, in one run and interleaved.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
+#include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "bench/far_end.h"
 #include "bench/lane.h"

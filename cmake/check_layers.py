@@ -47,6 +47,8 @@ def check(path):
         if not match:
             continue
         kind, name = match.groups()
+        if "${" in name:
+            continue  # a template of code that is to be written
         place = f"{path}:{number}: "
         if kind == "<":
             system = ("." in name or "/" in name) and not name.startswith(LIBRARIES)

@@ -38,7 +38,8 @@ class EchoProvider {
                 link->localRN(), link->remoteRN());
     ++links_;
     HublinkLink* echo = link.get();  // the handlers don't outlive it
-    link->onPacket([echo](const unsigned char* bytes, std::size_t size) { echo->send(bytes, size); });
+    link->onPacket(
+        [echo](const unsigned char* bytes, std::size_t size) { echo->send(bytes, size); });
     link->onEnd([this, echo] {
       std::printf("provider: was told that the link with plugin %d has ended\n",
                   echo->peerPluginID());

@@ -1,4 +1,5 @@
-// A stream of any bytes arrives at one side of the router interface: packets, negotiation, dispatch.
+// A stream of any bytes arrives at one side of the router interface: packets, negotiation,
+// dispatch.
 #include <algorithm>
 #include <cstring>
 

@@ -1,6 +1,7 @@
-// IPv4 stream sockets. Every call is one system call or a few, none of them blocks but connectStream
-// (which has a limit) and resolveHost, and every failure is a value: errors are errno numbers, with
-// the ones that a caller tells apart named below.
+// IPv4 stream sockets. Every call is one system call or a few, and none of them blocks but
+// connectStream (which has a limit), resolveHost, and transfers on a socket that was given to
+// makeBlocking. Every failure is a value: errors are errno numbers, with the ones that a caller
+// tells apart named below.
 #pragma once
 
 #include <cstdint>

@@ -72,7 +72,7 @@ TEST_F(EntryTest, HubWithoutRecordGoesWithItsLastPersistentPlugin) {
   startHub();
   const Plugin second = join();
   first->vanish();
-  EXPECT_EQ(second->counts(), "1/1");
+  awaitCounts("1/1", second);
   second->PersistentService(true);  // no change, counted once
   EXPECT_EQ(second->counts(), "1/1");
   second->PersistentService(false);
@@ -112,6 +112,5 @@ TEST_F(EntryTest, SharedHubOutlivesItsLastPersistentPluginByFourSeconds) {
   EXPECT_GE(passed, 4000u);
   EXPECT_LT(passed, 8000u);
   EXPECT_EQ(hub->waitForEnd(), 0);
-  EXPECT_THAT(readFile(directory.file("internal")),
-              HasSubstr(": Removed active hublink file.\n"));
+  EXPECT_THAT(readFile(directory.file("internal")), HasSubstr(": Removed active hublink file.\n"));
 }

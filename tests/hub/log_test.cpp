@@ -1,7 +1,7 @@
 // The two logs: what stands in them, line by line, and in which order.
 #include <gmock/gmock.h>
 
-#include <regex>
+#include <algorithm>
 #include <sstream>
 
 #include "support/hub_test.h"
@@ -14,14 +14,15 @@ class LogTest : public HubTest {
   /// The internal log without its stamps, each of which must be well-formed, and without the lines
   /// about the first plugin.
   std::vector<std::string> lines(const std::string& name) const {
-    static const std::regex stamp("[0-9]{11}\\.[0-9]{3}: (.*)");
     std::vector<std::string> result;
     std::istringstream text(readFile(name));
     for (std::string line; std::getline(text, line);) {
-      std::smatch parts;
-      EXPECT_TRUE(std::regex_match(line, parts, stamp)) << line;
-      if (parts.size() > 1 && parts[1].str().rfind("Plugin 1:\t ", 0) != 0)
-        result.push_back(parts[1]);
+      std::string stamp = line.substr(0, 17);
+      std::replace_if(
+          stamp.begin(), stamp.end(), [](char c) { return c >= '0' && c <= '9'; }, '0');
+      EXPECT_EQ(stamp, "00000000000.000: ") << line;
+      line.erase(0, stamp.size());
+      if (line.rfind("Plugin 1:\t ", 0) != 0) result.push_back(line);
     }
     return result;
   }
@@ -54,8 +55,8 @@ TEST_F(LogTest, InternalLogHoldsEveryMessageAndTheHubsOwnLines) {
   EXPECT_THAT(
       lines(internal),
       ElementsAre(
-          "Accepted new connection.", "Plugin 2:\t SEND: StartLogging: ",
-          "Plugin 2:\t SEND: PluginId: plugin_id:0x2",
+          "Accepted new connection.",
+          "Plugin 2:\t SEND: StartLogging: ", "Plugin 2:\t SEND: PluginId: plugin_id:0x2",
           "Plugin 2:\t RECV: LogMessageEvent: message:\"a line\"",
           "Plugin 2:\t RECV: LogMessageEvent: message:\"\"",
           "Plugin 2:\t RECV: LogMessageEvent: message:\", and %s\"",

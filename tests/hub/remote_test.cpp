@@ -11,7 +11,8 @@ TEST_F(RemoteTest, ConnectsToAPluginThatListens) {
   first->RequestPluginConnect("127.0.0.1", std::stoi(nobody), 5);
   EXPECT_EQ(first->next(),
             "PluginConnectedEvent 5 -1 'Hublink unable to connect to plugin on host 127.0.0.1 and "
-            "port " + nobody + ".'");
+            "port " +
+                nobody + ".'");
   std::uint16_t listening = 0;
   const auto link = awaitClient([&](std::uint16_t at) {
     listening = at;
@@ -23,10 +24,10 @@ TEST_F(RemoteTest, ConnectsToAPluginThatListens) {
   EXPECT_EQ(remote->next(), "PluginId 2");  // the failure used up no ID
   EXPECT_EQ(first->next(), "PluginConnectedEvent 6 2 ''");
   EXPECT_EQ(remote->counts(), "2/2");
-  EXPECT_NE(readFile(directory.file("internal"))
-                .find("Created plugin ID 2 on host localhost, port " + std::to_string(listening) +
-                      ".\n"),
-            std::string::npos);
+  EXPECT_NE(
+      readFile(directory.file("internal"))
+          .find("Created plugin ID 2 on host localhost, port " + std::to_string(listening) + ".\n"),
+      std::string::npos);
 }
 
 TEST_F(RemoteTest, PluginThatDiesBeforeItNegotiatesIsReported) {
@@ -66,8 +67,8 @@ TEST_F(RemoteTest, ValuesAskedAcross) {
   a->RequestValueOfNameOnPlugin(2, "own");
   EXPECT_EQ(a->next(), "ForwardedRequestValueOfNameOnPlugin 2 2 'own'");
   a->RequestLocation();
-  EXPECT_EQ(a->next(),
-            "LocationEvent '" + std::string(static_cast<const char*>(gen_host_name())) + "' " + std::to_string(port));
+  EXPECT_EQ(a->next(), "LocationEvent '" + std::string(static_cast<const char*>(gen_host_name())) +
+                           "' " + std::to_string(port));
 }
 
 TEST_F(RemoteTest, LeavesUnlessItOwesAnAnswer) {

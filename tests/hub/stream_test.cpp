@@ -1,5 +1,5 @@
-// The stream below the messages: packets of every shape, cut and joined anywhere, and those that end
-// their connection.
+// The stream below the messages: packets of every shape, cut and joined anywhere, and those that
+// end their connection.
 #include <random>
 
 #include "support/hub_test.h"
@@ -73,10 +73,9 @@ TEST_F(StreamTest, PayloadsUpTo64MiB) {
 TEST_F(StreamTest, InvalidPacketEndsItsConnectionAlone) {
   const struct {
     std::uint32_t headerSize, payloadSize;
-  } invalid[] = {{0, 4},           {28, 4},          {30, 4},
-                 {46, 4},          {132, 4},         {0x80000000, 4},
-                 {0xFFFFFFD4, 44}, {0x7FFFFFFC, 4},  {44, 0xFFFFFFFF},
-                 {44, 0x80000000}, {44, 0x7FFFFFFF}, {128, 0x7FFFFF80},
+  } invalid[] = {{0, 4},           {28, 4},          {30, 4},          {46, 4},
+                 {132, 4},         {0x80000000, 4},  {0xFFFFFFD4, 44}, {0x7FFFFFFC, 4},
+                 {44, 0xFFFFFFFF}, {44, 0x80000000}, {44, 0x7FFFFFFF}, {128, 0x7FFFFF80},
                  {44, 0x7FFFFFD4}, {44, 0x0FFFFFD5}, {128, 0x0FFFFF84}};
   const std::string good = packetBytes({.destination = rn}, "good");
   for (const auto& entry : invalid) {
@@ -170,8 +169,8 @@ TEST_F(StreamTest, LastWordsArrive) {
     if (round % 3 == 1) {
       ASSERT_GT(peer.negotiate(), 0u);
     }
-    const std::string words = packetBytes({.destination = rn},
-                                          std::to_string(round) + std::string(100000, 'w'));
+    const std::string words =
+        packetBytes({.destination = rn}, std::to_string(round) + std::string(100000, 'w'));
     ASSERT_TRUE(peer.send(words));
     peer.close();
     expectAtReceiver(words);

@@ -171,9 +171,8 @@ TEST_F(PluginTest, QuestionsToTheHubAndBetweenPlugins) {
     return name == "colour" ? std::optional<std::string>("red") : std::nullopt;
   });
   const std::int32_t rn = provider.registerService("Thing", {});
-  requester.requestLocation([&](const std::string&, std::int32_t at) {
-    note(at == port ? "location" : "wrong port");
-  });
+  requester.requestLocation(
+      [&](const std::string&, std::int32_t at) { note(at == port ? "location" : "wrong port"); });
   requester.requestProvider("Thing", nullptr, false, [&](std::int32_t id) {
     note(id == provider.pluginID() ? "provider" : "wrong provider");
   });

@@ -60,8 +60,8 @@ TEST(Delivery, DecidesByDepthFlagsAndChain) {
   }
   process.holdDepth = 0;
   // A response at depth 2 from this sender has arrived and goes first.
-  transport->dispatchMessage(std::make_unique<STPReceivedMessage>(
-      incoming(0, 0, 2, 12345).storage(), STP_HEADER_SIZE, 0));
+  transport->dispatchMessage(
+      std::make_unique<STPReceivedMessage>(incoming(0, 0, 2, 12345).storage(), STP_HEADER_SIZE, 0));
   EXPECT_FALSE(may(STP_ANY_TIME, 0x00050002, 2));
   EXPECT_TRUE(transport->canDeliver(incoming(STP_ANY_TIME, 0x00050002, 2, 0, 3)));
   transport->leaveCall();
@@ -193,7 +193,8 @@ TEST(Channel, OpensStartsAndClosesOnBothSides) {
   STPStatus status;
   PumpBoth pumpA(pair.a.get(), pair.b.get());
   EXPECT_EQ(pair.a->createChannel(20, 30, &pumpA, &status), nullptr);
-  EXPECT_STREQ(status.message, "[createChannel]: reached timeout while waiting to receive create ack");
+  EXPECT_STREQ(status.message,
+               "[createChannel]: reached timeout while waiting to receive create ack");
   PumpBoth pumpB(pair.b.get(), pair.a.get());
   // The create that was given up has reached the other side, which now finds the channel there.
   const std::unique_ptr<STPChannel> b(pair.b->createChannel(30, 20, &pumpB, &status));

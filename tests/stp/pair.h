@@ -1,5 +1,5 @@
-// Two transports of this process, joined in memory or by a loopback socket, and a listener that keeps
-// what it gets: the cheap way to test everything above the sockets.
+// Two transports of this process, joined in memory or by a loopback socket, and a listener that
+// keeps what it gets: the cheap way to test everything above the sockets.
 #pragma once
 
 #include <gtest/gtest.h>

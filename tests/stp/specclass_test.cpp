@@ -6,8 +6,10 @@ namespace {
 
 // A small spec written by hand: the same class serves both sides.
 const char* const kTags[] = {"alpha", "beta", "gamma"};
-const STPMessageEntry kReceives[] = {{"Ask", "alpha:%u4% ", 0, 0x02}, {"Tell", "beta:%str% ", 1, 0x06}};
-const STPMessageEntry kSends[] = {{"Ask", "alpha:%u4% ", 0, 0x02}, {"Tell", "beta:%str% ", 1, 0x02}};
+const STPMessageEntry kReceives[] = {{"Ask", "alpha:%u4% ", 0, 0x02},
+                                     {"Tell", "beta:%str% ", 1, 0x06}};
+const STPMessageEntry kSends[] = {{"Ask", "alpha:%u4% ", 0, 0x02},
+                                  {"Tell", "beta:%str% ", 1, 0x02}};
 
 class Side : public STPSpecClass {
  public:
@@ -18,11 +20,11 @@ class Side : public STPSpecClass {
   std::vector<std::string> seen;
   std::function<void()> then;
   bool down = false;
+  using STPSpecClass::callStubMessage;
   using STPSpecClass::deferredCount;
   using STPSpecClass::extraTable;
   using STPSpecClass::formatsFetched;
   using STPSpecClass::newStubMessage;
-  using STPSpecClass::callStubMessage;
   using STPSpecClass::peerFlags;
   using STPSpecClass::refCount;
   using STPSpecClass::sendStubMessage;
@@ -70,9 +72,10 @@ class SpecClass : public testing::Test {
 };
 
 TEST_F(SpecClass, MergesWhateverThePeerAnnounces) {
-  peerSays("name:other vstamp:\"7\" flags:0x1 tags:(0x4 )[ aaa alpha gamma zzz  ] "
-           "msgs:(0x3 )[ { id:0x8 name:Ask flags:0x2  } { id:0x5 name:New flags:0x12  } "
-           "{ id:0x2 name:Zed flags:0x1  }  ] ");
+  peerSays(
+      "name:other vstamp:\"7\" flags:0x1 tags:(0x4 )[ aaa alpha gamma zzz  ] "
+      "msgs:(0x3 )[ { id:0x8 name:Ask flags:0x2  } { id:0x5 name:New flags:0x12  } "
+      "{ id:0x2 name:Zed flags:0x1  }  ] ");
   EXPECT_TRUE(near->isNegotiated());
   EXPECT_STREQ(near->getPeerName(), "other");
   EXPECT_STREQ(near->getPeerVstamp(), "7");
@@ -84,8 +87,9 @@ TEST_F(SpecClass, MergesWhateverThePeerAnnounces) {
   EXPECT_EQ(near->peerEntry("Ne"), nullptr);
   STPStatus status;
   EXPECT_TRUE(near->canSend(false, false, &status)) << "it takes any number";
-  peerSays("name:other flags:0x0 tags:(0xFFFFFFFF )[ beta ] msgs:(0x1 )[ { id:0x4 name:Tell  } "
-           "{ id:0x6 name:Unread } ] ");
+  peerSays(
+      "name:other flags:0x0 tags:(0xFFFFFFFF )[ beta ] msgs:(0x1 )[ { id:0x4 name:Tell  } "
+      "{ id:0x6 name:Unread } ] ");
   EXPECT_EQ(near->tagMap, (std::vector<std::int32_t>{1, 0, 2})) << "merged over the first";
   EXPECT_EQ(near->peerEntry("Ask")->id, 8u);
   EXPECT_EQ(near->peerEntry("Tell")->id, 4u);
@@ -187,7 +191,8 @@ TEST_F(TwoSides, NegotiateFetchFormatsAndMeet) {
 
 TEST_F(TwoSides, AMessageByNameByNumberAndAsACommand) {
   near->negotiateLocally();
-  const auto send = [&](std::uint32_t type, std::uint32_t id, const char* text, std::uint32_t flags) {
+  const auto send = [&](std::uint32_t type, std::uint32_t id, const char* text,
+                        std::uint32_t flags) {
     auto message = pair.a->newMessage(1, 2, type, id, flags);
     message->writeWord(text);
     return pair.a->enqueueMessage(*message);

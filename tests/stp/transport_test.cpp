@@ -23,9 +23,9 @@ TEST(Transport, NumbersPacketsFromTwoAndRefusesTypeZero) {
   EXPECT_EQ(transport->writeCount(), 0);
   EXPECT_FALSE(transport->lastQueued(nullptr, nullptr));
   EXPECT_EQ(transport->enqueueMessage(*transport->newMessage(3, 7, STP_SYNC, 0, 0)), 2u);
-  const std::vector<unsigned char> expected{
-      0x2C, 0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0, 7, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0,
-      5,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+  const std::vector<unsigned char> expected{0x2C, 0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0, 7, 0, 0, 0,
+                                            2,    0, 0, 0, 0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0,
+                                            0,    0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(drain(*transport), expected);
   EXPECT_FALSE(transport->isWritePending()) << "a closed transport has nothing to write to";
 }
@@ -57,8 +57,7 @@ TEST(Transport, GuardsItsStates) {
     EXPECT_STREQ(status.message, text);
   };
   pair.a->connect("127.0.0.1", port, &status), refused("[connect]: Already connected");
-  listening->connect("127.0.0.1", port, &status),
-      refused("[connect]: Already listening as server");
+  listening->connect("127.0.0.1", port, &status), refused("[connect]: Already listening as server");
   pair.a->listen(port, nullptr, &status), refused("[listen]: Already connected");
   listening->listen(port, nullptr, &status), refused("[listen]: Already listening as server");
   pair.a->startListenOnFD(listener, &status), refused("[startListenOnFD]: Already connected");
@@ -124,8 +123,8 @@ TEST(Transport, ParsesAStreamHoweverItIsCut) {
     std::vector<std::int32_t> sizes;
     for (int i = 0; i < 40; ++i) {
       const auto headerSize = static_cast<std::int32_t>(32 + 4 * (random() % 25));
-      const auto payload = static_cast<std::int32_t>(random() % 20 == 0 ? random() % 70000
-                                                                        : random() % 40);
+      const auto payload =
+          static_cast<std::int32_t>(random() % 20 == 0 ? random() % 70000 : random() % 40);
       std::vector<unsigned char> packet(
           static_cast<std::size_t>(stpStoredSize(headerSize + payload)), 0xEE);
       std::fill(packet.begin(), packet.begin() + headerSize, 0);

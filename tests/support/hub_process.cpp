@@ -9,8 +9,9 @@
 
 TemporaryDirectory::TemporaryDirectory() {
   static int count = 0;
-  path_ = std::filesystem::temp_directory_path() /
-          ("hub_test_" + std::to_string(platform::currentProcess()) + "_" + std::to_string(++count));
+  path_ =
+      std::filesystem::temp_directory_path() /
+      ("hub_test_" + std::to_string(platform::currentProcess()) + "_" + std::to_string(++count));
   std::filesystem::create_directories(path_);
 }
 

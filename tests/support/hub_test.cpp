@@ -84,10 +84,10 @@ std::int32_t HubTest::reserveRN(RawPeer& peer) {
   return countAndRN[1];
 }
 
-void HubTest::awaitCounts(const std::string& counts) {
+void HubTest::awaitCounts(const std::string& counts, const Plugin& asker) {
   const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
   std::string seen;
-  do seen = first->counts();
+  do seen = (asker ? asker : first)->counts();
   while (seen != counts && platform::monotonicMilliseconds() < end);
   EXPECT_EQ(seen, counts);
 }

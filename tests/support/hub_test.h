@@ -38,8 +38,8 @@ class HubTest : public ::testing::Test {
   static std::int32_t reserveRN(RawPeer& peer);
   /// Lets the hub do all that was sent to it before, as far as it has come.
   void settle() { first->counts(); }
-  /// Waits until the hub counts that many plugins: "persistent/all".
-  void awaitCounts(const std::string& counts);
+  /// Waits until the hub, asked by `asker` or `first`, counts that many plugins: "persistent/all".
+  void awaitCounts(const std::string& counts, const Plugin& asker = Plugin());
 
   TemporaryDirectory directory;
   std::unique_ptr<HubProcess> hub;

@@ -2,42 +2,42 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
+#include <sstream>
 
 #include "platform/clock.h"
 #include "platform/readiness.h"
 
-const std::vector<std::string> kTagNames{
-    "accept",      "args",           "argv",
-    "client_cookie", "client_start", "cookie",
-    "count",       "data",           "debugger",
-    "debugger_opts", "do_debug",     "error_message",
-    "errors",      "found",          "host",
-    "hostname",    "is_shared_object", "localRN",
-    "local_only",  "message",        "my_plugin_id",
-    "name",        "name_list",      "name_value_pairs",
-    "no_reuse",    "num_persistent", "num_total",
-    "persistent",  "pluginID",       "plugin_id",
-    "plugin_name", "port",           "preferAda",
-    "providingPluginID", "remoteRN", "requesting_plugin_id",
-    "rn",          "rn_list",        "serviceName",
-    "serviceRN",   "service_name",   "shared_object_name",
-    "startup_if_not_running", "success", "value",
-    "variable",    "wasAccepted",    "wasFound",
-    "working_dir"};
+namespace {
 
-const std::vector<std::string> kHubReceives{
-    "ConnectionAcceptedEvent", "DebugPlugin", "DropServiceConnection", "LogMessageEvent",
-    "NumPersistentServices", "PersistentService", "RegisterServiceList", "ReleaseRN",
-    "RequestHublinkDisconnect", "RequestLocation", "RequestPluginConnect",
-    "RequestPluginIdForService", "RequestPluginLaunch", "RequestServiceConnection",
-    "RequestValueOfNameOnPlugin", "ReserveRNBlock", "SetEnvironmentVariable", "SetPreferAda",
-    "SetWorkingDir", "StartPluginEvent", "UnregisterService", "ValueOfNameOnPluginResponseEvent"};
+std::vector<std::string> namesIn(const char* text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
 
-const std::vector<std::string> kHubSends{
-    "ConnectionDroppedEvent", "ConnectionReplyEvent", "ConnectionRequestedEvent",
-    "ForwardedRequestValueOfNameOnPlugin", "LocationEvent", "PluginConnectedEvent", "PluginId",
-    "PluginIdForServiceReplyEvent", "RNBlockReservedEvent", "StartLogging", "StartPlugin",
-    "ValueOfNameOnPluginEvent"};
+}  // namespace
+
+const std::vector<std::string> kTagNames = namesIn(
+    "accept args argv client_cookie client_start cookie count data debugger debugger_opts do_debug "
+    "error_message errors found host hostname is_shared_object localRN local_only message "
+    "my_plugin_id name name_list name_value_pairs no_reuse num_persistent num_total persistent "
+    "pluginID plugin_id plugin_name port preferAda providingPluginID remoteRN requesting_plugin_id "
+    "rn rn_list serviceName serviceRN service_name shared_object_name startup_if_not_running "
+    "success value variable wasAccepted wasFound working_dir");
+
+const std::vector<std::string> kHubReceives = namesIn(
+    "ConnectionAcceptedEvent DebugPlugin DropServiceConnection LogMessageEvent "
+    "NumPersistentServices PersistentService RegisterServiceList ReleaseRN "
+    "RequestHublinkDisconnect RequestLocation RequestPluginConnect RequestPluginIdForService "
+    "RequestPluginLaunch RequestServiceConnection RequestValueOfNameOnPlugin ReserveRNBlock "
+    "SetEnvironmentVariable SetPreferAda SetWorkingDir StartPluginEvent UnregisterService "
+    "ValueOfNameOnPluginResponseEvent");
+
+const std::vector<std::string> kHubSends = namesIn(
+    "ConnectionDroppedEvent ConnectionReplyEvent ConnectionRequestedEvent "
+    "ForwardedRequestValueOfNameOnPlugin LocationEvent PluginConnectedEvent PluginId "
+    "PluginIdForServiceReplyEvent RNBlockReservedEvent StartLogging StartPlugin "
+    "ValueOfNameOnPluginEvent");
 
 std::uint32_t indexOf(const std::vector<std::string>& names, std::string_view name) {
   return static_cast<std::uint32_t>(std::find(names.begin(), names.end(), name) - names.begin());
@@ -128,8 +128,8 @@ std::uint32_t Packet::word(std::size_t index) const {
 }
 
 STPReceivedMessage Packet::read() const {
-  return {reinterpret_cast<const unsigned char*>(bytes.data()),
-          static_cast<std::int32_t>(word(0)), static_cast<std::int32_t>(word(1))};
+  return {reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<std::int32_t>(word(0)),
+          static_cast<std::int32_t>(word(1))};
 }
 
 RawPeer::RawPeer(std::uint16_t port) : socket_(platform::openStream()) {

@@ -22,7 +22,9 @@ extern const std::vector<std::string> kHubSends;
 
 std::uint32_t indexOf(const std::vector<std::string>& names, std::string_view name);
 /// The hub's number of one of its messages, and of a field.
-inline std::uint32_t hubMessage(std::string_view name) { return indexOf(kHubReceives, name); }
+inline std::uint32_t hubMessage(std::string_view name) {
+  return indexOf(kHubReceives, name);
+}
 inline std::int32_t tag(std::string_view name) {
   return static_cast<std::int32_t>(indexOf(kTagNames, name));
 }

@@ -8,7 +8,9 @@ namespace {
 std::string shown(const char* text) {
   return text ? "'" + std::string(text) + "'" : std::string("null");
 }
-std::string shown(std::int32_t number) { return std::to_string(number); }
+std::string shown(std::int32_t number) {
+  return std::to_string(number);
+}
 
 template <class Array>
 std::string shownList(const Array& array) {
@@ -19,14 +21,32 @@ std::string shownList(const Array& array) {
   }
   return line + "]";
 }
-std::string shown(const StringArray& array) { return shownList(array); }
-std::string shown(const RNArray& array) { return shownList(array); }
+std::string shown(const StringArray& array) {
+  return shownList(array);
+}
+std::string shown(const RNArray& array) {
+  return shownList(array);
+}
 
 }  // namespace
 
+std::set<TestPlugin*> TestPlugin::all;
+
 TestPlugin::TestPlugin(STPTransport* link) {
+  all.insert(this);
   setTransport(link, 2, 1);
   sendNegotiate(true, nullptr, nullptr);
+}
+
+TestPlugin::~TestPlugin() {
+  all.erase(this);
+}
+
+void TestPlugin::serveAll(int timeout) {
+  STPTransportSet open;
+  for (const TestPlugin* plugin : all)
+    if (!plugin->getTransport()->isClosed()) open.insert(plugin->getTransport());
+  serviceFirst(timeout, open);
 }
 
 std::string TestPlugin::next() {
@@ -35,7 +55,7 @@ std::string TestPlugin::next() {
     if (getTransport()->isClosed()) return "closed";
     const std::uint64_t now = platform::monotonicMilliseconds();
     if (now >= end) return "nothing";
-    getTransport()->serviceOnce(static_cast<int>(end - now));
+    serveAll(static_cast<int>(end - now));
   }
   std::string line = std::move(received_.front());
   received_.pop_front();
@@ -45,13 +65,14 @@ std::string TestPlugin::next() {
 std::int32_t TestPlugin::nextNumber(const std::string& name) {
   const std::string line = next();
   if (line.rfind(name + " ", 0) != 0) return -1;
-  return std::stoi(line.substr(line.find_last_of(" [") + 1));
+  return static_cast<std::int32_t>(std::strtol(&line[line.find_last_of(" [") + 1], nullptr, 10));
 }
 
 std::string TestPlugin::counts() {
-  std::int32_t persistent = 0, all = 0;
-  NumPersistentServices(&persistent, &all);
-  return std::to_string(persistent) + "/" + std::to_string(all);
+  serveAll(0);
+  std::int32_t persistent = 0, total = 0;
+  NumPersistentServices(&persistent, &total);
+  return std::to_string(persistent) + "/" + std::to_string(total);
 }
 
 std::int32_t TestPlugin::provide(const char* service) {
@@ -80,21 +101,18 @@ void TestPlugin::ConnectionDroppedEvent(std::int32_t serviceRN, std::int32_t rem
 void TestPlugin::ConnectionReplyEvent(const char* serviceName, std::int32_t localRN, bool wasFound,
                                       bool is_shared_object, bool wasAccepted,
                                       std::int32_t serviceRN, std::int32_t plugin_id,
-                                      const char* shared_object_name,
-                                      std::int32_t client_cookie) {
+                                      const char* shared_object_name, std::int32_t client_cookie) {
   record("ConnectionReplyEvent", serviceName, localRN, wasFound, is_shared_object, wasAccepted,
          serviceRN, plugin_id, shared_object_name, client_cookie);
 }
 
-void TestPlugin::ConnectionRequestedEvent(std::int32_t requesting_plugin_id,
-                                          std::int32_t serviceRN, std::int32_t remoteRN,
-                                          StringArray name_value_pairs) {
+void TestPlugin::ConnectionRequestedEvent(std::int32_t requesting_plugin_id, std::int32_t serviceRN,
+                                          std::int32_t remoteRN, StringArray name_value_pairs) {
   record("ConnectionRequestedEvent", requesting_plugin_id, serviceRN, remoteRN, name_value_pairs);
 }
 
 void TestPlugin::ForwardedRequestValueOfNameOnPlugin(std::int32_t requesting_plugin_id,
-                                                     std::int32_t my_plugin_id,
-                                                     const char* name) {
+                                                     std::int32_t my_plugin_id, const char* name) {
   record("ForwardedRequestValueOfNameOnPlugin", requesting_plugin_id, my_plugin_id, name);
 }
 
@@ -117,9 +135,13 @@ void TestPlugin::PluginIdForServiceReplyEvent(std::int32_t cookie, const char* s
   record("PluginIdForServiceReplyEvent", cookie, service_name, plugin_id, found);
 }
 
-void TestPlugin::RNBlockReservedEvent(RNArray rn_list) { record("RNBlockReservedEvent", rn_list); }
+void TestPlugin::RNBlockReservedEvent(RNArray rn_list) {
+  record("RNBlockReservedEvent", rn_list);
+}
 
-void TestPlugin::StartLogging() { record("StartLogging"); }
+void TestPlugin::StartLogging() {
+  record("StartLogging");
+}
 
 void TestPlugin::StartPlugin(StringArray args, std::int32_t cookie, const char* working_dir) {
   record("StartPlugin", args, cookie, working_dir);

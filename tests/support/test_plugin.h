@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <set>
 #include <string>
 
 #include "generated/hublink_plugin_impl.h"
@@ -17,11 +18,15 @@ class TestPlugin : public Hublink_plugin_Impl {
   /// The oldest message not yet taken: its name and its fields with blanks between, texts in single
   /// quotes. Serves the link until there is one; "closed" or "nothing" if none comes.
   std::string next();
+  /// What next() gives begins with the name of this message.
+  bool nextIs(const std::string& name) { return next().rfind(name + " ", 0) == 0; }
   /// What next() gives, which must be the message `name`: its last number. -1 otherwise.
   std::int32_t nextNumber(const std::string& name);
   /// A question and its answer: all that the hub did for this plugin before has been done, and all
   /// that it sent before has come. Gives "persistent/all".
   std::string counts();
+  /// Sends what has been queued on all plugins, in that order, and takes in what has come.
+  static void serveAll(int timeout);
   /// Closes the link without a word.
   void vanish() { getTransport()->disconnect(); }
 
@@ -38,7 +43,7 @@ class TestPlugin : public Hublink_plugin_Impl {
   std::int32_t id = 0;
 
  protected:
-  ~TestPlugin() override = default;
+  ~TestPlugin() override;
   void ConnectionDroppedEvent(std::int32_t serviceRN, std::int32_t remoteRN) override;
   void ConnectionReplyEvent(const char* serviceName, std::int32_t localRN, bool wasFound,
                             bool is_shared_object, bool wasAccepted, std::int32_t serviceRN,
@@ -64,5 +69,6 @@ class TestPlugin : public Hublink_plugin_Impl {
   template <class... Fields>
   void record(const char* name, const Fields&... fields);
 
+  static std::set<TestPlugin*> all;
   std::deque<std::string> received_;
 };

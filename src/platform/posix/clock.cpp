@@ -18,7 +18,9 @@ std::uint64_t monotonicNanoseconds() {
   return nanoseconds(now);
 }
 
-std::uint64_t monotonicMilliseconds() { return monotonicNanoseconds() / 1000000u; }
+std::uint64_t monotonicMilliseconds() {
+  return monotonicNanoseconds() / 1000000u;
+}
 
 std::int64_t unixMilliseconds() {
   timespec now{};

@@ -35,8 +35,7 @@ void ReadinessSet::forget(int descriptor) {
 
 bool ReadinessSet::wait(int milliseconds, bool& failed) {
   std::array<epoll_event, 256> events;
-  const int count =
-      epoll_wait(set_, events.data(), static_cast<int>(events.size()), milliseconds);
+  const int count = epoll_wait(set_, events.data(), static_cast<int>(events.size()), milliseconds);
   failed = count < 0 && errno != EINTR;
   if (count < 0) return false;
   for (int i = 0; i < count; ++i) {
@@ -50,8 +49,7 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
 }
 
 void ReadinessSet::markReadable(int descriptor) {
-  if (flags(descriptor) & kWatched)
-    flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+  if (flags(descriptor) & kWatched) flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
 }
 
 void ReadinessSet::clearReadable(int descriptor) {

@@ -18,9 +18,9 @@ namespace error {
 const int interrupted = EINTR, accessDenied = EACCES, badAddress = EFAULT, invalid = EINVAL,
           inProgress = EINPROGRESS, notSocket = ENOTSOCK, messageTooBig = EMSGSIZE,
           notSupported = EOPNOTSUPP, netDown = ENETDOWN, netReset = ENETRESET,
-          aborted = ECONNABORTED, reset = ECONNRESET, noBuffers = ENOBUFS,
-          notConnected = ENOTCONN, brokenPipe = EPIPE, timedOut = ETIMEDOUT,
-          hostUnreachable = EHOSTUNREACH, addressInUse = EADDRINUSE, refused = ECONNREFUSED;
+          aborted = ECONNABORTED, reset = ECONNRESET, noBuffers = ENOBUFS, notConnected = ENOTCONN,
+          brokenPipe = EPIPE, timedOut = ETIMEDOUT, hostUnreachable = EHOSTUNREACH,
+          addressInUse = EADDRINUSE, refused = ECONNREFUSED;
 }  // namespace error
 
 namespace {
@@ -33,7 +33,9 @@ sockaddr_in addressOf(std::uint32_t address, std::uint16_t port) {
   return result;
 }
 
-sockaddr* generic(sockaddr_in& address) { return reinterpret_cast<sockaddr*>(&address); }
+sockaddr* generic(sockaddr_in& address) {
+  return reinterpret_cast<sockaddr*>(&address);
+}
 
 Transfer outcomeOf(ssize_t result) {
   Transfer transfer;
@@ -79,7 +81,9 @@ int finishConnect(Socket socket, int milliseconds) {
 
 }  // namespace
 
-Socket openStream() { return ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+Socket openStream() {
+  return ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+}
 
 void setStreamOptions(Socket socket) {
   const int on = 1;
@@ -93,7 +97,9 @@ bool bindPort(Socket socket, std::uint16_t port, bool loopbackOnly) {
 }
 
 // The kernel cuts the backlog to its own limit.
-bool listenOn(Socket socket) { return listen(socket, 65535) == 0; }
+bool listenOn(Socket socket) {
+  return listen(socket, 65535) == 0;
+}
 
 Socket acceptFrom(Socket listener, Transfer& outcome) {
   for (;;) {
@@ -133,7 +139,8 @@ bool resolveHost(const char* name, std::uint32_t& address) {
 
 Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
   ssize_t result = send(socket, bytes, static_cast<std::size_t>(count), MSG_NOSIGNAL);
-  if (result < 0 && errno == ENOTSOCK) result = write(socket, bytes, static_cast<std::size_t>(count));
+  if (result < 0 && errno == ENOTSOCK)
+    result = write(socket, bytes, static_cast<std::size_t>(count));
   return outcomeOf(result);
 }
 
@@ -149,19 +156,29 @@ bool makeBlocking(Socket socket, int milliseconds) {
          setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
 }
 
-int shutdownStream(Socket socket) { return shutdown(socket, SHUT_RDWR) == 0 ? 0 : errno; }
+int shutdownStream(Socket socket) {
+  return shutdown(socket, SHUT_RDWR) == 0 ? 0 : errno;
+}
 
-int closeStream(Socket socket) { return close(socket) == 0 ? 0 : errno; }
+int closeStream(Socket socket) {
+  return close(socket) == 0 ? 0 : errno;
+}
 
-int closeDescriptor(int descriptor) { return close(descriptor) == 0 ? 0 : errno; }
+int closeDescriptor(int descriptor) {
+  return close(descriptor) == 0 ? 0 : errno;
+}
 
 std::uint16_t localPort(Socket socket) {
   sockaddr_in address{};
   return nameOf(getsockname, socket, address) ? ntohs(address.sin_port) : std::uint16_t{0};
 }
 
-std::string localAddress(Socket socket) { return dotted(getsockname, socket); }
+std::string localAddress(Socket socket) {
+  return dotted(getsockname, socket);
+}
 
-std::string peerAddress(Socket socket) { return dotted(getpeername, socket); }
+std::string peerAddress(Socket socket) {
+  return dotted(getpeername, socket);
+}
 
 }  // namespace platform

@@ -1,6 +1,6 @@
-// The record by which tools find a shared hub. It is held for as long as the hub is shared; its work
-// on disk (the file, its lock, the look-up by tools) isn't there yet, so that tools can't find the
-// hub by it.
+// The record by which tools find a shared hub. It is held for as long as the hub is shared; its
+// work on disk (the file, its lock, the look-up by tools) isn't there yet, so that tools can't find
+// the hub by it.
 #pragma once
 
 #include <cstdint>

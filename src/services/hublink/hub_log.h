@@ -1,5 +1,5 @@
-// The log of -hl_log_internal: the hub's own lines and the trace of all connections, each traced line
-// with the plugin that it is about.
+// The log of -hl_log_internal: the hub's own lines and the trace of all connections, each traced
+// line with the plugin that it is about.
 #pragma once
 
 #include "stp_transport/log/stp_log.h"

@@ -79,7 +79,9 @@ void Hublink::servicePass(int timeout, STPStatus* status) {
   platform::collectChildren();
 }
 
-bool Hublink::lockActiveRecord() { return activeRecord && activeRecord->lock(); }
+bool Hublink::lockActiveRecord() {
+  return activeRecord && activeRecord->lock();
+}
 
 void Hublink::removeActiveRecord() {
   if (activeRecord) activeRecord->remove();
@@ -95,8 +97,7 @@ void Hublink::shutdownPlugins(bool report, int wait) {
     const platform::ProcessId child = connection->getProcess();
     if (child == 0) continue;
     std::size_t ended = 0;
-    const platform::WaitOutcome outcome =
-        platform::waitForChildren(&child, 1, true, wait, ended);
+    const platform::WaitOutcome outcome = platform::waitForChildren(&child, 1, true, wait, ended);
     if (!report || outcome == platform::WaitOutcome::ended) continue;
     if (outcome == platform::WaitOutcome::timedOut)
       std::fprintf(stderr, "hublink: (%s, pid=%d) took more than %d msecs to shut down",

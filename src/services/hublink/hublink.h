@@ -1,9 +1,10 @@
 // The central object: every connection to a plugin, the services that are registered, the RNs that
 // are owned, and the requests that wait for something. A service pass does all of the program's
-// work; what a plugin's message does is an operation of this class, called by its HublinkConnection.
+// work; what a plugin's message does is an operation of this class, called by its
+// HublinkConnection.
 //
-// The hub holds one reference to each connection and each transport. Both die only in the reaping at
-// the end of a service pass, never inside a handler.
+// The hub holds one reference to each connection and each transport. Both die only in the reaping
+// at the end of a service pass, never inside a handler.
 //
 // The operations stand by subject in hublink_*.cpp.
 #pragma once
@@ -194,8 +195,8 @@ class Hublink : public ForwardingHandler {
   STPTransport* listener = nullptr;  // stands in `transports`, or null after a failed set-up
   std::uint32_t port;
   int listenSocket = 0;
-  bool acceptBroken = false;             // the last accept failed
-  std::uint64_t acceptRetryAt = 0;       // ms of the steady clock
+  bool acceptBroken = false;        // the last accept failed
+  std::uint64_t acceptRetryAt = 0;  // ms of the steady clock
   std::int32_t lastPluginID = 0;
   std::int32_t lastStartCookie = 0;
   int launchLimit = 30000;

@@ -37,11 +37,10 @@ void Hublink::serviceRegistered(HublinkConnection* provider, const char* name,
                                 std::int32_t serviceRN) {
   for (auto place = pendingRequests.begin(); place != pendingRequests.end();) {
     PendingRequest& request = *place;
-    const bool fits =
-        request.serviceName == name &&
-        (request.pluginID == -1 || request.pluginID == provider->getPluginID()) &&
-        (!request.workingDir ||
-         sameWorkingDir(textOrNull(request.workingDir), provider->getWorkingDir()));
+    const bool fits = request.serviceName == name &&
+                      (request.pluginID == -1 || request.pluginID == provider->getPluginID()) &&
+                      (!request.workingDir ||
+                       sameWorkingDir(textOrNull(request.workingDir), provider->getWorkingDir()));
     if (!fits) {
       ++place;
       continue;
@@ -85,9 +84,9 @@ void Hublink::askProvider(HublinkConnection* requester, HublinkConnection* provi
                           const char* serviceName, std::int32_t serviceRN, TextPairs pairs,
                           std::int32_t clientCookie) {
   const std::int32_t localRN = rns.assign(requester);
-  const auto place = pendingAccepts.emplace(
-      provider, PendingAccept{requester, provider, serviceName, localRN, serviceRN,
-                              std::move(pairs), clientCookie});
+  const auto place =
+      pendingAccepts.emplace(provider, PendingAccept{requester, provider, serviceName, localRN,
+                                                     serviceRN, std::move(pairs), clientCookie});
   provider->ConnectionRequestedEvent(requester->getPluginID(), serviceRN, localRN,
                                      place->second.pairs.view());
 }

@@ -33,9 +33,13 @@ void HublinkConnection::sendNegotiate() {
   STPSpecClass::sendNegotiate(false, nullptr, nullptr);
 }
 
-bool HublinkConnection::isNegotiated() { return STPSpecClass::isNegotiated(); }
+bool HublinkConnection::isNegotiated() {
+  return STPSpecClass::isNegotiated();
+}
 
-bool HublinkConnection::isDead() const { return getTransport()->isClosed(); }
+bool HublinkConnection::isDead() const {
+  return getTransport()->isClosed();
+}
 
 void HublinkConnection::addPeerLink(std::int32_t peerPluginID, std::int32_t localRN,
                                     std::int32_t remoteRN) {
@@ -43,21 +47,24 @@ void HublinkConnection::addPeerLink(std::int32_t peerPluginID, std::int32_t loca
 }
 
 void HublinkConnection::removePeerLink(std::int32_t localRN, std::int32_t remoteRN) {
-  const auto place =
-      std::find_if(peerLinks.begin(), peerLinks.end(), [&](const PeerLink& link) {
-        return link.localRN == localRN && link.remoteRN == remoteRN;
-      });
+  const auto place = std::find_if(peerLinks.begin(), peerLinks.end(), [&](const PeerLink& link) {
+    return link.localRN == localRN && link.remoteRN == remoteRN;
+  });
   if (place != peerLinks.end()) peerLinks.erase(place);
 }
 
-std::list<PeerLink> HublinkConnection::takePeerLinks() { return std::exchange(peerLinks, {}); }
+std::list<PeerLink> HublinkConnection::takePeerLinks() {
+  return std::exchange(peerLinks, {});
+}
 
 void HublinkConnection::DebugPlugin(const char* plugin_name, bool do_debug, const char* debugger,
                                     const char* debugger_opts) {
   hub->debugPlugin(plugin_name, do_debug, debugger, debugger_opts);
 }
 
-void HublinkConnection::RequestLocation() { hub->sendLocation(this); }
+void HublinkConnection::RequestLocation() {
+  hub->sendLocation(this);
+}
 
 void HublinkConnection::RequestPluginLaunch(StringArray argv, std::int32_t cookie,
                                             bool client_start, const char* working_dir) {
@@ -75,7 +82,9 @@ void HublinkConnection::RequestPluginIdForService(std::int32_t cookie, const cha
   hub->requestPluginIdForService(this, cookie, serviceName, working_dir, startup_if_not_running);
 }
 
-void HublinkConnection::RequestHublinkDisconnect() { hub->disconnectPlugin(this); }
+void HublinkConnection::RequestHublinkDisconnect() {
+  hub->disconnectPlugin(this);
+}
 
 void HublinkConnection::RequestServiceConnection(const char* serviceName,
                                                  std::int32_t providingPluginID,
@@ -83,9 +92,9 @@ void HublinkConnection::RequestServiceConnection(const char* serviceName,
                                                  const char* working_dir, bool local_only,
                                                  std::int32_t client_cookie, bool no_reuse,
                                                  bool client_start) {
-  hub->requestServiceConnection(this, {serviceName, providingPluginID, name_value_pairs,
-                                       working_dir, local_only, client_cookie, no_reuse,
-                                       client_start});
+  hub->requestServiceConnection(
+      this, {serviceName, providingPluginID, name_value_pairs, working_dir, local_only,
+             client_cookie, no_reuse, client_start});
 }
 
 void HublinkConnection::DropServiceConnection(std::int32_t localRN, std::int32_t serviceRN) {
@@ -102,11 +111,17 @@ void HublinkConnection::StartPluginEvent(std::int32_t cookie, bool success,
   hub->startPluginEvent(this, cookie, success, error_message);
 }
 
-void HublinkConnection::SetWorkingDir(const char* working_dir) { setWorkingDir(working_dir); }
+void HublinkConnection::SetWorkingDir(const char* working_dir) {
+  setWorkingDir(working_dir);
+}
 
-void HublinkConnection::ReserveRNBlock(std::int32_t count) { hub->reserveRNBlock(this, count); }
+void HublinkConnection::ReserveRNBlock(std::int32_t count) {
+  hub->reserveRNBlock(this, count);
+}
 
-void HublinkConnection::ReleaseRN(std::int32_t rn) { hub->releaseRN(this, rn); }
+void HublinkConnection::ReleaseRN(std::int32_t rn) {
+  hub->releaseRN(this, rn);
+}
 
 void HublinkConnection::UnregisterService(std::int32_t serviceRN) {
   hub->unregisterService(serviceRN);
@@ -122,8 +137,7 @@ void HublinkConnection::RequestValueOfNameOnPlugin(std::int32_t plugin_id, const
 
 void HublinkConnection::ValueOfNameOnPluginResponseEvent(std::int32_t requesting_plugin_id,
                                                          std::int32_t plugin_id,
-                                                         const char* valueName,
-                                                         const char* value) {
+                                                         const char* valueName, const char* value) {
   hub->answerValueOfName(requesting_plugin_id, plugin_id, valueName, value);
 }
 
@@ -138,10 +152,14 @@ void HublinkConnection::NumPersistentServices(std::int32_t& num_persistent,
   num_total = hub->numPlugins();
 }
 
-void HublinkConnection::LogMessageEvent(const char* message) { hub->logMessage(message); }
+void HublinkConnection::LogMessageEvent(const char* message) {
+  hub->logMessage(message);
+}
 
 void HublinkConnection::SetEnvironmentVariable(const char* variable, const char* value) {
   hub->setEnvironmentVariable(variable, value);
 }
 
-void HublinkConnection::SetPreferAda(bool preferAda) { setPreferAda(preferAda); }
+void HublinkConnection::SetPreferAda(bool preferAda) {
+  setPreferAda(preferAda);
+}

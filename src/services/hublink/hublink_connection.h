@@ -68,8 +68,7 @@ class HublinkConnection : public virtual Hublink_router_Impl {
                                 bool local_only, std::int32_t client_cookie, bool no_reuse,
                                 bool client_start) override;
   void DropServiceConnection(std::int32_t localRN, std::int32_t serviceRN) override;
-  void ConnectionAcceptedEvent(std::int32_t serviceRN, std::int32_t remoteRN,
-                               bool accept) override;
+  void ConnectionAcceptedEvent(std::int32_t serviceRN, std::int32_t remoteRN, bool accept) override;
   void StartPluginEvent(std::int32_t cookie, bool success, const char* error_message) override;
   void SetWorkingDir(const char* working_dir) override;
   void ReserveRNBlock(std::int32_t count) override;

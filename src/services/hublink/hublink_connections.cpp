@@ -14,7 +14,9 @@ constexpr std::uint64_t kAcceptRetry = 500;
 
 }  // namespace
 
-bool Hublink::pluginIDsLeft() const { return lastPluginID < kLastPluginID; }
+bool Hublink::pluginIDsLeft() const {
+  return lastPluginID < kLastPluginID;
+}
 
 // Whoever needs an ID asks pluginIDsLeft() first.
 std::int32_t Hublink::nextPlugin() {
@@ -28,9 +30,8 @@ std::int32_t Hublink::nextPlugin() {
 HublinkConnection* Hublink::addConnection(CountedPtr<STPTransport> transport, std::int32_t process,
                                           const char* name, const char* workingDir) {
   if (transports.insert(transport.get()).second) transport->addRef();
-  auto connection =
-      makeCounted<HublinkConnection>(transport.get(), this, nextPlugin(), process, name,
-                                     workingDir, internalLog.get());
+  auto connection = makeCounted<HublinkConnection>(transport.get(), this, nextPlugin(), process,
+                                                   name, workingDir, internalLog.get());
   connection->sendNegotiate();
   connection->setPersistent(true);
   ++numPersistent;

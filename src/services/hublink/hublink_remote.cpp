@@ -8,8 +8,8 @@
 
 void Hublink::requestPluginConnect(HublinkConnection* requester, const char* host,
                                    std::int32_t peerPort, std::int32_t cookie) {
-  const gen_text failure = gen_asprintf("Hublink unable to connect to plugin on host %s and port %d.",
-                                        host, peerPort);
+  const gen_text failure =
+      gen_asprintf("Hublink unable to connect to plugin on host %s and port %d.", host, peerPort);
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
   if (pluginIDsLeft()) transport->connect(host, static_cast<std::uint16_t>(peerPort), &status);

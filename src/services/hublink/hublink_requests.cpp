@@ -1,4 +1,5 @@
-// The two questions that a plugin asks of a service: for a connection to it, and for who provides it.
+// The two questions that a plugin asks of a service: for a connection to it, and for who provides
+// it.
 #include "services/hublink/hublink.h"
 
 void Hublink::sendFailureReply(HublinkConnection* requester, const char* serviceName,
@@ -68,8 +69,8 @@ void Hublink::requestPluginIdForService(HublinkConnection* requester, std::int32
   const std::int32_t serviceRN = findServiceRN(requester, serviceName, -1, workingDir, false);
   if (serviceRN != -1) {
     const HublinkConnection* owner = rns.owner(serviceRN);
-    requester->PluginIdForServiceReplyEvent(cookie, serviceName,
-                                            owner ? owner->getPluginID() : -1, owner != nullptr);
+    requester->PluginIdForServiceReplyEvent(cookie, serviceName, owner ? owner->getPluginID() : -1,
+                                            owner != nullptr);
   } else if (!startupIfNotRunning || !serviceName) {
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, -1, false);
   } else if (isServicePending(serviceName, workingDir)) {

@@ -1,8 +1,8 @@
 // When the hub stops by itself.
 //
 // A hub without a record stops on the first pass without a persistent plugin. A shared one counts
-// such passes: the first starts the clock, the second confirms, the third can remove the record, and
-// once the limit has passed the hub stops. A persistent plugin that comes back starts all anew,
+// such passes: the first starts the clock, the second confirms, the third can remove the record,
+// and once the limit has passed the hub stops. A persistent plugin that comes back starts all anew,
 // except that a record once removed stays removed.
 #pragma once
 

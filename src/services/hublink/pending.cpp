@@ -12,4 +12,6 @@ StringArray TextPairs::view() const {
   return {static_cast<std::int32_t>(pointers_.size()), pointers_.data()};
 }
 
-bool sameWorkingDir(const char* a, const char* b) { return a && b && gen_same_path(a, b); }
+bool sameWorkingDir(const char* a, const char* b) {
+  return a && b && gen_same_path(a, b);
+}

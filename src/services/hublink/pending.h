@@ -21,7 +21,9 @@ using OptionalText = std::optional<std::string>;
 inline OptionalText optionalText(const char* text) {
   return text ? OptionalText(text) : OptionalText();
 }
-inline const char* textOrNull(const OptionalText& text) { return text ? text->c_str() : nullptr; }
+inline const char* textOrNull(const OptionalText& text) {
+  return text ? text->c_str() : nullptr;
+}
 
 /// An owned copy of a message's array of texts, which may be null.
 class TextPairs {

@@ -24,7 +24,9 @@ HublinkLink::HublinkLink(HublinkPlugin* plugin, std::int32_t localRN, std::int32
   transport_->addListener(remoteRN, localRN, this, kPacketType);
 }
 
-HublinkLink::~HublinkLink() { transport_->removeListener(this); }
+HublinkLink::~HublinkLink() {
+  transport_->removeListener(this);
+}
 
 bool HublinkLink::send(const void* bytes, std::size_t size) {
   if (!up_ || size >= static_cast<std::size_t>(STP_MAX_PACKET_SIZE) - 128) return false;
@@ -33,7 +35,9 @@ bool HublinkLink::send(const void* bytes, std::size_t size) {
   return transport_->enqueueMessage(*message) != 0;
 }
 
-void HublinkLink::flush() { transport_->handleWrite(); }
+void HublinkLink::flush() {
+  transport_->handleWrite();
+}
 
 bool HublinkLink::handleMessage(STPReceivedMessage& message, bool) {
   if (!transport_->canDeliver(message)) return false;

@@ -1,12 +1,12 @@
 // One end of a connection between two plugins through the hub.
 //
-// Two kinds of traffic may travel on a link: packets of plain bytes, and the messages of an interface
-// of one's own, by an object of a class that stpc has made. A link ends when either side closes it,
-// when the other plugin goes, or with the connection to the hub; whoever waits on it for an answer
-// then fails at once.
+// Two kinds of traffic may travel on a link: packets of plain bytes, and the messages of an
+// interface of one's own, by an object of a class that stpc has made. A link ends when either side
+// closes it, when the other plugin goes, or with the connection to the hub; whoever waits on it for
+// an answer then fails at once.
 //
-// Links are shared: the plugin keeps those that are up, a program keeps those that it uses. One that
-// has ended stays a valid object that sends nothing.
+// Links are shared: the plugin keeps those that are up, a program keeps those that it uses. One
+// that has ended stays a valid object that sends nothing.
 #pragma once
 
 #include <cstddef>

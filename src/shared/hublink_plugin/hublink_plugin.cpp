@@ -31,8 +31,8 @@ class Countdown {
  public:
   explicit Countdown(int milliseconds)
       : endless_(milliseconds < 0),
-        end_(platform::monotonicMilliseconds() + static_cast<std::uint64_t>(
-                                                     std::max(milliseconds, 0))) {}
+        end_(platform::monotonicMilliseconds() +
+             static_cast<std::uint64_t>(std::max(milliseconds, 0))) {}
   /// Milliseconds that are left, at most one service step.
   int left() const {
     if (endless_) return STP_WAIT_STEP;
@@ -77,7 +77,9 @@ HublinkPlugin::~HublinkPlugin() {
   }
 }
 
-bool HublinkPlugin::isConnected() const { return transport_ && transport_->isConnected(); }
+bool HublinkPlugin::isConnected() const {
+  return transport_ && transport_->isConnected();
+}
 
 bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* host,
                             int milliseconds) {
@@ -116,9 +118,13 @@ void HublinkPlugin::disconnect() {
   connectionEnded();
 }
 
-Hublink_plugin_Impl& HublinkPlugin::hub() { return *spec_; }
+Hublink_plugin_Impl& HublinkPlugin::hub() {
+  return *spec_;
+}
 
-void HublinkPlugin::setPersistent(bool persistent) { spec_->PersistentService(persistent); }
+void HublinkPlugin::setPersistent(bool persistent) {
+  spec_->PersistentService(persistent);
+}
 
 std::int32_t HublinkPlugin::registerService(const std::string& name, LinkHandler connected,
                                             AcceptHandler accept, int milliseconds) {
@@ -179,8 +185,7 @@ void HublinkPlugin::requestLocation(LocationHandler handler) {
 void HublinkPlugin::requestProvider(const std::string& serviceName, const char* workingDir,
                                     bool startIfNotRunning, ProviderHandler handler) {
   providerHandlers_[++lastCookie_] = std::move(handler);
-  spec_->RequestPluginIdForService(lastCookie_, serviceName.c_str(), workingDir,
-                                   startIfNotRunning);
+  spec_->RequestPluginIdForService(lastCookie_, serviceName.c_str(), workingDir, startIfNotRunning);
 }
 
 void HublinkPlugin::requestValue(std::int32_t pluginID, const std::string& name,
@@ -244,8 +249,7 @@ void HublinkPlugin::connectionRequested(const ConnectionRequest& request, std::i
     return;
   }
   // The link listens before the other side can hear of it, and speaks after.
-  const auto link =
-      openLink(serviceRN, remoteRN, named.requestingPluginID, service.name, false);
+  const auto link = openLink(serviceRN, remoteRN, named.requestingPluginID, service.name, false);
   spec_->ConnectionAcceptedEvent(serviceRN, remoteRN, true);
   if (service.connected) service.connected(link);
 }

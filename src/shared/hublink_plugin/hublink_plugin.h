@@ -159,8 +159,8 @@ class HublinkPlugin {
   CountedPtr<HublinkPluginSpec> spec_;
   std::int32_t pluginID_ = -1;
   bool stopped_ = false;
-  std::map<std::int32_t, Service> services_;  // by serviceRN
-  std::deque<RNHandler> rnHandlers_;          // in the order of the questions
+  std::map<std::int32_t, Service> services_;            // by serviceRN
+  std::deque<RNHandler> rnHandlers_;                    // in the order of the questions
   std::map<std::int32_t, ReplyHandler> replyHandlers_;  // by cookie
   std::map<std::int32_t, ProviderHandler> providerHandlers_;
   std::map<std::int32_t, PluginHandler> pluginHandlers_;

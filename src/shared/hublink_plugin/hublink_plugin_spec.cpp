@@ -4,7 +4,9 @@
 
 namespace {
 
-std::string textOf(const char* text) { return text ? text : ""; }
+std::string textOf(const char* text) {
+  return text ? text : "";
+}
 
 // Takes the handler of a question out of its table and calls it with the answer.
 template <class Table, class Key, class... Answer>
@@ -46,9 +48,8 @@ void HublinkPluginSpec::ConnectionDroppedEvent(std::int32_t serviceRN, std::int3
 }
 
 void HublinkPluginSpec::ConnectionReplyEvent(const char* serviceName, std::int32_t localRN,
-                                             bool wasFound, bool is_shared_object,
-                                             bool wasAccepted, std::int32_t serviceRN,
-                                             std::int32_t plugin_id,
+                                             bool wasFound, bool is_shared_object, bool wasAccepted,
+                                             std::int32_t serviceRN, std::int32_t plugin_id,
                                              const char* shared_object_name,
                                              std::int32_t client_cookie) {
   using Outcome = ServiceReply::Outcome;

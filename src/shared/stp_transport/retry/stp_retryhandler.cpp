@@ -31,4 +31,6 @@ STP_RetryCondition::STP_RetryCondition(STPSpecClass* spec) : spec_(spec) {}
 
 STP_RetryCondition::~STP_RetryCondition() = default;
 
-bool STP_RetryCondition::shouldRetry() { return spec_->isVirtualConnectionUp(); }
+bool STP_RetryCondition::shouldRetry() {
+  return spec_->isVirtualConnectionUp();
+}

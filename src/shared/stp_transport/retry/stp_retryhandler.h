@@ -11,7 +11,7 @@ class STPTransport;
 /// handler without one never allows a second try and pauses for 50 ms in its wait.
 class STPRetryHandler : public RetryHandler {
  public:
-  STPRetryHandler() = default;                          ///< no limit, no transport
+  STPRetryHandler() = default;  ///< no limit, no transport
   explicit STPRetryHandler(int spec) : RetryHandler(spec) {}
   explicit STPRetryHandler(STPTransport* transport) : transport_(transport) {}
   STPRetryHandler(STPTransport* transport, int spec) : RetryHandler(spec), transport_(transport) {}

@@ -1,9 +1,9 @@
 // The exchange in which two sides tell each other their field names and messages.
 //
-// A record is one text. Its lists are sorted by byte value like this side's tables, so that taking a
-// record in is a merge of two sorted lists; a name out of order counts as one that this side doesn't
-// have. What a peer announces is never trusted for a size: lists are read to their end or their
-// announced size, whichever comes first.
+// A record is one text. Its lists are sorted by byte value like this side's tables, so that taking
+// a record in is a merge of two sorted lists; a name out of order counts as one that this side
+// doesn't have. What a peer announces is never trusted for a size: lists are read to their end or
+// their announced size, whichever comes first.
 #include <algorithm>
 
 #include "stp_transport/spec/stp_specclass.h"
@@ -134,8 +134,7 @@ void STPSpecClass::readMessages(STPReceivedMessage& message) {
 }
 
 // A message of the peer that this side doesn't know.
-void STPSpecClass::takeMessageEntry(std::string_view name, std::uint32_t id,
-                                    std::uint32_t flags) {
+void STPSpecClass::takeMessageEntry(std::string_view name, std::uint32_t id, std::uint32_t flags) {
   const auto [place, isNew] = extraIndex_.try_emplace(std::string(name), extraTable.size());
   if (isNew) extraTable.push_back({place->first.c_str(), nullptr, id, flags});
   STPMessageEntry& entry = extraTable[place->second];
@@ -250,9 +249,9 @@ void STPSpecClass::readFormatRecord(STPReceivedMessage& message) {
 
 void STPSpecClass::takeFormat(std::string_view name, std::string_view format) {
   STPMessageEntry* entry = nullptr;
-  const auto place =
-      std::lower_bound(sendTable.begin(), sendTable.end(), name,
-                       [](const STPMessageEntry& e, std::string_view text) { return e.name < text; });
+  const auto place = std::lower_bound(
+      sendTable.begin(), sendTable.end(), name,
+      [](const STPMessageEntry& e, std::string_view text) { return e.name < text; });
   if (place != sendTable.end() && place->name == name) {
     entry = &*place;
   } else if (const auto extra = extraIndex_.find(name); extra != extraIndex_.end()) {

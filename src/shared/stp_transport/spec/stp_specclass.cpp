@@ -226,7 +226,9 @@ void STPSpecClass::runMessage(STPReceivedMessage& message, STPMessage* reply, st
   }
 }
 
-bool STPSpecClass::transportFailed() const { return !transport->status().good(); }
+bool STPSpecClass::transportFailed() const {
+  return !transport->status().good();
+}
 
 std::unique_ptr<STPMessage> STPSpecClass::newStubMessage(std::uint32_t id,
                                                          std::uint32_t packetFlags) const {

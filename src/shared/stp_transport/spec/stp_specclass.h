@@ -6,8 +6,8 @@
 // derives from this one and brings the tables, the receive dispatch and the send stubs.
 //
 // The object is counted. It holds a reference to its transport and registers a listener with it for
-// the packet types of a spec. Messages can run nested inside a wait of the same object, and its last
-// outside reference may be dropped meanwhile: it goes away when the stack unwinds.
+// the packet types of a spec. Messages can run nested inside a wait of the same object, and its
+// last outside reference may be dropped meanwhile: it goes away when the stack unwinds.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Channels and the sync barrier, on both sides: what a program asks for and what a peer's packets do.
+// Channels and the sync barrier, on both sides: what a program asks for and what a peer's packets
+// do.
 #include "stp_transport/transport/stp_channel.h"
 
 #include <algorithm>

@@ -66,8 +66,7 @@ int connectToServer(const char* host, std::uint16_t port, STPStatus* status) {
     return 0;
   }
   const platform::Socket fd = platform::openStream();
-  const int failure =
-      fd < 0 ? -1 : platform::connectStream(fd, address, port, STP_CONNECT_LIMIT);
+  const int failure = fd < 0 ? -1 : platform::connectStream(fd, address, port, STP_CONNECT_LIMIT);
   if (failure == 0) {
     platform::setStreamOptions(fd);
     return fd;

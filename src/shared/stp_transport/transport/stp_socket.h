@@ -1,5 +1,5 @@
-// TCP sockets as transports use them, with the texts of their failures. A socket of 0 or below is no
-// result; callers go by the status.
+// TCP sockets as transports use them, with the texts of their failures. A socket of 0 or below is
+// no result; callers go by the status.
 #pragma once
 
 #include <cstdint>

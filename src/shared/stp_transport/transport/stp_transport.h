@@ -23,8 +23,8 @@
 
 #include "libcxxutil/ut_retryhandler.h"
 #include "stp_transport/message/stp_received_message.h"
-#include "stp_transport/transport/response_listener.h"
 #include "stp_transport/transport/counted_ptr.h"
+#include "stp_transport/transport/response_listener.h"
 #include "stp_transport/transport/stp_byte_block.h"
 #include "stp_transport/transport/stp_call_stack.h"
 #include "stp_transport/transport/stp_status.h"
@@ -83,8 +83,7 @@ class STPTransport {
 
   // --- Packets (stp_transport_packets.cpp) ---
   std::unique_ptr<STPMessage> newMessage(std::int32_t source, std::int32_t destination,
-                                         std::uint32_t type, std::uint32_t id,
-                                         std::uint32_t flags);
+                                         std::uint32_t type, std::uint32_t id, std::uint32_t flags);
   std::unique_ptr<STPMessage> newResponse(std::int32_t source, std::int32_t destination,
                                           std::uint32_t responseTo, std::uint32_t flags);
   /// The packet's sequence number, or 0 with a failure in status(). Whether the transport is
@@ -290,6 +289,6 @@ class STPTransport {
 /// Transports in an order that lasts: by address.
 using STPTransportSet = std::set<STPTransport*>;
 
-/// One step for a set of transports: waits up to `timeout` ms for the first event, then serves every
-/// transport that is ready.
+/// One step for a set of transports: waits up to `timeout` ms for the first event, then serves
+/// every transport that is ready.
 void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status = nullptr);

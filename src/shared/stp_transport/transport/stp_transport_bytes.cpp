@@ -126,8 +126,8 @@ void STPTransport::serveReady(STPStatus* status) {
   if (canRead()) handleRead(status);
 }
 
-// The peer takes nothing any more, but what it sent before is still to be delivered. The failure may
-// be known before any event has announced those bytes.
+// The peer takes nothing any more, but what it sent before is still to be delivered. The failure
+// may be known before any event has announced those bytes.
 void STPTransport::drainThenClose(STPStatus* status) {
   platform::readiness().markReadable(fd_);
   while (connected_ && platform::readiness().isReadable(fd_)) handleRead();
@@ -170,8 +170,7 @@ bool STPTransport::receiveFromSocket() {
   if (readCapacity_ <= readOffset_ + readCount_ + kReadRoom) makeReadRoom(0);
   const std::int64_t place = readOffset_ + readCount_;
   const std::int64_t room = readCapacity_ - place;
-  const platform::Transfer received =
-      platform::receiveBytes(fd_, readBuffer_.bytes + place, room);
+  const platform::Transfer received = platform::receiveBytes(fd_, readBuffer_.bytes + place, room);
   if (received.error == platform::error::interrupted) return true;
   if (received.error != 0) {
     closeWithFailure(STP_FAILED, "[handleRead]: read failed, closing connection");

@@ -1,5 +1,5 @@
-// Who gets a received message, and whether it may run now: listeners, queues, call contexts, and the
-// wait for a response.
+// Who gets a received message, and whether it may run now: listeners, queues, call contexts, and
+// the wait for a response.
 #include <algorithm>
 
 #include "indgen/report.h"
@@ -26,7 +26,9 @@ void trimStrays(std::list<std::unique_ptr<STPReceivedMessage>>& queue) {
   }
 }
 
-[[noreturn]] void failDepth() { gen_exit_message(1, "negative message depth!"); }
+[[noreturn]] void failDepth() {
+  gen_exit_message(1, "negative message depth!");
+}
 
 }  // namespace
 
@@ -145,10 +147,9 @@ void STPTransport::leaveCall() {
 }
 
 std::unique_ptr<STPReceivedMessage> STPTransport::takeResponse(std::uint32_t sequence) {
-  const auto place =
-      std::find_if(responses_.begin(), responses_.end(), [sequence](const auto& message) {
-        return message->header.responseTo == sequence;
-      });
+  const auto place = std::find_if(
+      responses_.begin(), responses_.end(),
+      [sequence](const auto& message) { return message->header.responseTo == sequence; });
   if (place == responses_.end()) return nullptr;
   auto message = std::move(*place);
   responses_.erase(place);
@@ -178,7 +179,8 @@ std::unique_ptr<STPReceivedMessage> STPTransport::awaitResponse(std::uint32_t se
       status_.set(STP_PEER_CLOSED,
                   "[awaitResponse]: connection closed while waiting to receive response");
     else
-      status_.set(STP_TIMEOUT, "[awaitResponse]: reached timeout while waiting to receive response");
+      status_.set(STP_TIMEOUT,
+                  "[awaitResponse]: reached timeout while waiting to receive response");
   }
   leaveCall();
   copyStatus(status);

@@ -28,8 +28,7 @@ std::unique_ptr<STPMessage> STPTransport::newMessage(std::int32_t source, std::i
   return message;
 }
 
-std::unique_ptr<STPMessage> STPTransport::newResponse(std::int32_t source,
-                                                      std::int32_t destination,
+std::unique_ptr<STPMessage> STPTransport::newResponse(std::int32_t source, std::int32_t destination,
                                                       std::uint32_t responseTo,
                                                       std::uint32_t flags) {
   const STPCallContext& context = currentContext();
@@ -69,8 +68,7 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
   }
   if (++lastSequence_ == 0) ++lastSequence_;
   message.finishMessage(lastSequence_);
-  const std::int64_t total =
-      std::int64_t{message.header.headerSize} + message.header.payloadSize;
+  const std::int64_t total = std::int64_t{message.header.headerSize} + message.header.payloadSize;
   std::memcpy(reserveWrite(total), message.storage(), static_cast<std::size_t>(total));
   hasLast_ = true;
   lastType_ = message.header.type;

@@ -1,8 +1,9 @@
-// The two pumps of the program: a step for one transport, which every blocking wait runs, and a step
-// for a set of them, the main loop.
+// The two pumps of the program: a step for one transport, which every blocking wait runs, and a
+// step for a set of them, the main loop.
 //
 // Both look at the one readiness set of the process. A descriptor that became ready while a step
-// waited for another stays marked there until its own transport has used it up.
+// waited for another stays marked there until its own transport has used it up. Before a step
+// sleeps it writes what has been queued on any transport.
 #include "platform/readiness.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_transport.h"
@@ -23,6 +24,7 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
       copyStatus(status);
       return;
     }
+    flushMarked();
     bool failed = false;
     if (!canWrite() && !canRead()) platform::readiness().wait(timeout, failed);
     if (failed)

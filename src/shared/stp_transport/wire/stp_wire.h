@@ -1,7 +1,7 @@
 // The packet format: what crosses a connection, to the byte, and the test that a receiver applies.
 //
-// A stream is an unbroken sequence of packets. A packet is a header of little-endian 32-bit words, a
-// payload, and fill up to the next multiple of 4. Every constant of the format stands here and
+// A stream is an unbroken sequence of packets. A packet is a header of little-endian 32-bit words,
+// a payload, and fill up to the next multiple of 4. Every constant of the format stands here and
 // nowhere else.
 #pragma once
 
@@ -77,7 +77,9 @@ inline void stpWriteWord(unsigned char* bytes, std::uint32_t word) {
 }
 
 /// The size that a packet takes in the stream: brought up to the next multiple of 4.
-inline constexpr std::int64_t stpStoredSize(std::int64_t size) { return (size + 3) & ~std::int64_t{3}; }
+inline constexpr std::int64_t stpStoredSize(std::int64_t size) {
+  return (size + 3) & ~std::int64_t{3};
+}
 
 /// Reads the words of a header of `size` bytes; those that a shorter header lacks are 0, and what a
 /// longer one has behind the eleventh is not looked at.
