@@ -127,11 +127,9 @@ TEST_F(BrokeringTest, RNsAreOwned) {
   EXPECT_EQ(a->counts(), "5/5");
   RawPeer sender = joinRaw();
   sender.send(packet);
-  const auto relayed = raw.next();
-  ASSERT_TRUE(relayed);
-  EXPECT_EQ(relayed->bytes, packet);
-  raw.send(
-      hubMessageBytes("ReleaseRN", [&](STPMessage& message) { message.putU32(tag("rn"), rn); }));
+  const Packet relayed = raw.next();
+  EXPECT_EQ(relayed.bytes, packet);
+  raw.send(hubMessageBytes("ReleaseRN", Numbers{{"rn", rn}}));
   EXPECT_EQ(reserveRN(raw), 13);
   sender.send(packet);
   EXPECT_EQ(reserveRN(sender), 14);

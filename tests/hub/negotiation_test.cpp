@@ -7,25 +7,11 @@ using NegotiationTest = HubTest;
 
 namespace {
 
-std::string field(std::string_view name, std::uint32_t kind) {
-  return wordBytes(static_cast<std::uint32_t>(tag(name)) << 8 | kind);
+std::string words(std::initializer_list<std::uint32_t> list) {
+  std::string bytes;
+  for (const std::uint32_t word : list) bytes += wordBytes(word);
+  return bytes;
 }
-std::string u4(std::string_view name, std::uint32_t value) {
-  return field(name, 0x24) + wordBytes(value);
-}
-std::string u1(std::string_view name, char value) {
-  return field(name, 0x21) + std::string{value, 0, 0, 0};
-}
-std::string str(std::string_view name, const std::string& text) {
-  std::string stored = text + '\0';
-  const auto length = static_cast<std::uint32_t>(stored.size());
-  stored.resize((stored.size() + 3) & ~std::size_t{3});
-  return field(name, 0x10) + wordBytes(length) + stored;
-}
-std::string nullText(std::string_view name) {
-  return field(name, 0x10) + wordBytes(0);
-}
-const std::string kEndWord(4, '\0');
 
 std::string routerRecord() {
   std::string text = "name:router vstamp:\"1\" flags:0x0 tags:(0x31 )[ ";
@@ -73,101 +59,62 @@ Tables longerTables() {
 TEST_F(NegotiationTest, RecordToTheByte) {
   startHub();
   RawPeer peer(port);
-  const auto packet = peer.next();
-  ASSERT_TRUE(packet);
+  const Packet packet = peer.next();
   const std::string record = routerRecord();
   ASSERT_EQ(record.size(), 1611u);
-  std::string header;
-  for (const std::uint32_t word : {44, 1616, 1, 2, 2, 0, 12, 1, 2, 2, 1}) header += wordBytes(word);
-  EXPECT_EQ(packet->bytes, header + record + std::string(5, '\0'));
+  EXPECT_EQ(packet.bytes,
+            words({44, 1616, 1, 2, 2, 0, 12, 1, 2, 2, 1}) + record + std::string(5, '\0'));
 
-  peer.send(packetBytes({.type = 12, .id = 2, .flags = 0x01}, kEndWord));
-  const auto formats = peer.next();
-  ASSERT_TRUE(formats);
-  EXPECT_EQ(formats->word(5), 2u);
-  EXPECT_EQ(formats->payload().rfind(
-                "msgs:(0x16 )[ { name:ConnectionAcceptedEvent fmt:\"serviceRN:%u4% remoteRN:%u4% "
-                "accept:%u1% \"  } { name:DebugPlugin fmt:\"",
-                0),
-            0u);
+  peer.send(packetBytes({.type = 12, .id = 2, .flags = 0x01}, wordBytes(0)));
+  const Packet formats = peer.next();
+  EXPECT_EQ(formats.word(5), 2u);
+  const std::string start =
+      "msgs:(0x16 )[ { name:ConnectionAcceptedEvent fmt:\"serviceRN:%u4% remoteRN:%u4% "
+      "accept:%u1% \"  } { name:DebugPlugin fmt:\"";
+  EXPECT_EQ(formats.payload().substr(0, start.size()), start);
 }
 
 TEST_F(NegotiationTest, MessagesToTheByte) {
   startHub();
   RawPeer peer(port);
-  peer.send(negotiateBytes());
-  ASSERT_TRUE(peer.next());
-  std::uint32_t sequence = 2;
-  const auto expectMessage = [&](std::string_view name, std::uint32_t flags,
-                                 const std::string& fields) {
-    const auto packet = peer.next();
-    ASSERT_TRUE(packet);
-    std::string header;
-    ++sequence;
-    // Chain and depth depend on the call in which a message is sent, and are carried by the sender.
-    for (const std::uint32_t word : {44u, static_cast<std::uint32_t>(fields.size()) + 4, 1u, 2u,
-                                     sequence, 0u, 15u, indexOf(kHubSends, name), flags})
-      header += wordBytes(word);
-    EXPECT_EQ(packet->bytes.substr(0, 36), header) << name;
-    EXPECT_EQ(packet->payload(), fields + kEndWord) << name;
+  ASSERT_EQ(peer.negotiate(), 2u);
+  std::string host = static_cast<const char*>(gen_host_name());
+  const auto hostSize = static_cast<std::uint32_t>(host.size() + 1);
+  host.resize((hostSize + 3) & ~std::size_t{3});
+  // A field word is the tag, the class and the size; 0x77 is a cookie or an RN of nobody.
+  const struct {
+    std::string question;
+    std::uint32_t id, flags;
+    std::string payload;
+  } cases[] = {
+      {hubMessageBytes("RequestLocation"), 4, 0x02,
+       words({15 << 8 | 0x10, hostSize}) + host + words({31 << 8 | 0x24, port, 0})},
+      {hubMessageBytes("ReserveRNBlock", Numbers{{"count", 2}}), 8, 0x02,
+       words({0x2540, 28, 0x0624, 2, 0x0750, 12, 2, 10, 11, 0})},
+      {hubMessageBytes("ReserveRNBlock"), 8, 0x02, words({0x2540, 20, 0x0624, 0, 0x0750, 4, 0, 0})},
+      {hubMessageBytes("DropServiceConnection", Numbers{{"serviceRN", 10}, {"localRN", 0x77}}), 0,
+       0x22, words({0x2724, 10, 0x2224, 0x77, 0})},
+      {hubMessageBytes("RequestServiceConnection", Numbers{{"client_cookie", 0x77}}), 1, 0x22,
+       words({0x2610, 0, 0x1124, ~0u, 0x2F21, 0, 0x1021, 0, 0x2E21, 0, 0x2724, 0, 0x1D24, ~0u,
+              0x2910, 0, 0x0324, 0x77, 0})},
+      {hubMessageBytes("RequestValueOfNameOnPlugin", Numbers{{"plugin_id", 0x77}}), 11, 0x02,
+       words({0x1D24, 0x77, 0x1510, 0, 0x2C10, 0, 0})},
   };
-  expectMessage("PluginId", 0x02, u4("plugin_id", 2));
-  peer.send(hubMessageBytes("RequestLocation"));
-  expectMessage("LocationEvent", 0x02,
-                str("hostname", static_cast<const char*>(gen_host_name())) + u4("port", port));
-  peer.send(hubMessageBytes("ReserveRNBlock",
-                            [](STPMessage& message) { message.putU32(tag("count"), 2); }));
-  const std::string list = u4("count", 2) + field("data", 0x50) + wordBytes(12) + wordBytes(2) +
-                           wordBytes(10) + wordBytes(11);
-  expectMessage("RNBlockReservedEvent", 0x02, field("rn_list", 0x40) + wordBytes(28) + list);
-  peer.send(hubMessageBytes("ReserveRNBlock"));
-  expectMessage("RNBlockReservedEvent", 0x02,
-                field("rn_list", 0x40) + wordBytes(20) + u4("count", 0) + field("data", 0x50) +
-                    wordBytes(4) + wordBytes(0));
-
-  // A service of the peer's own, asked for by the peer itself.
-  peer.send(hubMessageBytes("RegisterServiceList", [](STPMessage& message) {
-    std::int64_t mark = 0;
-    message.beginStruct(tag("name_list"), mark);
-    message.putU32(tag("count"), 1);
-    message.putU32(STP_TAG_ARRAY_COUNT, 1);
-    message.putString(STP_TAG_ARRAY_ELEMENT, "svc");
-    message.endStruct(mark);
-  }));
-  ASSERT_TRUE(peer.next());
-  ++sequence;
-  peer.send(hubMessageBytes("RequestServiceConnection", [](STPMessage& message) {
-    message.putString(tag("serviceName"), "svc");
-    message.putU32(tag("providingPluginID"), 0xFFFFFFFF);
-    message.putU32(tag("client_cookie"), 0x77);
-  }));
-  expectMessage("ConnectionRequestedEvent", 0x02,
-                u4("requesting_plugin_id", 2) + u4("serviceRN", 12) + u4("remoteRN", 13) +
-                    field("name_value_pairs", 0x40) + wordBytes(16) + u4("count", 0) +
-                    wordBytes(0x1624) + wordBytes(0));
-  peer.send(hubMessageBytes("ConnectionAcceptedEvent", [](STPMessage& message) {
-    message.putU32(tag("serviceRN"), 12);
-    message.putU32(tag("remoteRN"), 13);
-    message.putU8(tag("accept"), 0x80);
-  }));
-  expectMessage("ConnectionReplyEvent", 0x22,
-                str("serviceName", "svc") + u4("localRN", 13) + u1("wasFound", 1) +
-                    u1("is_shared_object", 0) + u1("wasAccepted", 1) + u4("serviceRN", 12) +
-                    u4("plugin_id", 2) + nullText("shared_object_name") +
-                    u4("client_cookie", 0x77));
-  peer.send(hubMessageBytes("DropServiceConnection", [](STPMessage& message) {
-    message.putU32(tag("localRN"), 13);
-    message.putU32(tag("serviceRN"), 12);
-  }));
-  expectMessage("ConnectionDroppedEvent", 0x22, u4("serviceRN", 12) + u4("remoteRN", 13));
-
+  std::uint32_t sequence = 3;
+  for (const auto& entry : cases) {
+    peer.send(entry.question);
+    const Packet packet = peer.next();
+    const auto size = static_cast<std::uint32_t>(entry.payload.size());
+    // The chain is that of the question, one deeper.
+    EXPECT_EQ(
+        packet.bytes,
+        words({44, size, 1, 2, ++sequence, 0, 15, entry.id, entry.flags, 2, 2}) + entry.payload)
+        << entry.id;
+  }
   peer.send(hubMessageBytes("NumPersistentServices", nullptr, 0x01));
-  const auto reply = peer.next();
-  ASSERT_TRUE(reply);
-  std::string header;
-  for (const std::uint32_t word : {44u, 20u, 1u, 2u, sequence + 1, 2u, ~0u, ~0u, 0u, 2u, 1u})
-    header += wordBytes(word);
-  EXPECT_EQ(reply->bytes, header + u4("num_persistent", 2) + u4("num_total", 2) + kEndWord);
+  const Packet reply = peer.next();
+  EXPECT_EQ(reply.bytes,
+            words({44, 20, 1, 2, sequence + 1, 2, ~0u, ~0u, 0, 2, 1, 0x1924, 2, 0x1A24, 2, 0}));
 }
 
 TEST_F(NegotiationTest, LongerTablesOtherNumbersAndFieldsInAnotherOrder) {
@@ -176,10 +123,9 @@ TEST_F(NegotiationTest, LongerTablesOtherNumbersAndFieldsInAnotherOrder) {
   const Tables tables = longerTables();
   RawPeer peer(port);
   ASSERT_TRUE(peer.send(tables.record()));
-  ASSERT_TRUE(peer.next());
-  const auto told = peer.next();
-  ASSERT_TRUE(told);
-  EXPECT_EQ(told->id(), tables.idOf("PluginId"));
+  ASSERT_FALSE(peer.next().isEmpty());
+  const Packet told = peer.next();
+  EXPECT_EQ(told.id(), tables.idOf("PluginId"));
   peer.send(hubMessageBytes("RequestServiceConnection", [&](STPMessage& message) {
     const auto unknown = [&] {
       message.putString(tables.tagOf("args!"), "unknown");
@@ -192,13 +138,7 @@ TEST_F(NegotiationTest, LongerTablesOtherNumbersAndFieldsInAnotherOrder) {
     unknown();
     message.putU32(tables.tagOf("client_cookie"), 5);
     unknown();
-    std::int64_t mark = 0;
-    message.beginStruct(tables.tagOf("name_value_pairs"), mark);
-    message.putU32(tables.tagOf("count"), 2);
-    message.putU32(STP_TAG_ARRAY_COUNT, 2);
-    message.putString(STP_TAG_ARRAY_ELEMENT, "");
-    message.putString(STP_TAG_ARRAY_ELEMENT, nullptr);
-    message.endStruct(mark);
+    putTexts(message, tables.tagOf("name_value_pairs"), tables.tagOf("count"), 2, {"", nullptr});
     unknown();
     message.putU32(tables.tagOf("providingPluginID"), 1);
     message.putString(tables.tagOf("serviceName"), "svc");
@@ -207,17 +147,15 @@ TEST_F(NegotiationTest, LongerTablesOtherNumbersAndFieldsInAnotherOrder) {
   EXPECT_EQ(first->next(), "ConnectionRequestedEvent 2 10 11 ['' null]");
   first->ConnectionAcceptedEvent(10, 11, false);
   settle();
-  const auto reply = peer.next();
-  ASSERT_TRUE(reply);
-  EXPECT_EQ(reply->id(), tables.idOf("ConnectionReplyEvent"));
-  EXPECT_EQ(reply->read().getU32(tag("client_cookie")), 5u);
+  const Packet reply = peer.next();
+  EXPECT_EQ(reply.id(), tables.idOf("ConnectionReplyEvent"));
+  EXPECT_EQ(reply.read().getU32(tag("client_cookie")), 5u);
 
   // A second record is merged over the first.
   ASSERT_TRUE(peer.send(negotiateBytes({}, {"LocationEvent"}, {77})));
   peer.send(hubMessageBytes("RequestLocation"));
-  const auto location = peer.next();
-  ASSERT_TRUE(location);
-  EXPECT_EQ(location->id(), 77u);
+  const Packet location = peer.next();
+  EXPECT_EQ(location.id(), 77u);
 }
 
 TEST_F(NegotiationTest, ShorterTables) {
@@ -229,12 +167,7 @@ TEST_F(NegotiationTest, ShorterTables) {
                       {4, 2}};
   ASSERT_EQ(peer.negotiate(tables.record()), 2u);
   peer.send(hubMessageBytes("RegisterServiceList", [&](STPMessage& message) {
-    std::int64_t mark = 0;
-    message.beginStruct(tables.tagOf("name_list"), mark);
-    message.putU32(tables.tagOf("count"), 1);
-    message.putU32(STP_TAG_ARRAY_COUNT, 1);
-    message.putString(STP_TAG_ARRAY_ELEMENT, "svc");
-    message.endStruct(mark);
+    putTexts(message, tables.tagOf("name_list"), tables.tagOf("count"), 1, {"svc"});
   }));
   // Without its name the provider's number reads as 0, which no plugin has.
   peer.send(hubMessageBytes("RequestServiceConnection", [&](STPMessage& message) {
@@ -242,11 +175,10 @@ TEST_F(NegotiationTest, ShorterTables) {
     message.putU32(tables.tagOf("client_cookie"), 3);
     message.putU32(-1, 2);
   }));
-  const auto reply = peer.next();
-  ASSERT_TRUE(reply);
-  EXPECT_EQ(reply->id(), 4u);
-  EXPECT_EQ(reply->read().getU32(tag("client_cookie")), 3u);
-  EXPECT_EQ(reply->read().getU8(tag("wasFound")), 0u);
+  const Packet reply = peer.next();
+  EXPECT_EQ(reply.id(), 4u);
+  EXPECT_EQ(reply.read().getU32(tag("client_cookie")), 3u);
+  EXPECT_EQ(reply.read().getU8(tag("wasFound")), 0u);
   first->query("svc", 1);
   EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 1 'svc' 2 1");
 }
@@ -262,30 +194,26 @@ TEST_F(NegotiationTest, PermutedTablesLoseWhatIsOutOfOrder) {
       "ReserveRNBlock", [&](STPMessage& message) { message.putU32(tables.tagOf("count"), 3); }));
   peer.send(hubMessageBytes("RequestServiceConnection") + hubMessageBytes("RequestLocation"));
   // The count stands behind a later name and isn't found, and neither is the reply's message.
-  const auto list = peer.next();
-  ASSERT_TRUE(list);
-  EXPECT_EQ(list->word(1), 32u);
-  const auto location = peer.next();
-  ASSERT_TRUE(location);
-  EXPECT_NE(location->read().findField(tag("hostname")), 0u);
+  const Packet list = peer.next();
+  EXPECT_EQ(list.word(1), 32u);
+  const Packet location = peer.next();
+  EXPECT_NE(location.read().findField(tag("hostname")), 0u);
 }
 
 TEST_F(NegotiationTest, PeerThatSendsBeforeItNegotiates) {
   startHub();
   RawPeer peer(port);
-  ASSERT_TRUE(peer.next());
+  ASSERT_FALSE(peer.next().isEmpty());
   // No field has a name yet and no message can be answered, but for a plain response.
   peer.send(hubMessageBytes("RequestLocation") + hubMessageBytes("RegisterServiceList") +
             hubMessageBytes("NumPersistentServices", nullptr, 0x01));
-  const auto reply = peer.next();
-  ASSERT_TRUE(reply);
-  EXPECT_EQ(reply->word(6), STP_RESPONSE);
-  EXPECT_EQ(reply->read().getU32(tag("num_persistent")), 2u);
-  EXPECT_EQ(reply->read().getU32(tag("num_total")), 1u);
+  const Packet reply = peer.next();
+  EXPECT_EQ(reply.word(6), STP_RESPONSE);
+  EXPECT_EQ(reply.read().getU32(tag("num_persistent")), 2u);
+  EXPECT_EQ(reply.read().getU32(tag("num_total")), 1u);
   peer.send(negotiateBytes());
-  const auto told = peer.next();
-  ASSERT_TRUE(told);
-  EXPECT_EQ(told->id(), indexOf(kHubSends, "PluginId"));
+  const Packet told = peer.next();
+  EXPECT_EQ(told.id(), indexOf(kHubSends, "PluginId"));
   EXPECT_EQ(first->counts(), "2/2");
 }
 
@@ -306,25 +234,18 @@ TEST_F(NegotiationTest, PeersThatNeverNegotiateHoldNobodyUp) {
 
 TEST_F(NegotiationTest, HostileRecords) {
   startHub();
-  const auto record = [](const std::string& text) {
-    std::string payload = text;
-    payload.resize(((payload.size() + 3) & ~std::size_t{3}) + 4);
-    return packetBytes({.type = 12, .id = 1}, payload);
-  };
-  const std::string deep(100000, '{');
-  for (const std::string& text :
-       {std::string(), std::string("tags:(0xFFFFFFFF )[ "),
-        std::string("msgs:(0x7FFFFFFF )[ { { {"), std::string("name:"), std::string("vstamp:\"\\"),
-        "msgs:(0x2 )[ " + deep,
-        "tags:(0x31 )[ " + std::string(200000, ' ') + "] msgs:", std::string("] } ] } name:x "),
-        std::string("msgs:(0x10000 )[ ") + std::string(20000, ']')}) {
-    RawPeer peer(port);
-    peer.send(record(text));
-    peer.send(record(text) + packetBytes({.type = 12, .id = 1}, text) +
-              hubMessageBytes("RequestLocation"));
-    peer.send(hubMessageBytes("NumPersistentServices", nullptr, 0x01));
-    for (auto packet = peer.next(); packet && packet->word(6) != STP_RESPONSE;)
-      packet = peer.next();
+  for (const char* text :
+       {"", "name:", "vstamp:\"\\", "tags:(0xFFFFFFFF )[ ", "msgs:(0x7FFFFFFF )[ { { {",
+        "] } ] } name:x ", "tags:(0x31 )[ ] msgs:(", "msgs:(0x2 )[ { name:PluginId "}) {
+    for (const char* repeated : {"", " ", "{", "[ ", "]", "a", "\"", "\\"}) {
+      std::string payload = text;
+      for (int i = 0; i < 5000; ++i) payload += repeated;
+      RawPeer peer(port);
+      peer.send(filled(packetBytes({.type = 12, .id = 1}, payload)));
+      peer.send(filled(packetBytes({.type = 12, .id = 1}, payload + std::string(8, '\0'))));
+      peer.send(hubMessageBytes("RequestLocation"));
+      EXPECT_TRUE(peer.isAnswered()) << text << repeated;
+    }
   }
   awaitCounts("1/1");
 }

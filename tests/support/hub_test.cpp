@@ -72,14 +72,11 @@ RawPeer HubTest::joinRaw() {
 }
 
 std::int32_t HubTest::reserveRN(RawPeer& peer) {
-  peer.send(hubMessageBytes("ReserveRNBlock",
-                            [](STPMessage& message) { message.putU32(tag("count"), 1); }));
-  const auto packet = peer.next();
-  if (!packet) return -1;
-  auto message = packet->read();
+  peer.send(hubMessageBytes("ReserveRNBlock", Numbers{{"count", 1}}));
+  auto message = peer.next().read();
   STPReceivedMessage::Range saved;
   message.enterStruct(tag("rn_list"), saved);
-  std::int32_t countAndRN[2];
+  std::int32_t countAndRN[2]{};
   message.getArray(tag("data"), countAndRN, 2, 4);
   return countAndRN[1];
 }

@@ -64,39 +64,39 @@ std::string filled(std::string packet) {
   return packet;
 }
 
-namespace {
-
-std::string finished(STPMessage& message) {
+static std::string payloadOf(STPMessage& message) {
   message.finishMessage(2);
-  const auto size = message.header.headerSize + message.header.payloadSize;
-  return {reinterpret_cast<const char*>(message.storage()), static_cast<std::size_t>(size)};
+  return {reinterpret_cast<const char*>(message.storage()) + STP_HEADER_SIZE,
+          static_cast<std::size_t>(message.header.payloadSize)};
 }
-
-void address(STPMessage& message, std::uint32_t type, std::uint32_t id, std::uint32_t flags) {
-  message.header.sourceRN = 2;
-  message.header.destinationRN = 1;
-  message.header.type = type;
-  message.header.id = id;
-  message.header.flags = flags;
-  message.header.chain = 2;
-  message.header.depth = 1;
-}
-
-}  // namespace
 
 std::string hubMessageBytes(std::string_view name, const std::function<void(STPMessage&)>& write,
                             std::uint32_t flags) {
   STPMessage message;
-  address(message, STP_BINARY, hubMessage(name), flags);
   if (write) write(message);
-  return finished(message);
+  return packetBytes({.id = hubMessage(name), .flags = flags}, payloadOf(message));
+}
+
+std::string hubMessageBytes(std::string_view name, const Numbers& fields) {
+  return hubMessageBytes(name, [&](STPMessage& message) {
+    for (const auto& [field, value] : fields) message.putU32(tag(field), value);
+  });
+}
+
+void putTexts(STPMessage& message, std::int32_t block, std::int32_t countTag, std::uint32_t count,
+              const std::vector<const char*>& texts) {
+  std::int64_t mark = 0;
+  message.beginStruct(block, mark);
+  message.putU32(countTag, count);
+  message.putU32(STP_TAG_ARRAY_COUNT, count);
+  for (const char* text : texts) message.putString(STP_TAG_ARRAY_ELEMENT, text);
+  message.endStruct(mark);
 }
 
 std::string negotiateBytes(const std::vector<std::string>& tags,
                            const std::vector<std::string>& messages,
                            const std::vector<std::uint32_t>& ids) {
   STPMessage message;
-  address(message, STP_NEGOTIATION, STP_NEGOTIATE, 0x02);
   message.writeWord("plugin", "name");
   message.writeString("1", "vstamp");
   message.writeInt(0, "flags");
@@ -112,7 +112,7 @@ std::string negotiateBytes(const std::vector<std::string>& tags,
     message.writeBlockEnd();
   }
   message.writeArrayEnd();
-  return finished(message);
+  return packetBytes({.type = STP_NEGOTIATION, .id = STP_NEGOTIATE}, payloadOf(message));
 }
 
 std::string negotiateBytes() {
@@ -154,30 +154,19 @@ void RawPeer::close() {
   socket_ = platform::kNoSocket;
 }
 
-std::size_t RawPeer::sendSome(std::string_view bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size() && socket_ != platform::kNoSocket) {
-    const platform::Transfer sent = platform::sendBytes(
-        socket_, bytes.data() + done, static_cast<std::int64_t>(bytes.size() - done));
-    if (sent.error != 0) close();
-    if (sent.wouldBlock) {
-      platform::readiness().clearWritable(socket_);
-      break;
-    }
-    done += static_cast<std::size_t>(sent.count);
-  }
-  return done;
-}
-
 bool RawPeer::send(std::string_view bytes) {
   const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
-  for (;;) {
-    bytes.remove_prefix(sendSome(bytes));
-    if (bytes.empty()) return true;
-    if (socket_ == platform::kNoSocket || platform::monotonicMilliseconds() > end) return false;
+  while (!bytes.empty()) {
+    const platform::Transfer sent =
+        platform::sendBytes(socket_, bytes.data(), static_cast<std::int64_t>(bytes.size()));
+    if (sent.error != 0 || platform::monotonicMilliseconds() > end) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(sent.count));
+    if (!sent.wouldBlock) continue;
+    platform::readiness().clearWritable(socket_);
     bool failed = false;
-    if (!platform::readiness().isWritable(socket_)) platform::readiness().wait(kPatience, failed);
+    platform::readiness().wait(kPatience, failed);
   }
+  return true;
 }
 
 bool RawPeer::receive() {
@@ -201,7 +190,7 @@ bool RawPeer::receive() {
   return false;
 }
 
-std::optional<Packet> RawPeer::next() {
+Packet RawPeer::next() {
   for (;;) {
     const std::size_t available = input_.size() - std::min(taken_, input_.size());
     if (available >= 8) {
@@ -217,8 +206,15 @@ std::optional<Packet> RawPeer::next() {
       input_.erase(0, taken_);
       taken_ = 0;
     }
-    if (!receive()) return std::nullopt;
+    if (!receive()) return {};
   }
+}
+
+bool RawPeer::isAnswered() {
+  send(hubMessageBytes("NumPersistentServices", nullptr, 0x01));
+  Packet packet = next();
+  while (!packet.isEmpty() && packet.word(6) != STP_RESPONSE) packet = next();
+  return !packet.isEmpty();
 }
 
 bool RawPeer::ends() {
@@ -229,7 +225,6 @@ bool RawPeer::ends() {
 
 std::uint32_t RawPeer::negotiate(const std::string& record) {
   if (!send(record)) return 0;
-  const auto theirs = next();
-  const auto told = theirs && theirs->word(6) == STP_NEGOTIATION ? next() : std::nullopt;
-  return told ? told->read().getU32(tag("plugin_id")) : 0;
+  next();
+  return next().read().getU32(tag("plugin_id"));
 }

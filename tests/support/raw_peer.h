@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,6 +47,12 @@ std::string filled(std::string packet);
 std::string hubMessageBytes(std::string_view name,
                             const std::function<void(STPMessage&)>& write = nullptr,
                             std::uint32_t flags = 0x02);
+/// The same with 32-bit fields only.
+using Numbers = std::vector<std::pair<std::string_view, std::uint32_t>>;
+std::string hubMessageBytes(std::string_view name, const Numbers& fields);
+/// An array of texts in its block, with any count.
+void putTexts(STPMessage& message, std::int32_t block, std::int32_t countTag, std::uint32_t count,
+              const std::vector<const char*>& texts);
 /// A negotiate packet with any field and message names; message i has the number `ids[i]`.
 std::string negotiateBytes(const std::vector<std::string>& tags,
                            const std::vector<std::string>& messages,
@@ -58,9 +63,10 @@ std::string negotiateBytes();
 struct Packet {
   std::string bytes;  ///< header and payload
 
+  bool isEmpty() const { return bytes.empty(); }
   std::uint32_t word(std::size_t index) const;
   std::uint32_t id() const { return word(7); }
-  std::string payload() const { return bytes.substr(word(0)); }
+  std::string payload() const { return isEmpty() ? bytes : bytes.substr(word(0)); }
   STPReceivedMessage read() const;
 };
 
@@ -74,10 +80,10 @@ class RawPeer {
 
   /// Sends all of it, however long the peer lets it wait; false if the connection has ended.
   bool send(std::string_view bytes);
-  /// Sends as much as goes without waiting, and gives how much that was.
-  std::size_t sendSome(std::string_view bytes);
-  /// The next packet, its fill skipped; none at the end of the stream.
-  std::optional<Packet> next();
+  /// The next packet, its fill skipped; an empty one at the end of the stream.
+  Packet next();
+  /// Asks the hub a question and throws away what comes before the answer; false if none comes.
+  bool isAnswered();
   /// Throws away what still comes; true if the stream then ends.
   bool ends();
   void close();

@@ -12,11 +12,14 @@
 
 class TestPlugin : public Hublink_plugin_Impl {
  public:
+  using Number = std::int32_t;
+  using Text = const char*;
+
   /// Takes a connected transport and sends the record.
   explicit TestPlugin(STPTransport* link);
 
   /// The oldest message not yet taken: its name and its fields with blanks between, texts in single
-  /// quotes. Serves the link until there is one; "closed" or "nothing" if none comes.
+  /// quotes. Serves all plugins until there is one; "closed" or "nothing" if none comes.
   std::string next();
   /// What next() gives begins with the name of this message.
   bool nextIs(const std::string& name) { return next().rfind(name + " ", 0) == 0; }
@@ -33,41 +36,66 @@ class TestPlugin : public Hublink_plugin_Impl {
   /// Registers one service and gives its RN.
   std::int32_t provide(const char* service);
   /// Asks for a service; any provider will do unless one is named.
-  void ask(const char* service, std::int32_t cookie, std::int32_t provider = -1,
-           bool noReuse = false);
-  /// Asks for this plugin's number of the service, to be started if need be.
-  void query(const char* service, std::int32_t cookie, bool start = true) {
+  void ask(const char* service, Number cookie, Number provider = -1, bool noReuse = false);
+  /// Asks who provides a service, which is to be started if need be.
+  void query(const char* service, Number cookie, bool start = true) {
     RequestPluginIdForService(cookie, service, nullptr, start);
   }
 
   std::int32_t id = 0;
 
  protected:
-  ~TestPlugin() override;
-  void ConnectionDroppedEvent(std::int32_t serviceRN, std::int32_t remoteRN) override;
-  void ConnectionReplyEvent(const char* serviceName, std::int32_t localRN, bool wasFound,
-                            bool is_shared_object, bool wasAccepted, std::int32_t serviceRN,
-                            std::int32_t plugin_id, const char* shared_object_name,
-                            std::int32_t client_cookie) override;
-  void ConnectionRequestedEvent(std::int32_t requesting_plugin_id, std::int32_t serviceRN,
-                                std::int32_t remoteRN, StringArray name_value_pairs) override;
-  void ForwardedRequestValueOfNameOnPlugin(std::int32_t requesting_plugin_id,
-                                           std::int32_t my_plugin_id, const char* name) override;
-  void LocationEvent(const char* hostname, std::int32_t port) override;
-  void PluginConnectedEvent(std::int32_t cookie, std::int32_t pluginID,
-                            const char* errors) override;
-  void PluginId(std::int32_t plugin_id) override;
-  void PluginIdForServiceReplyEvent(std::int32_t cookie, const char* service_name,
-                                    std::int32_t plugin_id, bool found) override;
-  void RNBlockReservedEvent(RNArray rn_list) override;
-  void StartLogging() override;
-  void StartPlugin(StringArray args, std::int32_t cookie, const char* working_dir) override;
-  void ValueOfNameOnPluginEvent(std::int32_t plugin_id, const char* name,
-                                const char* value) override;
+  ~TestPlugin() override { all.erase(this); }
+  void ConnectionDroppedEvent(Number service, Number remote) override {
+    record("ConnectionDroppedEvent", service, remote);
+  }
+  void ConnectionReplyEvent(Text service, Number local, bool found, bool shared, bool accepted,
+                            Number serviceRN, Number plugin, Text object, Number cookie) override {
+    record("ConnectionReplyEvent", service, local, found, shared, accepted, serviceRN, plugin,
+           object, cookie);
+  }
+  void ConnectionRequestedEvent(Number asker, Number service, Number remote,
+                                StringArray pairs) override {
+    record("ConnectionRequestedEvent", asker, service, remote, pairs);
+  }
+  void ForwardedRequestValueOfNameOnPlugin(Number asker, Number own, Text name) override {
+    record("ForwardedRequestValueOfNameOnPlugin", asker, own, name);
+  }
+  void LocationEvent(Text host, Number port) override { record("LocationEvent", host, port); }
+  void PluginConnectedEvent(Number cookie, Number plugin, Text errors) override {
+    record("PluginConnectedEvent", cookie, plugin, errors);
+  }
+  void PluginId(Number plugin) override { record("PluginId", id = plugin); }
+  void PluginIdForServiceReplyEvent(Number cookie, Text name, Number plugin, bool found) override {
+    record("PluginIdForServiceReplyEvent", cookie, name, plugin, found);
+  }
+  void RNBlockReservedEvent(RNArray list) override { record("RNBlockReservedEvent", list); }
+  void StartLogging() override { record("StartLogging"); }
+  void StartPlugin(StringArray arguments, Number cookie, Text directory) override {
+    record("StartPlugin", arguments, cookie, directory);
+  }
+  void ValueOfNameOnPluginEvent(Number plugin, Text name, Text value) override {
+    record("ValueOfNameOnPluginEvent", plugin, name, value);
+  }
 
  private:
+  static std::string shown(Text text) {
+    return text ? "'" + std::string(text) + "'" : std::string("null");
+  }
+  static std::string shown(bool flag) { return flag ? "1" : "0"; }
+  static std::string shown(Number number) { return std::to_string(number); }
+  template <class Array>
+  static std::string shown(const Array& array) {
+    std::string line = "[";
+    for (Number i = 0; i < array.count; ++i) line += (i > 0 ? " " : "") + shown(array.data[i]);
+    return line + "]";
+  }
   template <class... Fields>
-  void record(const char* name, const Fields&... fields);
+  void record(const char* name, const Fields&... fields) {
+    std::string line = name;
+    ((line += " " + shown(fields)), ...);
+    received_.push_back(std::move(line));
+  }
 
   static std::set<TestPlugin*> all;
   std::deque<std::string> received_;
