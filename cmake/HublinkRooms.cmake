@@ -3,6 +3,10 @@
 
 function(hublink_compile_options target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+  # What clang counts as a conversion and GCC doesn't.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    target_compile_options(${target} PRIVATE -Wno-sign-conversion)
+  endif()
   # GCC 12 sees overlaps in its own std::string where there are none.
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(${target} PRIVATE -Wno-restrict)

@@ -39,7 +39,8 @@ ServiceReply findEcho(HublinkPlugin& plugin) {
 }
 
 // Sends `count` packets, one after the other, and waits for each; false with a message on failure.
-bool exchange(HublinkLink& link, int count, std::vector<double>& microseconds) {
+bool exchange(const std::string& who, HublinkLink& link, int count,
+              std::vector<double>& microseconds) {
   std::mt19937 random(4711);
   std::vector<unsigned char> sent;
   HublinkLink::Packet answer;
@@ -48,22 +49,22 @@ bool exchange(HublinkLink& link, int count, std::vector<double>& microseconds) {
     for (unsigned char& byte : sent) byte = static_cast<unsigned char>(random());
     const std::uint64_t start = platform::monotonicNanoseconds();
     if (!link.send(sent.data(), sent.size()) || !link.receive(answer, kPatience)) {
-      std::fprintf(stderr, "requester: no answer to packet %d\n", i);
+      std::fprintf(stderr, "%s: no answer to packet %d\n", who.c_str(), i);
       return false;
     }
     microseconds.push_back(static_cast<double>(platform::monotonicNanoseconds() - start) / 1000);
     if (answer != sent) {
-      std::fprintf(stderr, "requester: packet %d came back changed\n", i);
+      std::fprintf(stderr, "%s: packet %d came back changed\n", who.c_str(), i);
       return false;
     }
   }
   return true;
 }
 
-void printTimes(std::vector<double> microseconds) {
+void printTimes(const std::string& who, std::vector<double> microseconds) {
   if (microseconds.empty()) return;
   std::sort(microseconds.begin(), microseconds.end());
-  std::printf("requester: round trips: median %.1f us, 99th percentile %.1f us\n",
+  std::printf("%s: round trips: median %.1f us, 99th percentile %.1f us\n", who.c_str(),
               microseconds[microseconds.size() / 2], microseconds[microseconds.size() * 99 / 100]);
 }
 
@@ -74,19 +75,20 @@ int run(std::uint16_t port, int count) {
     std::fprintf(stderr, "requester: %s\n", error.c_str());
     return 1;
   }
-  std::printf("requester: connected as plugin %d\n", plugin.pluginID());
+  const std::string who = "requester (plugin " + std::to_string(plugin.pluginID()) + ")";
+  std::printf("%s: connected\n", who.c_str());
   const ServiceReply reply = findEcho(plugin);
   if (!reply.link) {
-    std::fprintf(stderr, "requester: asked for Echo: %s\n", outcomeText(reply.outcome));
+    std::fprintf(stderr, "%s: asked for Echo: %s\n", who.c_str(), outcomeText(reply.outcome));
     return 1;
   }
-  std::printf("requester: asked for Echo: accepted by plugin %d, link from RN %d to RN %d\n",
+  std::printf("%s: asked for Echo: accepted by plugin %d, link from RN %d to RN %d\n", who.c_str(),
               reply.pluginID, reply.link->localRN(), reply.link->remoteRN());
   std::vector<double> microseconds;
-  if (!exchange(*reply.link, count, microseconds)) return 1;
-  std::printf("requester: %d packets came back byte for byte\n", count);
-  printTimes(std::move(microseconds));
-  std::printf("requester: ends\n");
+  if (!exchange(who, *reply.link, count, microseconds)) return 1;
+  std::printf("%s: %d packets came back byte for byte\n", who.c_str(), count);
+  printTimes(who, std::move(microseconds));
+  std::printf("%s: ends\n", who.c_str());
   return 0;
 }
 

@@ -26,7 +26,8 @@ std::string readFile(const std::string& name) {
 }
 
 HubProcess::HubProcess(const std::vector<std::string>& arguments,
-                       const TemporaryDirectory& directory, int softLimit) {
+                       const TemporaryDirectory& directory, int softLimit,
+                       const std::string& executable) {
   static int count = 0;
   output_ = directory.file("printed" + std::to_string(++count));
   // What a shared hub leaves for the tools must not reach those of this user.
@@ -34,12 +35,12 @@ HubProcess::HubProcess(const std::vector<std::string>& arguments,
   // Freed memory that an address sanitizer keeps would count as the hub's.
   platform::setEnvironmentVariable("ASAN_OPTIONS", "quarantine_size_mb=4");
   platform::StartRequest request;
-  request.program = HUBLINK_EXECUTABLE;
+  request.program = executable;
   request.arguments = {"hublink"};
   if (softLimit > 0) {
     request.program = "/bin/sh";
     request.arguments = {"sh", "-c", "ulimit -Sn " + std::to_string(softLimit) + "; exec \"$@\"",
-                         "sh", HUBLINK_EXECUTABLE};
+                         "sh", executable};
   }
   request.arguments.insert(request.arguments.end(), arguments.begin(), arguments.end());
   using namespace platform;
@@ -47,6 +48,10 @@ HubProcess::HubProcess(const std::vector<std::string>& arguments,
   request.output = request.error;
   if (platform::startProcess(request, process_) < 0) process_ = 0;
   closeDescriptor(request.error);
+}
+
+std::string HubProcess::builtExecutable() {
+  return HUBLINK_EXECUTABLE;
 }
 
 HubProcess::~HubProcess() {

@@ -29,12 +29,16 @@ std::string readFile(const std::string& name);
 
 class HubProcess {
  public:
-  /// Starts the hub. With `softLimit` above 0 it gets that soft limit on open files.
+  /// Starts the hub, or the copy of it that `executable` names. With `softLimit` above 0 it gets
+  /// that soft limit on open files.
   HubProcess(const std::vector<std::string>& arguments, const TemporaryDirectory& directory,
-             int softLimit = 0);
+             int softLimit = 0, const std::string& executable = builtExecutable());
   ~HubProcess();
   HubProcess(const HubProcess&) = delete;
   HubProcess& operator=(const HubProcess&) = delete;
+
+  /// The hub as it was built.
+  static std::string builtExecutable();
 
   bool hasStarted() const { return process_ > 0; }
   /// The exit status, or -1 if the process hasn't ended by then.

@@ -30,7 +30,7 @@ void HubTest::TearDown() {
   if (!hub) return;
   hub->terminate();
   EXPECT_EQ(hub->waitForEnd(), 0);
-  EXPECT_EQ(hub->printed(), "");
+  EXPECT_EQ(hub->printed(), expectedPrint);
 }
 
 void HubTest::startHub(std::vector<std::string> options, int softLimit) {
@@ -38,7 +38,7 @@ void HubTest::startHub(std::vector<std::string> options, int softLimit) {
     std::vector<std::string> arguments{"-connect_hublink", std::to_string(listening),
                                        "-not_shared"};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    hub = std::make_unique<HubProcess>(arguments, directory, softLimit);
+    hub = std::make_unique<HubProcess>(arguments, directory, softLimit, executable);
   });
   ASSERT_TRUE(link->isConnected());
   first = makeCounted<TestPlugin>(link.get());

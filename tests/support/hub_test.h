@@ -42,6 +42,8 @@ class HubTest : public ::testing::Test {
   void awaitCounts(const std::string& counts, const Plugin& asker = Plugin());
 
   TemporaryDirectory directory;
+  std::string executable = HubProcess::builtExecutable();
+  std::string expectedPrint;  // what the hub may print
   std::unique_ptr<HubProcess> hub;
   std::uint16_t port = 0;  // the hub's
   Plugin first;

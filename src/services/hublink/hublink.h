@@ -43,9 +43,10 @@ struct ServiceRequest {
 
 class Hublink : public ForwardingHandler {
  public:
-  /// A hub that will listen on `port`, or on a free one for 0, and starts what `database` describes.
-  /// `log` and `internalFile` may be null; none of the three is owned.
-  Hublink(const ServiceDatabase& database, std::uint32_t port, STPFileLog* log, std::FILE* internalFile);
+  /// A hub that will listen on `port`, or on a free one for 0, and starts what `database`
+  /// describes. `log` and `internalFile` may be null; none of the three is owned.
+  Hublink(const ServiceDatabase& database, std::uint32_t port, STPFileLog* log,
+          std::FILE* internalFile);
   /// Takes nothing down in order: connections that are left just end.
   ~Hublink() override;
   Hublink(const Hublink&) = delete;

@@ -95,8 +95,8 @@ std::int32_t Hublink::clientStartPlugin(HublinkConnection* requester,
     arguments.push_back(text);
   const auto pointers = pointersOf(arguments);
   STPStatus status;
-  requester->StartPlugin({static_cast<std::int32_t>(pointers.size()), pointers.data()},
-                         startCookie, workingDir, false, nullptr, &status);
+  requester->StartPlugin({static_cast<std::int32_t>(pointers.size()), pointers.data()}, startCookie,
+                         workingDir, false, nullptr, &status);
   return status.good() ? startCookie : -1;
 }
 

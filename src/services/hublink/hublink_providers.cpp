@@ -1,5 +1,5 @@
-// Starting the provider of a service that nobody runs: as the service description files tell, by the
-// hub or by the requester. The request then waits until the new plugin registers the service.
+// Starting the provider of a service that nobody runs: as the service description files tell, by
+// the hub or by the requester. The request then waits until the new plugin registers the service.
 #include "services/hublink/hublink.h"
 
 namespace {

@@ -16,4 +16,6 @@ bool LaunchWait::shouldRetry() {
   return !platform::stopRequested() && TimeoutSTPRetryHandler::shouldRetry();
 }
 
-void LaunchWait::wait() { child_->serviceOnceRelaying(kStep, others_); }
+void LaunchWait::wait() {
+  child_->serviceOnceRelaying(kStep, others_);
+}

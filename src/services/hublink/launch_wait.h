@@ -1,4 +1,5 @@
-// How the hub waits for a child to connect: until a limit, with the traffic between plugins going on.
+// How the hub waits for a child to connect: until a limit, with the traffic between plugins going
+// on.
 #pragma once
 
 #include <cstdint>

@@ -69,7 +69,8 @@ void preparePlatform() {
 // The hub, ready to run, or null with the failure printed.
 std::unique_ptr<Hublink> setUp(const ServiceDatabase& database, const CommandLine& line,
                                STPFileLog* log, std::FILE* internalFile) {
-  auto hub = std::make_unique<Hublink>(database, line.connectMode ? 0 : line.port, log, internalFile);
+  auto hub =
+      std::make_unique<Hublink>(database, line.connectMode ? 0 : line.port, log, internalFile);
   const bool ready = (!line.connectMode || hub->connectToPeer("localhost", line.port)) &&
                      hub->startListening(line.notShared, line.zone);
   if (ready) return hub;

@@ -142,8 +142,7 @@ void STPTransport::parseInput() {
 // state before anything is called that may come back here.
 void STPTransport::takePacket(const STPPacketTest& test) {
   if (passOn(test)) return;
-  const std::int64_t stored =
-      stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
+  const std::int64_t stored = stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
   auto message = std::make_unique<STPReceivedMessage>(readBuffer_.bytes + readOffset_,
                                                       test.headerSize, test.payloadSize);
   readOffset_ += stored;

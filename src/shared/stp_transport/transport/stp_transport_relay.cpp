@@ -1,5 +1,5 @@
-// Relaying while something else is waited for: what goes through to other transports goes on, and on
-// each connection nothing overtakes its first packet that is to be delivered here.
+// Relaying while something else is waited for: what goes through to other transports goes on, and
+// on each connection nothing overtakes its first packet that is to be delivered here.
 #include "platform/readiness.h"
 #include "stp_transport/transport/stp_transport.h"
 

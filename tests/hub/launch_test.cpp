@@ -1,0 +1,305 @@
+// Providers on demand: a hub with description files beside it, and children that behave in every
+// way.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/clock.h"
+#include "services/hublink/hublink.h"
+#include "support/hub_test.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// A section that starts the tests' plugin, under one of its names, with these words.
+std::string section(const std::string& program, const Lines& words, const std::string& service,
+                    const std::string& more = "") {
+  std::ostringstream text;
+  text << "  { ExecName = \"" << program << "\" " << more << " Arguments { ";
+  for (const std::string& word : words) text << "{ Arg = \"" << word << "\" } ";
+  text << "} ServicesProvided { { ServiceName = \"" << service << "\" } } }\n";
+  return text.str();
+}
+
+std::string failureReply(const std::string& service, int cookie) {
+  return "ConnectionReplyEvent '" + service + "' -1 0 0 0 0 -1 null " + std::to_string(cookie);
+}
+
+class LaunchTest : public HubTest {
+ protected:
+  void SetUp() override {
+    namespace fs = std::filesystem;
+    executable = directory.file("hublink");
+    fs::copy_file(HubProcess::builtExecutable(), executable);
+    fs::create_directories(directory.file("defaults/services"));
+    fs::create_directories(directory.file("elsewhere"));
+    fs::copy_file(LAUNCHED_PLUGIN, directory.file("launched_plugin"));
+    fs::copy_file(LAUNCHED_PLUGIN, directory.file("elsewhere/far_plugin"));
+    path_ = platform::environmentVariable("PATH");
+    platform::setEnvironmentVariable("PATH", (directory.file("elsewhere") + ":" + path_).c_str());
+    writeDescriptions();
+    startHub({"-hl_log_internal", directory.file("log")});
+  }
+  void TearDown() override {
+    platform::setEnvironmentVariable("PATH", path_.c_str());
+    HubTest::TearDown();
+  }
+
+  void writeDescriptions() {
+    std::ofstream file(directory.file("defaults/services/test.kvs"));
+    const auto plain = [&](const Lines& words, const std::string& service) {
+      file << section("launched_plugin", words, service);
+    };
+    file << "Services {\n";
+    plain({"provide", "Beside"}, "Beside");
+    file << section("far_plugin", {"provide", "OnPath"}, "OnPath");
+    file << section("no_such_program", {}, "Missing");
+    plain({"exit"}, "DiesAtOnce");
+    plain({"await", directory.file("."), "exit"}, "DiesBeforeConnecting");
+    plain({"vanish"}, "Vanishes");
+    plain({"idle"}, "NeverRegisters");
+    plain({"provide", "AnotherName"}, "Misnamed");
+    plain({"await", directory.file("go"), "provide", "Slow"}, "Slow");
+    file << section("thing.so", {}, "Library", "SharedObject = yes");
+    file << section("launched_plugin",
+                    {"record", directory.file("seen"), "provide", "Seen", "", "two words",
+                     "quo\\\"te", "back\\\\"},
+                    "Seen", "Environment { LIBPATH = \"/lib/./x//\" OTHER = \"no\" }");
+    file << "}\n";
+  }
+  void touch(const std::string& name) { std::ofstream(directory.file(name)) << "x"; }
+  std::string awaitContents(const std::string& name) {
+    const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
+    while (readFile(directory.file(name)).empty() && platform::monotonicMilliseconds() < end)
+      first->counts();
+    return readFile(directory.file(name));
+  }
+  bool logHas(const std::string& text) {
+    return readFile(directory.file("log")).find(text) != std::string::npos;
+  }
+
+ private:
+  std::string path_;
+};
+
+// Every outcome of a launch for a service, with what the requester hears and the log says.
+TEST_F(LaunchTest, EveryOutcomeForAService) {
+  const struct {
+    std::string service, reply, log;
+  } cases[] = {
+      {"Beside", "ConnectionReplyEvent 'Beside' 11 1 0 1 10 2 null 7", "Launching plugin launched"},
+      {"OnPath", "ConnectionReplyEvent 'OnPath' 13 1 0 1 12 3 null 7", "Launching plugin far_plug"},
+      {"Missing", failureReply("Missing", 7),
+       "Warning: Failed to launch plugin: no_such_program to handle service Missing.\n"},
+      {"DiesAtOnce", failureReply("DiesAtOnce", 7), "to handle service DiesAtOnce.\n"},
+      {"DiesBeforeConnecting", failureReply("DiesBeforeConnecting", 7),
+       "to handle service DiesBeforeConnecting.\n"},
+      {"Vanishes", failureReply("Vanishes", 7), "ID 4 down in negotiation stage 2.\n"},
+      {"Library",
+       "ConnectionReplyEvent 'Library' -1 1 1 0 -1 -1 '" + directory.file("thing.so") + "' 7", ""},
+      {"Unheard", failureReply("Unheard", 7),
+       "Service Unheard requested, but it is not in the service database.\n"},
+  };
+  for (const auto& entry : cases) {
+    const std::uint64_t start = platform::monotonicMilliseconds();
+    first->ask(entry.service.c_str(), 7);
+    EXPECT_EQ(first->next(), entry.reply);
+    EXPECT_TRUE(logHas(entry.log)) << entry.log;
+    EXPECT_LT(platform::monotonicMilliseconds() - start, 3000u)
+        << entry.service << ": a death is noticed when it happens";
+  }
+}
+
+TEST_F(LaunchTest, RequestsShareOneProviderUnlessTheyWantTheirOwn) {
+  first->ask("Beside", 1);
+  first->ask("Beside", 2);
+  first->ask("Beside", 3, -1, true);
+  // The first and the third each wait for their own plugin, the second for whoever comes first.
+  std::string provider[4];
+  for (int i = 0; i < 3; ++i) {
+    std::istringstream reply(first->next());
+    std::string name, service, rn, found, shared, accepted, serviceRN, plugin, object;
+    int cookie = 0;
+    reply >> name >> service >> rn >> found >> shared >> accepted >> serviceRN >> plugin >>
+        object >> cookie;
+    EXPECT_EQ(name + service + found + accepted, "ConnectionReplyEvent'Beside'11");
+    provider[cookie & 3] = plugin;
+  }
+  EXPECT_EQ(provider[1], "2");
+  EXPECT_EQ(provider[3], "3");
+  EXPECT_TRUE(provider[2] == "2" || provider[2] == "3") << provider[2];
+  awaitCounts("3/3");
+}
+
+TEST_F(LaunchTest, ARequestWaitsForAPluginThatDoesNotRegister) {
+  first->ask("NeverRegisters", 1);
+  first->ask("Misnamed", 2);
+  awaitCounts("3/3");
+  first->ask("AnotherName", 3);
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'AnotherName' 11 1 0 1 10 3 null 3");
+}
+
+TEST_F(LaunchTest, QueriesStartPluginsAsWell) {
+  first->query("Beside", 5);
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 5 'Beside' 2 0");
+  first->query("Beside", 6);
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 6 'Beside' 2 1");
+  first->query("OnPath", 7, false);
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 7 'OnPath' -1 0");
+  first->query("Unheard", 8);
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 8 'Unheard' -1 0");
+  first->query("Missing", 9);
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 9 'Missing' -1 1");
+  expectedPrint = "Unable to startup service: no_such_program.\n";
+}
+
+TEST_F(LaunchTest, ChildrenSeeTheirArgumentsAndEnvironment) {
+  first->SetEnvironmentVariable("HUB_TEST_VALUE", "a value");
+  first->SetEnvironmentVariable("HUB_TEST_VALUE", nullptr);
+  first->SetEnvironmentVariable("BAD=NAME", "x");
+  first->SetEnvironmentVariable(nullptr, "x");
+  first->DebugPlugin("launched_plugin", true, "gdb", nullptr);
+  const std::string path = platform::environmentVariable("PATH");
+  first->ask("Seen", 1);
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Seen' 11 1 0 1 10 2 null 1");
+  const std::string expected = "-hl_connect_hublink_port\nrecord\n" + directory.file("seen") +
+                               "\nprovide\nSeen\n\ntwo words\nquo\"te\nback\\\n"
+                               "-hl_debug_startup\n-hl_debug_debugger\ngdb\n"
+                               "-hl_debug_debugger_opts\n -hl_private -P \n" +
+                               path + ":/lib/x/\na value\n";
+  EXPECT_EQ(awaitContents("seen"), expected);
+  EXPECT_TRUE(logHas("Ignored the environment variable \"BAD=NAME\".\n"));
+}
+
+TEST_F(LaunchTest, PlainLaunches) {
+  const auto launch = [&](Lines words, bool clientStart = false) {
+    std::vector<const char*> argv;
+    for (const std::string& word : words) argv.push_back(word.c_str());
+    first->RequestPluginLaunch({static_cast<std::int32_t>(argv.size()), argv.data()}, 9,
+                               clientStart, nullptr);
+    return first->next();
+  };
+  EXPECT_EQ(launch({"launched_plugin", "idle"}), "PluginConnectedEvent 9 2 ''");
+  const std::string failed = "PluginConnectedEvent 9 -1 'Failed to launch plugin'";
+  EXPECT_EQ(launch({"launched_plugin", "vanish"}), failed);
+  EXPECT_EQ(launch({"no_such_program"}), failed);
+  EXPECT_EQ(launch({}), failed);
+  EXPECT_EQ(launch({""}), failed);
+  const std::string start = launch({"tool", "-x"}, true);
+  EXPECT_EQ(start.rfind("StartPlugin ['tool' '-x' '-hl_client_start_cookie' '1' "
+                        "'-hl_connect_hublink_host' '",
+                        0),
+            0u)
+      << start;
+  EXPECT_NE(start.find("'-hl_connect_hublink_port' '" + std::to_string(port) + "']"),
+            std::string::npos)
+      << start;
+  first->StartPluginEvent(77, true, nullptr);  // nobody has asked for that
+  const Plugin started = join();
+  started->StartPluginEvent(1, true, "fine");
+  EXPECT_EQ(first->next(), "PluginConnectedEvent 9 " + std::to_string(started->id) + " 'fine'");
+  launch({"tool"}, true);
+  first->StartPluginEvent(2, false, "no such tool");
+  EXPECT_EQ(first->next(), "PluginConnectedEvent 9 -1 'no such tool'");
+}
+
+TEST_F(LaunchTest, AClientStartsItsOwnProvider) {
+  const auto ask = [](const Plugin& plugin, int cookie) {
+    plugin->RequestServiceConnection("Beside", -1, {}, nullptr, false, cookie, false, true);
+    const std::string line = plugin->next();
+    EXPECT_EQ(line.rfind("StartPlugin ['launched_plugin' 'provide' 'Beside' ", 0), 0u) << line;
+  };
+  ask(first, 4);
+  const Plugin started = join();
+  EXPECT_EQ(started->id, 3) << "the ID between was set aside";
+  started->StartPluginEvent(1, true, nullptr);
+  const std::int32_t rn = started->provide("Beside");
+  EXPECT_EQ(started->next().rfind("ConnectionRequestedEvent 1 ", 0), 0u);
+  started->ConnectionAcceptedEvent(rn, rn + 1, true);
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Beside' 11 1 0 1 10 3 null 4");
+  ask(first, 5);
+  first->StartPluginEvent(2, false, "could not");
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent '' -1 0 0 0 0 -1 null 5");
+  const Plugin leaving = join();
+  ask(leaving, 6);
+  leaving->vanish();
+  awaitCounts("2/2");
+  started->StartPluginEvent(3, true, nullptr);  // for a requester that has gone
+  EXPECT_EQ(started->counts(), "2/2");
+}
+
+// While a launch waits, packets between plugins go on, up to each one's first word to the hub.
+TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
+  RawPeer a = joinRaw();
+  RawPeer b = joinRaw();
+  const std::int32_t rnA = reserveRN(a);
+  const std::int32_t rnB = reserveRN(b);
+  const auto packet = [](std::int32_t to, std::uint32_t number) {
+    PacketShape shape;
+    shape.destination = static_cast<std::uint32_t>(to);
+    shape.id = number;
+    return packetBytes(shape, std::string(40, 'p'));
+  };
+  first->ask("Slow", 1);
+  first->getTransport()->handleWrite();
+  const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
+  while (!logHas("Launching plugin launched_plugin") && platform::monotonicMilliseconds() < end) {
+  }
+  for (std::uint32_t i = 100; i < 200; ++i) {
+    a.send(packet(rnB, i));
+    ASSERT_EQ(b.next().id(), i);
+    b.send(packet(rnA, i));
+    ASSERT_EQ(a.next().id(), i);
+  }
+  // What stands behind a word to the hub waits with it.
+  a.send(hubMessageBytes("RequestLocation", Numbers{}) + packet(rnB, 500));
+  b.send(packet(rnA, 501));
+  EXPECT_EQ(a.next().id(), 501u) << "the answer of the hub would have come first";
+  b.send(packet(rnB, 502));
+  EXPECT_EQ(b.next().id(), 502u);
+  touch("go");
+  EXPECT_EQ(a.next().id(), indexOf(kHubSends, "LocationEvent"));
+  EXPECT_EQ(b.next().id(), 500u);
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Slow' 13 1 0 1 12 4 null 1");
+}
+
+// A child that never connects is given up and left alone.
+TEST(Launch, AHangingChildIsGivenUp) {
+  TemporaryDirectory directory;
+  std::ofstream(directory.file("hang.kvs")) << "Services {\n"
+                                            << section(LAUNCHED_PLUGIN, {"hang"}, "Hangs") << "}\n";
+  ServiceDatabase database;
+  ServiceDatabase::read_directory(database, directory.file(".").c_str());
+  Hublink hub(database, 0, nullptr, nullptr);
+  hub.setLaunchLimit(150);
+  ASSERT_TRUE(hub.startListening(true, nullptr));
+  auto link = makeCounted<STPTransport>();
+  link->connect("127.0.0.1", hub.getPort());
+  const Plugin plugin = makeCounted<TestPlugin>(link.get());
+  STPStatus status;
+  const auto pump = [&](const std::function<bool()>& done) {
+    const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
+    while (!done() && platform::monotonicMilliseconds() < end) {
+      link->serviceOnce(0);
+      hub.servicePass(5, &status);
+    }
+    link->serviceOnce(0);
+  };
+  pump([&] { return hub.numPlugins() == 1 && plugin->isNegotiated(); });
+  EXPECT_EQ(plugin->next(), "PluginId 1");
+  plugin->ask("Hangs", 3);
+  link->handleWrite();
+  std::uint64_t longestPass = 0;
+  pump([&] {
+    const std::uint64_t start = platform::monotonicMilliseconds();
+    hub.servicePass(5, &status);
+    longestPass = platform::monotonicMilliseconds() - start;
+    return longestPass >= 150;
+  });
+  EXPECT_EQ(plugin->next(), failureReply("Hangs", 3));
+  EXPECT_LT(longestPass, 5000u);
+}
+
+}  // namespace
