@@ -149,7 +149,7 @@ Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
 }
 
 bool makeBlocking(Socket socket, int milliseconds) {
-  const timeval limit{milliseconds / 1000, milliseconds % 1000 * 1000};
+  const timeval limit{milliseconds / 1000, milliseconds % 1000 * 1000L};
   const int flags = fcntl(socket, F_GETFL);
   return flags >= 0 && fcntl(socket, F_SETFL, flags & ~O_NONBLOCK) == 0 &&
          setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 &&

@@ -131,7 +131,7 @@ class Hublink : public ForwardingHandler {
   // Connections.
   bool pluginIDsLeft() const;
   std::int32_t nextPlugin();
-  HublinkConnection* addConnection(CountedPtr<STPTransport> transport, std::int32_t process,
+  HublinkConnection* addConnection(const CountedPtr<STPTransport>& transport, std::int32_t process,
                                    const char* name, const char* workingDir);
   void acceptNewConnection(STPStatus* status);
   void acceptFailed();

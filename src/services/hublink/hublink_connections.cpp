@@ -27,8 +27,9 @@ std::int32_t Hublink::nextPlugin() {
 }
 
 // Makes the connection on a transport that is connected, sends its negotiate record and counts it.
-HublinkConnection* Hublink::addConnection(CountedPtr<STPTransport> transport, std::int32_t process,
-                                          const char* name, const char* workingDir) {
+HublinkConnection* Hublink::addConnection(const CountedPtr<STPTransport>& transport,
+                                          std::int32_t process, const char* name,
+                                          const char* workingDir) {
   if (transports.insert(transport.get()).second) transport->addRef();
   auto connection = makeCounted<HublinkConnection>(transport.get(), this, nextPlugin(), process,
                                                    name, workingDir, internalLog.get());
@@ -61,7 +62,7 @@ void Hublink::acceptNewConnection(STPStatus* status) {
   CountedPtr<STPTransport> client(listener);
   freshListener();
   if (pluginIDsLeft()) {
-    addConnection(std::move(client), 0, nullptr, nullptr);
+    addConnection(client, 0, nullptr, nullptr);
   } else {
     logInternal("Closed new connection: plugin IDs are used up.\n");
     client->disconnect();

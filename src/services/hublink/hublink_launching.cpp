@@ -75,7 +75,7 @@ std::int32_t Hublink::launchPlugin(const std::vector<std::string>& argv, const c
     if (child.process() != 0) platform::releaseChild(child.process());
     return -1;
   }
-  return addConnection(std::move(transport), child.process(), gen_base_name(argv[0].c_str()),
+  return addConnection(transport, child.process(), gen_base_name(argv[0].c_str()),
                        workingDir ? workingDir : gen_getcwd())
       ->getPluginID();
 }

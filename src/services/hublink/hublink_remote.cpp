@@ -17,7 +17,7 @@ void Hublink::requestPluginConnect(HublinkConnection* requester, const char* hos
     requester->PluginConnectedEvent(cookie, -1, failure);
     return;
   }
-  const HublinkConnection* connection = addConnection(std::move(transport), 0, nullptr, nullptr);
+  const HublinkConnection* connection = addConnection(transport, 0, nullptr, nullptr);
   logInternal("Created plugin ID %d on host %s, port %d.\n", connection->getPluginID(), host,
               peerPort);
   launchWaiters[connection->getPluginID()] = {requester, cookie, failure.get()};

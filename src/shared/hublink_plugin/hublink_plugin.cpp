@@ -227,7 +227,7 @@ bool HublinkPlugin::serveUntil(const std::function<bool()>& done, int millisecon
 std::shared_ptr<HublinkLink> HublinkPlugin::openLink(std::int32_t localRN, std::int32_t remoteRN,
                                                      std::int32_t peerPluginID,
                                                      const std::string& serviceName, bool ownsRN) {
-  const std::shared_ptr<HublinkLink> link(
+  std::shared_ptr<HublinkLink> link(
       new HublinkLink(this, localRN, remoteRN, peerPluginID, serviceName, ownsRN));
   links_[{localRN, remoteRN}] = link;
   return link;

@@ -128,7 +128,7 @@ ut_string::~ut_string() {
 }
 
 ut_string& ut_string::operator=(const ut_string& other) {
-  if (text_ != other.text_) adopt(retain(other.text_));
+  if (this != &other && text_ != other.text_) adopt(retain(other.text_));
   return *this;
 }
 

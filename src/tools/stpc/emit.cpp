@@ -204,7 +204,7 @@ class SideEmitter {
 
   static std::vector<std::string> withCommon(const Message& message, bool isDeclaration) {
     std::vector<std::string> parameters = stubParameters(message);
-    const auto add = [&](std::string name, const char* initial) {
+    const auto add = [&](const std::string& name, const char* initial) {
       parameters.push_back(isDeclaration ? name + " = " + initial : name);
     };
     if (!message.twoWay) add("bool wait", "false");

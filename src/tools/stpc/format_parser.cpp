@@ -49,7 +49,7 @@ class FormatParser {
   std::string takeName() {
     std::size_t length = 0;
     while (length < rest_.size() && isNameCharacter(rest_[length])) ++length;
-    const std::string name(rest_.substr(0, length));
+    std::string name(rest_.substr(0, length));
     rest_.remove_prefix(length);
     return name;
   }

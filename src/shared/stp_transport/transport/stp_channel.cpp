@@ -111,13 +111,11 @@ STPChannel::~STPChannel() {
 
 void STPChannel::startChannel(RetryHandler* retry, STPStatus* status) {
   status_.clear();
-  if (!transport_)
-    status_.set(STP_CHANNEL_CLOSED, "[startChannel]: Channel has been closed.");
-  else if (startSent_)
+  if (startSent_)
     status_.set(STP_MISUSE, "[startChannel]: Channel start already sent.");
   else if (closeSent_)
     status_.set(STP_MISUSE, "[startChannel]: Channel close already sent.");
-  else if (closeReceived_)
+  else if (closeReceived_ || !transport_)
     status_.set(STP_CHANNEL_CLOSED, "[startChannel]: Channel has been closed.");
   if (status_.good()) {
     const STPTransport::Hold hold(transport_);
