@@ -13,12 +13,10 @@ namespace {
 
 constexpr char kDirectiveChar = '%';
 
-// What one reading may cost: bytes of input, of which every file takes some more for being opened,
-// files within files, and units of work for macros and reports.
-constexpr std::size_t kMostInput = std::size_t{8} << 20;
+// What one reading may cost besides its input and work: every file takes some more input for being
+// opened, and files stand within files only so deep.
 constexpr std::size_t kFileCost = 4096;
 constexpr std::size_t kDeepestInclude = 64;
-constexpr std::size_t kMostWork = std::size_t{4} << 20;
 
 // Room for a line's tokens, by the line's length: expansion seldom takes more.
 constexpr std::size_t kTokenRoomFactor = 3;
@@ -31,8 +29,8 @@ ut_token_stream::ut_token_stream(bool fatal_errors, bool filename_tokens,
                                  const ut_preprocessor_callbacks* callbacks)
     : fatal_errors_(fatal_errors),
       filename_tokens_(filename_tokens),
-      input_left_(kMostInput),
-      budget_(kMostWork),
+      input_left_(kMostReadingInput),
+      budget_(kMostReadingWork),
       preprocessor_(std::make_unique<simple_preprocessor>(
           kDirectiveChar, parent_macros, callbacks, budget_,
           [this](const char* message) { error("%s", message); })),

@@ -27,5 +27,9 @@ class ut_work_budget {
   bool exhausted_ = false;
 };
 
+/// Bytes of input, and units of work, that the reading of one file and all that it includes may
+/// take.
+inline constexpr std::size_t kMostReadingInput = std::size_t{8} << 20;
+inline constexpr std::size_t kMostReadingWork = std::size_t{4} << 20;
 /// The price of one reported line, besides the characters that it shows.
 inline constexpr std::size_t kReportCost = 64;

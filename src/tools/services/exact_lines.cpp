@@ -4,22 +4,16 @@
 #include "indgen/directory.h"
 #include "indgen/path.h"
 #include "indgen/report.h"
+#include "libcxxutil/ut_work_budget.h"
 
 namespace services {
-namespace {
-
-// As much as the hub's own reading may cost.
-constexpr std::size_t kMostWork = std::size_t{4} << 20;
-constexpr std::size_t kMostInput = std::size_t{16} << 20;
-
-}  // namespace
 
 ExactLines::ExactLines(const char* file, ut_macro_table& macros, std::size_t most_files)
-    : budget_(kMostWork),
+    : budget_(kMostReadingWork),
       preprocessor_('%', &macros, nullptr, budget_,
                     [](const char* message) { gen_error("%s", message); }),
       files_left_(most_files),
-      input_left_(kMostInput) {
+      input_left_(kMostReadingInput) {
   const ReportCapture capture(reports_, [this] { return here_; });
   if (!open(file)) return;
   while (!files_.empty() && input_left_ > 0 && !budget_.exhausted()) deliver();
