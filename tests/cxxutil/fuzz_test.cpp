@@ -20,6 +20,7 @@ const char* const kPieces[] = {
     ".",    ",",       "(",        ")",          "#",    "-",   "0x",
     "\r"};
 
+// The seeds with a few changes each: pieces of them left out and doubled, and others put in.
 class Mutator {
  public:
   Mutator() {
@@ -30,34 +31,24 @@ class Mutator {
   }
 
   std::string next() {
-    std::string text = files_[below(files_.size())];
-    for (std::size_t changes = 1 + below(8); changes > 0; --changes) change(text);
+    std::string text = oneOf(files_);
+    for (std::size_t changes = 1 + below(8); changes > 0; --changes) {
+      const std::size_t at = below(text.size() + 1), count = below(text.size() - at + 1);
+      const std::string& other = oneOf(files_);
+      const std::string added[] = {std::string(1, static_cast<char>(below(256))),
+                                   kPieces[below(std::size(kPieces))], "",
+                                   text.substr(at, text.size() < 20000 ? count : 20),
+                                   other.substr(below(other.size() + 1), 100)};
+      const std::size_t kind = below(std::size(added));
+      text.replace(at, added[kind].empty() ? count % 20 : 0, added[kind]);
+    }
     return text;
   }
 
  private:
   std::size_t below(std::size_t count) { return random_() % count; }
-
-  void change(std::string& text) {
-    const std::size_t at = below(text.size() + 1), count = below(text.size() - at + 1);
-    switch (below(5)) {
-      case 0:
-        text.insert(at, 1, static_cast<char>(below(256)));
-        break;
-      case 1:
-        text.insert(at, kPieces[below(std::size(kPieces))]);
-        break;
-      case 2:
-        text.erase(at, count % 20);
-        break;
-      case 3:
-        if (text.size() < 20000) text.insert(below(text.size() + 1), text.substr(at, count));
-        break;
-      default: {
-        const std::string& other = files_[below(files_.size())];
-        text.insert(at, other, below(other.size()), 100);
-      }
-    }
+  const std::string& oneOf(const std::vector<std::string>& texts) {
+    return texts[below(texts.size())];
   }
 
   std::mt19937 random_{20240229};  // NOLINT(cert-msc51-cpp): the same run every time

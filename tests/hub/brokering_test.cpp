@@ -35,12 +35,21 @@ TEST_F(BrokeringTest, AcceptedRefusedAndDropped) {
   a->DropServiceConnection(13, 11);
   EXPECT_EQ(b->next(), "ConnectionDroppedEvent 11 13");
   a->DropServiceConnection(13, 99999);
+  c->ask("one", 9);
+  EXPECT_EQ(b->next(), "ConnectionRequestedEvent 4 10 15 ['key' 'value']");
+  b->ConnectionAcceptedEvent(10, 15, true);
+  EXPECT_EQ(c->nextNumber("ConnectionReplyEvent"), 9);
+  c->DropServiceConnection(15, 10);
+  EXPECT_EQ(b->next(), "ConnectionDroppedEvent 10 15");
   // A dropped link ends once: neither side hears of it again when the other goes.
   a->vanish();
   awaitCounts("3/3");
-  EXPECT_EQ(b->counts(), "3/3");
   b->RequestLocation();
   EXPECT_EQ(b->nextNumber("LocationEvent"), port);
+  b->vanish();
+  awaitCounts("2/2");
+  c->RequestLocation();
+  EXPECT_EQ(c->nextNumber("LocationEvent"), port);
 }
 
 TEST_F(BrokeringTest, WhoIsFound) {

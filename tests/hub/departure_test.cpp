@@ -43,19 +43,26 @@ TEST_F(DepartureTest, WhileTheRequestWaits) {
 
 TEST_F(DepartureTest, WhileTheProviderOwesAnAnswer) {
   EXPECT_EQ(b->provide("svc"), 10);
-  for (std::int32_t cookie = 1; cookie <= 3; ++cookie) {
-    a->ask("svc", cookie);
+  RawPeer asker = joinRaw();
+  for (std::uint32_t cookie = 1; cookie <= 3; ++cookie) {
+    asker.send(hubMessageBytes("RequestServiceConnection", [cookie](STPMessage& message) {
+      message.putString(tag("serviceName"), "svc");
+      message.putU32(tag("providingPluginID"), 3);
+      message.putU32(tag("client_cookie"), cookie);
+    }));
     EXPECT_TRUE(b->nextIs("ConnectionRequestedEvent"));
   }
+  a->ask("svc", 4);
+  EXPECT_TRUE(b->nextIs("ConnectionRequestedEvent"));
   b->vanish();
-  for (std::int32_t cookie = 1; cookie <= 3; ++cookie)
-    EXPECT_EQ(a->next(), "ConnectionReplyEvent 'svc' -1 1 0 0 0 -1 null " + std::to_string(cookie));
+  EXPECT_EQ(a->next(), "ConnectionReplyEvent 'svc' -1 1 0 0 0 -1 null 4");
+  for (std::uint32_t cookie = 1; cookie <= 3; ++cookie)
+    EXPECT_EQ(asker.next().read().getU32(tag("client_cookie")), cookie);
   // The RNs of its own ends went with the answers: packets for them reach nobody.
-  RawPeer raw = joinRaw();
-  for (std::uint32_t rn = 10; rn <= 13; ++rn)
-    raw.send(packetBytes({.destination = rn, .type = 15, .id = 6}, std::string(4, '\0')));
-  EXPECT_EQ(reserveRN(raw), 14);
-  expectQuiet(a);
+  RawPeer sender = joinRaw();
+  for (std::uint32_t rn = 10; rn <= 14; ++rn) sender.send(packetBytes({.destination = rn}, "late"));
+  EXPECT_TRUE(sender.isAnswered());
+  EXPECT_EQ(reserveRN(asker), 15);
 }
 
 TEST_F(DepartureTest, WhileTheRequesterAwaitsTheAnswer) {

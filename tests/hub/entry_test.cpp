@@ -33,10 +33,7 @@ TEST_F(EntryTest, RefusesToStart) {
   const std::string inUse =
       "Unable to setup transport layer, specified port may already be in use.\n";
   const std::string noPeer = "Unable to setup transport layer.\n";
-  const struct {
-    std::vector<std::string> arguments;
-    std::string printed;
-  } cases[] = {
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{}, usage},
       {{"-port"}, "Error: Option -port needs a value.\n"},
       {{"-port", takenPort, "-LOG"}, "Error: Option -LOG needs a value.\n"},
@@ -54,10 +51,10 @@ TEST_F(EntryTest, RefusesToStart) {
       {{"-port", takenPort, "-connect_hublink", nobody, "-not_shared"}, noPeer},
       {{"-connect_hublink", takenPort, "-port", nobody}, noPeer},
   };
-  for (const auto& entry : cases) {
-    HubProcess refused(entry.arguments, directory);
-    EXPECT_EQ(refused.waitForEnd(), 1) << entry.printed;
-    EXPECT_EQ(refused.printed(), entry.printed);
+  for (const auto& [arguments, printed] : cases) {
+    HubProcess refused(arguments, directory);
+    EXPECT_EQ(refused.waitForEnd(), 1) << printed;
+    EXPECT_EQ(refused.printed(), printed);
   }
   closeListenSocket(listener, nullptr);
 }
@@ -81,26 +78,24 @@ TEST_F(EntryTest, HubWithoutRecordGoesWithItsLastPersistentPlugin) {
 }
 
 TEST_F(EntryTest, StopsInOrderWhenAsked) {
-  startHub({"-hl_log_internal", directory.file("internal")});
+  startHub({"-hl_log_internal", directory / "internal"});
   const Plugin second = join();
   hub->terminate();
   EXPECT_EQ(hub->waitForEnd(), 0);
   EXPECT_EQ(first->next(), "closed");
   EXPECT_EQ(second->next(), "closed");
-  EXPECT_THAT(readFile(directory.file("internal")), HasSubstr(": Shutting down Hublink.\n"));
+  EXPECT_THAT(contents(directory / "internal"), HasSubstr(": Shutting down Hublink.\n"));
 }
 
 TEST_F(EntryTest, SharedHubOutlivesItsLastPersistentPluginByFourSeconds) {
   port = freePort();
   hub = std::make_unique<HubProcess>(
       std::vector<std::string>{"-port", std::to_string(port), "-hl_zone", "zone",
-                               "-hl_log_internal", directory.file("internal")},
+                               "-hl_log_internal", directory / "internal"},
       directory);
   auto link = makeCounted<STPTransport>();
-  for (int i = 0; i < kPatience / 5 && !link->isConnected(); ++i) {
-    platform::sleepMilliseconds(5);  // nothing announces a port of another process
-    link->connect("127.0.0.1", port);
-  }
+  // Nothing announces a port of another process.
+  await([&] { return link->connect("127.0.0.1", port), link->isConnected(); });
   first = makeCounted<TestPlugin>(link.get());
   ASSERT_EQ(first->next(), "PluginId 1");
   first->RequestLocation();
@@ -112,5 +107,5 @@ TEST_F(EntryTest, SharedHubOutlivesItsLastPersistentPluginByFourSeconds) {
   EXPECT_GE(passed, 4000u);
   EXPECT_LT(passed, 8000u);
   EXPECT_EQ(hub->waitForEnd(), 0);
-  EXPECT_THAT(readFile(directory.file("internal")), HasSubstr(": Removed active hublink file.\n"));
+  EXPECT_THAT(contents(directory / "internal"), HasSubstr(": Removed active hublink file.\n"));
 }

@@ -31,16 +31,16 @@ class LaunchTest : public HubTest {
  protected:
   void SetUp() override {
     namespace fs = std::filesystem;
-    executable = directory.file("hublink");
+    executable = directory / "hublink";
     fs::copy_file(HubProcess::builtExecutable(), executable);
-    fs::create_directories(directory.file("defaults/services"));
-    fs::create_directories(directory.file("elsewhere"));
-    fs::copy_file(LAUNCHED_PLUGIN, directory.file("launched_plugin"));
-    fs::copy_file(LAUNCHED_PLUGIN, directory.file("elsewhere/far_plugin"));
+    fs::create_directories(directory / "defaults/services");
+    fs::create_directories(directory / "elsewhere");
+    fs::copy_file(LAUNCHED_PLUGIN, directory / "launched_plugin");
+    fs::copy_file(LAUNCHED_PLUGIN, directory / "elsewhere/far_plugin");
     path_ = platform::environmentVariable("PATH");
-    platform::setEnvironmentVariable("PATH", (directory.file("elsewhere") + ":" + path_).c_str());
+    platform::setEnvironmentVariable("PATH", ((directory / "elsewhere") + ":" + path_).c_str());
     writeDescriptions();
-    startHub({"-hl_log_internal", directory.file("log")});
+    startHub({"-hl_log_internal", directory / "log"});
   }
   void TearDown() override {
     platform::setEnvironmentVariable("PATH", path_.c_str());
@@ -48,7 +48,7 @@ class LaunchTest : public HubTest {
   }
 
   void writeDescriptions() {
-    std::ofstream file(directory.file("defaults/services/test.kvs"));
+    std::ofstream file(directory / "defaults/services/test.kvs");
     const auto plain = [&](const Lines& words, const std::string& service) {
       file << section("launched_plugin", words, service);
     };
@@ -57,27 +57,25 @@ class LaunchTest : public HubTest {
     file << section("far_plugin", {"provide", "OnPath"}, "OnPath");
     file << section("no_such_program", {}, "Missing");
     plain({"exit"}, "DiesAtOnce");
-    plain({"await", directory.file("."), "exit"}, "DiesBeforeConnecting");
+    plain({"await", directory / ".", "exit"}, "DiesBeforeConnecting");
     plain({"vanish"}, "Vanishes");
     plain({"idle"}, "NeverRegisters");
     plain({"provide", "AnotherName"}, "Misnamed");
-    plain({"await", directory.file("go"), "provide", "Slow"}, "Slow");
+    plain({"await", directory / "go", "provide", "Slow"}, "Slow");
     file << section("thing.so", {}, "Library", "SharedObject = yes");
-    file << section("launched_plugin",
-                    {"record", directory.file("seen"), "provide", "Seen", "", "two words",
-                     "quo\\\"te", "back\\\\"},
-                    "Seen", "Environment { LIBPATH = \"/lib/./x//\" OTHER = \"no\" }");
+    file << section(
+        "launched_plugin",
+        {"record", directory / "seen", "provide", "Seen", "", "two words", "quo\\\"te", "back\\\\"},
+        "Seen", "Environment { LIBPATH = \"/lib/./x//\" OTHER = \"no\" }");
     file << "}\n";
   }
-  void touch(const std::string& name) { std::ofstream(directory.file(name)) << "x"; }
+  void touch(const std::string& name) { std::ofstream(directory / name) << "x"; }
   std::string awaitContents(const std::string& name) {
-    const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
-    while (readFile(directory.file(name)).empty() && platform::monotonicMilliseconds() < end)
-      first->counts();
-    return readFile(directory.file(name));
+    await([&] { return !contents(directory / name).empty(); });
+    return contents(directory / name);
   }
   bool logHas(const std::string& text) {
-    return readFile(directory.file("log")).find(text) != std::string::npos;
+    return contents(directory / "log").find(text) != std::string::npos;
   }
 
  private:
@@ -86,9 +84,7 @@ class LaunchTest : public HubTest {
 
 // Every outcome of a launch for a service, with what the requester hears and the log says.
 TEST_F(LaunchTest, EveryOutcomeForAService) {
-  const struct {
-    std::string service, reply, log;
-  } cases[] = {
+  const std::tuple<std::string, std::string, std::string> cases[] = {
       {"Beside", "ConnectionReplyEvent 'Beside' 11 1 0 1 10 2 null 7", "Launching plugin launched"},
       {"OnPath", "ConnectionReplyEvent 'OnPath' 13 1 0 1 12 3 null 7", "Launching plugin far_plug"},
       {"Missing", failureReply("Missing", 7),
@@ -98,17 +94,17 @@ TEST_F(LaunchTest, EveryOutcomeForAService) {
        "to handle service DiesBeforeConnecting.\n"},
       {"Vanishes", failureReply("Vanishes", 7), "ID 4 down in negotiation stage 2.\n"},
       {"Library",
-       "ConnectionReplyEvent 'Library' -1 1 1 0 -1 -1 '" + directory.file("thing.so") + "' 7", ""},
+       "ConnectionReplyEvent 'Library' -1 1 1 0 -1 -1 '" + directory / "thing.so" + "' 7", ""},
       {"Unheard", failureReply("Unheard", 7),
        "Service Unheard requested, but it is not in the service database.\n"},
   };
-  for (const auto& entry : cases) {
+  for (const auto& [service, reply, log] : cases) {
     const std::uint64_t start = platform::monotonicMilliseconds();
-    first->ask(entry.service.c_str(), 7);
-    EXPECT_EQ(first->next(), entry.reply);
-    EXPECT_TRUE(logHas(entry.log)) << entry.log;
+    first->ask(service.c_str(), 7);
+    EXPECT_EQ(first->next(), reply);
+    EXPECT_TRUE(logHas(log)) << log;
     EXPECT_LT(platform::monotonicMilliseconds() - start, 3000u)
-        << entry.service << ": a death is noticed when it happens";
+        << service << ": a death is noticed when it happens";
   }
 }
 
@@ -117,32 +113,28 @@ TEST_F(LaunchTest, RequestsShareOneProviderUnlessTheyWantTheirOwn) {
   first->ask("Beside", 2);
   first->ask("Beside", 3, -1, true);
   // The first and the third each wait for their own plugin, the second for whoever comes first.
-  std::string provider[4];
+  int provider[4]{};
   for (int i = 0; i < 3; ++i) {
-    std::istringstream reply(first->next());
-    std::string name, service, rn, found, shared, accepted, serviceRN, plugin, object;
-    int cookie = 0;
-    reply >> name >> service >> rn >> found >> shared >> accepted >> serviceRN >> plugin >>
-        object >> cookie;
-    EXPECT_EQ(name + service + found + accepted, "ConnectionReplyEvent'Beside'11");
+    int plugin = 0, cookie = 0;
+    const std::string line = first->next();
+    EXPECT_EQ(std::sscanf(line.c_str(), "ConnectionReplyEvent 'Beside' %*d 1 0 1 %*d %d null %d",
+                          &plugin, &cookie),
+              2);
     provider[cookie & 3] = plugin;
   }
-  EXPECT_EQ(provider[1], "2");
-  EXPECT_EQ(provider[3], "3");
-  EXPECT_TRUE(provider[2] == "2" || provider[2] == "3") << provider[2];
+  EXPECT_EQ(provider[1], 2);
+  EXPECT_EQ(provider[3], 3);
+  EXPECT_TRUE(provider[2] == 2 || provider[2] == 3) << provider[2];
   awaitCounts("3/3");
 }
 
 TEST_F(LaunchTest, ARequestWaitsForAPluginThatDoesNotRegister) {
   first->ask("NeverRegisters", 1);
   first->ask("Misnamed", 2);
-  std::string provider;
-  const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
-  do {
+  EXPECT_TRUE(await([&] {
     first->query("AnotherName", 8, false);
-    provider = first->next();
-  } while (provider != "PluginIdForServiceReplyEvent 8 'AnotherName' 3 1" &&
-           platform::monotonicMilliseconds() < end);
+    return first->next() == "PluginIdForServiceReplyEvent 8 'AnotherName' 3 1";
+  }));
   first->ask("AnotherName", 3);
   EXPECT_EQ(first->next(), "ConnectionReplyEvent 'AnotherName' 11 1 0 1 10 3 null 3");
 }
@@ -170,7 +162,7 @@ TEST_F(LaunchTest, ChildrenSeeTheirArgumentsAndEnvironment) {
   const std::string path = platform::environmentVariable("PATH");
   first->ask("Seen", 1);
   EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Seen' 11 1 0 1 10 2 null 1");
-  const std::string expected = "-hl_connect_hublink_port\nrecord\n" + directory.file("seen") +
+  const std::string expected = "-hl_connect_hublink_port\nrecord\n" + directory / "seen" +
                                "\nprovide\nSeen\n\ntwo words\nquo\"te\nback\\\n"
                                "-hl_debug_startup\n-hl_debug_debugger\ngdb\n"
                                "-hl_debug_debugger_opts\n -hl_private -P \n" +
@@ -238,21 +230,14 @@ TEST_F(LaunchTest, AClientStartsItsOwnProvider) {
 
 // While a launch waits, packets between plugins go on, up to each one's first word to the hub.
 TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
-  RawPeer a = joinRaw();
-  RawPeer b = joinRaw();
-  const std::int32_t rnA = reserveRN(a);
-  const std::int32_t rnB = reserveRN(b);
+  RawPeer a = joinRaw(), b = joinRaw();
+  const std::int32_t rnA = reserveRN(a), rnB = reserveRN(b);
   const auto packet = [](std::int32_t to, std::uint32_t number) {
-    PacketShape shape;
-    shape.destination = static_cast<std::uint32_t>(to);
-    shape.id = number;
-    return packetBytes(shape, std::string(40, 'p'));
+    return packetBytes({.destination = static_cast<std::uint32_t>(to), .id = number}, "8 bytes.");
   };
   first->ask("Slow", 1);
   first->getTransport()->handleWrite();
-  const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
-  while (!logHas("Launching plugin launched_plugin") && platform::monotonicMilliseconds() < end) {
-  }
+  EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
   for (std::uint32_t i = 100; i < 200; ++i) {
     a.send(packet(rnB, i));
     ASSERT_EQ(b.next().id(), i);
@@ -273,11 +258,11 @@ TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
 
 // A child that never connects is given up and left alone.
 TEST(Launch, AHangingChildIsGivenUp) {
-  TemporaryDirectory directory;
-  std::ofstream(directory.file("hang.kvs")) << "Services {\n"
-                                            << section(LAUNCHED_PLUGIN, {"hang"}, "Hangs") << "}\n";
+  const Scratch directory;
+  std::ofstream(directory / "hang.kvs") << "Services {\n"
+                                        << section(LAUNCHED_PLUGIN, {"hang"}, "Hangs") << "}\n";
   ServiceDatabase database;
-  ServiceDatabase::read_directory(database, directory.file(".").c_str());
+  ServiceDatabase::read_directory(database, (directory / ".").c_str());
   Hublink hub(database, 0, nullptr, nullptr);
   hub.setLaunchLimit(150);
   ASSERT_TRUE(hub.startListening(true, nullptr));
@@ -285,25 +270,17 @@ TEST(Launch, AHangingChildIsGivenUp) {
   link->connect("127.0.0.1", hub.getPort());
   const Plugin plugin = makeCounted<TestPlugin>(link.get());
   STPStatus status;
-  const auto pump = [&](const std::function<bool()>& done) {
-    const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
-    while (!done() && platform::monotonicMilliseconds() < end) {
-      link->serviceOnce(0);
-      hub.servicePass(5, &status);
-    }
-    link->serviceOnce(0);
-  };
-  pump([&] { return hub.numPlugins() == 1 && plugin->isNegotiated(); });
-  EXPECT_EQ(plugin->next(), "PluginId 1");
-  plugin->ask("Hangs", 3);
-  link->handleWrite();
   std::uint64_t longestPass = 0;
-  pump([&] {
+  const auto pass = [&] {
+    link->serviceOnce(0);
     const std::uint64_t start = platform::monotonicMilliseconds();
     hub.servicePass(5, &status);
     longestPass = platform::monotonicMilliseconds() - start;
-    return longestPass >= 150;
-  });
+  };
+  while (hub.numPlugins() < 1 || !plugin->isNegotiated()) pass();
+  EXPECT_EQ(plugin->next(), "PluginId 1");
+  plugin->ask("Hangs", 3);
+  while (longestPass < 150) pass();
   EXPECT_EQ(plugin->next(), failureReply("Hangs", 3));
   EXPECT_LT(longestPass, 5000u);
 }

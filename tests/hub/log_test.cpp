@@ -15,7 +15,7 @@ class LogTest : public HubTest {
   /// about the first plugin.
   std::vector<std::string> lines(const std::string& name) const {
     std::vector<std::string> result;
-    std::istringstream text(readFile(name));
+    std::istringstream text(contents(name));
     for (std::string line; std::getline(text, line);) {
       std::string stamp = line.substr(0, 17);
       std::replace_if(
@@ -27,8 +27,8 @@ class LogTest : public HubTest {
     return result;
   }
 
-  const std::string internal = directory.file("internal");
-  const std::string plain = directory.file("plain");
+  const std::string internal = directory / "internal";
+  const std::string plain = directory / "plain";
 };
 
 TEST_F(LogTest, InternalLogHoldsEveryMessageAndTheHubsOwnLines) {
@@ -51,7 +51,7 @@ TEST_F(LogTest, InternalLogHoldsEveryMessageAndTheHubsOwnLines) {
   awaitCounts("1/1");
   hub->terminate();
   EXPECT_EQ(hub->waitForEnd(), 0);
-  EXPECT_EQ(readFile(plain), "a line, and %s");
+  EXPECT_EQ(contents(plain), "a line, and %s");
   EXPECT_THAT(
       lines(internal),
       ElementsAre(
@@ -79,13 +79,13 @@ TEST_F(LogTest, BothLogsInOneFile) {
   startHub({"-log", internal, "-hl_log_internal", internal});
   first->LogMessageEvent("from a plugin\n");
   settle();
-  EXPECT_THAT(readFile(internal),
+  EXPECT_THAT(contents(internal),
               HasSubstr(": Plugin 1:\t RECV: LogMessageEvent: message:\"from a plugin\n\"\n"
                         "from a plugin\n"));
 }
 
 TEST_F(LogTest, HubWithoutLogNeitherAsksForMessagesNorKeepsThem) {
-  startHub({"-log", directory.file("missing/plain"), "-hl_log_internal", internal});
+  startHub({"-log", directory / "missing/plain", "-hl_log_internal", internal});
   const Plugin second = connectPlugin();
   EXPECT_EQ(second->next(), "PluginId 2");
   second->LogMessageEvent("dropped");

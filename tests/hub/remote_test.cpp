@@ -6,7 +6,7 @@
 using RemoteTest = HubTest;
 
 TEST_F(RemoteTest, ConnectsToAPluginThatListens) {
-  startHub({"-hl_log_internal", directory.file("internal")});
+  startHub({"-hl_log_internal", directory / "internal"});
   const std::string nobody = std::to_string(freePort());
   first->RequestPluginConnect("127.0.0.1", std::stoi(nobody), 5);
   EXPECT_EQ(first->next(),
@@ -25,7 +25,7 @@ TEST_F(RemoteTest, ConnectsToAPluginThatListens) {
   EXPECT_EQ(first->next(), "PluginConnectedEvent 6 2 ''");
   EXPECT_EQ(remote->counts(), "2/2");
   EXPECT_NE(
-      readFile(directory.file("internal"))
+      contents(directory / "internal")
           .find("Created plugin ID 2 on host localhost, port " + std::to_string(listening) + ".\n"),
       std::string::npos);
 }

@@ -70,17 +70,15 @@ TEST_F(StreamTest, PayloadsUpTo64MiB) {
 }
 
 TEST_F(StreamTest, InvalidPacketEndsItsConnectionAlone) {
-  const struct {
-    std::uint32_t headerSize, payloadSize;
-  } invalid[] = {{0, 4},           {28, 4},          {30, 4},          {46, 4},
-                 {132, 4},         {0x80000000, 4},  {0xFFFFFFD4, 44}, {0x7FFFFFFC, 4},
-                 {44, 0xFFFFFFFF}, {44, 0x80000000}, {44, 0x7FFFFFFF}, {128, 0x7FFFFF80},
-                 {44, 0x7FFFFFD4}, {44, 0x0FFFFFD5}, {128, 0x0FFFFF84}};
+  const std::pair<std::uint32_t, std::uint32_t> invalid[] = {
+      {0, 4},           {28, 4},           {30, 4},          {46, 4},          {132, 4},
+      {0x80000000, 4},  {0xFFFFFFD4, 44},  {0x7FFFFFFC, 4},  {44, 0xFFFFFFFF}, {44, 0x80000000},
+      {44, 0x7FFFFFFF}, {128, 0x7FFFFF80}, {44, 0x7FFFFFD4}, {44, 0x0FFFFFD5}, {128, 0x0FFFFF84}};
   const std::string good = packetBytes({.destination = rn}, "good");
-  for (const auto& entry : invalid) {
-    SCOPED_TRACE(std::to_string(entry.headerSize) + " " + std::to_string(entry.payloadSize));
+  for (const auto& [headerSize, payloadSize] : invalid) {
+    SCOPED_TRACE(std::to_string(headerSize) + " " + std::to_string(payloadSize));
     RawPeer peer = joinRaw();
-    peer.send(good + wordBytes(entry.headerSize) + wordBytes(entry.payloadSize) + good + good);
+    peer.send(good + wordBytes(headerSize) + wordBytes(payloadSize) + good + good);
     EXPECT_TRUE(peer.ends());
     expectAtReceiver(good);
   }

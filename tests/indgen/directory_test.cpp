@@ -19,15 +19,10 @@ std::vector<std::string> namesOf(gen_dir_walker& walker) {
 TEST(Directory, MakesAndKnowsDirectories) {
   const Scratch scratch;
   const std::string deep = scratch / "a/b//c/", file = scratch.write("file", "");
-  EXPECT_EQ(gen_make_directory(deep.c_str(), 0755), -1);
-  EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
-  EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
+  for (int again = 0; again < 2; ++again) EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
   EXPECT_TRUE(gen_is_directory(deep.c_str()));
-  EXPECT_TRUE(gen_is_directory("/"));
-  EXPECT_EQ(gen_make_directory(file.c_str(), 0755), -1);
   EXPECT_EQ(gen_make_directory_path((file + "/x").c_str(), 0755), -1);
-  EXPECT_FALSE(gen_is_directory(file.c_str()));
-  EXPECT_FALSE(gen_is_directory("") || gen_is_directory(nullptr));
+  EXPECT_FALSE(gen_is_directory(file.c_str()) || gen_is_directory(nullptr));
 }
 
 TEST(Directory, WalksAndLists) {
@@ -48,12 +43,6 @@ TEST(Directory, WalksAndLists) {
   gen_walk_filter_files(walker, true, nullptr);
   gen_walk_filter_directories(walker, false, false, true);
   EXPECT_THAT(namesOf(walker), UnorderedElementsAre(".", "..", "sub"));
-
-  std::vector<gen_text> entries;
-  EXPECT_EQ(gen_list_directory(scratch.path().c_str(), nullptr), 5);
-  ASSERT_EQ(gen_list_directory(scratch.path().c_str(), &entries), 5);
-  EXPECT_TRUE(entries.size() == 6 && !entries[5] && fs::exists(entries[4].get()));
-  EXPECT_FALSE(gen_directory_is_empty(scratch.path().c_str()));
 }
 
 // Names that read as drives or paths must lead to their own files, and links must not be followed.

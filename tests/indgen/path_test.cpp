@@ -85,19 +85,4 @@ TEST(Path, Extensions) {
     for (const char* added : {"y", ".y"}) EXPECT_STREQ(gen_add_extension(stem, added), "x.y");
 }
 
-TEST(Path, TakesListItemsCutToTheBuffer) {
-  char buffer[4];
-  std::vector<std::string> items;
-  for (const char* rest = "/usr/bin::b"; (rest = gen_next_path_item(rest, buffer, sizeof buffer));)
-    items.emplace_back(buffer);
-  EXPECT_EQ(items, (std::vector<std::string>{"/us", "", "b"}));
-}
-
-TEST(Path, KnowsRoots) {
-  for (const char* path : {"x:", "x:/", "x:\\", "//server/share", "\\\\server\\share\\"})
-    EXPECT_TRUE(gen_is_root(path, std::string(path).size())) << path;
-  for (const char* path : {"x", "x:a", "x:/a", "//server", "//server/", "//server/share/x", "/a/b"})
-    EXPECT_FALSE(gen_is_root(path, std::string(path).size())) << path;
-}
-
 }  // namespace

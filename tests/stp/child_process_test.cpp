@@ -23,8 +23,6 @@ std::vector<std::string> wordsOf(const ArgumentVector& vector) {
 TEST(ArgumentVector, IsCutFromATextAndChangesWithinItsBounds) {
   const auto split = [](const char* text) { return wordsOf(splitArguments(text, false)); };
   EXPECT_THAT(split("a \"b c\"\t d "), ElementsAre("a", "b c", "d"));
-  EXPECT_THAT(split("x\"y z\" \"c' '"), ElementsAre("x\"y z\"", "\"c'", "'"));
-  EXPECT_THAT(wordsOf(splitArguments(" a", true)), ElementsAre("-", "a"));
   const char* const more[] = {"x", "y", nullptr};
   ArgumentVector vector = copyArguments(more, 1);
   insertArgument(vector, 2, "no");

@@ -1,12 +1,10 @@
 // Two sides of a spec joined in this process, and a log that keeps its lines.
 #pragma once
 
-#include <string>
-
+#include "stp/pair.h"
 #include "stp_transport/log/stp_log.h"
 #include "stp_transport/retry/stp_retryhandler.h"
 #include "stp_transport/spec/stp_specclass.h"
-#include "stp_transport/transport/stp_transport.h"
 
 class KeepingLog : public STPLog {
  public:
@@ -15,30 +13,20 @@ class KeepingLog : public STPLog {
   std::string text;
 };
 
-class InProcessPair {
+class InProcessPair : public Pair {
  public:
-  InProcessPair() {
-    STPTransport* ends[2];
-    STPTransport::createInProcessPair(&ends[0], &ends[1]);
-    first = CountedPtr<STPTransport>::adopt(ends[0]);
-    second = CountedPtr<STPTransport>::adopt(ends[1]);
-  }
+  InProcessPair() : Pair(inProcessPair()) {}
   /// Delivers all that is on its way.
   void pump() {
-    for (int i = 0; i < 4; ++i) {
-      first->handleRead();
-      second->handleRead();
-    }
+    for (int i = 0; i < 4; ++i) a->handleRead(), b->handleRead();
   }
-  void join(STPSpecClass& a, STPSpecClass& b) {
-    a.setTransport(first.get(), 1, 2);
-    b.setTransport(second.get(), 2, 1);
-    a.sendNegotiate(false, nullptr, nullptr);
-    b.sendNegotiate(false, nullptr, nullptr);
+  void join(STPSpecClass& first, STPSpecClass& second) {
+    first.setTransport(a.get(), 1, 2);
+    second.setTransport(b.get(), 2, 1);
+    first.sendNegotiate(false, nullptr, nullptr);
+    second.sendNegotiate(false, nullptr, nullptr);
     pump();
   }
-  CountedPtr<STPTransport> first;
-  CountedPtr<STPTransport> second;
 };
 
 /// Serves both ends for somebody who waits at one, and gives up after a while.

@@ -58,18 +58,39 @@ std::vector<T> copyOf(const STPArray<T>& array) {
   return {array.data, array.data + array.count};
 }
 
+// An array of each kind, with the ends of what it may hold.
+class Arrays {
+ public:
+  void give(auto send) const {
+    send(arrayOf(bytes_), arrayOf(shorts_), arrayOf(words_), arrayOf(longs_), arrayOf(floats_),
+         arrayOf(doubles_));
+  }
+  void expectEqual(auto bytes, auto shorts, auto words, auto longs, auto floats,
+                   auto doubles) const {
+    EXPECT_TRUE(copyOf(bytes) == bytes_ && copyOf(shorts) == shorts_ && copyOf(words) == words_);
+    EXPECT_TRUE(copyOf(longs) == longs_ && copyOf(floats) == floats_);
+    EXPECT_EQ(copyOf(doubles), doubles_);
+  }
+
+ private:
+  template <class T>
+  static std::vector<T> extremes() {
+    using Limits = std::numeric_limits<T>;
+    return {Limits::lowest(), T{}, T{1}, Limits::max()};
+  }
+  const std::vector<std::uint8_t> bytes_ = extremes<std::uint8_t>();
+  const std::vector<std::uint16_t> shorts_ = extremes<std::uint16_t>();
+  const std::vector<std::int32_t> words_ = extremes<std::int32_t>();
+  const std::vector<std::uint64_t> longs_ = extremes<std::uint64_t>();
+  const std::vector<float> floats_ = extremes<float>();
+  const std::vector<double> doubles_ = extremes<double>();
+};
+
 class SampleTest : public ::testing::Test {
  protected:
   SampleTest() {
     pair.join(*left, *right);
     EXPECT_TRUE(left->isNegotiated() && right->isNegotiated());
-  }
-
-  // What an array of a kind may hold.
-  template <class T>
-  static std::vector<T> extremes() {
-    using Limits = std::numeric_limits<T>;
-    return {Limits::lowest(), T{}, T{1}, Limits::max()};
   }
 
   InProcessPair pair;
@@ -122,61 +143,27 @@ TEST_F(SampleTest, NestedBlocksArriveWithTheFieldsBehindThem) {
   pair.pump();
 }
 
-TEST_F(SampleTest, PointerArraysOfEveryKindArriveFullAndEmpty) {
-  const auto bytes = extremes<std::uint8_t>();
-  const auto shorts = extremes<std::uint16_t>();
-  const auto words = extremes<std::int32_t>();
-  const auto longs = extremes<std::uint64_t>();
-  const auto floats = extremes<float>();
-  const auto doubles = extremes<double>();
+TEST_F(SampleTest, ArraysOfEveryKindArriveFullAndEmpty) {
+  const Arrays arrays;
   const std::vector<const char*> names = {"", nullptr, "name"};
   const std::vector<const char*> files = {"/a/../b", nullptr};
   EXPECT_CALL(*right, Pointers)
-      .WillOnce(
-          [&](auto b, auto s, auto w, auto l, auto f, auto d, auto after, auto n, auto paths) {
-            EXPECT_EQ(copyOf(b), bytes);
-            EXPECT_EQ(copyOf(s), shorts);
-            EXPECT_EQ(copyOf(w), words);
-            EXPECT_EQ(copyOf(l), longs);
-            EXPECT_EQ(copyOf(f), floats);
-            EXPECT_EQ(copyOf(d), doubles);
-            EXPECT_EQ(after, 5);
-            EXPECT_THAT(copyOf(n), ElementsAre(StrEq(""), IsNull(), StrEq("name")));
-            EXPECT_THAT(copyOf(paths), ElementsAre(StrEq("/b"), IsNull()));
-          });
-  left->Pointers(arrayOf(bytes), arrayOf(shorts), arrayOf(words), arrayOf(longs), arrayOf(floats),
-                 arrayOf(doubles), 5, arrayOf(names), arrayOf(files));
-  pair.pump();
-  EXPECT_CALL(*right, Pointers)
-      .WillOnce([](auto b, auto, auto w, auto, auto, auto, auto after, auto n, auto paths) {
-        EXPECT_EQ(b.count + w.count + n.count + paths.count, 0);
+      .WillOnce([&](auto b, auto s, auto w, auto l, auto f, auto d, auto after, auto n, auto p) {
+        arrays.expectEqual(b, s, w, l, f, d);
+        EXPECT_EQ(after, 5);
+        EXPECT_THAT(copyOf(n), ElementsAre(StrEq(""), IsNull(), StrEq("name")));
+        EXPECT_THAT(copyOf(p), ElementsAre(StrEq("/b"), IsNull()));
+      })
+      .WillOnce([](auto b, auto, auto w, auto, auto, auto, auto after, auto n, auto p) {
+        EXPECT_EQ(b.count + w.count + n.count + p.count, 0);
         EXPECT_EQ(after, 6);
       });
+  arrays.give([&](auto... all) { left->Pointers(all..., 5, arrayOf(names), arrayOf(files)); });
   left->Pointers({}, {}, {-4, nullptr}, {}, {}, {}, 6, {}, {});
-  pair.pump();
-}
-
-TEST_F(SampleTest, DynamicArraysOfEveryKindArriveFullAndEmpty) {
-  const auto bytes = extremes<std::uint8_t>();
-  const auto shorts = extremes<std::uint16_t>();
-  const auto words = extremes<std::int32_t>();
-  const auto longs = extremes<std::uint64_t>();
-  const auto floats = extremes<float>();
-  const auto doubles = extremes<double>();
-  EXPECT_CALL(*right, Packed).WillOnce([&](auto b, auto s, auto w, auto l, auto f, auto d) {
-    EXPECT_EQ(copyOf(b), bytes);
-    EXPECT_EQ(copyOf(s), shorts);
-    EXPECT_EQ(copyOf(w), words);
-    EXPECT_EQ(copyOf(l), longs);
-    EXPECT_EQ(copyOf(f), floats);
-    EXPECT_EQ(copyOf(d), doubles);
-  });
-  left->Packed(arrayOf(bytes), arrayOf(shorts), arrayOf(words), arrayOf(longs), arrayOf(floats),
-               arrayOf(doubles));
-  pair.pump();
-  EXPECT_CALL(*right, Packed).WillOnce([](auto b, auto s, auto w, auto l, auto f, auto d) {
-    EXPECT_EQ(b.count + s.count + w.count + l.count + f.count + d.count, 0);
-  });
+  EXPECT_CALL(*right, Packed)
+      .WillOnce([&](auto... got) { arrays.expectEqual(got...); })
+      .WillOnce([](auto... got) { EXPECT_EQ((got.count + ...), 0); });
+  arrays.give([&](auto... all) { left->Packed(all...); });
   left->Packed({}, {}, {}, {}, {}, {});
   pair.pump();
 }
@@ -200,16 +187,11 @@ TEST_F(SampleTest, CallsBringTheirRepliesBack) {
   std::uint64_t wide = 0;
   float single = 0;
   double quotient = 0;
-  gen_text remark;
-  gen_text none = gen_absolute_path("/old");
+  gen_text remark, none = gen_absolute_path("/old");
   ASSERT_TRUE(left->Divide(7, 2, &fits, &half, &rest, &wide, &single, &quotient, &remark, &none,
                            &patience));
-  EXPECT_TRUE(fits);
-  EXPECT_EQ(half, 0xABCD);
-  EXPECT_EQ(rest, -1);
-  EXPECT_EQ(wide, UINT64_MAX - 1);
-  EXPECT_EQ(single, 3.5F);
-  EXPECT_EQ(quotient, 1e300);
+  EXPECT_TRUE(fits && half == 0xABCD && rest == -1 && wide == UINT64_MAX - 1);
+  EXPECT_TRUE(single == 3.5F && quotient == 1e300);
   EXPECT_STREQ(remark, "/remark");
   EXPECT_EQ(none.get(), nullptr);
 }

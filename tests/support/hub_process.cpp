@@ -1,37 +1,14 @@
 #include "support/hub_process.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include "platform/file.h"
 #include "platform/socket.h"
 
-TemporaryDirectory::TemporaryDirectory() {
+HubProcess::HubProcess(const std::vector<std::string>& arguments, const Scratch& directory,
+                       int softLimit, const std::string& executable) {
   static int count = 0;
-  path_ =
-      std::filesystem::temp_directory_path() /
-      ("hub_test_" + std::to_string(platform::currentProcess()) + "_" + std::to_string(++count));
-  std::filesystem::create_directories(path_);
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string readFile(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-HubProcess::HubProcess(const std::vector<std::string>& arguments,
-                       const TemporaryDirectory& directory, int softLimit,
-                       const std::string& executable) {
-  static int count = 0;
-  output_ = directory.file("printed" + std::to_string(++count));
+  output_ = directory / ("printed" + std::to_string(++count));
   // What a shared hub leaves for the tools must not reach those of this user.
-  platform::setEnvironmentVariable("XDG_CONFIG_HOME", directory.file("config").c_str());
+  platform::setEnvironmentVariable("XDG_CONFIG_HOME", (directory / "config").c_str());
   // Freed memory that an address sanitizer keeps would count as the hub's.
   platform::setEnvironmentVariable("ASAN_OPTIONS", "quarantine_size_mb=4");
   platform::StartRequest request;

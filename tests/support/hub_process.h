@@ -1,38 +1,23 @@
-// The hub's executable as a process of its own, and a directory for what it writes. Both go with
-// their objects, on every way out of a test.
+// The hub's executable as a process of its own, which goes with its object, on every way out of a
+// test.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "indgen/scratch.h"
 #include "platform/process.h"
 
 /// Milliseconds after which a test gives up on something that has to come.
 inline constexpr int kPatience = 20000;
 
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  ~TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  /// Full name of a file in it.
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
-
-/// All of a file; empty if it can't be read.
-std::string readFile(const std::string& name);
-
 class HubProcess {
  public:
   /// Starts the hub, or the copy of it that `executable` names. With `softLimit` above 0 it gets
   /// that soft limit on open files.
-  HubProcess(const std::vector<std::string>& arguments, const TemporaryDirectory& directory,
-             int softLimit = 0, const std::string& executable = builtExecutable());
+  HubProcess(const std::vector<std::string>& arguments, const Scratch& directory, int softLimit = 0,
+             const std::string& executable = builtExecutable());
   ~HubProcess();
   HubProcess(const HubProcess&) = delete;
   HubProcess& operator=(const HubProcess&) = delete;
@@ -45,7 +30,7 @@ class HubProcess {
   int waitForEnd(int milliseconds = kPatience);
   void terminate() { platform::terminateProcess(process_); }
   /// What it has printed to both standard streams.
-  std::string printed() const { return readFile(output_); }
+  std::string printed() const { return contents(output_); }
   std::int64_t residentBytes() const;
 
  private:

@@ -81,10 +81,17 @@ std::int32_t HubTest::reserveRN(RawPeer& peer) {
   return countAndRN[1];
 }
 
-void HubTest::awaitCounts(const std::string& counts, const Plugin& asker) {
+bool HubTest::await(const std::function<bool()>& done) {
   const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
+  while (!done()) {
+    if (platform::monotonicMilliseconds() > end) return false;
+    TestPlugin::serveAll(0);
+  }
+  return true;
+}
+
+void HubTest::awaitCounts(const std::string& counts, const Plugin& asker) {
   std::string seen;
-  do seen = (asker ? asker : first)->counts();
-  while (seen != counts && platform::monotonicMilliseconds() < end);
+  await([&] { return (seen = (asker ? asker : first)->counts()) == counts; });
   EXPECT_EQ(seen, counts);
 }

@@ -38,10 +38,12 @@ class HubTest : public ::testing::Test {
   static std::int32_t reserveRN(RawPeer& peer);
   /// Lets the hub do all that was sent to it before, as far as it has come.
   void settle() { first->counts(); }
+  /// Serves the plugins until `done`; false if that takes too long.
+  static bool await(const std::function<bool()>& done);
   /// Waits until the hub, asked by `asker` or `first`, counts that many plugins: "persistent/all".
   void awaitCounts(const std::string& counts, const Plugin& asker = Plugin());
 
-  TemporaryDirectory directory;
+  const Scratch directory;
   std::string executable = HubProcess::builtExecutable();
   std::string expectedPrint;  // what the hub may print
   std::unique_ptr<HubProcess> hub;

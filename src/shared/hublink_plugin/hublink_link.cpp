@@ -36,7 +36,7 @@ bool HublinkLink::send(const void* bytes, std::size_t size) {
 }
 
 void HublinkLink::flush() {
-  transport_->handleWrite();
+  if (up_) plugin_->flush();
 }
 
 bool HublinkLink::handleMessage(STPReceivedMessage& message, bool) {
@@ -58,6 +58,7 @@ bool HublinkLink::handleMessage(STPReceivedMessage& message, bool) {
 }
 
 void HublinkLink::onPacket(PacketHandler handler) {
+  const std::shared_ptr<HublinkLink> hold = shared_from_this();
   packetHandler_ = std::move(handler);
   while (packetHandler_ && !inbox_.empty()) {
     const Packet packet = std::move(inbox_.front());
@@ -85,9 +86,11 @@ void HublinkLink::onEnd(EndHandler handler) {
 }
 
 void HublinkLink::attach(STPSpecClass* spec) {
-  specs_.emplace_back(spec);
   spec->setTransport(transport_.get(), localRN_, remoteRN_);
-  if (!up_) spec->virtualConnectionClose();
+  if (up_)
+    specs_.emplace_back(spec);
+  else
+    spec->virtualConnectionClose();
 }
 
 void HublinkLink::close() {

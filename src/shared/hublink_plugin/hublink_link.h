@@ -41,8 +41,9 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   const std::string& serviceName() const { return serviceName_; }
   bool isUp() const { return up_; }
 
-  /// Queues one packet of `size` bytes, up to 64 MiB and some; the next step of the plugin's loop
-  /// writes it, or flush(). False if the link has ended.
+  /// Queues a copy of one packet of `size` bytes; the next step of the plugin's loop writes it, or
+  /// flush(). False if the link has ended or the packet is too large (a little less than 256 MiB is
+  /// the most).
   bool send(const void* bytes, std::size_t size);
   /// Writes what is queued as far as it goes without waiting.
   void flush();
@@ -52,12 +53,14 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   /// The next packet, for a program without a handler: waits up to `milliseconds` (negative: no
   /// limit). False if none came or the link has ended with none left.
   bool receive(Packet& packet, int milliseconds);
-  /// Called once when the link ends by the other side or the hub; at once if it has ended already.
+  /// Called once when the link ends by the other side or with the connection, not by close(); at
+  /// once if it has ended already.
   void onEnd(EndHandler handler);
 
   /// Puts one side of an interface onto this link. Both ends then negotiate
   /// (`spec->negotiate(...)`); when the link ends the object's virtual connection closes, so that a
-  /// call that waits fails. The link holds a reference to it.
+  /// call that waits fails. The link holds a reference to it until then. On a link that has ended
+  /// the virtual connection closes at once.
   void attach(STPSpecClass* spec);
 
   /// Ends the link; the other side is told.

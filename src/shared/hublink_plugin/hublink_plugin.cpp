@@ -14,6 +14,7 @@ constexpr std::int32_t kPluginRN = 2;
 constexpr std::int32_t kHubRN = 1;
 // Milliseconds between two tries to reach a hub that isn't there yet.
 constexpr int kConnectPause = 20;
+constexpr const char* kConnectionEnded = "the connection to the hub has ended";
 
 // The texts as a message takes them, valid while they live.
 std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
@@ -33,11 +34,11 @@ class Countdown {
       : endless_(milliseconds < 0),
         end_(platform::monotonicMilliseconds() +
              static_cast<std::uint64_t>(std::max(milliseconds, 0))) {}
-  /// Milliseconds that are left, at most one service step.
+  /// Milliseconds that are left, negative without a limit.
   int left() const {
-    if (endless_) return STP_WAIT_STEP;
+    if (endless_) return -1;
     const std::uint64_t now = platform::monotonicMilliseconds();
-    return now >= end_ ? 0 : static_cast<int>(std::min<std::uint64_t>(end_ - now, STP_WAIT_STEP));
+    return now >= end_ ? 0 : static_cast<int>(end_ - now);
   }
 
  private:
@@ -83,6 +84,7 @@ bool HublinkPlugin::isConnected() const {
 
 bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* host,
                             int milliseconds) {
+  disconnect();
   const Countdown countdown(milliseconds);
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
@@ -97,7 +99,11 @@ bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* 
 }
 
 bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int milliseconds) {
-  if (spec_) spec_->setTransport(nullptr);
+  disconnect();
+  if (spec_) {
+    spec_->detach();
+    spec_->setTransport(nullptr);
+  }
   transport_ = CountedPtr<STPTransport>(transport);
   spec_ = makeCounted<HublinkPluginSpec>(this);
   pluginID_ = -1;
@@ -113,7 +119,7 @@ bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int mill
 
 void HublinkPlugin::disconnect() {
   if (!transport_) return;
-  transport_->handleWrite();
+  flush();
   transport_->disconnect();
   connectionEnded();
 }
@@ -123,22 +129,31 @@ Hublink_plugin_Impl& HublinkPlugin::hub() {
 }
 
 void HublinkPlugin::setPersistent(bool persistent) {
-  spec_->PersistentService(persistent);
+  if (isConnected()) spec_->PersistentService(persistent);
 }
 
 std::int32_t HublinkPlugin::registerService(const std::string& name, LinkHandler connected,
                                             AcceptHandler accept, int milliseconds) {
   if (!isConnected()) return -1;
-  const auto serviceRN = std::make_shared<std::optional<std::int32_t>>();
-  rnHandlers_.push_back([this, serviceRN, name, connected = std::move(connected),
+  struct Question {
+    std::optional<std::int32_t> serviceRN;
+    bool awaited = true;
+  };
+  const auto question = std::make_shared<Question>();
+  rnHandlers_.push_back([this, question, name, connected = std::move(connected),
                          accept = std::move(accept)](const std::vector<std::int32_t>& list) {
-    *serviceRN = list.empty() ? -1 : list.front();
-    if (!list.empty()) services_[list.front()] = {name, connected, accept};
+    question->serviceRN = list.empty() ? -1 : list.front();
+    if (list.empty()) return;
+    if (question->awaited)
+      services_[list.front()] = {name, connected, accept};
+    else
+      spec_->UnregisterService(list.front());  // the caller was told that it failed
   });
   const char* text = name.c_str();
   spec_->RegisterServiceList({1, &text});
-  serveUntil([&] { return serviceRN->has_value(); }, milliseconds);
-  return serviceRN->value_or(-1);
+  serveUntil([&] { return question->serviceRN.has_value(); }, milliseconds);
+  question->awaited = false;
+  return question->serviceRN.value_or(-1);
 }
 
 void HublinkPlugin::unregisterService(std::int32_t serviceRN) {
@@ -161,7 +176,7 @@ ServiceReply HublinkPlugin::requestService(const ServiceQuery& query, int millis
 
 void HublinkPlugin::requestService(const ServiceQuery& query, ReplyHandler handler) {
   if (!isConnected()) {
-    handler(ServiceReply());
+    if (handler) handler(ServiceReply());
     return;
   }
   replyHandlers_[++lastCookie_] = std::move(handler);
@@ -173,29 +188,49 @@ void HublinkPlugin::requestService(const ServiceQuery& query, ReplyHandler handl
 }
 
 void HublinkPlugin::reserveRNs(std::int32_t count, RNHandler handler) {
+  if (!isConnected()) {
+    if (handler) handler({});
+    return;
+  }
   rnHandlers_.push_back(std::move(handler));
   spec_->ReserveRNBlock(count);
 }
 
 void HublinkPlugin::requestLocation(LocationHandler handler) {
+  if (!isConnected()) {
+    if (handler) handler("", -1);
+    return;
+  }
   locationHandlers_.push_back(std::move(handler));
   spec_->RequestLocation();
 }
 
 void HublinkPlugin::requestProvider(const std::string& serviceName, const char* workingDir,
                                     bool startIfNotRunning, ProviderHandler handler) {
+  if (!isConnected()) {
+    if (handler) handler(-1);
+    return;
+  }
   providerHandlers_[++lastCookie_] = std::move(handler);
   spec_->RequestPluginIdForService(lastCookie_, serviceName.c_str(), workingDir, startIfNotRunning);
 }
 
 void HublinkPlugin::requestValue(std::int32_t pluginID, const std::string& name,
                                  AnswerHandler handler) {
+  if (!isConnected()) {
+    if (handler) handler(std::nullopt);
+    return;
+  }
   answerHandlers_.emplace(std::pair(pluginID, name), std::move(handler));
   spec_->RequestValueOfNameOnPlugin(pluginID, name.c_str());
 }
 
 void HublinkPlugin::requestPluginConnect(const std::string& host, std::uint16_t port,
                                          PluginHandler handler) {
+  if (!isConnected()) {
+    if (handler) handler(-1, kConnectionEnded);
+    return;
+  }
   pluginHandlers_[++lastCookie_] = std::move(handler);
   spec_->RequestPluginConnect(host.c_str(), port, lastCookie_);
 }
@@ -207,21 +242,31 @@ void HublinkPlugin::run() {
 }
 
 bool HublinkPlugin::serve(int milliseconds) {
-  if (!isConnected()) return false;
-  const CountedPtr<STPTransport> hold = transport_;
-  hold->serviceOnce(milliseconds);
+  if (isConnected()) {
+    const CountedPtr<STPTransport> hold = transport_;
+    hold->serviceOnce(milliseconds);
+  }
   if (isConnected()) return true;
   connectionEnded();
-  return false;
+  return isConnected();  // a handler may have connected again
 }
 
 bool HublinkPlugin::serveUntil(const std::function<bool()>& done, int milliseconds) {
   const Countdown countdown(milliseconds);
   while (!done()) {
     const int left = countdown.left();
-    if (left == 0 || !serve(left)) return done();
+    const int step = left < 0 ? STP_WAIT_STEP : std::min(left, STP_WAIT_STEP);
+    if (step == 0 || !serve(step)) return done();
   }
   return true;
+}
+
+void HublinkPlugin::flush() {
+  while (wantsWrite()) {
+    const std::int64_t before = transport_->writeCount();
+    transport_->handleWrite();
+    if (transport_->writeCount() >= before) return;
+  }
 }
 
 std::shared_ptr<HublinkLink> HublinkPlugin::openLink(std::int32_t localRN, std::int32_t remoteRN,
@@ -243,7 +288,9 @@ void HublinkPlugin::connectionRequested(const ConnectionRequest& request, std::i
   const Service service = place->second;  // a handler may withdraw it
   ConnectionRequest named = request;
   named.serviceName = service.name;
+  const CountedPtr<STPTransport> asked = transport_;
   const bool accepted = !service.accept || service.accept(named);
+  if (transport_.get() != asked.get() || !isConnected()) return;
   if (!accepted) {
     spec_->ConnectionAcceptedEvent(serviceRN, remoteRN, false);
     return;
@@ -262,7 +309,7 @@ void HublinkPlugin::connectionReplied(std::int32_t cookie, const ServiceReply& r
   if (reply.outcome == ServiceReply::Outcome::accepted) {
     answer.link = openLink(localRN, serviceRN, reply.pluginID, serviceName, true);
     // Nobody waits any more.
-    if (node.empty()) answer.link->close();
+    if (node.empty() || !node.mapped()) answer.link->close();
   } else if (localRN != -1) {
     spec_->ReleaseRN(localRN);
   }
@@ -285,21 +332,30 @@ void HublinkPlugin::closeLink(HublinkLink& link) {
   link.end();
 }
 
-// Nothing will be answered any more.
+// Nothing will be answered any more. All tables are taken first: a handler may connect again, and
+// what it asks and offers then belongs to the new connection.
 void HublinkPlugin::connectionEnded() {
-  for (const auto& [key, link] : std::exchange(links_, {})) link->end();
-  for (const auto& [cookie, handler] : std::exchange(replyHandlers_, {}))
-    if (handler) handler(ServiceReply());
-  for (const auto& handler : std::exchange(rnHandlers_, {}))
-    if (handler) handler({});
-  for (const auto& [cookie, handler] : std::exchange(providerHandlers_, {}))
-    if (handler) handler(-1);
-  for (const auto& [cookie, handler] : std::exchange(pluginHandlers_, {}))
-    if (handler) handler(-1, "the connection to the hub has ended");
-  for (const auto& [question, handler] : std::exchange(answerHandlers_, {}))
-    if (handler) handler(std::nullopt);
-  locationHandlers_.clear();
+  const auto links = std::exchange(links_, {});
+  const auto replies = std::exchange(replyHandlers_, {});
+  const auto rns = std::exchange(rnHandlers_, {});
+  const auto providers = std::exchange(providerHandlers_, {});
+  const auto plugins = std::exchange(pluginHandlers_, {});
+  const auto answers = std::exchange(answerHandlers_, {});
+  const auto locations = std::exchange(locationHandlers_, {});
   services_.clear();
+  for (const auto& [key, link] : links) link->end();
+  for (const auto& [cookie, handler] : replies)
+    if (handler) handler(ServiceReply());
+  for (const auto& handler : rns)
+    if (handler) handler({});
+  for (const auto& [cookie, handler] : providers)
+    if (handler) handler(-1);
+  for (const auto& [cookie, handler] : plugins)
+    if (handler) handler(-1, kConnectionEnded);
+  for (const auto& [question, handler] : answers)
+    if (handler) handler(std::nullopt);
+  for (const auto& handler : locations)
+    if (handler) handler("", -1);
 }
 
 std::uint16_t hublinkPortArgument(int argc, char** argv) {

@@ -73,23 +73,29 @@ class HublinkPlugin {
   using ValueHandler = std::function<std::optional<std::string>(const std::string& name)>;
 
   HublinkPlugin();
+  /// Disconnects. Not to be destroyed within one of its handlers.
   ~HublinkPlugin();
   HublinkPlugin(const HublinkPlugin&) = delete;
   HublinkPlugin& operator=(const HublinkPlugin&) = delete;
 
   /// Connects to the hub on `port` of `host`, negotiates and learns the plugin ID. A hub that isn't
-  /// there yet is tried again until `milliseconds` have passed. False with a text in `error`.
+  /// there yet is tried again until `milliseconds` have passed (negative: no limit). False with a
+  /// text in `error`. A connection that this plugin has is ended first.
   bool connect(std::uint16_t port, std::string& error, const char* host = "localhost",
                int milliseconds = 5000);
-  /// The same on a transport that is connected to a hub already.
+  /// The same on a transport that is connected to a hub already; the plugin takes a reference to
+  /// it.
   bool attach(STPTransport* transport, std::string& error, int milliseconds = 5000);
+  /// Ends the connection, after writing what is queued as far as that goes without waiting. As at
+  /// any end of it, links end, services go, and open questions are answered as failed.
   void disconnect();
   bool isConnected() const;
   /// The number that the hub has given this plugin; -1 before.
   std::int32_t pluginID() const { return pluginID_; }
 
   /// Offers a service: each requester that `accept` takes (none: all are taken) gives `connected` a
-  /// link. Waits until the hub has the registration; the service's RN, or -1.
+  /// link. Waits until the hub has the registration (negative time: no limit); the service's RN, or
+  /// -1, and then the service isn't offered, also if the hub's answer comes later.
   std::int32_t registerService(const std::string& name, LinkHandler connected,
                                AcceptHandler accept = {}, int milliseconds = 5000);
   /// Withdraws a service; links that are up stay so.
@@ -98,12 +104,17 @@ class HublinkPlugin {
   ServiceReply requestService(const ServiceQuery& query, int milliseconds = 30000);
   /// Asks without waiting.
   void requestService(const ServiceQuery& query, ReplyHandler handler);
-  /// Asks for `count` RNs for the plugin's own use.
+
+  // A question asked without a connection, or still open at its end, is answered as failed.
+
+  /// Asks for `count` RNs for the plugin's own use, given back with `hub().ReleaseRN`; no RNs if
+  /// that failed.
   void reserveRNs(std::int32_t count, RNHandler handler);
-  /// Asks where the hub listens.
+  /// Asks where the hub listens; an empty name and -1 if that failed.
   using LocationHandler = std::function<void(const std::string& hostName, std::int32_t port)>;
   void requestLocation(LocationHandler handler);
-  /// Asks who provides a service; -1 for nobody.
+  /// Asks who provides a service; -1 for nobody. With `workingDir` (or null) only a provider with
+  /// this working directory counts.
   using ProviderHandler = std::function<void(std::int32_t pluginID)>;
   void requestProvider(const std::string& serviceName, const char* workingDir,
                        bool startIfNotRunning, ProviderHandler handler);
@@ -115,20 +126,26 @@ class HublinkPlugin {
   void requestPluginConnect(const std::string& host, std::uint16_t port, PluginHandler handler);
   /// Answers questions about named values; none means that there is no such value.
   void onValueRequest(ValueHandler handler) { valueHandler_ = std::move(handler); }
-  /// Whether the hub stays up for this plugin's sake; it does unless told otherwise.
+  /// Whether the hub stays up for this plugin's sake; it does unless told otherwise. Ignored
+  /// without a connection.
   void setPersistent(bool persistent);
-  /// The messages between plugin and hub, for what has no call of its own here.
+  /// The messages between plugin and hub, for what has no call of its own here. Only after a
+  /// connect() that went well, and until the next.
   Hublink_plugin_Impl& hub();
 
-  /// Serves until stop() or the end of the connection.
+  /// Serves until a stop() in a handler or the end of the connection.
   void run();
   void stop() { stopped_ = true; }
-  /// One step of at most `milliseconds`; false once the connection has ended.
+  /// One step of at most `milliseconds`, in which handlers run; false once the connection has
+  /// ended, which all who wait have then been told.
   bool serve(int milliseconds);
   /// Serves until `done` or the time is up (negative: no limit); the last word of `done`.
   bool serveUntil(const std::function<bool()>& done, int milliseconds);
+  /// Writes what is queued as far as it goes without waiting.
+  void flush();
 
   // --- For a loop of one's own ---
+  /// -1 without a connection. The descriptor stays the plugin's.
   int descriptor() const { return transport_ ? transport_->fileDescriptor() : -1; }
   bool wantsWrite() const { return transport_ && transport_->isWritePending(); }
   bool hasDeliverable() const { return transport_ && transport_->hasDeliverable(); }

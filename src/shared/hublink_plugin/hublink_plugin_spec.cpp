@@ -88,7 +88,10 @@ void HublinkPluginSpec::ForwardedRequestValueOfNameOnPlugin(std::int32_t request
                                                             std::int32_t my_plugin_id,
                                                             const char* name) {
   std::optional<std::string> value;
-  if (plugin_ && plugin_->valueHandler_) value = plugin_->valueHandler_(textOf(name));
+  if (plugin_) {
+    const auto handler = plugin_->valueHandler_;  // it may be replaced in the call
+    if (handler) value = handler(textOf(name));
+  }
   ValueOfNameOnPluginResponseEvent(requesting_plugin_id, my_plugin_id, name,
                                    value ? value->c_str() : nullptr);
 }

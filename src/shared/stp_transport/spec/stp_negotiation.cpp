@@ -13,6 +13,7 @@ namespace {
 
 using Hold = CountedPtr<STPSpecClass>;
 
+constexpr const char* kNoTagsDown = "[awaitTags]: virtual connection is down";
 constexpr const char* kReplyTimeout = "awaitNegotiate: timed out waiting for reply.";
 
 void report(STPStatus* status, std::int32_t code, const char* text) {
@@ -59,6 +60,7 @@ void STPSpecClass::sendNegotiate(bool writeNow, RetryHandler*, STPStatus* status
     report(status, STP_FAILED, "[sendNegotiate]: virtual connection is down");
     return;
   }
+  const Hold hold(this);
   const CountedPtr<STPTransport> link = transport;
   const auto message =
       link->newMessage(sourceRN, destinationRN, STP_NEGOTIATION, STP_NEGOTIATE, STP_ONE_WAY);
@@ -149,19 +151,22 @@ void STPSpecClass::negotiateLocally() {
   negotiated = true;
 }
 
-// Serves the transport until a message has set the flag.
-void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, STPStatus* status) {
+// Serves the transport until a message has set the flag or the virtual connection goes down, which
+// `downText` tells.
+void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, const char* downText,
+                             STPStatus* status) {
   const Hold hold(this);
   const CountedPtr<STPTransport> link = transport;
   if (status) status->clear();
   ++busy;
   if (retry) retry->start();
   while (!flag) {
+    if (!isVirtualConnectionUp()) {
+      report(status, STP_FAILED, downText);
+      break;
+    }
     if (retry && !retry->shouldRetry()) {
-      if (link->status().good())
-        report(status, STP_TIMEOUT, kReplyTimeout);
-      else if (status)
-        *status = link->status();
+      report(status, STP_TIMEOUT, kReplyTimeout);
       break;
     }
     if (retry) {
@@ -181,13 +186,13 @@ void STPSpecClass::awaitTags(RetryHandler* retry, STPStatus* status) {
     return;
   }
   if (!receiveUp) {
-    report(status, STP_FAILED, "[awaitTags]: virtual connection is down");
+    report(status, STP_FAILED, kNoTagsDown);
     return;
   }
   const Hold hold(this);
   // The record may have come before there was a listener for it.
   transport->redispatchUnclaimed(destinationRN, sourceRN, STP_NEGOTIATION);
-  awaitFlag(negotiated, retry, status);
+  awaitFlag(negotiated, retry, kNoTagsDown, status);
 }
 
 void STPSpecClass::negotiate(RetryHandler* retry, STPStatus* status) {
@@ -204,7 +209,7 @@ void STPSpecClass::awaitNegotiate(RetryHandler* retry, STPStatus* status) {
   link->enqueueMessage(
       *link->newMessage(sourceRN, destinationRN, STP_NEGOTIATION, STP_READY, STP_ONE_WAY));
   STPStatus outcome;
-  awaitFlag(peerReady, retry, &outcome);
+  awaitFlag(peerReady, retry, "[send]: virtual connection is down", &outcome);
   if (outcome.good()) peerReady = false;
   if (status) *status = outcome;
 }
@@ -215,11 +220,9 @@ void STPSpecClass::fetchFormats(RetryHandler* retry, STPStatus* status) {
     return;
   }
   const Hold hold(this);
-  const CountedPtr<STPTransport> link = transport;
-  const auto query = link->newMessage(sourceRN, destinationRN, STP_NEGOTIATION, STP_FORMAT_QUERY,
-                                      STP_WANTS_RESPONSE);
-  const std::uint32_t sequence = link->sendMessage(*query, retry, status);
-  const auto response = link->awaitResponse(sequence, retry, status);
+  const auto query = transport->newMessage(sourceRN, destinationRN, STP_NEGOTIATION,
+                                           STP_FORMAT_QUERY, STP_WANTS_RESPONSE);
+  const auto response = callStubMessage(*query, retry, status);
   if (response) readFormatRecord(*response);
 }
 

@@ -25,7 +25,7 @@ STPSpecClass_HandleMessages::~STPSpecClass_HandleMessages() {
 }
 
 STPSpecClass::STPSpecClass(const STPSpecTables& tables)
-    : retryHandler(std::make_unique<STPRetryHandler>()),
+    : retryHandler(std::make_shared<STPRetryHandler>()),
       specName(tables.specName),
       tagCount(tables.tagCount),
       tagNames(tables.tagNames),
@@ -87,7 +87,7 @@ void STPSpecClass::setRetryHandler(RetryHandler* handler) {
 
 void STPSpecClass::setDefaultRetryHandler(RetryHandler* handler) {
   gen_assert(handler != nullptr, "rt != NULL", __FILE__, __LINE__);
-  std::unique_ptr<RetryHandler> offered(handler);
+  std::shared_ptr<RetryHandler> offered(handler);
   if (!retrySet) retryHandler = std::move(offered);
 }
 
@@ -243,6 +243,7 @@ void STPSpecClass::sendStubMessage(STPMessage& message, bool wait, RetryHandler*
     return;
   }
   const Hold hold(this);
+  const std::shared_ptr<RetryHandler> held = retryHandler;
   if (!retry) retry = getRetryHandler();
   gen_assert(retry != nullptr, "rt != NULL", __FILE__, __LINE__);
   STP_RetryCondition condition(this);
@@ -258,6 +259,7 @@ std::unique_ptr<STPReceivedMessage> STPSpecClass::callStubMessage(STPMessage& me
                                                                   STPStatus* status) {
   const Hold hold(this);
   const CountedPtr<STPTransport> link = transport;
+  const std::shared_ptr<RetryHandler> held = retryHandler;
   if (!retry) retry = getRetryHandler();
   gen_assert(retry != nullptr, "rt != NULL", __FILE__, __LINE__);
   STP_RetryCondition condition(this);

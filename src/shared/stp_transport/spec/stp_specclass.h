@@ -175,7 +175,8 @@ class STPSpecClass {
   std::int32_t refCount = 1;
   bool dying = false;
   bool retrySet = false;
-  std::unique_ptr<RetryHandler> retryHandler;
+  /// Shared with the waits that use it: within one, another may take its place.
+  std::shared_ptr<RetryHandler> retryHandler;
   const char* specName;
   std::int32_t tagCount;
   const char* const* tagNames;
@@ -198,7 +199,7 @@ class STPSpecClass {
   std::unique_ptr<STPSpecClass_HandleMessages> listener;
 
  private:
-  void awaitFlag(const bool& flag, RetryHandler* retry, STPStatus* status);
+  void awaitFlag(const bool& flag, RetryHandler* retry, const char* downText, STPStatus* status);
   void leaveTransport();
   void takeMessageEntry(std::string_view name, std::uint32_t id, std::uint32_t flags);
   void takeFormat(std::string_view name, std::string_view format);
