@@ -87,3 +87,11 @@ TEST_F(RemoteTest, LeavesUnlessItOwesAnAnswer) {
   EXPECT_EQ(a->next(), "ConnectionDroppedEvent 11 10");
   EXPECT_EQ(a->counts(), "2/2");
 }
+
+TEST_F(RemoteTest, ALocationHasLeftWhenTheNextMessageIsHandled) {
+  startHub();
+  RawPeer leaving = joinRaw();
+  leaving.send(hubMessageBytes("RequestLocation") + hubMessageBytes("RequestHublinkDisconnect"));
+  EXPECT_EQ(leaving.next().id(), indexOf(kHubSends, "LocationEvent"));
+  EXPECT_TRUE(leaving.ends());
+}

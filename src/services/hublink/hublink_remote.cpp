@@ -39,6 +39,8 @@ void Hublink::answerValueOfName(std::int32_t askerID, std::int32_t pluginID, con
 
 void Hublink::sendLocation(HublinkConnection* asker) {
   asker->LocationEvent(gen_host_name(), static_cast<std::int32_t>(port));
+  // Whoever asks may want to leave with its next message, which would drop what is still queued.
+  STPTransport::flushMarked();
 }
 
 void Hublink::logMessage(const char* message) {

@@ -94,6 +94,8 @@ class STPTransport {
   std::uint32_t sendMessage(STPMessage& message, RetryHandler* retry, STPStatus* status = nullptr);
   /// Queues and tries to write at most `attempts` times, without waiting.
   std::uint32_t postMessage(STPMessage& message, int attempts, STPStatus* status = nullptr);
+  /// Writes what has been queued on any transport, as far as that goes at once. Closes none.
+  static void flushMarked();
   /// Takes the packets that the read buffer holds and delivers what has been put off.
   void parseInput();
 
@@ -207,7 +209,6 @@ class STPTransport {
   void retryDeferred();
   void finishInput();
   void markUnflushed();
-  static void flushMarked();
 
   // Delivery.
   std::size_t countListeners(const ListenerKey& key) const;
