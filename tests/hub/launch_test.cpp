@@ -256,6 +256,18 @@ TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
   EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Slow' 13 1 0 1 12 4 null 1");
 }
 
+TEST_F(LaunchTest, ARequesterThatGoesDuringItsLaunchIsForgotten) {
+  const Plugin leaving = join();
+  leaving->ask("Slow", 1);
+  leaving->getTransport()->handleWrite();
+  EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
+  leaving->vanish();
+  touch("go");
+  awaitCounts("2/2");
+  first->ask("Slow", 2, 3);
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Slow' 11 1 0 1 10 3 null 2");
+}
+
 // A child that never connects is given up and left alone.
 TEST(Launch, AHangingChildIsGivenUp) {
   const Scratch directory;

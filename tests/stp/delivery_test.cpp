@@ -1,3 +1,5 @@
+#include "platform/clock.h"
+#include "platform/readiness.h"
 #include "stp/pair.h"
 #include "stp_transport/retry/stp_retryhandler.h"
 #include "stp_transport/transport/stp_channel.h"
@@ -222,6 +224,28 @@ TEST(RetryHandlers, GiveUpWithTheirTransport) {
   EXPECT_TRUE(timed.shouldRetry());
   pair.a->disconnect();
   EXPECT_FALSE(timed.shouldRetry());
+}
+
+// A wait for what is there already ends as soon as its own packet has left.
+TEST(Channel, WaitsNoLongerThanItsOwnPacket) {
+  const Pair pair = socketPair();
+  for (const auto& [type, id] : {std::pair(STP_SYNC, 0u), {STP_CHANNEL, STP_CHANNEL_CREATE}})
+    pair.b->enqueueMessage(*pair.b->newMessage(30, 20, type, id, 0));
+  pair.b->handleWrite();
+  pair.a->serviceOnce(1000);
+  // As though it were another process: what reaches it ends no wait of this one.
+  platform::readiness().forget(pair.b->fileDescriptor());
+  const std::uint64_t start = platform::monotonicMilliseconds();
+  pair.a->awaitSync(20, 30, nullptr);
+  const std::unique_ptr<STPChannel> channel(pair.a->createChannel(20, 30, nullptr));
+  channel->closeChannel(nullptr);
+  EXPECT_TRUE(channel->status().good());
+  EXPECT_LT(platform::monotonicMilliseconds() - start, STP_WAIT_STEP / 2u);
+}
+
+TEST(RetryHandlers, TakeTheDefaultForWhatIsTooLong) {
+  EXPECT_EQ(TimeoutSTPRetryHandler(nullptr, 30000).limit(), 30000);
+  EXPECT_EQ(TimeoutSTPRetryHandler(nullptr, INT32_MAX).limit(), STPRetryHandler(-1).limit());
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "stp_transport/retry/stp_retryhandler.h"
 
+#include <cstdint>
+
 #include "platform/clock.h"
 #include "stp_transport/spec/stp_specclass.h"
 #include "stp_transport/transport/stp_transport.h"
@@ -9,6 +11,11 @@ namespace {
 constexpr int kPause = 50;  // ms
 // Added to a number of milliseconds to tell a retry handler that it is one.
 constexpr int kMillisecondsMark = 1000000;
+
+// Without a meaning, and so the default limit, if it is too long to be told.
+int specFor(int milliseconds) {
+  return milliseconds > INT32_MAX - kMillisecondsMark ? 0 : milliseconds + kMillisecondsMark;
+}
 
 }  // namespace
 
@@ -25,7 +32,7 @@ void STPRetryHandler::wait() {
 }
 
 TimeoutSTPRetryHandler::TimeoutSTPRetryHandler(STPTransport* transport, int milliseconds)
-    : STPRetryHandler(transport, milliseconds + kMillisecondsMark) {}
+    : STPRetryHandler(transport, specFor(milliseconds)) {}
 
 STP_RetryCondition::STP_RetryCondition(STPSpecClass* spec) : spec_(spec) {}
 

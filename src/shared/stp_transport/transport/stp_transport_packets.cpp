@@ -86,6 +86,7 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
     return 0;
   }
   enterCall(message.header.chain, message.header.depth, message.header.flags);
+  bool failed = false;
   if (inProcess_ && notify_) {
     notify_(notifyArgument_);
   } else {
@@ -96,8 +97,8 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
       if (isWritePending() && status_.good())
         status_.set(STP_TIMEOUT, "[sendMessage]: reached timeout while waiting to send message");
     }
+    failed = !status_.good();
   }
-  const bool failed = !status_.good();
   if (failed || (message.header.flags & STP_ONE_WAY)) leaveCall();
   copyStatus(status);
   return failed ? 0 : sequence;
@@ -141,6 +142,7 @@ void STPTransport::parseInput() {
 // Passes the packet at the front of the read buffer on or delivers it. The buffer is in a sound
 // state before anything is called that may come back here.
 void STPTransport::takePacket(const STPPacketTest& test) {
+  heldBack_ = false;
   if (passOn(test)) return;
   const std::int64_t stored = stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
   auto message = std::make_unique<STPReceivedMessage>(readBuffer_.bytes + readOffset_,

@@ -24,7 +24,10 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
       copyStatus(status);
       return;
     }
+    const std::int64_t pending = writeCount_;
     flushMarked();
+    // A write of its own is what this step was to bring: whoever waits for it doesn't sleep on.
+    if (writeCount_ < pending) timeout = 0;
     bool failed = false;
     if (!canWrite() && !canRead()) platform::readiness().wait(timeout, failed);
     if (failed)
