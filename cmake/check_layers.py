@@ -14,7 +14,8 @@ ROOMS = {
     "src/shared/indtime": ["src/platform", "src/shared/indgen"],
     "src/shared/libcxxutil": ["src/platform", "src/shared/indgen"],
 }
-ROOMS["src/shared/stp_transport"] = list(ROOMS)
+ROOMS["src/shared/active_hub"] = list(ROOMS)
+ROOMS["src/shared/stp_transport"] = [room for room in ROOMS if room != "src/shared/active_hub"]
 ROOMS["generated"] = list(ROOMS)
 ROOMS["src/shared/hublink_plugin"] = list(ROOMS)
 ROOMS["src/services/hublink"] = [room for room in ROOMS if room != "src/shared/hublink_plugin"]

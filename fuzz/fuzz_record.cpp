@@ -8,7 +8,7 @@ namespace {
 void readAll(STPReceivedMessage& message, int depth) {
   STPReceivedMessage::Mark mark;
   std::int32_t length = 0;
-  for (int i = 0; i < 20 && !message.atArrayEnd(); ++i) {
+  for (int i = 0; i < 20; ++i) {
     message.readInt("flags");
     message.readString("vstamp");
     message.readWord("name", &length);

@@ -43,6 +43,8 @@ long readDescriptor(int descriptor, void* bytes, unsigned long count);
 
 /// A descriptor that children don't inherit. `mode` is used for a file that is created.
 int openFile(const char* path, unsigned flags, unsigned mode);
+/// Closes a descriptor that is no socket: 0 or the error.
+int closeDescriptor(int descriptor);
 int fileStatus(const char* path, FileStatus& status);
 /// The same, but a symbolic link itself is described, not what it leads to.
 int linkStatus(const char* path, FileStatus& status);
@@ -59,6 +61,9 @@ int removeDirectory(const char* path);
 int workingDirectory(char* buffer, unsigned long size);
 /// Bytes that this user may still write on the volume of `path`, or an error.
 std::int64_t freeDiskSpace(const char* path);
+/// The absolute name of a file without links, "." and "..". If it can't be had, `resolved` is the
+/// place where following the path stopped.
+int resolvePath(const char* path, std::string& resolved);
 /// The type name of the file system that holds `path`; empty if it can't be asked.
 std::string fileSystemName(const char* path);
 

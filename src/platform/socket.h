@@ -51,12 +51,12 @@ Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count);
 /// From here on transfers on this socket wait, for at most `milliseconds` each (0: no limit); one
 /// that takes longer gives wouldBlock. True if set.
 bool makeBlocking(Socket socket, int milliseconds);
+/// From here on a transfer on this descriptor never waits. True if set.
+bool makeNonBlocking(int descriptor);
 
 /// 0 or the error.
 int shutdownStream(Socket socket);
 int closeStream(Socket socket);
-/// Closes a descriptor that is no socket.
-int closeDescriptor(int descriptor);
 
 /// Port of the local end in host order, 0 if it can't be had.
 std::uint16_t localPort(Socket socket);

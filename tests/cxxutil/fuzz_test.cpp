@@ -25,31 +25,28 @@ class Mutator {
  public:
   Mutator() {
     const fs::path seeds = fs::path(__FILE__).parent_path() / "../../fuzz/seeds/options";
-    for (const auto& entry : fs::directory_iterator(seeds)) files_.push_back(entry.path().string());
+    for (const auto& entry : fs::directory_iterator(seeds))
+      files_.push_back(contents(entry.path().string()));
     std::sort(files_.begin(), files_.end());
-    for (std::string& file : files_) file = contents(file);
   }
 
   std::string next() {
-    std::string text = oneOf(files_);
+    std::string text = files_[below(files_.size())];
     for (std::size_t changes = 1 + below(8); changes > 0; --changes) {
       const std::size_t at = below(text.size() + 1), count = below(text.size() - at + 1);
-      const std::string& other = oneOf(files_);
+      const std::string& other = files_[below(files_.size())];
       const std::string added[] = {std::string(1, static_cast<char>(below(256))),
                                    kPieces[below(std::size(kPieces))], "",
                                    text.substr(at, text.size() < 20000 ? count : 20),
                                    other.substr(below(other.size() + 1), 100)};
-      const std::size_t kind = below(std::size(added));
-      text.replace(at, added[kind].empty() ? count % 20 : 0, added[kind]);
+      const std::string& piece = added[below(std::size(added))];
+      text.replace(at, piece.empty() ? count % 20 : 0, piece);
     }
     return text;
   }
 
  private:
   std::size_t below(std::size_t count) { return random_() % count; }
-  const std::string& oneOf(const std::vector<std::string>& texts) {
-    return texts[below(texts.size())];
-  }
 
   std::mt19937 random_{20240229};  // NOLINT(cert-msc51-cpp): the same run every time
   std::vector<std::string> files_;

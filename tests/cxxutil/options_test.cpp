@@ -94,6 +94,23 @@ TEST_F(OptionsTest, TheFirstSyntaxErrorEndsTheReading) {
   });
 }
 
+// Each golden/NAME.cfg with what is said about it in golden/NAME.expected.
+TEST_F(OptionsTest, SaysWhatIsWrongInBadFiles) {
+  namespace fs = std::filesystem;
+  const fs::path golden = fs::path(__FILE__).parent_path() / "golden";
+  fs::copy(golden, scratch.path(), fs::copy_options::recursive);
+  for (const auto& entry : fs::directory_iterator(golden)) {
+    fs::path file = entry.path();
+    if (file.extension() != ".cfg") continue;
+    ut_options_database options("golden");
+    const std::string copy = scratch / file.filename().string();
+    bool read = false;
+    std::string said = reported(scratch, [&] { read = options.read(copy.c_str()); });
+    said += read ? "read\n" : "refused\n";
+    EXPECT_EQ(said, contents(file.replace_extension(".expected").string())) << file;
+  }
+}
+
 TEST_F(OptionsTest, ReadsIntoAnyNodeAndRemembersFiles) {
   ut_options_database options("test");
   EXPECT_FALSE(options.read((scratch / "missing").c_str()));

@@ -1,24 +1,16 @@
 // The command line, the ways in which the hub refuses to start, and those in which it ends.
 #include <gmock/gmock.h>
 
-#include <sstream>
+#include <filesystem>
 
+#include "indgen/format.h"
 #include "platform/clock.h"
 #include "stp_transport/transport/stp_socket.h"
 #include "support/hub_test.h"
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 using EntryTest = HubTest;
-
-namespace {
-
-std::string inBase(std::ios_base& (*base)(std::ios_base&), std::uint16_t number) {
-  std::ostringstream text;
-  text << std::showbase << base << number;
-  return text.str();
-}
-
-}  // namespace
 
 TEST_F(EntryTest, RefusesToStart) {
   std::uint16_t taken = 0;
@@ -38,14 +30,16 @@ TEST_F(EntryTest, RefusesToStart) {
       {{"-port"}, "Error: Option -port needs a value.\n"},
       {{"-port", takenPort, "-LOG"}, "Error: Option -LOG needs a value.\n"},
       {{"-connect_hublink", nobody, "-hl_zone"}, "Error: Option -hl_zone needs a value.\n"},
+      {{"-port", "65536"}, "Error: The port must be at most 65535.\n"},
+      {{"-connect_hublink", "-1"}, "Error: The port must be at most 65535.\n"},
       {{"-port", "0"}, noPort},
       {{"-port", "abc"}, noPort},
       {{"-not_shared"}, noPort},
       {{"port", takenPort, "--port", takenPort, "-por", takenPort}, noPort},
       {{"-log", "-port", takenPort}, noPort},
       {{"-port", takenPort}, inUse},
-      {{"-PORT", inBase(std::hex, taken), "-unknown"}, inUse},
-      {{"-port", inBase(std::oct, taken)}, inUse},
+      {{"-PORT", gen_asprintf("0x%X", taken).get(), "-unknown"}, inUse},
+      {{"-port", gen_asprintf("0%o", taken).get()}, inUse},
       {{"-port", " +" + takenPort + "x"}, inUse},
       {{"-connect_hublink", nobody}, noPeer},
       {{"-port", takenPort, "-connect_hublink", nobody, "-not_shared"}, noPeer},
@@ -77,35 +71,78 @@ TEST_F(EntryTest, HubWithoutRecordGoesWithItsLastPersistentPlugin) {
   EXPECT_EQ(hub->waitForEnd(), 0);
 }
 
-TEST_F(EntryTest, StopsInOrderWhenAsked) {
-  startHub({"-hl_log_internal", directory / "internal"});
-  const Plugin second = join();
-  hub->terminate();
-  EXPECT_EQ(hub->waitForEnd(), 0);
-  EXPECT_EQ(first->next(), "closed");
-  EXPECT_EQ(second->next(), "closed");
-  EXPECT_THAT(contents(directory / "internal"), HasSubstr(": Shutting down Hublink.\n"));
-}
-
+// While one hub runs out, so does another one, whose lock somebody holds.
 TEST_F(EntryTest, SharedHubOutlivesItsLastPersistentPluginByFourSeconds) {
+  const std::string record = directory / "svc_zone", kept = directory / "svc_kept";
   port = freePort();
   hub = std::make_unique<HubProcess>(
       std::vector<std::string>{"-port", std::to_string(port), "-hl_zone", "zone",
                                "-hl_log_internal", directory / "internal"},
       directory);
-  auto link = makeCounted<STPTransport>();
-  // Nothing announces a port of another process.
-  await([&] { return link->connect("127.0.0.1", port), link->isConnected(); });
-  first = makeCounted<TestPlugin>(link.get());
+  const std::string start = "Port = " + std::to_string(port) + "\nPid = ";
+  ASSERT_TRUE(await([&] { return contents(record).rfind(start, 0) == 0; }));
+  first = connectPlugin();
   ASSERT_EQ(first->next(), "PluginId 1");
   first->RequestLocation();
   EXPECT_EQ(first->nextNumber("LocationEvent"), port);
-  const std::uint64_t start = platform::monotonicMilliseconds();
+  EXPECT_TRUE(std::filesystem::exists(record));
+  directory.write("svc_kept.lock", "");
+  HubProcess locked({"-port", std::to_string(freePort()), "-hl_zone", "kept"}, directory);
+  const std::uint64_t idleFrom = platform::monotonicMilliseconds();
   first->PersistentService(false);
+  EXPECT_TRUE(await([&] { return !std::filesystem::exists(record); }));
+  EXPECT_EQ(first->counts(), "0/1") << "it still serves";
   EXPECT_EQ(first->next(), "closed");
-  const std::uint64_t passed = platform::monotonicMilliseconds() - start;
+  const std::uint64_t passed = platform::monotonicMilliseconds() - idleFrom;
   EXPECT_GE(passed, 4000u);
   EXPECT_LT(passed, 8000u);
   EXPECT_EQ(hub->waitForEnd(), 0);
   EXPECT_THAT(contents(directory / "internal"), HasSubstr(": Removed active hublink file.\n"));
+  EXPECT_EQ(locked.waitForEnd(), 0);
+  EXPECT_THAT(contents(kept), StartsWith("Port = "));
+  EXPECT_TRUE(std::filesystem::exists(kept + ".lock"));
+}
+
+TEST_F(EntryTest, StoppedHubLeavesTheRecordOfItsSuccessor) {
+  const std::string record = directory / "svc_zone";
+  isShared = true;
+  startHub({"-hl_zone", "zone"});
+  const std::string own = contents(record);
+  EXPECT_THAT(own, StartsWith("Port = " + std::to_string(port) + "\n"));
+  const std::string next = std::to_string(freePort());
+  HubProcess successor({"-port", next, "-hl_zone", "zone"}, directory);
+  ASSERT_TRUE(await([&] {
+    return contents(record).find("\nPid = ") != std::string::npos && contents(record) != own;
+  }));
+  hub->terminate();
+  EXPECT_EQ(hub->waitForEnd(), 0);
+  EXPECT_THAT(contents(record), StartsWith("Port = " + next + "\n"));
+  successor.terminate();
+  EXPECT_EQ(successor.waitForEnd(), 0);
+  EXPECT_FALSE(std::filesystem::exists(record));
+}
+
+TEST_F(EntryTest, StoppedHubTakesItsPluginsAndItsRecordAlong) {
+  isShared = true;
+  startHub({"-hl_zone", ""});
+  const Plugin second = join();
+  const char* child[] = {LAUNCHED_PLUGIN, "idle"};
+  first->RequestPluginLaunch({2, child}, 9, false, nullptr);
+  EXPECT_EQ(first->next(), "PluginConnectedEvent 9 3 ''");
+  EXPECT_TRUE(std::filesystem::exists(directory / "svc"));
+  // One more is on its way and doesn't come.
+  const std::string begun = directory / "begun", go = directory / "go", done = directory / "done";
+  const char* slow[] = {LAUNCHED_PLUGIN, "record", begun.c_str(), "await",
+                        go.c_str(),      "record", done.c_str(),  "exit"};
+  first->RequestPluginLaunch({8, slow}, 10, false, nullptr);
+  EXPECT_TRUE(await([&] { return std::filesystem::exists(begun); }));
+  hub->terminate();
+  EXPECT_EQ(hub->waitForEnd(), 0);
+  directory.write("go", "");
+  EXPECT_EQ(first->next(), "PluginConnectedEvent 10 -1 'Failed to launch plugin'");
+  EXPECT_EQ(first->next(), "closed");
+  EXPECT_EQ(second->next(), "closed");
+  EXPECT_FALSE(std::filesystem::exists(directory / "svc"));
+  EXPECT_FALSE(std::filesystem::exists(directory / "svc.lock"));
+  EXPECT_TRUE(await([&] { return std::filesystem::exists(done); }));
 }

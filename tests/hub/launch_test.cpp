@@ -1,6 +1,7 @@
 // Providers on demand: a hub with description files beside it, and children that behave in every
 // way.
-#include <algorithm>
+#include <gmock/gmock.h>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -8,6 +9,10 @@
 #include "platform/clock.h"
 #include "services/hublink/hublink.h"
 #include "support/hub_test.h"
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 namespace {
 
@@ -62,7 +67,7 @@ class LaunchTest : public HubTest {
     plain({"idle"}, "NeverRegisters");
     plain({"provide", "AnotherName"}, "Misnamed");
     plain({"await", directory / "go", "provide", "Slow"}, "Slow");
-    file << section("thing.so", {}, "Library", "SharedObject = yes");
+    file << section("thing.so", {}, "Library", "SharedObject = yes AdaExecName = \"ada.so\"");
     file << section(
         "launched_plugin",
         {"record", directory / "seen", "provide", "Seen", "", "two words", "quo\\\"te", "back\\\\"},
@@ -70,12 +75,14 @@ class LaunchTest : public HubTest {
     file << "}\n";
   }
   void touch(const std::string& name) { std::ofstream(directory / name) << "x"; }
-  std::string awaitContents(const std::string& name) {
-    await([&] { return !contents(directory / name).empty(); });
-    return contents(directory / name);
-  }
   bool logHas(const std::string& text) {
     return contents(directory / "log").find(text) != std::string::npos;
+  }
+  /// The child whose launch waits for the file "go" is on its way.
+  void awaitSlowLaunch(const Plugin& requester) {
+    requester->ask("Slow", 1);
+    requester->getTransport()->handleWrite();
+    EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
   }
 
  private:
@@ -106,6 +113,10 @@ TEST_F(LaunchTest, EveryOutcomeForAService) {
     EXPECT_LT(platform::monotonicMilliseconds() - start, 3000u)
         << service << ": a death is noticed when it happens";
   }
+  first->SetPreferAda(true);
+  first->ask("Library", 8);
+  EXPECT_EQ(first->next(),
+            "ConnectionReplyEvent 'Library' -1 1 1 0 -1 -1 '" + directory / "ada.so" + "' 8");
 }
 
 TEST_F(LaunchTest, RequestsShareOneProviderUnlessTheyWantTheirOwn) {
@@ -125,7 +136,13 @@ TEST_F(LaunchTest, RequestsShareOneProviderUnlessTheyWantTheirOwn) {
   EXPECT_EQ(provider[1], 2);
   EXPECT_EQ(provider[3], 3);
   EXPECT_TRUE(provider[2] == 2 || provider[2] == 3) << provider[2];
-  awaitCounts("3/3");
+  // One that works elsewhere is started for whoever wants that, and found there by the next.
+  for (const int cookie : {4, 5}) {
+    first->RequestServiceConnection("Beside", -1, {}, (directory / "elsewhere").c_str(), true,
+                                    cookie, false, false);
+    EXPECT_THAT(first->next(), HasSubstr(" 4 null " + std::to_string(cookie)));
+  }
+  awaitCounts("4/4");
 }
 
 TEST_F(LaunchTest, ARequestWaitsForAPluginThatDoesNotRegister) {
@@ -167,7 +184,7 @@ TEST_F(LaunchTest, ChildrenSeeTheirArgumentsAndEnvironment) {
                                "-hl_debug_startup\n-hl_debug_debugger\ngdb\n"
                                "-hl_debug_debugger_opts\n -hl_private -P \n" +
                                path + ":/lib/x/\na value\n";
-  EXPECT_EQ(awaitContents("seen"), expected);
+  EXPECT_EQ(contents(directory / "seen"), expected);
   EXPECT_TRUE(logHas("Ignored the environment variable \"BAD=NAME\".\n"));
 }
 
@@ -185,15 +202,13 @@ TEST_F(LaunchTest, PlainLaunches) {
   EXPECT_EQ(launch({"no_such_program"}), failed);
   EXPECT_EQ(launch({}), failed);
   EXPECT_EQ(launch({""}), failed);
-  const std::string start = launch({"tool", "-x"}, true);
-  EXPECT_EQ(start.rfind("StartPlugin ['tool' '-x' '-hl_client_start_cookie' '1' "
-                        "'-hl_connect_hublink_host' '",
-                        0),
-            0u)
-      << start;
-  EXPECT_NE(start.find("'-hl_connect_hublink_port' '" + std::to_string(port) + "']"),
-            std::string::npos)
-      << start;
+  first->DebugPlugin("tool", true, nullptr, "opts");
+  EXPECT_THAT(launch({"/dir/tool", "-x"}, true),
+              AllOf(StartsWith("StartPlugin ['/dir/tool' '-x' '-hl_debug_startup' "
+                               "'-hl_debug_debugger' 'could_not_locate_vestrel_or_adavestrel' "
+                               "'-hl_debug_debugger_opts' 'opts' '-hl_client_start_cookie' '1' "
+                               "'-hl_connect_hublink_host' '"),
+                    HasSubstr("'-hl_connect_hublink_port' '" + std::to_string(port) + "'] 1 ")));
   first->StartPluginEvent(77, true, nullptr);  // nobody has asked for that
   const Plugin started = join();
   started->StartPluginEvent(1, true, "fine");
@@ -206,15 +221,14 @@ TEST_F(LaunchTest, PlainLaunches) {
 TEST_F(LaunchTest, AClientStartsItsOwnProvider) {
   const auto ask = [](const Plugin& plugin, int cookie) {
     plugin->RequestServiceConnection("Beside", -1, {}, nullptr, false, cookie, false, true);
-    const std::string line = plugin->next();
-    EXPECT_EQ(line.rfind("StartPlugin ['launched_plugin' 'provide' 'Beside' ", 0), 0u) << line;
+    EXPECT_THAT(plugin->next(), StartsWith("StartPlugin ['launched_plugin' 'provide' 'Beside' "));
   };
   ask(first, 4);
   const Plugin started = join();
   EXPECT_EQ(started->id, 3) << "the ID between was set aside";
   started->StartPluginEvent(1, true, nullptr);
   const std::int32_t rn = started->provide("Beside");
-  EXPECT_EQ(started->next().rfind("ConnectionRequestedEvent 1 ", 0), 0u);
+  EXPECT_THAT(started->next(), StartsWith("ConnectionRequestedEvent 1 "));
   started->ConnectionAcceptedEvent(rn, rn + 1, true);
   EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Beside' 11 1 0 1 10 3 null 4");
   ask(first, 5);
@@ -235,9 +249,7 @@ TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
   const auto packet = [](std::int32_t to, std::uint32_t number) {
     return packetBytes({.destination = static_cast<std::uint32_t>(to), .id = number}, "8 bytes.");
   };
-  first->ask("Slow", 1);
-  first->getTransport()->handleWrite();
-  EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
+  awaitSlowLaunch(first);
   for (std::uint32_t i = 100; i < 200; ++i) {
     a.send(packet(rnB, i));
     ASSERT_EQ(b.next().id(), i);
@@ -258,9 +270,7 @@ TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
 
 TEST_F(LaunchTest, ARequesterThatGoesDuringItsLaunchIsForgotten) {
   const Plugin leaving = join();
-  leaving->ask("Slow", 1);
-  leaving->getTransport()->handleWrite();
-  EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
+  awaitSlowLaunch(leaving);
   leaving->vanish();
   touch("go");
   awaitCounts("2/2");
@@ -281,12 +291,11 @@ TEST(Launch, AHangingChildIsGivenUp) {
   auto link = makeCounted<STPTransport>();
   link->connect("127.0.0.1", hub.getPort());
   const Plugin plugin = makeCounted<TestPlugin>(link.get());
-  STPStatus status;
   std::uint64_t longestPass = 0;
   const auto pass = [&] {
     link->serviceOnce(0);
     const std::uint64_t start = platform::monotonicMilliseconds();
-    hub.servicePass(5, &status);
+    hub.servicePass(5);
     longestPass = platform::monotonicMilliseconds() - start;
   };
   while (hub.numPlugins() < 1 || !plugin->isNegotiated()) pass();

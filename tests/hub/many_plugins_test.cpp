@@ -3,10 +3,10 @@
 
 #include "support/hub_test.h"
 
-class ManyPluginsTest : public HubTest, public ::testing::WithParamInterface<int> {};
+using ManyPluginsTest = HubTest;
 
-TEST_P(ManyPluginsTest, AThousandAtOnce) {
-  startHub({}, GetParam());
+TEST_F(ManyPluginsTest, AThousandAtOnce) {
+  startHub({}, 256);
   constexpr std::size_t kPlugins = 1000;
   std::vector<RawPeer> peers;
   for (std::size_t i = 0; i < kPlugins; ++i) {
@@ -17,8 +17,7 @@ TEST_P(ManyPluginsTest, AThousandAtOnce) {
   std::vector<std::uint32_t> rns;
   for (RawPeer& peer : peers) {
     ASSERT_FALSE(peer.next().isEmpty());
-    const Packet told = peer.next();
-    ids.insert(told.read().getU32(tag("plugin_id")));
+    ids.insert(peer.next().read().getU32(tag("plugin_id")));
     rns.push_back(static_cast<std::uint32_t>(reserveRN(peer)));
   }
   EXPECT_EQ(ids.size(), kPlugins);
@@ -28,12 +27,8 @@ TEST_P(ManyPluginsTest, AThousandAtOnce) {
   // Each sends to the next.
   for (std::size_t i = 0; i < kPlugins; ++i)
     peers[i].send(packetBytes({.destination = rns[(i + 1) % kPlugins]}, std::to_string(i)));
-  for (std::size_t i = 0; i < kPlugins; ++i) {
-    const Packet got = peers[(i + 1) % kPlugins].next();
-    ASSERT_EQ(got.payload(), std::to_string(i));
-  }
+  for (std::size_t i = 0; i < kPlugins; ++i)
+    ASSERT_EQ(peers[(i + 1) % kPlugins].next().payload(), std::to_string(i));
   peers.clear();
   awaitCounts("1/1");
 }
-
-INSTANTIATE_TEST_SUITE_P(SoftLimits, ManyPluginsTest, ::testing::Values(256, 1024));

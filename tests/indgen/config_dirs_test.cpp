@@ -41,10 +41,9 @@ TEST_F(ConfigDirs, LayoutTellsWhereTheyAre) {
     EXPECT_STREQ(gen_defaults_dir(), (scratch / "src/configuration/defaults").c_str());
     EXPECT_EQ(relative(gen_config_dir()), "src/configuration/kvx_internal");
   });
-  inTree({"src/target", "src/configuration", "bin/target"}, installed);
-  inTree({"src/target", "src/configuration", "bin/defaults"}, installed);
-  inTree({"src/target"}, installed);
-  inTree({"src/configuration"}, installed);
+  for (const char* own : {"bin/target", "bin/defaults"})
+    inTree({"src/target", "src/configuration", own}, installed);
+  for (const char* only : {"src/target", "src/configuration"}) inTree({only}, installed);
 }
 
 TEST_F(ConfigDirs, FileIsTheFirstThatCanBeUsed) {

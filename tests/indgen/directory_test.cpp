@@ -19,8 +19,10 @@ std::vector<std::string> namesOf(gen_dir_walker& walker) {
 TEST(Directory, MakesAndKnowsDirectories) {
   const Scratch scratch;
   const std::string deep = scratch / "a/b//c/", file = scratch.write("file", "");
-  for (int again = 0; again < 2; ++again) EXPECT_EQ(gen_make_directory_path(deep.c_str(), 0755), 0);
+  for (const std::string& path : {deep, deep, scratch / "x:y/z"})
+    EXPECT_EQ(gen_make_directory_path(path.c_str(), 0755), 0);
   EXPECT_TRUE(gen_is_directory(deep.c_str()));
+  EXPECT_FALSE(fs::exists(scratch / "x:")) << "no drive";
   EXPECT_EQ(gen_make_directory_path((file + "/x").c_str(), 0755), -1);
   EXPECT_FALSE(gen_is_directory(file.c_str()) || gen_is_directory(nullptr));
 }

@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
+#include "indgen/find.h"
 #include "indgen/report.h"
-#include "platform/process.h"
 #include "scratch.h"
 
 namespace {
@@ -15,18 +15,13 @@ namespace fs = std::filesystem;
 // In a process of its own, since the values are worked out once.
 void expectHome(const char* config, const char* home, const char* profile,
                 const std::string& expected) {
-  const char* names[] = {"XDG_CONFIG_HOME", "HOME", "USERPROFILE"};
-  const char* values[] = {config, home, profile};
   const auto ask = [&] {
-    for (int i = 0; i < 3; ++i) {
-      platform::unsetEnvironmentVariable(names[i]);
-      if (values[i]) platform::setEnvironmentVariable(names[i], values[i]);
-    }
-    const char* found = gen_user_home();
-    std::fprintf(stderr, "<%s>", found ? found : "(none)");
-    std::_Exit(found && fs::is_directory(found) ? 0 : 1);
+    gen_setenv("XDG_CONFIG_HOME", config);
+    gen_setenv("HOME", home);
+    gen_setenv("USERPROFILE", profile);
+    std::_Exit(expected == gen_user_home() && fs::is_directory(expected) ? 0 : 1);
   };
-  EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "<" + expected + ">");
+  EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "") << expected;
 }
 
 TEST(Program, UserHomeIsTheFirstThatCanBeHad) {

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <new>
 #include <string>
 
@@ -21,55 +20,38 @@ class ReportTest : public testing::Test {
  protected:
   void SetUp() override { program_name = gen_strdup("tool"); }
   void TearDown() override { program_name = gen_text(); }
-
-  static std::string printed(const std::function<void()>& report) {
-    testing::internal::CaptureStderr();
-    report();
-    return testing::internal::GetCapturedStderr();
-  }
 };
-using ReportDeathTest = ReportTest;
 
-TEST_F(ReportTest, WritesNameLevelAndOneLineEnd) {
-  EXPECT_EQ(printed([] { gen_error("bad %s", "thing"); }), "tool: error: bad thing\n");
-  EXPECT_EQ(printed([] { gen_warning("w\n"), gen_raw("x"); }), "tool: warning: w\nx\n");
-  program_name = gen_strdup("");
-  EXPECT_EQ(printed([] { gen_info("i"); }), "info: i\n");
-}
-
-TEST_F(ReportTest, AddsTheErrorTextOnceAndClearsIt) {
-  errno = ENOENT;
-  EXPECT_EQ(printed([] { gen_errno_report("open\n"); }),
-            std::string("tool: fatal: open\n: ") + std::strerror(ENOENT) + "\n");
-  EXPECT_EQ(errno, 0);
-  EXPECT_EQ(printed([] { gen_errno_report("open"); }), "tool: fatal: open\n");
-}
-
-TEST_F(ReportTest, CountsByCodeAndInTotalBelowWarning) {
+TEST_F(ReportTest, LinesAndCounts) {
   const int total = gen_error_total, errors = gen_error_count[3], raw = gen_error_count[6];
-  printed([] { gen_error("1"), gen_error("2"), gen_warning("3"), gen_raw("4"); });
-  EXPECT_EQ(gen_error_count[3] - errors, 2);
+  testing::internal::CaptureStderr();
+  errno = ENOENT;
+  gen_errno_report("open\n");
+  EXPECT_EQ(errno, 0);
+  gen_errno_report("open");
+  gen_error("bad %s", "thing");
+  gen_warning("w\n");
+  gen_raw("x");
+  program_name = gen_strdup("");
+  gen_info("i");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            std::string("tool: fatal: open\n: ") + std::strerror(ENOENT) +
+                "\ntool: fatal: open\ntool: error: bad thing\ntool: warning: w\nx\ninfo: i\n");
+  EXPECT_EQ(gen_error_count[3] - errors, 1);
   EXPECT_EQ(gen_error_count[6] - raw, 1);
-  EXPECT_EQ(gen_error_total - total, 2);
+  EXPECT_EQ(gen_error_total - total, 3);
 }
 
-TEST_F(ReportDeathTest, ExitMessagesEndWithTheirStatus) {
+TEST_F(ReportTest, EndsOfTheProcess) {
   EXPECT_EXIT(gen_exit_message(0, "done"), ExitedWithCode(0), "^tool: done\n$");
   EXPECT_EXIT(gen_exit_message(9, "no"), ExitedWithCode(9), "^tool: fatal: no\n$");
   EXPECT_EXIT((errno = ENOENT, gen_fatal_errno(4, "f")), ExitedWithCode(4), "^tool: fatal: f: No");
-}
-
-TEST_F(ReportDeathTest, ExitFromCleanUpEndsAtOnce) {
-  EXPECT_EXIT(
-      {
-        std::atexit([] { std::fputs("late clean-up", stderr); });
-        std::atexit([] { gen_exit(7); });
-        gen_exit(3);
-      },
-      ExitedWithCode(7), "^$");
-}
-
-TEST_F(ReportDeathTest, AssertionsSayWhere) {
+  const auto exitFromCleanUp = [] {
+    std::atexit([] { std::fputs("late clean-up", stderr); });
+    std::atexit([] { gen_exit(7); });
+    gen_exit(3);
+  };
+  EXPECT_EXIT(exitFromCleanUp(), ExitedWithCode(7), "^$");
   gen_assert(true, "e", "f", 1);
   EXPECT_EXIT(gen_assert(false, "a < b", "f.cpp", 12, 5), ExitedWithCode(1),
               "^Assertion \\(a < b\\) \\[5\\] failed in 'f.cpp' on line 12 in tool\n$");
@@ -83,7 +65,7 @@ TEST(Memory, WrappersTellNoneFromReal) {
 }
 
 #ifndef __SANITIZE_ADDRESS__  // its allocator ends the process with a report of its own
-TEST_F(ReportDeathTest, ExhaustedMemoryEndsTheProcess) {
+TEST_F(ReportTest, ExhaustedMemoryEndsTheProcess) {
   volatile std::size_t huge = SIZE_MAX / 4;
   const char* const line = "^tool: fatal: Out of memory\n$";
   EXPECT_EXIT(gen_alloc(huge, 8), ExitedWithCode(3), line);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <numeric>
 #include <random>
 #include <utility>
 #include <vector>
@@ -24,12 +23,10 @@ TEST(Sort, SortsEveryLengthAndPatternInFewSteps) {
   std::mt19937 generator(1);
   for (int count : {0, 1, 2, 5, 6, 35, 36, 64, 65, 1000, 20000}) {
     for (int pattern = 0; pattern < 5; ++pattern) {
-      std::vector<int> values(static_cast<std::size_t>(count));
-      std::iota(values.begin(), values.end(), 0);
-      if (pattern == 1) std::reverse(values.begin(), values.end());
+      std::vector<int> values;
+      for (int i = 0; i < count; ++i)
+        values.push_back(pattern == 1 ? -i : pattern == 3 ? 7 : pattern == 4 ? i % 3 : i);
       if (pattern == 2) std::shuffle(values.begin(), values.end(), generator);
-      if (pattern == 3) std::fill(values.begin(), values.end(), 7);
-      if (pattern == 4) std::for_each(values.begin(), values.end(), [](int& v) { v %= 3; });
       std::vector<int> expected = values;
       std::sort(expected.begin(), expected.end());
       long steps = 0;
@@ -50,12 +47,8 @@ TEST(Sort, StableKeepsTheOrderOfEqualOnes) {
   }
 }
 
-TEST(Random, CrcGoesOnFromItsLastValue) {
-  EXPECT_EQ(gen_crc("123456789", 9, 0xFFFFFFFF), 0xa99f0b9eu);
+TEST(Random, CrcAndSequenceDependOnTheirStartAlone) {
   EXPECT_EQ(gen_crc("56789", 5, gen_crc("1234", 4, 0xFFFFFFFF)), 0xa99f0b9eu);
-}
-
-TEST(Random, SequenceDependsOnTheSeedAlone) {
   for (const std::uint32_t seed : {1u, 0x80000001u}) {
     gen_seed_random(seed);
     EXPECT_EQ(gen_random(), 1016015u);

@@ -60,16 +60,18 @@ class PluginTest : public HubTest {
       return done();
     }));
   }
-  ServiceReply request(const ServiceQuery& query) {
+  ServiceReply request(const ServiceQuery& query, HublinkPlugin* asker = nullptr) {
     std::optional<ServiceReply> reply;
-    requester.requestService(query, [&](const ServiceReply& answer) { reply = answer; });
+    (asker ? asker : &requester)->requestService(query, [&](const auto& answer) {
+      reply = answer;
+    });
     serveBoth([&] { return reply.has_value(); });
     return reply.value_or(ServiceReply());
   }
-  ServiceReply request(const char* name) {
+  ServiceReply request(const char* name, HublinkPlugin* asker = nullptr) {
     ServiceQuery query;
     query.serviceName = name;
-    return request(query);
+    return request(query, asker);
   }
 
   HublinkPlugin provider;
@@ -207,6 +209,12 @@ TEST_F(PluginTest, ServesInSomebodyElsesLoop) {
   HublinkPlugin nobody;
   EXPECT_FALSE(nobody.connect(freePort(), error, "127.0.0.1", 0));
   EXPECT_EQ(error, "[ConnectToServer]: connection refused");
+  for (const auto& [number, result] : {std::pair("0x100", 256), {"65536", 0}, {"-1", 0}}) {
+    const std::string words[] = {"x", "-HL_connect_hublink_port", number};
+    char* argv[] = {const_cast<char*>(words[0].c_str()), const_cast<char*>(words[1].c_str()),
+                    const_cast<char*>(words[2].c_str())};
+    EXPECT_EQ(hublinkPortArgument(3, argv), result) << number;
+  }
 }
 
 // Handlers may take away what they were called from.
@@ -264,12 +272,7 @@ TEST_F(PluginTest, HandlersMayCloseReplaceAndConnectAgain) {
   requester.disconnect();
   EXPECT_NE(rn, -1);
   serveBoth([&] { return locations == 1; });
-  std::optional<ServiceReply> reply;
-  ServiceQuery query;
-  query.serviceName = "Back";
-  provider.requestService(query, [&](const ServiceReply& answer) { reply = answer; });
-  serveBoth([&] { return reply.has_value(); });
-  EXPECT_EQ(reply->outcome, Outcome::accepted);
+  EXPECT_EQ(request("Back", &provider).outcome, Outcome::accepted);
 }
 
 TEST_F(PluginTest, EveryQuestionIsAnsweredOnceAndALateAnswerUndone) {

@@ -27,7 +27,7 @@ TEST(ArgumentVector, IsCutFromATextAndChangesWithinItsBounds) {
   ArgumentVector vector = copyArguments(more, 1);
   insertArgument(vector, 2, "no");
   insertArgument(vector, 0, "first");
-  insertArguments(vector, 1, more);
+  for (const int index : {-1, 1, 9}) insertArguments(vector, index, more);
   EXPECT_THAT(wordsOf(vector), ElementsAre("first", "x", "y", "x"));
   EXPECT_STREQ(removeArgument(vector, 2), "y");
   EXPECT_FALSE(removeArgument(vector, 3));

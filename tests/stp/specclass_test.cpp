@@ -71,7 +71,8 @@ class SpecClass : public testing::Test {
 TEST_F(SpecClass, MergesWhateverThePeerAnnounces) {
   peerSays(
       "name:other vstamp:\"7\" flags:0x1 tags:(0x4 )[ aaa alpha gamma zzz  ] "
-      "msgs:(0x3 )[ { id:0x8 name:Ask flags:0x2  } { id:0x5 name:New flags:0x12  } "
+      "msgs:(0x3 )[ { id:0x8 name:Ask flags:0x2  } { id:0x5 name:New flags:0x12 since:{ [ \"9\" ] "
+      "} } "
       "{ id:0x2 name:Zed flags:0x1  }  ] ");
   EXPECT_TRUE(near->isNegotiated());
   EXPECT_STREQ(near->getPeerName(), "other");
@@ -101,6 +102,11 @@ TEST_F(SpecClass, TakesAGarbledRecordWithoutHarm) {
         "msgs:(0x2 )[ alpha beta ] ", "tags:(0x2 ) msgs:(", "name:\"", "vstamp:\"\\"})
     peerSays(text);
   EXPECT_EQ(near->tagMap[1], -1);
+  near = makeCounted<Side>();
+  peerSays("name:silent ");
+  EXPECT_EQ(near->peerEntry("Tell")->id, 1u) << "it says nothing of messages";
+  peerSays("msgs:(0x0 )[  ] ");
+  EXPECT_EQ(near->peerEntry("Tell")->id, STP_NO_MESSAGE) << "it takes none";
 }
 
 TEST_F(SpecClass, RefusesToSendBeforeItMay) {
@@ -208,16 +214,30 @@ TEST_F(TwoSides, WhatIsPutOffRunsOnce) {
   near->negotiateLocally();
   pair.b->enterCall(0x00010001, 1, 0);
   near->sendStubMessage(*near->newStubMessage(1, STP_ONE_WAY), false, nullptr, nullptr);
+  const auto named = pair.a->newMessage(1, 2, STP_ASCII, STP_NO_MESSAGE, STP_IN_CHAIN_ONLY);
+  named->writeWord("Nobody beta:\"b\"");
+  pair.a->enqueueMessage(*named);
   pair.b->handleRead();
   EXPECT_TRUE(far->seen.empty());
-  EXPECT_EQ(far->deferredCount, 1);
+  EXPECT_EQ(far->deferredCount, 2);
   EXPECT_EQ(far->refCount, 2);
   pair.b->leaveCall();
   EXPECT_TRUE(pair.b->hasDeliverable());
   pair.b->parseInput();
-  EXPECT_EQ(far->seen.size(), 1u);
+  EXPECT_EQ(far->seen, (std::vector<std::string>{"binary 1 0", "ascii 4294967295 b"}));
   EXPECT_EQ(far->deferredCount, 0);
   EXPECT_EQ(far->refCount, 1);
+  // A call that holds others back is none of them, also where both ends are in this process.
+  Pump pump(pair.a.get(), pair.b.get());
+  const auto call = near->newStubMessage(0, STP_WANTS_RESPONSE | STP_HOLD_OTHERS);
+  EXPECT_TRUE(near->callStubMessage(*call, &pump, &status));
+  pair.b->enterCall(0x00010001, 1, 0);
+  near->sendStubMessage(*near->newStubMessage(1, STP_ONE_WAY), false, nullptr, nullptr);
+  pair.b->handleRead();
+  EXPECT_EQ(far->refCount, 2);
+  pair.b->disconnect();
+  EXPECT_EQ(far->refCount, 1) << "it may never run";
+  pair.b->leaveCall();
 }
 
 TEST_F(TwoSides, ACallFailsAtOnceWhenTheVirtualConnectionGoes) {

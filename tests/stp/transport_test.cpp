@@ -69,9 +69,11 @@ TEST(Transport, GuardsItsStates) {
   EXPECT_TRUE(listening->isListening());
   pair.b->serviceOnce(0, &status);
   EXPECT_STREQ(status.message, "[serviceOnce]: not bound and not listening.");
-  const STPTransportSet set{pair.a.get(), pair.b.get()};
-  serviceFirst(0, set, &status);
+  serviceFirst(0, {pair.a.get(), pair.b.get()}, &status);
   EXPECT_STREQ(status.message, "[serviceFirst]: not bound and not listening.");
+  pair.b->bindFD(99999);
+  pair.b->serviceOnce(-1, &status);
+  EXPECT_STREQ(status.message, "[handleRead]: read failed, closing connection");
   EXPECT_EQ(getListenSocket(port, &status), 0);
   EXPECT_STREQ(status.message, "[getListenSocket]: Could not bind to port");
   listening->disconnect();
@@ -190,11 +192,30 @@ TEST(Transport, PairsInOneProcessOutliveEachOther) {
   pair.a->enqueueMessage(*textMessage(*pair.a, STP_BINARY, "hello"));
   pump(argument);
   EXPECT_EQ(recorder.texts, std::vector<std::string>{"hello"});
-  pair.b.reset();
-  pump(argument);
+  pair.b->disconnect();
   STPStatus status;
   pair.a->handleRead(&status);
   EXPECT_EQ(status.code, STP_PEER_CLOSED);
+  EXPECT_FALSE(pair.a->isInProcess() || pair.b->isInProcess()) << "free for a socket";
+  pair.b.reset();
+  pump(argument);
+}
+
+TEST(Transport, AHandlerMayEndEveryTransportOfAStep) {
+  Pair one = socketPair(), two = socketPair();
+  STPTransportSet set{one.b.get(), two.b.get()};
+  Recorder recorder;
+  recorder.then = [&](STPReceivedMessage&) {
+    set.clear();
+    one.b.reset(), two.b.reset();
+  };
+  for (const Pair* pair : {&one, &two}) {
+    pair->b->addListener(2, 1, &recorder, STP_BINARY);
+    pair->a->enqueueMessage(*textMessage(*pair->a, STP_BINARY, "go"));
+    pair->a->handleWrite();
+  }
+  while (!set.empty()) serviceFirst(1000, set);
+  EXPECT_EQ(recorder.texts.size(), 1u);
 }
 
 // What stands from before is no failure of a message that the other side has been told of.

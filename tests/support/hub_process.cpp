@@ -8,7 +8,7 @@ HubProcess::HubProcess(const std::vector<std::string>& arguments, const Scratch&
   static int count = 0;
   output_ = directory / ("printed" + std::to_string(++count));
   // What a shared hub leaves for the tools must not reach those of this user.
-  platform::setEnvironmentVariable("XDG_CONFIG_HOME", (directory / "config").c_str());
+  platform::setEnvironmentVariable("TMP", directory.path().c_str());
   // Freed memory that an address sanitizer keeps would count as the hub's.
   platform::setEnvironmentVariable("ASAN_OPTIONS", "quarantine_size_mb=4");
   platform::StartRequest request;

@@ -35,8 +35,8 @@ void HubTest::TearDown() {
 
 void HubTest::startHub(std::vector<std::string> options, int softLimit) {
   const auto link = awaitClient([&](std::uint16_t listening) {
-    std::vector<std::string> arguments{"-connect_hublink", std::to_string(listening),
-                                       "-not_shared"};
+    std::vector<std::string> arguments{"-connect_hublink", std::to_string(listening)};
+    if (!isShared) arguments.emplace_back("-not_shared");
     arguments.insert(arguments.end(), options.begin(), options.end());
     hub = std::make_unique<HubProcess>(arguments, directory, softLimit, executable);
   });

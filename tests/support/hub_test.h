@@ -46,6 +46,7 @@ class HubTest : public ::testing::Test {
   const Scratch directory;
   std::string executable = HubProcess::builtExecutable();
   std::string expectedPrint;  // what the hub may print
+  bool isShared = false;      // the hub to be started leaves its record in `directory`
   std::unique_ptr<HubProcess> hub;
   std::uint16_t port = 0;  // the hub's
   Plugin first;

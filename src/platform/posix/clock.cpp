@@ -1,5 +1,6 @@
 #include "platform/clock.h"
 
+#include <errno.h>
 #include <time.h>
 
 namespace platform {
@@ -30,7 +31,7 @@ std::int64_t unixMilliseconds() {
 
 void sleepMilliseconds(int milliseconds) {
   timespec rest{milliseconds / 1000, (milliseconds % 1000) * 1000000L};
-  while (nanosleep(&rest, &rest) != 0) {
+  while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
   }
 }
 

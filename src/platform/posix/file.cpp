@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -70,6 +71,10 @@ int openFile(const char* path, unsigned flags, unsigned mode) {
   return outcome(open(path, system, static_cast<mode_t>(mode)));
 }
 
+int closeDescriptor(int descriptor) {
+  return close(descriptor) == 0 ? 0 : errno;
+}
+
 int fileStatus(const char* path, FileStatus& status) {
   if (!path) return -ENOENT;
   struct stat found {};
@@ -121,6 +126,14 @@ int removeDirectory(const char* path) {
 
 int workingDirectory(char* buffer, unsigned long size) {
   return getcwd(buffer, size) ? 0 : -errno;
+}
+
+int resolvePath(const char* path, std::string& resolved) {
+  char buffer[PATH_MAX] = "";
+  const int result = !path ? -ENOENT : realpath(path, buffer) ? 0 : -errno;
+  // Not every failure leaves its place.
+  resolved = buffer[0] || !path ? buffer : path;
+  return result;
 }
 
 std::int64_t freeDiskSpace(const char* path) {

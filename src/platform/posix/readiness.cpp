@@ -23,8 +23,12 @@ void ReadinessSet::watch(int descriptor) {
   event.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
   event.data.fd = descriptor;
   flags_[index] = kWatched;
-  if (epoll_ctl(set_, EPOLL_CTL_ADD, descriptor, &event) != 0 && errno == EPERM)
-    flags_[index] = kWatched | kReadable | kWritable | kAlways;
+  if (epoll_ctl(set_, EPOLL_CTL_ADD, descriptor, &event) == 0) return;
+  // Known from an earlier owner of the number: taken over, which tells its state anew.
+  if (errno == EEXIST && epoll_ctl(set_, EPOLL_CTL_MOD, descriptor, &event) == 0) return;
+  // A file, or no room in the set, or no descriptor at all. Trying it always costs time, but never
+  // waits for what nobody will announce.
+  flags_[index] = kWatched | kReadable | kWritable | kAlways;
 }
 
 void ReadinessSet::forget(int descriptor) {

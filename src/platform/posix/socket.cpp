@@ -156,16 +156,18 @@ bool makeBlocking(Socket socket, int milliseconds) {
          setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
 }
 
+bool makeNonBlocking(int descriptor) {
+  const int flags = fcntl(descriptor, F_GETFL);
+  return flags >= 0 &&
+         ((flags & O_NONBLOCK) != 0 || fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) == 0);
+}
+
 int shutdownStream(Socket socket) {
   return shutdown(socket, SHUT_RDWR) == 0 ? 0 : errno;
 }
 
 int closeStream(Socket socket) {
   return close(socket) == 0 ? 0 : errno;
-}
-
-int closeDescriptor(int descriptor) {
-  return close(descriptor) == 0 ? 0 : errno;
 }
 
 std::uint16_t localPort(Socket socket) {

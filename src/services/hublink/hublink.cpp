@@ -57,7 +57,7 @@ void Hublink::freshListener() {
 
 bool Hublink::startListening(bool notShared, const char* zone) {
   if (!openListener()) return false;
-  if (!notShared) activeRecord = std::make_unique<ActiveHubRecord>(port, zone);
+  if (!notShared) activeRecord = std::make_unique<ActiveHubRecord>(port, zone, nullptr, nullptr);
   return true;
 }
 
@@ -68,12 +68,11 @@ bool Hublink::workWaits() const {
 }
 
 void Hublink::servicePass(int timeout, STPStatus* status) {
-  status->clear();
-  acceptNewConnection(status);
-  if (!status->good()) return;
+  acceptNewConnection();
   stepNegotiation();
   serviceFirst(workWaits() ? 0 : timeout, transports, status);
-  if (status->code == STP_PEER_CLOSED) status->clear();
+  // A plugin that goes is no failure of the hub's.
+  if (status && status->code == STP_PEER_CLOSED) status->clear();
   reapDeadConnections();
   reapDeadTransports();
   platform::collectChildren();
@@ -116,6 +115,6 @@ void Hublink::logInternal(const char* format, ...) {
 }
 
 STPTransport* Hublink::forwardTarget(std::int32_t destinationRN) {
-  const HublinkConnection* owner = rns.owner(destinationRN);
+  const HublinkConnection* owner = connectionForRN(destinationRN);
   return owner ? owner->getTransport() : nullptr;
 }

@@ -19,7 +19,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "services/hublink/active_hub_record.h"
+#include "active_hub/active_hub_record.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/hublink_connection.h"
 #include "services/hublink/pending.h"
@@ -59,12 +59,15 @@ class Hublink : public ForwardingHandler {
   /// failure.
   bool startListening(bool notShared, const char* zone);
   /// One pass: accepts, looks at a negotiation, serves all transports for at most `timeout` ms, and
-  /// reaps what has died.
-  void servicePass(int timeout, STPStatus* status);
+  /// reaps what has died. A failure of the serving stands in `status`, which may be null; the pass
+  /// is complete all the same.
+  void servicePass(int timeout, STPStatus* status = nullptr);
   /// Silences the hub's last line, for one that never got to run.
   void abandonSetUp() { internalLog.reset(); }
   bool hasNoActiveRecord() const { return !activeRecord; }
   bool lockActiveRecord();
+  /// Whether the record on disk names this process.
+  bool ownsActiveRecord() const { return activeRecord && activeRecord->isOwn(); }
   void removeActiveRecord();
   void unlockActiveRecord();
   std::int32_t numPersistentPlugins() const { return numPersistent; }
@@ -84,10 +87,10 @@ class Hublink : public ForwardingHandler {
   static bool sameHost(HublinkConnection* requester, HublinkConnection* provider);
 
   // --- Brokering (hublink_brokering.cpp, hublink_requests.cpp, hublink_providers.cpp) ---
-  void releaseRN(HublinkConnection* owner, std::int32_t rn) { rns.release(owner, rn); }
+  void releaseRN(HublinkConnection* owner, std::int32_t rn) { connectionsByRN.release(owner, rn); }
   void reserveRNBlock(HublinkConnection* owner, std::int32_t count);
   void registerServiceList(HublinkConnection* provider, const StringArray& names);
-  void unregisterService(std::int32_t serviceRN) { services.remove(serviceRN); }
+  void unregisterService(std::int32_t serviceRN) { servicesByName.remove(serviceRN); }
   void requestServiceConnection(HublinkConnection* requester, const ServiceRequest& request);
   void connectionAccepted(HublinkConnection* provider, std::int32_t serviceRN,
                           std::int32_t remoteRN, bool accept);
@@ -120,6 +123,8 @@ class Hublink : public ForwardingHandler {
   /// Milliseconds that a launched child may take to connect; less for tests.
   void setLaunchLimit(int milliseconds) { launchLimit = milliseconds; }
 
+  friend class HublinkInspector;  // holds the tables against each other
+
  private:
   using Connections = std::list<CountedPtr<HublinkConnection>>;
 
@@ -133,15 +138,17 @@ class Hublink : public ForwardingHandler {
   std::int32_t nextPlugin();
   HublinkConnection* addConnection(const CountedPtr<STPTransport>& transport, std::int32_t process,
                                    const char* name, const char* workingDir);
-  void acceptNewConnection(STPStatus* status);
+  void acceptNewConnection();
   void acceptFailed();
   void stepNegotiation();
   void reapDeadConnections();
-  void reapDead(Connections& connections, const char* line);
+  void reapDead(Connections& connections, const char* stage);
   void takeDown(HublinkConnection* connection);
   void reapDeadTransports();
 
   // Brokering.
+  std::int32_t assignRN(HublinkConnection* owner) { return connectionsByRN.assign(owner); }
+  HublinkConnection* connectionForRN(std::int32_t rn) const { return connectionsByRN.owner(rn); }
   std::int32_t findServiceRN(HublinkConnection* requester, const char* name, std::int32_t pluginID,
                              const char* workingDir, bool localOnly) const;
   bool isServicePending(const char* name, const char* workingDir) const;
@@ -183,8 +190,8 @@ class Hublink : public ForwardingHandler {
     std::string failure;  ///< what the requester is told if that never happens
   };
 
-  ServiceTable services;
-  RNTable rns;
+  ServiceTable servicesByName;
+  RNTable connectionsByRN;
   STPTransportSet transports;
   Connections activeConnections;
   Connections negotiatingConnections;  // a queue
@@ -198,7 +205,7 @@ class Hublink : public ForwardingHandler {
   int listenSocket = 0;
   bool acceptBroken = false;        // the last accept failed
   std::uint64_t acceptRetryAt = 0;  // ms of the steady clock
-  std::int32_t lastPluginID = 0;
+  std::int32_t nextPluginID = 0;    // the last one handed out
   std::int32_t lastStartCookie = 0;
   int launchLimit = 30000;
   const ServiceDatabase& serviceDatabase;

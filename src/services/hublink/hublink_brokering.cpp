@@ -12,7 +12,7 @@ void Hublink::reserveRNBlock(HublinkConnection* owner, std::int32_t count) {
   std::vector<std::int32_t> list;
   if (count > 0 && count <= kLargestBlock) {
     list.reserve(static_cast<std::size_t>(count));
-    rns.assignBlock(owner, count, [&list](std::int32_t rn) { list.push_back(rn); });
+    connectionsByRN.assignBlock(owner, count, [&list](std::int32_t rn) { list.push_back(rn); });
   }
   owner->RNBlockReservedEvent({static_cast<std::int32_t>(list.size()), list.data()});
 }
@@ -20,14 +20,14 @@ void Hublink::reserveRNBlock(HublinkConnection* owner, std::int32_t count) {
 void Hublink::registerServiceList(HublinkConnection* provider, const StringArray& names) {
   if (names.count <= 0) return;
   std::vector<std::int32_t> list;
-  for (std::int32_t i = 0; i < names.count; ++i) list.push_back(rns.assign(provider));
+  for (std::int32_t i = 0; i < names.count; ++i) list.push_back(assignRN(provider));
   // The plugin's only way to learn its RNs, and it must know them before it is asked for one.
   provider->RNBlockReservedEvent({names.count, list.data()});
   for (std::int32_t i = 0; i < names.count; ++i) {
     const char* name = names.data[i];
     if (!name) continue;
     const std::int32_t serviceRN = list[static_cast<std::size_t>(i)];
-    services.add(name, serviceRN);
+    servicesByName.add(name, serviceRN);
     serviceRegistered(provider, name, serviceRN);
   }
 }
@@ -60,9 +60,9 @@ std::int32_t Hublink::findServiceRN(HublinkConnection* requester, const char* na
                                     bool localOnly) const {
   if (!name) return -1;
   const bool any = pluginID == -1 && !workingDir && !localOnly;
-  return services.find(name, [&](std::int32_t serviceRN) {
+  return servicesByName.find(name, [&](std::int32_t serviceRN) {
     if (any) return true;
-    HublinkConnection* owner = rns.owner(serviceRN);
+    HublinkConnection* owner = connectionForRN(serviceRN);
     return owner && (pluginID == -1 || pluginID == owner->getPluginID()) &&
            (!localOnly || sameHost(requester, owner)) &&
            (!workingDir || sameWorkingDir(workingDir, owner->getWorkingDir()));
@@ -83,7 +83,7 @@ bool Hublink::isServicePending(const char* name, const char* workingDir) const {
 void Hublink::askProvider(HublinkConnection* requester, HublinkConnection* provider,
                           const char* serviceName, std::int32_t serviceRN, TextPairs pairs,
                           std::int32_t clientCookie) {
-  const std::int32_t localRN = rns.assign(requester);
+  const std::int32_t localRN = assignRN(requester);
   const auto place =
       pendingAccepts.emplace(provider, PendingAccept{requester, provider, serviceName, localRN,
                                                      serviceRN, std::move(pairs), clientCookie});
@@ -111,7 +111,7 @@ void Hublink::connectionAccepted(HublinkConnection* provider, std::int32_t servi
 
 void Hublink::dropServiceConnection(HublinkConnection* sender, std::int32_t localRN,
                                     std::int32_t serviceRN) {
-  if (HublinkConnection* other = rns.owner(serviceRN)) {
+  if (HublinkConnection* other = connectionForRN(serviceRN)) {
     other->removePeerLink(serviceRN, localRN);
     other->ConnectionDroppedEvent(serviceRN, localRN);
   }
@@ -124,7 +124,7 @@ void Hublink::purgeConnection(HublinkConnection* connection) {
     adjustPersistentCount(false);
     connection->setPersistent(false);
   }
-  rns.releaseAll(connection, [this](std::int32_t rn) { services.remove(rn); });
+  connectionsByRN.releaseAll(connection, [this](std::int32_t rn) { servicesByName.remove(rn); });
   purgeRequests(connection);
   purgeAccepts(connection);
   purgeStarts(connection);
@@ -146,7 +146,7 @@ void Hublink::purgeAccepts(HublinkConnection* connection) {
     const bool asked = pending.provider == connection;
     const bool own = pending.requester == connection;
     if (asked && !own) {
-      rns.release(pending.requester, pending.localRN);
+      releaseRN(pending.requester, pending.localRN);
       pending.requester->ConnectionReplyEvent(pending.serviceName.c_str(), -1, true, false, false,
                                               0, -1, nullptr, pending.clientCookie);
     }

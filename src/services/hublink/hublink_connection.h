@@ -85,6 +85,8 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   void SetPreferAda(bool preferAda) override;
 
  private:
+  friend class HublinkInspector;
+
   Hublink* hub;
   std::int32_t pluginID;
   std::int32_t process;

@@ -15,12 +15,12 @@ constexpr std::uint64_t kAcceptRetry = 500;
 }  // namespace
 
 bool Hublink::pluginIDsLeft() const {
-  return lastPluginID < kLastPluginID;
+  return nextPluginID < kLastPluginID;
 }
 
 // Whoever needs an ID asks pluginIDsLeft() first.
 std::int32_t Hublink::nextPlugin() {
-  const std::int32_t nextPluginID = ++lastPluginID;
+  ++nextPluginID;
   GEN_ASSERT(nextPluginID > 0);
   GEN_ASSERT(nextPluginID < 65536);
   return nextPluginID;
@@ -40,7 +40,7 @@ HublinkConnection* Hublink::addConnection(const CountedPtr<STPTransport>& transp
   return connection.get();
 }
 
-void Hublink::acceptNewConnection(STPStatus* status) {
+void Hublink::acceptNewConnection() {
   if (!listener) {
     // Without a listener nobody could come any more: it is made anew as soon as it can be.
     acceptFailed();
@@ -50,9 +50,9 @@ void Hublink::acceptNewConnection(STPStatus* status) {
     if (platform::monotonicMilliseconds() < acceptRetryAt) return;
     listener->handleRead();  // nothing announces those who already wait
   }
-  const bool accepted = listener->tryAccept(false, status);
-  if (!status->good()) {
-    status->clear();
+  STPStatus status;
+  const bool accepted = listener->tryAccept(false, &status);
+  if (!status.good()) {
     acceptFailed();
     return;
   }
@@ -97,21 +97,18 @@ void Hublink::stepNegotiation() {
 }
 
 void Hublink::reapDeadConnections() {
-  reapDead(activeConnections, "Connection to plugin ID %d down.\n");
-  reapDead(negotiatingConnections, "Connection to plugin ID %d down in negotiation stage 2.\n");
+  reapDead(activeConnections, "");
+  reapDead(negotiatingConnections, " in negotiation stage 2");
 }
 
-void Hublink::reapDead(Connections& connections, const char* line) {
+void Hublink::reapDead(Connections& connections, const char* stage) {
   for (auto place = connections.begin(); place != connections.end();) {
     HublinkConnection* connection = place->get();
     if (!connection->isDead()) {
       ++place;
       continue;
     }
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    logInternal(line, connection->getPluginID());
-#pragma GCC diagnostic pop
+    logInternal("Connection to plugin ID %d down%s.\n", connection->getPluginID(), stage);
     takeDown(connection);
     place = connections.erase(place);
   }

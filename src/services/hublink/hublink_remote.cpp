@@ -11,8 +11,8 @@ void Hublink::requestPluginConnect(HublinkConnection* requester, const char* hos
   const gen_text failure =
       gen_asprintf("Hublink unable to connect to plugin on host %s and port %d.", host, peerPort);
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
-  STPStatus status;
-  if (pluginIDsLeft()) transport->connect(host, static_cast<std::uint16_t>(peerPort), &status);
+  const auto port16 = static_cast<std::uint16_t>(peerPort);
+  if (port16 == peerPort && pluginIDsLeft()) transport->connect(host, port16);
   if (!transport->isConnected()) {
     requester->PluginConnectedEvent(cookie, -1, failure);
     return;

@@ -32,7 +32,7 @@ void Hublink::requestServiceConnection(HublinkConnection* requester,
     const std::int32_t serviceRN = findServiceRN(requester, name, request.providingPluginID,
                                                  request.workingDir, request.localOnly);
     if (serviceRN != -1) {
-      if (HublinkConnection* provider = rns.owner(serviceRN)) {
+      if (HublinkConnection* provider = connectionForRN(serviceRN)) {
         askProvider(requester, provider, name, serviceRN, TextPairs(request.pairs),
                     request.clientCookie);
       } else {
@@ -68,7 +68,7 @@ void Hublink::requestPluginIdForService(HublinkConnection* requester, std::int32
                                         bool startupIfNotRunning) {
   const std::int32_t serviceRN = findServiceRN(requester, serviceName, -1, workingDir, false);
   if (serviceRN != -1) {
-    const HublinkConnection* owner = rns.owner(serviceRN);
+    const HublinkConnection* owner = connectionForRN(serviceRN);
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, owner ? owner->getPluginID() : -1,
                                             owner != nullptr);
   } else if (!startupIfNotRunning || !serviceName) {

@@ -1,4 +1,4 @@
-// The hub's entry: set-up, the main loop, and the end in order.
+// The hub's entry: set-up and the end in order around the main loop.
 #include <cstdio>
 #include <memory>
 
@@ -7,15 +7,13 @@
 #include "indgen/memory.h"
 #include "indgen/path.h"
 #include "indgen/program.h"
-#include "libcxxutil/ut_clock.h"
 #include "platform/process.h"
 #include "services/hublink/command_line.h"
 #include "services/hublink/hublink.h"
-#include "services/hublink/idle_logic.h"
+#include "services/hublink/main_loop.h"
 
 namespace {
 
-constexpr int kPassTimeout = 500;    // ms
 constexpr int kShutdownWait = 1000;  // ms for each child
 
 struct FileCloser {
@@ -28,33 +26,6 @@ File openLog(const char* name) {
   File file(name ? V_fopen(name, "w") : nullptr);
   if (file) std::setvbuf(file.get(), nullptr, _IOLBF, BUFSIZ);
   return file;
-}
-
-class HubIdleSubject : public IdleSubject {
- public:
-  explicit HubIdleSubject(Hublink& hub) : hub_(hub) {}
-  bool hasPersistentPlugin() const override { return hub_.numPersistentPlugins() > 0; }
-  bool isShared() const override { return !hub_.hasNoActiveRecord(); }
-  bool removeRecord() override {
-    if (!hub_.lockActiveRecord()) return false;
-    hub_.removeActiveRecord();
-    hub_.unlockActiveRecord();
-    hub_.logInternal("Removed active hublink file.\n");
-    return true;
-  }
-
- private:
-  Hublink& hub_;
-};
-
-void runMainLoop(Hublink& hub) {
-  HubIdleSubject subject(hub);
-  IdleLogic idle;
-  STPStatus status;
-  do {
-    hub.servicePass(kPassTimeout, &status);
-  } while (!platform::stopRequested() &&
-           idle.afterPass(subject, static_cast<std::int64_t>(systemTimeMilliseconds())));
 }
 
 // Everything that a process of this kind sets up once, before anything else runs.
@@ -98,6 +69,10 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "Error: Option %s needs a value.\n", line.missingValue);
     return 1;
   }
+  if (line.port > UINT16_MAX) {
+    std::fputs("Error: The port must be at most 65535.\n", stderr);
+    return 1;
+  }
   const File logFile = openLog(line.logFile);
   const bool oneFile = line.logFile && line.internalLogFile &&
                        std::string_view(line.logFile) == line.internalLogFile;
@@ -108,9 +83,10 @@ int main(int argc, char** argv) {
   }
   std::unique_ptr<STPFileLog> log;
   if (logFile) log = std::make_unique<STPFileLog>(logFile.get(), false);
+  // Before there is a record that would stay behind.
+  platform::installStopSignals();
   const auto hub = setUp(database, line, log.get(), oneFile ? logFile.get() : internalFile.get());
   if (!hub) return 1;
-  platform::installStopSignals();
   runMainLoop(*hub);
   hub->shutdownPlugins(hub->hasNoActiveRecord(), kShutdownWait);
   return 0;

@@ -1,6 +1,7 @@
 #include "services/hublink/pending.h"
 
 #include "indgen/find.h"
+#include "services/hublink/hublink_connection.h"
 
 TextPairs::TextPairs(const StringArray& texts) {
   for (std::int32_t i = 0; i < texts.count; ++i) texts_.push_back(optionalText(texts.data[i]));
@@ -14,4 +15,8 @@ StringArray TextPairs::view() const {
 
 bool sameWorkingDir(const char* a, const char* b) {
   return a && b && gen_same_path(a, b);
+}
+
+bool ByPluginID::operator()(const HublinkConnection* a, const HublinkConnection* b) const {
+  return a->getPluginID() < b->getPluginID();
 }

@@ -61,8 +61,11 @@ struct PendingAccept {
 
 /// In order of arrival.
 using PendingRequests = std::list<PendingRequest>;
+struct ByPluginID {
+  bool operator()(const HublinkConnection* a, const HublinkConnection* b) const;
+};
 /// By provider, and for each provider in order of arrival.
-using PendingAccepts = std::multimap<HublinkConnection*, PendingAccept>;
+using PendingAccepts = std::multimap<HublinkConnection*, PendingAccept, ByPluginID>;
 
 /// Whether two working directories, each possibly null, name the same one. Two nulls don't.
 bool sameWorkingDir(const char* a, const char* b);

@@ -39,6 +39,8 @@ class RNTable {
   std::size_t pages() const { return live_.size(); }
 
  private:
+  friend class HublinkInspector;
+
   static constexpr std::size_t kPageSize = 1024;
   struct Page {
     std::array<HublinkConnection*, kPageSize> owners{};

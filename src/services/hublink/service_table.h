@@ -19,6 +19,8 @@ class ServiceTable {
   std::size_t size() const { return byName_.size(); }
 
  private:
+  friend class HublinkInspector;
+
   using Names = std::multimap<std::string, std::int32_t, std::less<>>;
   Names byName_;
   std::unordered_map<std::int32_t, Names::iterator> byRN_;

@@ -360,7 +360,9 @@ void HublinkPlugin::connectionEnded() {
 
 std::uint16_t hublinkPortArgument(int argc, char** argv) {
   for (int i = 1; i + 1 < argc; ++i)
-    if (gen_equal_nocase(argv[i], "-hl_connect_hublink_port"))
-      return static_cast<std::uint16_t>(gen_strtoul(argv[i + 1], nullptr, 0));
+    if (gen_equal_nocase(argv[i], "-hl_connect_hublink_port")) {
+      const std::uint32_t port = gen_strtoul(argv[i + 1], nullptr, 0);
+      return port <= UINT16_MAX ? static_cast<std::uint16_t>(port) : std::uint16_t{0};
+    }
   return 0;
 }

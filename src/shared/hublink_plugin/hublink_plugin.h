@@ -188,5 +188,6 @@ class HublinkPlugin {
   ValueHandler valueHandler_;
 };
 
-/// The port after `-hl_connect_hublink_port` on a plugin's command line, or 0.
+/// The port after `-hl_connect_hublink_port` on a plugin's command line; 0 without one, or for a
+/// number that is none.
 std::uint16_t hublinkPortArgument(int argc, char** argv);

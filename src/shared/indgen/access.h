@@ -1,5 +1,7 @@
 // The file access layer: every file of the suite is reached through these operations, so that there
-// is one place where a search over several trees can take part.
+// is one place where the search over the trees of a view path (viewpath.h) takes part. While that
+// is off they are the plain calls; while it is on, a file is found, copied up or refused in the
+// view, and a name that is `^` or begins with `^/` is taken from the view's first node.
 //
 // Each has the arguments of the plain call that it stands for, gives that call's result (-1 or null
 // for a failure) and sets `errno`. The types are those of the platform room, since the system's own
@@ -17,13 +19,17 @@ int V_open(const char* path, unsigned flags, unsigned mode = 0666);
 /// library, `t`, `c` and `n` are allowed.
 std::FILE* V_fopen(const char* path, const char* mode);
 std::FILE* V_freopen(const char* path, const char* mode, std::FILE* stream);
-/// 0 if the file has the access that the platform::AccessBit of `mode` ask for.
+/// 0 if the file has the access that the platform::AccessBit of `mode` ask for. In a view what can
+/// be copied up can be written.
 int V_access(const char* path, int mode);
 int V_stat(const char* path, platform::FileStatus* buffer);
-/// Also forgets what gen_getcwd() remembers, even when it fails. An empty path fails.
+/// Also forgets what gen_getcwd() remembers, even when it fails. An empty path fails. In a
+/// view, a directory that only a lower node has is made in the first one; no name is ENOENT, no
+/// directory ENOTDIR, one that can't be made EPERM.
 int V_chdir(const char* path);
 /// A descriptor for writing; the file is made or emptied.
 int V_creat(const char* path, unsigned mode);
+/// In a view, a file that only a lower node has can't be removed: EPERM.
 int V_unlink(const char* path);
 
 /// The mode of an open by the suite's rule: with `w` or `a`, and neither `c` (commit to disk when

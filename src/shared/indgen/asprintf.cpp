@@ -1,3 +1,4 @@
+// Formatted printing into a new text of exactly the right size.
 #include <algorithm>
 #include <cstring>
 #include <type_traits>

@@ -70,10 +70,12 @@ int gen_make_directory_path(const char* path, unsigned mode) {
   if (!path || !*path) return -1;
   if (gen_is_directory(path)) return 0;
   const gen_text own = trimmed(path);
-  const gen_text parent = gen_directory_name(own);
-  // A cut that takes nothing off has come to the root.
-  if (parent && std::strcmp(parent, own) != 0 && gen_make_directory_path(parent, mode) != 0)
-    return -1;
+  // Unlike gen_directory_name, which would make a directory of the part of a name before a `:`.
+  const auto whole = static_cast<std::ptrdiff_t>(std::strlen(own));
+  std::ptrdiff_t cut = whole;
+  while (cut > 0 && !gen_is_separator(own.get()[cut - 1])) --cut;
+  const bool hasParent = cut > 0 && cut < whole;
+  if (hasParent && gen_make_directory_path(gen_strndup(own, cut), mode) != 0) return -1;
   return gen_make_directory(own, mode);
 }
 

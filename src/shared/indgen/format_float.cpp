@@ -1,3 +1,4 @@
+// Floating-point conversions: digits generated in double arithmetic, and their forms `f`, `e`, `g`.
 #include <algorithm>
 #include <charconv>
 #include <clocale>

@@ -163,8 +163,8 @@ bool gen_has_extension(const char* path, const char* extension) {
 gen_text gen_replace_extension(const char* path, const char* extension) {
   if (!path) return {};
   const char* mark = extensionMark(path);
-  const gen_text stem = mark ? gen_strndup(path, mark - path) : gen_strdup(path);
-  if (!extension) return gen_strdup(stem);
+  gen_text stem = mark ? gen_strndup(path, mark - path) : gen_strdup(path);
+  if (!extension) return stem;
   return gen_concat_char(stem, gen_extension_separator, withoutMark(extension));
 }
 

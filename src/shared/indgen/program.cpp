@@ -10,6 +10,8 @@
 #include "indgen/path.h"
 #include "indgen/report.h"
 #include "indgen/text.h"
+#include "indgen/view_nodes.h"
+#include "indgen/viewpath.h"
 #include "platform/host.h"
 
 gen_text program_path;
@@ -26,8 +28,10 @@ void takeProgramPath() {
   if (!path.empty()) program_path = gen_strdup(path.c_str());
 }
 
-// Reports of what still runs after this go without the names.
+// Reports of what still runs after this go without the names, and its files without a view.
 void releaseNames() {
+  V_free_vpath();
+  gen_set_view_nodes(nullptr);
   program_name = gen_text();
   program_path = gen_text();
   programDirectory = gen_text();
@@ -62,6 +66,7 @@ void gen_initialise() {
   gen_install_new_handler();
   takeProgramPath();
   program_name = gen_replace_extension(gen_base_name(program_path), nullptr);
+  gen_viewpathing(0);
   static const int registered = std::atexit(releaseNames);
   static_cast<void>(registered);
   gen_big_endian = isBigEndian();

@@ -12,7 +12,8 @@ extern gen_text program_path;
 /// True on a machine whose numbers have their highest byte first; set by gen_initialise().
 extern bool gen_big_endian;
 
-/// Starts the support library; the first call of a program.
+/// Starts the support library; the first call of a program. The view path is off: a program that
+/// wants one starts it afterwards.
 void gen_initialise();
 
 /// The directory of the executable, in full form.

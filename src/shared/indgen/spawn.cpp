@@ -10,7 +10,7 @@
 #include "indgen/command_line.h"
 #include "indgen/find.h"
 #include "indgen/path.h"
-#include "platform/socket.h"
+#include "platform/file.h"
 
 platform::ProcessId last_process = 0;
 platform::ProcessId last_process_id = 0;

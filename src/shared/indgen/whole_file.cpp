@@ -10,7 +10,7 @@
 #include "indgen/format.h"
 #include "indgen/path.h"
 #include "indgen/text.h"
-#include "platform/socket.h"
+#include "platform/file.h"
 
 namespace {
 
@@ -23,6 +23,14 @@ using Stream = std::unique_ptr<std::FILE, Close>;
 
 Stream opened(const char* path, const char* mode) {
   return Stream(V_fopen(path, mode));
+}
+
+// The system opens a directory too, and refuses only to read it: too late for a target that was
+// emptied for its copy.
+Stream openedToRead(const char* path) {
+  if (!gen_is_directory(path)) return opened(path, "rb");
+  errno = EISDIR;
+  return nullptr;
 }
 
 // Closes a written stream: what was buffered may fail only now.
@@ -77,7 +85,7 @@ std::int64_t gen_file_size(const char* path) {
 }
 
 int gen_read_file(const char* path, gen_text& buffer, std::size_t& size) {
-  const Stream stream = opened(path, "rb");
+  const Stream stream = openedToRead(path);
   if (!stream) return -1;
   const std::int64_t expected = gen_file_size(path);
   std::size_t room = (expected > 0 ? static_cast<std::size_t>(expected) : 0) + 2;
@@ -112,7 +120,7 @@ int gen_append_text(const char* path, const char* format, ...) {
 int gen_copy_file(const char* from, const char* to) {
   platform::FileStatus status;
   if (isSameFile(from, to) || V_stat(from, &status) != 0) return -1;
-  const Stream source = opened(from, "rb");
+  const Stream source = openedToRead(from);
   Stream target = source ? opened(to, "wb") : nullptr;
   if (!target) return -1;
   const bool good = copied(source.get(), target.get());
@@ -121,7 +129,7 @@ int gen_copy_file(const char* from, const char* to) {
 }
 
 int gen_copy_to_stream(const char* path, std::FILE* stream) {
-  const Stream source = opened(path, "rb");
+  const Stream source = openedToRead(path);
   return source && stream && copied(source.get(), stream) ? 0 : -1;
 }
 
@@ -160,7 +168,7 @@ int gen_touch(const char* path) {
 }
 
 int gen_files_differ(const char* a, const char* b) {
-  const Stream first = opened(a, "rb"), second = opened(b, "rb");
+  const Stream first = openedToRead(a), second = openedToRead(b);
   if (!first || !second) {
     gen_error("Could not open file: %s", first ? b : a);
     return -1;

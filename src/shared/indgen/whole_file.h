@@ -14,7 +14,7 @@ std::int64_t gen_file_size(const char* path);
 /// Reads all of a file into `buffer`, closed by a zero that `size` doesn't count.
 int gen_read_file(const char* path, gen_text& buffer, std::size_t& size);
 int gen_append_text(const char* path, const char* format, ...) GEN_PRINTF(2, 3);
-/// Copies contents and mode. A file can't be copied onto itself.
+/// Copies contents and mode. Refused for a directory, and for a file onto itself.
 int gen_copy_file(const char* from, const char* to);
 int gen_copy_to_stream(const char* path, std::FILE* stream);
 /// Refused when either is a directory. If the system refuses, `to` is removed and it is tried

@@ -136,6 +136,9 @@ class ut_attribute_list {
 
   /// Texts closed by a null entry, or none at all.
   struct Strings {
+    Strings() = default;
+    Strings(Strings&&) = default;  // a copy would point into the original
+    Strings& operator=(Strings&&) = default;
     std::vector<const char*> texts;
     std::vector<std::string> copies;  ///< what `texts` points into, if they were duplicated
     /// Null for none.

@@ -63,6 +63,7 @@ void insertArgument(ArgumentVector& vector, int index, const char* text) {
 }
 
 void insertArguments(ArgumentVector& vector, int index, const char* const* list) {
+  if (index < 0) return;
   for (; list && *list; ++list) insertArgument(vector, index++, *list);
 }
 

@@ -81,7 +81,9 @@ void STPChildProcess::launch(RetryHandler* retry, STPStatus* status) {
     retry->wait();
     *status = transport_->status();
     if (retry->shouldRetry()) continue;
-    status->set(STP_TIMEOUT, "[launch]: Timed out while waiting for child to connect.");
+    // The handler may have given up because the transport has failed, which says more.
+    if (status->good())
+      status->set(STP_TIMEOUT, "[launch]: Timed out while waiting for child to connect.");
   }
   if (!status->good()) port_.close();
   if (retry) retry->finish();

@@ -108,9 +108,13 @@ gen_text STPReceivedMessage::getString(std::int32_t tag) {
 const char* STPReceivedMessage::getStringView(std::int32_t tag) {
   findField(tag);
   const std::int64_t length = readStringLength();
+  if (length == 0) return nullptr;
   const char* text = textCursor();
   cursor_ += length;
-  return length > 0 && std::memchr(text, 0, static_cast<std::size_t>(length)) ? text : nullptr;
+  if (std::memchr(text, 0, static_cast<std::size_t>(length))) return text;
+  // The next field may begin right behind the characters, so that there is no place for a zero.
+  closed_.emplace_front(text, static_cast<std::size_t>(length));
+  return closed_.front().c_str();
 }
 
 void STPReceivedMessage::enterStruct(std::int32_t tag, Range& saved) {

@@ -8,6 +8,8 @@
 #pragma once
 
 #include <cstdint>
+#include <forward_list>
+#include <string>
 
 #include "indgen/memory.h"
 #include "stp_transport/message/stp_message.h"
@@ -39,7 +41,7 @@ class STPReceivedMessage : public STPMessage {
   /// A copy of the stored length, always zero-closed; null for a null string or a missing field.
   gen_text getString(std::int32_t tag);
   /// The characters inside the message, zero-closed, valid while the message lives; null for a null
-  /// string, a missing field, or stored characters that have no zero among them.
+  /// string or a missing field. Stored characters that have no zero among them are copied.
   const char* getStringView(std::int32_t tag);
   /// Makes the value of a struct or array field the range of the following reads; an absent field
   /// gives an empty range.
@@ -91,8 +93,6 @@ class STPReceivedMessage : public STPMessage {
   std::int32_t enterArray(Mark* saved);
   std::int32_t enterArray(Mark* saved, const char* name);
   void leaveArray(Mark* saved);
-  /// True if the next thing, blanks skipped, closes an array or the text ends.
-  bool atArrayEnd();
   /// Walks fields of unknown names: the value's place and, through `name`, the name's; null at the
   /// end of the level.
   char* nextField(char** name);
@@ -122,4 +122,6 @@ class STPReceivedMessage : public STPMessage {
   /// Bytes that searches may still step over. A text can be made so that every search in it runs to
   /// its end; an honest reader never comes near this bound.
   std::int64_t searchBudget_ = 0;
+  /// Views of strings that came without their zero.
+  std::forward_list<std::string> closed_;
 };

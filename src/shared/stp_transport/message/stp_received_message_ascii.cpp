@@ -329,13 +329,10 @@ std::int32_t STPReceivedMessage::stepIntoArray() {
   }
   const bool present = *place == '[';
   stepInto('[');
-  if (present && !sized && !atArrayEnd()) gen_warning("unspecified stp ascii array size");
+  const char* first = skipBlanks(textCursor());
+  if (present && !sized && *first != ']' && *first != '\0')
+    gen_warning("unspecified stp ascii array size");
   return present ? static_cast<std::int32_t>(size) : 0;
-}
-
-bool STPReceivedMessage::atArrayEnd() {
-  const char* place = skipBlanks(textCursor());
-  return *place == ']' || *place == '\0';
 }
 
 char* STPReceivedMessage::nextField(char** name) {

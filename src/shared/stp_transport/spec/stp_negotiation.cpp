@@ -20,12 +20,13 @@ void report(STPStatus* status, std::int32_t code, const char* text) {
   if (status) status->set(code, text);
 }
 
-// Calls `visit` for each element of the named array, at most as many as the size in front says.
+// Calls `visit` for each element of the array at the cursor, at most as many as the size in front
+// says. What `visit` leaves unread of an element is stepped over.
 template <class Visit>
-void forEachElement(STPReceivedMessage& message, const char* name, Visit visit) {
+void forEachElement(STPReceivedMessage& message, Visit visit) {
   STPReceivedMessage::Mark array;
-  const auto size = static_cast<std::uint32_t>(message.enterArray(&array, name));
-  for (std::uint32_t i = 0; i < size && !message.atArrayEnd(); ++i) visit(i);
+  const auto size = static_cast<std::uint32_t>(message.enterArray(&array));
+  for (std::uint32_t i = 0; i < size && message.nextValue(); ++i) visit(i);
   message.leaveArray(&array);
 }
 
@@ -103,8 +104,9 @@ void STPSpecClass::readNegotiateRecord(STPReceivedMessage& message) {
 }
 
 void STPSpecClass::readTags(STPReceivedMessage& message) {
+  if (!message.findAsciiField("tags")) return;
   std::size_t j = 0;
-  forEachElement(message, "tags", [&](std::uint32_t position) {
+  forEachElement(message, [&](std::uint32_t position) {
     const std::string_view word = wordOf(message);
     while (j < tagMap.size() && tagNames[j] < word) ++j;
     if (!word.empty() && j < tagMap.size() && tagNames[j] == word)
@@ -113,12 +115,13 @@ void STPSpecClass::readTags(STPReceivedMessage& message) {
 }
 
 void STPSpecClass::readMessages(STPReceivedMessage& message) {
+  if (!message.findAsciiField("msgs")) return;
+  if (!messagesListed_) {
+    messagesListed_ = true;
+    for (STPMessageEntry& entry : sendTable) entry.id = STP_NO_MESSAGE;
+  }
   std::size_t from = 0;
-  forEachElement(message, "msgs", [&](std::uint32_t) {
-    if (!messagesListed_) {
-      messagesListed_ = true;
-      for (STPMessageEntry& entry : sendTable) entry.id = STP_NO_MESSAGE;
-    }
+  forEachElement(message, [&](std::uint32_t) {
     STPReceivedMessage::Mark block;
     message.enterBlock(&block);
     const std::uint32_t id = message.readInt("id");
@@ -238,7 +241,9 @@ void STPSpecClass::writeFormatRecord(STPMessage& message) const {
 }
 
 void STPSpecClass::readFormatRecord(STPReceivedMessage& message) {
-  forEachElement(message, "msgs", [&](std::uint32_t) {
+  formatsFetched = true;
+  if (!message.findAsciiField("msgs")) return;
+  forEachElement(message, [&](std::uint32_t) {
     STPReceivedMessage::Mark block;
     message.enterBlock(&block);
     const std::string_view name = wordOf(message, "name");
@@ -247,7 +252,6 @@ void STPSpecClass::readFormatRecord(STPReceivedMessage& message) {
     message.leaveBlock(&block);
     if (!name.empty()) takeFormat(name, {text, static_cast<std::size_t>(length)});
   });
-  formatsFetched = true;
 }
 
 void STPSpecClass::takeFormat(std::string_view name, std::string_view format) {

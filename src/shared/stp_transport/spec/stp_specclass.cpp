@@ -20,6 +20,10 @@ bool STPSpecClass_HandleMessages::handleMessage(STPReceivedMessage& message, boo
   return spec_->handleMessage(message, message.header.type, message.header.id);
 }
 
+void STPSpecClass_HandleMessages::connectionEnded() {
+  spec_->forgetDeferred();
+}
+
 STPSpecClass_HandleMessages::~STPSpecClass_HandleMessages() {
   if (STPTransport* transport = spec_->getTransport()) transport->removeListener(this);
 }
@@ -58,16 +62,19 @@ void STPSpecClass::leaveTransport() {
   transport.reset();
 }
 
+// Gives back the reference that put-off messages hold: they may never come back for it.
+void STPSpecClass::forgetDeferred() {
+  if (deferredCount == 0) return;
+  deferredCount = 0;
+  release();
+}
+
 void STPSpecClass::setTransport(STPTransport* newTransport, std::int32_t source,
                                 std::int32_t destination) {
   const Hold hold(this);
   CountedPtr<STPTransport> next(newTransport);
   leaveTransport();
-  // What was put off on the transport just left will not come back for its reference.
-  if (deferredCount > 0) {
-    deferredCount = 0;
-    release();
-  }
+  forgetDeferred();
   transport = std::move(next);
   sourceRN = source != 0 ? source : defaultSourceRN();
   destinationRN = destination != 0 ? destination : defaultDestinationRN();
@@ -169,7 +176,8 @@ bool STPSpecClass::handleMessage(STPReceivedMessage& message, std::uint32_t type
                                  std::uint32_t id) {
   const Hold hold(this);
   const CountedPtr<STPTransport> link = transport;
-  if (id == STP_NO_MESSAGE && (type == STP_COMMAND || type == STP_ASCII)) {
+  // A message that was put off has its name behind it, known or not.
+  if (id == STP_NO_MESSAGE && !message.deferred && (type == STP_COMMAND || type == STP_ASCII)) {
     std::int32_t length = 0;
     const char* word = message.readWord(&length);
     id = static_cast<std::uint32_t>(messageId(word, length));

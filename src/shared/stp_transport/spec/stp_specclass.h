@@ -65,6 +65,7 @@ class STPSpecClass_HandleMessages : public ResponseListener {
  public:
   explicit STPSpecClass_HandleMessages(STPSpecClass* spec) : spec_(spec) {}
   bool handleMessage(STPReceivedMessage& message, bool exclusive) override;
+  void connectionEnded() override;
   /// Removes the listener from every registration with the spec's transport.
   ~STPSpecClass_HandleMessages() override;
 
@@ -199,6 +200,9 @@ class STPSpecClass {
   std::unique_ptr<STPSpecClass_HandleMessages> listener;
 
  private:
+  friend class STPSpecClass_HandleMessages;
+
+  void forgetDeferred();
   void awaitFlag(const bool& flag, RetryHandler* retry, const char* downText, STPStatus* status);
   void leaveTransport();
   void takeMessageEntry(std::string_view name, std::uint32_t id, std::uint32_t flags);

@@ -13,6 +13,8 @@ class ResponseListener {
   /// `message` stays the transport's. `exclusive` says that this listener is the only one and that
   /// nobody waits for the message. False means: not taken, offer it again later.
   virtual bool handleMessage(STPReceivedMessage& message, bool exclusive) = 0;
+  /// The connection has ended with messages put off that may never be offered again.
+  virtual void connectionEnded() {}
 };
 
 /// Diverts packets to another transport before anybody looks into them.

@@ -36,10 +36,10 @@ void STPTransport::awaitSync(std::int32_t local, std::int32_t remote, RetryHandl
   status_.clear();
   queueControl(local, remote, STP_SYNC, 0);
   bool synced = false;
-  testThenWait(
-      retry, [&] { return synced && !isWritePending(); },
-      [&] { synced = synced || takeSync(remote, local); },
-      "[awaitSync]: reached timeout while waiting to receive sync packet");
+  if (testThenWait(
+          retry, [&] { return synced && !isWritePending(); },
+          [&] { synced = synced || takeSync(remote, local); }))
+    status_.set(STP_TIMEOUT, "[awaitSync]: reached timeout while waiting to receive sync packet");
   copyStatus(status);
 }
 
@@ -58,11 +58,11 @@ STPChannel* STPTransport::createChannel(std::int32_t local, std::int32_t remote,
   channel->createSent_ = true;
   queueControl(local, remote, STP_CHANNEL, STP_CHANNEL_CREATE);
   bool acknowledged = false;
-  testThenWait(
-      retry, [&] { return acknowledged && !isWritePending(); },
-      [&] { acknowledged = acknowledged || channel->createReceived_; },
-      "[createChannel]: reached timeout while waiting to receive create ack");
-  if (status_.code == STP_TIMEOUT) {
+  if (testThenWait(
+          retry, [&] { return acknowledged && !isWritePending(); },
+          [&] { acknowledged = acknowledged || channel->createReceived_; })) {
+    status_.set(STP_TIMEOUT,
+                "[createChannel]: reached timeout while waiting to receive create ack");
     channel->closeSent_ = true;  // no close goes out
     delete channel;
     channel = nullptr;
@@ -123,7 +123,7 @@ void STPChannel::startChannel(RetryHandler* retry, STPStatus* status) {
     transport_->status_.clear();
     transport_->queueControl(localRN_, remoteRN_, STP_CHANNEL, STP_CHANNEL_START);
     bool started = false;
-    transport_->testThenWait(
+    const bool gaveUp = transport_->testThenWait(
         retry,
         [&] {
           if (started && !transport_->isWritePending()) return true;
@@ -131,9 +131,11 @@ void STPChannel::startChannel(RetryHandler* retry, STPStatus* status) {
             status_.set(STP_CHANNEL_CLOSED, "[startChannel]: channel already closed before start");
           return isClosed();
         },
-        [&] { started = started || isStarted(); },
-        "[startChannel]: reached timeout while waiting to receive start");
-    if (status_.good()) status_ = transport_->status_;
+        [&] { started = started || isStarted(); });
+    if (gaveUp)
+      status_.set(STP_TIMEOUT, "[startChannel]: reached timeout while waiting to receive start");
+    else if (status_.good())
+      status_ = transport_->status_;
   }
   if (status) *status = status_;
 }
@@ -147,10 +149,11 @@ void STPChannel::closeChannel(RetryHandler* retry, STPStatus* status) {
     closeSent_ = true;
     transport_->status_.clear();
     transport_->queueControl(localRN_, remoteRN_, STP_CHANNEL, STP_CHANNEL_CLOSE);
-    transport_->testThenWait(
-        retry, [&] { return !transport_->isWritePending(); }, [] {},
-        "[closeChannel]: reached timeout while waiting to transmit close");
-    status_ = transport_->status_;
+    if (transport_->testThenWait(
+            retry, [&] { return !transport_->isWritePending(); }, [] {}))
+      status_.set(STP_TIMEOUT, "[closeChannel]: reached timeout while waiting to transmit close");
+    else
+      status_ = transport_->status_;
   }
   if (status) *status = status_;
 }

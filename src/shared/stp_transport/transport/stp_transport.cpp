@@ -19,7 +19,6 @@ STPTransport::STPTransport(std::int32_t initialSize)
 
 STPTransport::~STPTransport() {
   disconnect();
-  unpair();
   dropChannels();
   STPProcessState& process = stpProcess();
   process.transportsBySerial.erase(serial_);
@@ -78,17 +77,20 @@ bool STPTransport::waitThenTest(RetryHandler* retry, const std::function<bool()>
   return reached;
 }
 
-// The shape of a wait that may have nothing to wait for.
-void STPTransport::testThenWait(RetryHandler* retry, const std::function<bool()>& done,
-                                const std::function<void()>& afterWait, const char* timeoutText) {
+// The shape of a wait that may have nothing to wait for. True if the handler gave up although
+// nothing had failed.
+bool STPTransport::testThenWait(RetryHandler* retry, const std::function<bool()>& done,
+                                const std::function<void()>& afterWait) {
+  bool gaveUp = false;
   if (retry) retry->start();
-  while (status_.good() && !done()) {
+  while (!gaveUp && status_.good() && !done()) {
     if (retry && !retry->shouldRetry()) {
-      if (status_.good()) status_.set(STP_TIMEOUT, timeoutText);
-      break;
+      gaveUp = true;
+    } else {
+      waitStep(retry);
+      afterWait();
     }
-    waitStep(retry);
-    afterWait();
   }
   if (retry) retry->finish();
+  return gaveUp && status_.good();
 }

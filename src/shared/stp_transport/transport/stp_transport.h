@@ -37,6 +37,14 @@ inline constexpr std::int32_t STP_BUFFER_SIZE = 32768;
 /// Milliseconds of one service step in a blocking wait that has no handler.
 inline constexpr int STP_WAIT_STEP = 10000;
 
+class STPTransport;
+
+/// Transports in the order of their construction, whatever their addresses are.
+struct STPTransportOrder {
+  bool operator()(const STPTransport* a, const STPTransport* b) const;
+};
+using STPTransportSet = std::set<STPTransport*, STPTransportOrder>;
+
 class STPTransport {
  public:
   /// `initialSize` is the size in bytes of both buffers when they hold little.
@@ -52,6 +60,8 @@ class STPTransport {
   void setForwardingHandler(ForwardingHandler* handler) { forwardingHandler_ = handler; }
 
   // --- State ---
+  /// A number that no other transport of this process has had.
+  std::uintptr_t serial() const { return serial_; }
   /// Outcome of the latest operation.
   const STPStatus& status() const { return status_; }
   /// The descriptor is no socket: it is closed without a shutdown.
@@ -86,8 +96,9 @@ class STPTransport {
                                          std::uint32_t type, std::uint32_t id, std::uint32_t flags);
   std::unique_ptr<STPMessage> newResponse(std::int32_t source, std::int32_t destination,
                                           std::uint32_t responseTo, std::uint32_t flags);
-  /// The packet's sequence number, or 0 with a failure in status(). Whether the transport is
-  /// connected doesn't matter. The message's bytes are copied.
+  /// The packet's sequence number, or 0 with a failure in status() if the message has no type or is
+  /// larger than STP_MAX_PACKET_SIZE. Whether the transport is connected doesn't matter. The
+  /// message's bytes are copied.
   std::uint32_t enqueueMessage(STPMessage& message);
   /// Queues and writes all of it, waiting if need be; the sequence number, or 0. Unless the message
   /// is one-way, awaitResponse must follow: it closes the call that this opens.
@@ -144,7 +155,7 @@ class STPTransport {
   /// The same for this transport, while those of `others` only relay: each reads, and passes on, up
   /// to its first packet that would be delivered here, and leaves that one and all behind it to a
   /// later step. Nothing of theirs is delivered.
-  void serviceOnceRelaying(int timeout, const std::set<STPTransport*>& others,
+  void serviceOnceRelaying(int timeout, const STPTransportSet& others,
                            STPStatus* status = nullptr);
 
   // --- Sync and channels (stp_channel.cpp) ---
@@ -159,7 +170,8 @@ class STPTransport {
   using Notify = void (*)(std::uintptr_t argument);
   static bool createInProcessPair(STPTransport** a, STPTransport** b);
   static bool connectInProcess(STPTransport* a, STPTransport* b);
-  /// Joins a transport to write fields that live elsewhere; `notify` tells the other side to read.
+  /// Joins a transport to write fields that live elsewhere, closing what it was connected to;
+  /// `notify` tells the other side to read. The end of that side isn't seen from here.
   static void attachInProcess(STPTransport* transport, std::int64_t* peerWriteOffset,
                               std::int64_t* peerWriteCount, std::int64_t* peerWriteCapacity,
                               unsigned char** peerWriteBuffer, Notify notify,
@@ -171,7 +183,7 @@ class STPTransport {
 
  private:
   friend class STPChannel;
-  friend void serviceFirst(int timeout, const std::set<STPTransport*>& transports,
+  friend void serviceFirst(int timeout, const STPTransportSet& transports,
                            STPStatus* status);
 
   using ListenerKey = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
@@ -194,7 +206,7 @@ class STPTransport {
   void makeReadRoom(std::int64_t wanted);
   bool receiveFromSocket();
   bool receiveInProcess();
-  void unpair();
+  void leavePair();
   void closeConnection();
   void closeWithFailure(std::int32_t code, const char* text);
   void copyStatus(STPStatus* status) const;
@@ -213,13 +225,15 @@ class STPTransport {
   // Delivery.
   std::size_t countListeners(const ListenerKey& key) const;
   void callListeners(const ListenerKey& key, STPReceivedMessage& message);
+  void tellConnectionEnded();
+  void trimStrays(MessageQueue& queue);
   std::unique_ptr<STPReceivedMessage> takeResponse(std::uint32_t sequence);
 
   // Waiting.
   void waitStep(RetryHandler* retry);
   bool waitThenTest(RetryHandler* retry, const std::function<bool()>& done);
-  void testThenWait(RetryHandler* retry, const std::function<bool()>& done,
-                    const std::function<void()>& afterWait, const char* timeoutText);
+  bool testThenWait(RetryHandler* retry, const std::function<bool()>& done,
+                    const std::function<void()>& afterWait);
 
   // Sync and channels.
   void handleChannelPacket(const STPReceivedMessage& message);
@@ -287,9 +301,11 @@ class STPTransport {
   std::map<ChannelKey, STPChannel*> channels_;
 };
 
-/// Transports in an order that lasts: by address.
-using STPTransportSet = std::set<STPTransport*>;
+inline bool STPTransportOrder::operator()(const STPTransport* a, const STPTransport* b) const {
+  return a->serial() < b->serial();
+}
 
 /// One step for a set of transports: waits up to `timeout` ms for the first event, then serves
-/// every transport that is ready.
+/// every transport that is ready. Handlers may add to the set and take transports out of it, which
+/// must leave it before they go.
 void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status = nullptr);

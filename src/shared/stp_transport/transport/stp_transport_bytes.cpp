@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "platform/file.h"
 #include "platform/readiness.h"
 #include "platform/socket.h"
 #include "stp_transport/transport/stp_socket.h"
@@ -87,6 +88,7 @@ void STPTransport::closeAfterWriteFailure() {
 }
 
 void STPTransport::handleWrite(STPStatus* status) {
+  const Hold hold(this);
   switch (writeOnce()) {
     case WriteResult::nothing:
       return;
@@ -108,6 +110,8 @@ bool STPTransport::canWrite() const {
 
 bool STPTransport::canRead() const {
   if (inProcess_) return connected_ && (!peerWriteCount_ || *peerWriteCount_ > 0);
+  // A client that is known to wait is somebody else's to take.
+  if (listening_ && clientWaiting_) return false;
   const int fd = fileDescriptor();
   return fd >= 0 && platform::readiness().isReadable(fd);
 }
@@ -131,7 +135,7 @@ void STPTransport::serveReady(STPStatus* status) {
 void STPTransport::drainThenClose(STPStatus* status) {
   platform::readiness().markReadable(fd_);
   while (connected_ && platform::readiness().isReadable(fd_)) handleRead();
-  if (connected_) closeAfterWriteFailure();
+  if (connected_ && writeFailed_) closeAfterWriteFailure();
   copyStatus(status);
 }
 
@@ -192,13 +196,13 @@ bool STPTransport::receiveFromSocket() {
 
 void STPTransport::closeConnection() {
   if (!connected_) return;
-  if (!inProcess_) {
-    if (plainFD_) {
-      platform::readiness().forget(fd_);
-      platform::closeDescriptor(fd_);
-    } else {
-      closeSocket(fd_);
-    }
+  if (inProcess_) {
+    leavePair();
+  } else if (plainFD_) {
+    platform::readiness().forget(fd_);
+    platform::closeDescriptor(fd_);
+  } else {
+    closeSocket(fd_);
   }
   responses_.clear();
   awaited_.clear();
@@ -216,14 +220,17 @@ void STPTransport::closeConnection() {
   heldBack_ = false;
   peerName_.clear();
   localName_.clear();
+  if (!deferredMessages_.empty()) tellConnectionEnded();
 }
 
 void STPTransport::closeWithFailure(std::int32_t code, const char* text) {
+  const Hold hold(this);
   closeConnection();
   status_.set(code, text);
 }
 
 void STPTransport::disconnect(STPStatus* status) {
+  const Hold hold(this);
   status_.clear();
   copyStatus(status);
   closeConnection();

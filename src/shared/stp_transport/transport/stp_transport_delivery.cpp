@@ -11,20 +11,9 @@ namespace {
 // Bytes that the read buffer must hold before there may be something to parse.
 constexpr std::int64_t kParsable = 40;
 // A peer that sends what nobody listens for or waits for must not fill the memory: of such messages
-// this many are kept at most, of at most this many bytes together.
+// this many are kept at most, and behind the latest no more than this many bytes together.
 constexpr std::size_t kStrayMessages = 4096;
 constexpr std::int64_t kStrayBytes = 16 << 20;
-
-void trimStrays(std::list<std::unique_ptr<STPReceivedMessage>>& queue) {
-  if (queue.size() > kStrayMessages) queue.pop_front();
-  std::int64_t bytes = 0;
-  for (auto place = queue.rbegin(); place != queue.rend(); ++place) {
-    bytes += (*place)->capacity();
-    if (bytes <= kStrayBytes) continue;
-    queue.erase(queue.begin(), place.base());
-    return;
-  }
-}
 
 [[noreturn]] void failDepth() {
   gen_exit_message(1, "negative message depth!");
@@ -79,6 +68,18 @@ void STPTransport::dispatchMessage(std::unique_ptr<STPReceivedMessage> message) 
   if (!awaitedByWaiter) trimStrays(queue);
 }
 
+// Drops the oldest of a queue that holds too much. What somebody is blocked on stays.
+void STPTransport::trimStrays(MessageQueue& queue) {
+  std::size_t count = 0;
+  std::int64_t bytes = 0;
+  for (auto place = queue.end(); place != queue.begin();) {
+    --place;
+    if (awaited_.contains((*place)->header.responseTo)) continue;
+    bytes += (*place)->capacity();
+    if (++count > 1 && (count > kStrayMessages || bytes > kStrayBytes)) place = queue.erase(place);
+  }
+}
+
 // A listener may remove itself or others while it runs: each is looked for again before its call.
 void STPTransport::callListeners(const ListenerKey& key, STPReceivedMessage& message) {
   std::vector<ResponseListener*> called;
@@ -89,6 +90,19 @@ void STPTransport::callListeners(const ListenerKey& key, STPReceivedMessage& mes
     const bool registered = std::any_of(
         first, last, [listener](const auto& entry) { return entry.second == listener; });
     if (registered) listener->handleMessage(message, false);
+  }
+}
+
+// A listener that is told may go, and take others with it.
+void STPTransport::tellConnectionEnded() {
+  std::set<ResponseListener*> told;
+  for (auto entry = listeners_.begin(); entry != listeners_.end();) {
+    if (!told.insert(entry->second).second) {
+      ++entry;
+      continue;
+    }
+    entry->second->connectionEnded();
+    entry = listeners_.begin();
   }
 }
 
@@ -106,6 +120,9 @@ bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
   }
   if (header.flags & STP_ANY_TIME) return true;
   if (!(header.flags & STP_IN_CHAIN_ONLY) && process.holdDepth == 0) return true;
+  // The other end of a pair in this process is blocked on this very message: its own call, not one
+  // from outside.
+  if (partner_ && partner_->awaited_.contains(header.sequence)) return true;
   const STPCallContext& context = currentContext();
   return header.chain == context.chain() && depth > context.callDepth;
 }

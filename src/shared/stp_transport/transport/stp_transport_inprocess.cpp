@@ -28,7 +28,11 @@ void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWr
                                    unsigned char** peerWriteBuffer, Notify notify,
                                    std::uintptr_t notifyArgument) {
   if (!transport) return;
-  transport->unpair();
+  if (transport->inProcess_)
+    transport->leavePair();
+  else
+    transport->closeConnection();
+  transport->stopListening();
   transport->inProcess_ = true;
   transport->connected_ = true;
   transport->peerWriteOffset_ = peerWriteOffset;
@@ -39,14 +43,19 @@ void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWr
   transport->notifyArgument_ = notifyArgument;
 }
 
-// Takes this end's fields out of the other end's reach.
-void STPTransport::unpair() {
+// Takes this end's fields out of the other end's reach, and the other's out of its own.
+void STPTransport::leavePair() {
   if (partner_ && partner_->partner_ == this) {
     partner_->partner_ = nullptr;
     partner_->peerWriteOffset_ = partner_->peerWriteCount_ = partner_->peerWriteCapacity_ = nullptr;
     partner_->peerWriteBuffer_ = nullptr;
   }
   partner_ = nullptr;
+  inProcess_ = false;
+  peerWriteOffset_ = peerWriteCount_ = peerWriteCapacity_ = nullptr;
+  peerWriteBuffer_ = nullptr;
+  notify_ = nullptr;
+  notifyArgument_ = 0;
 }
 
 void STPTransport::inProcessEndpoints(std::int64_t** writeOffset, std::int64_t** writeCount,

@@ -66,6 +66,11 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
     status_.set(STP_MISUSE, "[enqueueMessage]: invalid message header");
     return 0;
   }
+  // A receiver would take it for an invalid packet and end the connection.
+  if (stpStoredSize(message.cursorOffset()) + STP_END_WORD_SIZE > STP_MAX_PACKET_SIZE) {
+    status_.set(STP_FAILED, "[enqueueMessage]: message is too large");
+    return 0;
+  }
   if (++lastSequence_ == 0) ++lastSequence_;
   message.finishMessage(lastSequence_);
   const std::int64_t total = std::int64_t{message.header.headerSize} + message.header.payloadSize;

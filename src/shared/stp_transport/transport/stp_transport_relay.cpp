@@ -23,7 +23,7 @@ void STPTransport::relayInput() {
   if (!heldBack_) finishInput();
 }
 
-void STPTransport::serviceOnceRelaying(int timeout, const std::set<STPTransport*>& others,
+void STPTransport::serviceOnceRelaying(int timeout, const STPTransportSet& others,
                                        STPStatus* status) {
   const Hold hold(this);
   for (STPTransport* other : others) other->relayInput();

@@ -42,26 +42,37 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
 void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status) {
   if (status) status->clear();
   STPTransport::flushMarked();
-  for (STPTransport* transport : transports) {
+  // Handlers may change the set: whatever runs one finds its place again, and holds what it serves.
+  for (auto place = transports.begin(); place != transports.end();) {
+    STPTransport* transport = *place;
     if (transport->isClosed()) {
       if (status) status->set(STP_FAILED, "[serviceFirst]: not bound and not listening.");
       return;
     }
     if (transport->hasDeliverable()) {
+      const CountedPtr<STPTransport> hold(transport);
       transport->parseInput();
       timeout = 0;
+      place = transports.upper_bound(transport);
+      continue;
     }
     if (transport->canRead() || transport->canWrite()) timeout = 0;
+    ++place;
   }
   bool failed = false;
   if (!platform::readiness().wait(timeout, failed)) {
     if (failed && status) status->set(STP_FAILED, "[serviceFirst]: select error");
     return;
   }
-  // Handlers may add transports during the walk; nothing leaves the set in it.
-  for (STPTransport* transport : transports) {
-    if (!transport->canWrite() && !transport->canRead()) continue;
+  for (auto place = transports.begin(); place != transports.end();) {
+    STPTransport* transport = *place;
+    if (!transport->canWrite() && !transport->canRead()) {
+      ++place;
+      continue;
+    }
+    const CountedPtr<STPTransport> hold(transport);
     transport->serveReady(status);
     STPTransport::flushMarked();
+    place = transports.upper_bound(transport);
   }
 }

@@ -1,5 +1,6 @@
 // Binding a transport to a socket, with the guards of its states.
 #include "platform/readiness.h"
+#include "platform/socket.h"
 #include "stp_transport/transport/stp_socket.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -16,13 +17,18 @@ void STPTransport::connect(const char* host, std::uint16_t port, STPStatus* stat
 }
 
 void STPTransport::listen(std::uint16_t port, RetryHandler* retry, STPStatus* status) {
+  const Hold hold(this);
   if (connected_) {
     status_.set(STP_MISUSE, "[listen]: Already connected");
   } else if (listening_) {
     status_.set(STP_MISUSE, "[listen]: Already listening as server");
   } else {
     const int fd = getListenSocket(port, &status_);
-    if (status_.good()) listenOnFD(fd, true, retry);
+    if (status_.good()) {
+      listenOnFD(fd, true, retry);
+      // A failed accept has left the port to nobody.
+      if (isClosed() && !status_.good()) closeSocket(fd);
+    }
   }
   copyStatus(status);
 }
@@ -80,6 +86,7 @@ void STPTransport::bindFD(int fd, STPStatus* status) {
     status_.clear();
     fd_ = fd;
     connected_ = true;
+    platform::makeNonBlocking(fd);
     platform::readiness().watch(fd);
   }
   copyStatus(status);

@@ -12,6 +12,8 @@
 /// Bytes of the header that this system writes: eleven words.
 inline constexpr std::int32_t STP_HEADER_SIZE = 44;
 inline constexpr int STP_HEADER_WORDS = 11;
+/// Bytes of the zero word behind the last field of a finished message; its payload counts it.
+inline constexpr std::int64_t STP_END_WORD_SIZE = 4;
 /// Header sizes that a receiver accepts; also a multiple of 4.
 inline constexpr std::int32_t STP_MIN_HEADER_SIZE = 32;
 inline constexpr std::int32_t STP_MAX_HEADER_SIZE = 128;

@@ -1,0 +1,13 @@
+#include "simulation/actor.h"
+
+#include "platform/sim/world.h"
+
+void Actor::order(const Order& order) {
+  orders_.push_back(order);
+  if (process) platform::sim::World::wake(*process);
+}
+
+void Actor::lose() {
+  connected_ = false;
+  stage_.ledger.leave(*this);
+}

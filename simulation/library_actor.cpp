@@ -1,0 +1,209 @@
+#include "simulation/library_actor.h"
+
+#include "generated/hublink_plugin_impl.h"
+#include "platform/clock.h"
+#include "simulation/scenario.h"
+
+int LibraryActor::run() {
+  HublinkPlugin plugin;
+  plugin_ = &plugin;
+  std::string error;
+  if (!plugin.connect(role_.port, error)) {
+    say("can't connect: " + error);
+    return 1;
+  }
+  connected_ = true;
+  pluginID_ = plugin.pluginID();
+  say("is plugin " + std::to_string(pluginID_));
+  plugin.onValueRequest([](const std::string&) { return std::optional<std::string>("green"); });
+  if (!role_.service.empty()) provide(role_.service);
+  while (connected_ && plugin.isConnected()) {
+    while (connected_ && !orders_.empty()) {
+      const Order order = orders_.front();
+      orders_.pop_front();
+      obey(order);
+    }
+    if (role_.life >= 0 && role_.life-- == 0) break;
+    if (connected_)
+      plugin.serveUntil([this] { return !orders_.empty() || !connected_; },
+                        stage_.finishing ? -1 : 2000);
+  }
+  say("ends its connection");
+  if (connected_) lose();
+  plugin.disconnect();
+  // The end of the connection has answered whatever was open.
+  for (const Question question : {Question::service, Question::query, Question::launch,
+                                  Question::numbers, Question::location})
+    if (stage_.ledger.open(*this, question) > 0)
+      stage_.ledger.fault(*this, "the library has left a question open");
+  links_.clear();
+  return 0;
+}
+
+std::int32_t LibraryActor::begin(Question question) {
+  stage_.ledger.ask(*this, question, ++lastCookie_);
+  return lastCookie_;
+}
+
+void LibraryActor::obey(const Order& order) {
+  const std::uint64_t choice = order.choice;
+  say(actName(order.act));
+  Ledger& ledger = stage_.ledger;
+  switch (order.act) {
+    case Act::provide:
+      provide(serviceName(choice));
+      break;
+    case Act::withdraw:
+      if (!services_.empty()) plugin_->unregisterService(services_[choice % services_.size()]);
+      break;
+    case Act::request:
+      request(choice, choice & 0x1000000 ? 500 : -1);
+      break;
+    case Act::query: {
+      const std::int32_t cookie = begin(Question::query);
+      plugin_->requestProvider(
+          serviceName(choice), nullptr, (choice & 0x100) != 0,
+          [&ledger, this, cookie](std::int32_t) { ledger.answer(*this, Question::query, cookie); });
+      break;
+    }
+    case Act::drop:
+      if (const LinkEnd* end = ledger.pick(*this, choice)) {
+        const LinkPtr link = links_[{end->own, end->other}];
+        ledger.drop(*this, end->own, end->other);
+        if (link) link->close();
+      }
+      break;
+    case Act::send:
+      sendPackets(choice);
+      break;
+    case Act::reserve: {
+      const std::int32_t cookie = begin(Question::numbers);
+      plugin_->reserveRNs(static_cast<std::int32_t>(choice % 3000),
+                          [&ledger, this, cookie](const std::vector<std::int32_t>&) {
+                            ledger.answer(*this, Question::numbers, cookie);
+                          });
+      break;
+    }
+    case Act::reach: {
+      const std::int32_t cookie = begin(Question::launch);
+      plugin_->requestPluginConnect(choice & 1 ? "localhost" : "nowhere",
+                                    choice & 2 ? stage_.startListener() : std::uint16_t{5},
+                                    [&ledger, this, cookie](std::int32_t, const std::string&) {
+                                      ledger.answer(*this, Question::launch, cookie);
+                                    });
+      break;
+    }
+    case Act::locate: {
+      const std::int32_t cookie = begin(Question::location);
+      plugin_->requestLocation([&ledger, this, cookie](const std::string&, std::int32_t) {
+        ledger.answer(*this, Question::location, cookie);
+      });
+      break;
+    }
+    case Act::ask:
+      plugin_->requestValue(static_cast<std::int32_t>(choice % 8), "colour", {});
+      break;
+    case Act::persist:
+      plugin_->setPersistent((choice & 1) != 0);
+      break;
+    case Act::hush:
+      if (!stage_.finishing) platform::sleepMilliseconds(static_cast<int>(choice % 3000));
+      break;
+    case Act::disconnect:
+      ledger.leave(*this, false);
+      plugin_->hub().RequestHublinkDisconnect();
+      break;
+    case Act::leave:
+      lose();
+      break;
+    default:
+      break;
+  }
+}
+
+void LibraryActor::provide(const std::string& service) {
+  const std::int32_t serviceRN = plugin_->registerService(
+      service,
+      [this](const LinkPtr& link) {
+        stage_.ledger.accept(*this, link->localRN(), link->remoteRN());
+        take(link);
+        if (chance(40)) sendPackets(random_());
+      },
+      [this](const ConnectionRequest&) { return accept(); }, chance(30) ? 200 : -1);
+  if (serviceRN != -1) services_.push_back(serviceRN);
+}
+
+// Some decide at once, others ask or wait first, with the request on the stack.
+bool LibraryActor::accept() {
+  if (chance(30) && nested_ < 3 && !stage_.finishing) {
+    ++nested_;
+    if (chance(50))
+      plugin_->serveUntil([] { return false; }, static_cast<int>(below(80)));
+    else
+      request(random_(), static_cast<int>(below(300)));
+    --nested_;
+  }
+  return chance(80);
+}
+
+// With a limit it waits for the answer, else the answer comes when it comes.
+void LibraryActor::request(std::uint64_t choice, int milliseconds) {
+  const RequestShape shape = requestShape(choice);
+  ServiceQuery query;
+  query.serviceName = shape.service;
+  query.providingPluginID = shape.pluginID;
+  query.nameValuePairs = {"key", "value"};
+  if (shape.workingDir) query.workingDir = shape.workingDir;
+  query.localOnly = shape.localOnly;
+  query.noReuse = shape.noReuse;
+  query.clientStart = shape.clientStart;
+  const std::int32_t cookie = begin(Question::service);
+  say("asks for " + shape.service + " as " + std::to_string(cookie));
+  const auto answered = [this, cookie](const ServiceReply& reply) {
+    say("is answered " + std::to_string(cookie) + ": " + outcomeText(reply.outcome));
+    stage_.ledger.answer(*this, Question::service, cookie);
+    if (!reply.link) return;
+    stage_.ledger.link(*this, reply.link->localRN(), reply.link->remoteRN());
+    take(reply.link);
+  };
+  if (milliseconds < 0) {
+    plugin_->requestService(query, answered);
+    return;
+  }
+  const ServiceReply reply = plugin_->requestService(query, milliseconds);
+  if (reply.outcome == ServiceReply::Outcome::timedOut)
+    stage_.ledger.giveUp(*this, Question::service, cookie);
+  else
+    answered(reply);
+}
+
+void LibraryActor::take(const LinkPtr& link) {
+  const auto key = std::pair(link->localRN(), link->remoteRN());
+  links_[key] = link;
+  link->onPacket([this, key](const unsigned char* bytes, std::size_t size) {
+    stage_.ledger.receive(*this, key.first, key.second,
+                          {reinterpret_cast<const char*>(bytes), size});
+  });
+  link->onEnd([this, key] {
+    // With the connection itself all links end, whatever their other sides do.
+    if (plugin_->isConnected())
+      stage_.ledger.hearEnd(*this, key.first, key.second);
+    else
+      stage_.ledger.leave(*this);
+  });
+}
+
+void LibraryActor::sendPackets(std::uint64_t choice) {
+  LinkEnd* end = stage_.ledger.pick(*this, choice);
+  if (!end) return;
+  const LinkPtr link = links_[{end->own, end->other}];
+  if (!link) return;
+  for (std::uint64_t count = 1 + (choice >> 8) % 12; count > 0; --count) {
+    const std::string bytes = Ledger::packet(*end, packetSize(choice >> 16, count));
+    if (!link->send(bytes.data(), bytes.size())) {
+      if (plugin_->isConnected()) stage_.ledger.fault(*this, "a link that is up takes no packet");
+      return;
+    }
+    ++end->sent;
+  }
+}

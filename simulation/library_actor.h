@@ -1,0 +1,35 @@
+// A plugin on the library that plugins are written with. It waits within its handlers, asks from
+// there, and closes what it likes.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hublink_plugin/hublink_plugin.h"
+#include "simulation/actor.h"
+
+class LibraryActor : public Actor {
+ public:
+  using Actor::Actor;
+  int run() override;
+  bool isLibrary() const override { return true; }
+
+ private:
+  using LinkPtr = std::shared_ptr<HublinkLink>;
+
+  void obey(const Order& order);
+  void provide(const std::string& service);
+  void request(std::uint64_t choice, int milliseconds);
+  void take(const LinkPtr& link);
+  bool accept();
+  void sendPackets(std::uint64_t choice);
+  std::int32_t begin(Question question);
+
+  HublinkPlugin* plugin_ = nullptr;
+  std::int32_t lastCookie_ = 0;
+  std::vector<std::int32_t> services_;
+  std::map<std::pair<std::int32_t, std::int32_t>, LinkPtr> links_;  // by own and other RN
+  int nested_ = 0;
+};

@@ -1,0 +1,77 @@
+// What happens in a simulated run: a list of steps that follows from one seed. Each step stands for
+// itself, so that a list stays meaningful when some of its steps are left out.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+enum class Act : std::uint8_t {
+  arrive,      ///< a new plugin comes
+  provide,     ///< a plugin registers a service
+  withdraw,    ///< a plugin takes a service back
+  request,     ///< a plugin asks for a service
+  query,       ///< a plugin asks who provides a service
+  answer,      ///< a plugin answers what it has put off
+  drop,        ///< a plugin ends a link
+  send,        ///< a plugin sends packets over a link
+  reserve,     ///< a plugin asks for numbers of its own
+  launch,      ///< a plugin has a program started
+  reach,       ///< a plugin has the hub connect to a port
+  locate,      ///< a plugin asks where the hub is
+  ask,         ///< a plugin asks another for a value
+  persist,     ///< a plugin says whether the hub is to stay for it
+  move,        ///< a plugin changes its working directory
+  hush,        ///< a plugin reads and writes nothing for a while
+  disconnect,  ///< a plugin asks to be disconnected
+  leave,       ///< a plugin closes its connection
+  die,         ///< a plugin's process ends
+  wait,        ///< time passes
+};
+inline constexpr int kActs = static_cast<int>(Act::wait) + 1;
+const char* actName(Act act);
+
+/// One thing to be done; `choice` stands for all that is open in it.
+struct Order {
+  Act act;
+  std::uint64_t choice;
+};
+
+struct Step {
+  std::size_t number;  ///< in the whole list
+  Order order;
+  std::uint64_t who;   ///< picks a plugin
+  std::uint64_t seed;  ///< of the chances of this step
+};
+
+struct Scenario {
+  std::uint64_t seed;
+  std::vector<Step> steps;
+};
+
+Scenario makeScenario(std::uint64_t seed);
+
+// What a choice means.
+
+std::string serviceName(std::uint64_t choice);
+/// A program that a plugin has started.
+std::string programName(std::uint64_t choice);
+/// Bytes of the packet that is this one of a row.
+std::uint32_t packetSize(std::uint64_t choice, std::uint64_t place);
+
+struct RequestShape {
+  std::string service;
+  std::int32_t pluginID;
+  const char* workingDir;  ///< or null
+  bool localOnly, noReuse, clientStart;
+};
+RequestShape requestShape(std::uint64_t choice);
+
+/// The services that description files tell of, each with the program that provides it; the others
+/// are provided by whoever registers them.
+struct Provision {
+  const char* service;
+  const char* program;
+  bool isSharedObject;
+};
+const std::vector<Provision>& provisions();

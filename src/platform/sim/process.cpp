@@ -1,0 +1,168 @@
+// Processes of the simulated machine.
+#include "platform/process.h"
+
+#include <algorithm>
+
+#include "platform/sim/world.h"
+
+namespace platform {
+namespace {
+
+constexpr int kNoEntry = 2, kNoProcess = 3, kInvalid = 22;
+constexpr std::uint64_t kNever = ~std::uint64_t{0};
+
+using sim::Process;
+using sim::World;
+
+// The caller's child of this number, or null.
+Process* childOf(const Process& parent, ProcessId id) {
+  Process* process = World::current().find(id);
+  return process && process->parent == &parent ? process : nullptr;
+}
+
+// The descriptor that watches an ended child has done its work.
+void collect(const Process& child) {
+  World& world = World::current();
+  const auto& descriptors = world.self().descriptors;
+  if (!child.killed) return;
+  for (std::size_t i = 0; i < descriptors.size(); ++i) {
+    if (!descriptors[i].isOpen || descriptors[i].child != child.id) continue;
+    readiness().forget(static_cast<int>(i));
+    world.close(static_cast<int>(i));
+  }
+}
+
+int end(ProcessId id, bool atOnce) {
+  World& world = World::current();
+  Process* process = world.find(id);
+  if (!process || process->killed) return -kNoProcess;
+  if (process->handlesStop && !process->stopRequested && !atOnce) {
+    process->stopRequested = true;
+    World::wake(*process);
+  } else {
+    world.kill(*process);
+  }
+  return 0;
+}
+
+}  // namespace
+
+int startProcess(const StartRequest& request, ProcessId& child) {
+  World& world = World::current();
+  world.idle();
+  const sim::Program* program = world.program(request.program);
+  if (!program || world.self().killed) return -kNoEntry;
+  Process& process = world.launch(request.program, *program, &world.self(), request.arguments);
+  sim::Descriptor watch;
+  watch.child = process.id;
+  readiness().watch(world.open(world.self(), watch));
+  child = process.id;
+  return 0;
+}
+
+void collectChildren() {
+  const Process& self = World::current().self();
+  for (std::size_t i = 0; i < self.descriptors.size(); ++i)
+    if (self.descriptors[i].isOpen && self.descriptors[i].child != 0 &&
+        readiness().isReadable(static_cast<int>(i)))
+      collect(*World::current().find(self.descriptors[i].child));
+}
+
+WaitOutcome waitForChildren(const ProcessId* children, std::size_t count, bool all,
+                            int milliseconds, std::size_t& ended) {
+  World& world = World::current();
+  const std::uint64_t limit =
+      milliseconds < 0 ? kNever : world.now() + static_cast<std::uint64_t>(milliseconds);
+  std::vector<Process*> awaited;
+  for (std::size_t i = 0; i < count; ++i) {
+    awaited.push_back(childOf(world.self(), children[i]));
+    if (!awaited.back() || awaited.back()->released) return WaitOutcome::failed;
+  }
+  if (count == 0) return WaitOutcome::failed;
+  const auto done = [&awaited, all] {
+    const auto isOver = [](const Process* process) { return process->killed; };
+    return all ? std::all_of(awaited.begin(), awaited.end(), isOver)
+               : std::any_of(awaited.begin(), awaited.end(), isOver);
+  };
+  while (!done() && world.now() < limit && !world.self().killed) world.waitUntil(limit, done);
+  for (std::size_t i = count; i-- > 0;) {
+    collect(*awaited[i]);
+    if (awaited[i]->killed) ended = i;
+  }
+  if (world.self().killed) return WaitOutcome::failed;
+  return done() ? WaitOutcome::ended : WaitOutcome::timedOut;
+}
+
+bool childEnded(ProcessId id, int& status) {
+  const Process* child = childOf(World::current().self(), id);
+  if (!child || !child->killed) return false;
+  collect(*child);
+  status = child->status;
+  return true;
+}
+
+void releaseChild(ProcessId id) {
+  Process* child = childOf(World::current().self(), id);
+  if (!child) return;
+  child->released = true;
+  collect(*child);
+}
+
+bool processExists(ProcessId process) {
+  return World::current().isAlive(process);
+}
+
+ProcessId currentProcess() {
+  return World::current().self().id;
+}
+
+int terminateProcess(ProcessId process) {
+  return end(process, false);
+}
+
+int killProcess(ProcessId process) {
+  return end(process, true);
+}
+
+bool hasTerminal() {
+  return false;
+}
+
+int setIdlePriority(bool) {
+  return 0;
+}
+
+const char* environmentVariable(const char* name) {
+  const auto& environment = World::current().self().environment;
+  const auto place = name ? environment.find(name) : environment.end();
+  return place == environment.end() ? nullptr : place->second.c_str();
+}
+
+int setEnvironmentVariable(const char* name, const char* value) {
+  if (!name || !value) return -kInvalid;
+  World::current().self().environment[name] = value;
+  return 0;
+}
+
+int unsetEnvironmentVariable(const char* name) {
+  if (!name) return -kInvalid;
+  World::current().self().environment.erase(name);
+  return 0;
+}
+
+void raiseDescriptorLimit() {}
+
+void ignoreBrokenPipe() {}
+
+void ensureStandardDescriptors() {}
+
+void installStopSignals() {
+  World::current().self().handlesStop = true;
+}
+
+bool stopRequested() {
+  const Process& self = World::current().self();
+  return self.stopRequested || self.killed;
+}
+
+}  // namespace platform

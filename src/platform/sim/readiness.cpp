@@ -1,0 +1,111 @@
+// Readiness in the simulated machine: a wait sees what has been announced since the last one.
+#include "platform/readiness.h"
+
+#include "platform/sim/stream.h"
+#include "platform/sim/world.h"
+
+namespace platform {
+namespace {
+
+constexpr std::uint64_t kNever = ~std::uint64_t{0};
+
+using sim::Descriptor;
+using sim::World;
+
+struct State {
+  bool readable, writable, hungUp;
+  bool any() const { return readable || writable || hungUp; }
+};
+
+State stateOf(const Descriptor& entry) {
+  World& world = World::current();
+  if (!entry.stream) return {!world.isAlive(entry.child), false, false};
+  const sim::Stream& stream = *entry.stream;
+  const bool over = stream.connected && (stream.isAtEnd() || stream.reset || stream.ended);
+  const bool writable = stream.connected && !stream.listening && stream.roomComes &&
+                        (over || stream.room(world.weather.streamSize) > 0);
+  return {stream.isReadable() || over, writable, over};
+}
+
+}  // namespace
+
+ReadinessSet::ReadinessSet() : set_(0) {
+  static int sets = 0;
+  set_ = ++sets;
+}
+
+ReadinessSet::~ReadinessSet() = default;
+
+void ReadinessSet::watch(int descriptor) {
+  Descriptor* entry = World::current().entry(descriptor);
+  if (!entry || entry->watchedBy == set_) return;
+  const auto index = static_cast<std::size_t>(descriptor);
+  if (index >= flags_.size()) flags_.resize(index + 64);
+  flags_[index] = kWatched;
+  entry->watchedBy = set_;
+  entry->announced = false;
+}
+
+void ReadinessSet::forget(int descriptor) {
+  if (!(flags(descriptor) & kWatched)) return;
+  flags_[static_cast<std::size_t>(descriptor)] = 0;
+  if (Descriptor* entry = World::current().entry(descriptor)) entry->watchedBy = -1;
+}
+
+bool ReadinessSet::wait(int milliseconds, bool& failed) {
+  World& world = World::current();
+  sim::Process& process = world.self();
+  failed = process.killed;
+  world.idle();
+  const auto news = [this, &process] {
+    for (const Descriptor& entry : process.descriptors)
+      if (entry.watchedBy == set_ && !entry.announced && stateOf(entry).any()) return true;
+    return false;
+  };
+  if (milliseconds != 0 && !process.killed && !news() && !process.woken) {
+    process.idleCalls = 0;
+    world.waitUntil(
+        milliseconds < 0 ? kNever : world.now() + static_cast<std::uint64_t>(milliseconds), news,
+        true);
+  }
+  failed = process.killed;
+  if (failed) return false;
+  const bool interrupted = std::exchange(process.woken, false);
+  if (interrupted && !news()) return false;
+  for (std::size_t i = 0; i < process.descriptors.size(); ++i) {
+    Descriptor& entry = process.descriptors[i];
+    if (entry.watchedBy != set_ || entry.announced) continue;
+    const State state = stateOf(entry);
+    if (!state.any()) continue;
+    entry.announced = true;
+    if (state.readable) flags_[i] |= kReadable;
+    if (state.writable) flags_[i] |= kWritable;
+    if (state.hungUp) flags_[i] |= kHungUp;
+  }
+  return true;
+}
+
+void ReadinessSet::markReadable(int descriptor) {
+  if (flags(descriptor) & kWatched) flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+}
+
+void ReadinessSet::clearReadable(int descriptor) {
+  if (!(flags(descriptor) & kHungUp)) drained(descriptor);
+}
+
+void ReadinessSet::drained(int descriptor) {
+  if (flags(descriptor) & kWatched)
+    flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~kReadable);
+}
+
+void ReadinessSet::clearWritable(int descriptor) {
+  if (flags(descriptor) & kWatched)
+    flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~kWritable);
+}
+
+ReadinessSet& readiness() {
+  static thread_local ReadinessSet set;
+  return set;
+}
+
+}  // namespace platform

@@ -1,0 +1,233 @@
+// Stream sockets of the simulated machine.
+#include "platform/socket.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "platform/host.h"
+#include "platform/sim/stream.h"
+#include "platform/sim/world.h"
+
+namespace platform {
+namespace error {
+// Numbers of its own: what they are is nobody's business but the texts'.
+const int interrupted = 4, accessDenied = 13, badAddress = 14, invalid = 22, inProgress = 115,
+          notSocket = 88, messageTooBig = 90, notSupported = 95, netDown = 100, netReset = 102,
+          aborted = 103, reset = 104, noBuffers = 105, notConnected = 107, brokenPipe = 32,
+          timedOut = 110, hostUnreachable = 113, addressInUse = 98, refused = 111;
+}  // namespace error
+
+namespace {
+
+constexpr int kNoDescriptor = 24;  // no descriptor is left
+constexpr std::uint32_t kLoopback = 0x7F000001;
+
+using sim::Descriptor;
+using sim::Stream;
+using sim::World;
+
+Stream* streamOf(Socket socket) {
+  const Descriptor* entry = World::current().entry(socket);
+  return entry ? entry->stream.get() : nullptr;
+}
+
+Transfer failure(int number) {
+  Transfer outcome;
+  outcome.error = number;
+  return outcome;
+}
+
+Transfer blocked() {
+  Transfer outcome;
+  outcome.wouldBlock = true;
+  return outcome;
+}
+
+std::string dotted(std::uint32_t address) {
+  std::array<char, 16> text;
+  std::snprintf(text.data(), text.size(), "%u.%u.%u.%u", address >> 24, address >> 16 & 0xFF,
+                address >> 8 & 0xFF, address & 0xFF);
+  return text.data();
+}
+
+}  // namespace
+
+Socket openStream() {
+  World& world = World::current();
+  if (world.self().killed) return kNoSocket;
+  auto stream = std::make_shared<Stream>();
+  stream->address = world.self().address;
+  return world.open(world.self(), {std::move(stream)});
+}
+
+void setStreamOptions(Socket) {}
+
+bool bindPort(Socket socket, std::uint16_t port, bool) {
+  World& world = World::current();
+  Stream* stream = streamOf(socket);
+  if (!stream || (port != 0 && world.listenerOn(port))) return false;
+  stream->port = port != 0 ? port : world.freePort();
+  return true;
+}
+
+bool listenOn(Socket socket) {
+  Stream* stream = streamOf(socket);
+  if (!stream) return false;
+  stream->listening = true;
+  World::current().listenerOn(stream->port) = World::current().entry(socket)->stream;
+  return true;
+}
+
+Socket acceptFrom(Socket listener, Transfer& outcome) {
+  World& world = World::current();
+  world.idle();
+  Stream* stream = streamOf(listener);
+  outcome = failure(error::invalid);
+  if (!stream) return kNoSocket;
+  outcome = stream->clients.empty() ? blocked() : failure(kNoDescriptor);
+  if (stream->clients.empty() || world.chance(world.weather.acceptFailure)) return kNoSocket;
+  std::shared_ptr<Stream> client = std::move(stream->clients.front());
+  stream->clients.pop_front();
+  outcome = Transfer();
+  return world.open(world.self(), {std::move(client)});
+}
+
+int connectStream(Socket socket, std::uint32_t, std::uint16_t port, int) {
+  World& world = World::current();
+  world.idle();
+  const Descriptor* entry = world.entry(socket);
+  if (!entry) return error::invalid;
+  const std::shared_ptr<Stream> near = entry->stream;
+  const std::shared_ptr<Stream> listener = world.listenerOn(port);
+  if (!listener || world.chance(world.weather.refusal)) return error::refused;
+  auto far = std::make_shared<Stream>();
+  far->port = port;
+  // A machine is its own loopback.
+  far->address = near->address == listener->address ? kLoopback : listener->address;
+  far->peerAddress = near->address;
+  near->peerAddress = far->address;
+  near->port = world.freePort();
+  far->peer = near;
+  near->peer = far;
+  near->connected = far->connected = true;
+  listener->clients.push_back(far);
+  world.announce(listener);
+  world.announce(near);
+  return 0;
+}
+
+bool parseAddress(const char* text, std::uint32_t& address) {
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  char rest = 0;
+  if (std::sscanf(text, "%3u.%3u.%3u.%3u%c", &a, &b, &c, &d, &rest) != 4) return false;
+  address = a << 24 | b << 16 | c << 8 | d;
+  return true;
+}
+
+bool resolveHost(const char* name, std::uint32_t& address) {
+  address = kLoopback;
+  return std::string(name) == "localhost" || name == hostName();
+}
+
+Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
+  World& world = World::current();
+  world.idle();
+  Stream* stream = streamOf(socket);
+  if (!stream) return failure(error::brokenPipe);
+  if (!stream->connected) return failure(error::notConnected);
+  const std::shared_ptr<Stream> other = stream->peer.lock();
+  if (stream->shutDown || stream->reset) return failure(error::brokenPipe);
+  auto size = static_cast<std::size_t>(count);
+  if (!other) {
+    // The first bytes to somebody who has gone are lost without a word; the reset comes back.
+    stream->reset = true;
+    world.announce(world.entry(socket)->stream);
+    return {count, 0, false};
+  }
+  const std::size_t room = stream->room(world.weather.streamSize);
+  if (room == 0 || !stream->roomComes) {
+    stream->wantsRoom = true;
+    return blocked();
+  }
+  if (size > 1 && world.chance(world.weather.partialTransfer)) size = world.upTo(size - 1);
+  size = std::min(size, room);
+  other->inbox.append(static_cast<const char*>(bytes), size);
+  const bool some = world.chance(world.weather.partialTransfer);
+  if (some) {
+    other->arrived += world.upTo(other->inbox.size() - other->arrived) - 1;
+    world.later(other);
+  } else {
+    other->arrived = other->inbox.size();
+  }
+  world.announce(other);
+  if (size < static_cast<std::size_t>(count)) {
+    stream->wantsRoom = true;
+    stream->roomComes = false;
+    world.later(world.entry(socket)->stream);
+  }
+  world.self().idleCalls = 0;
+  return {static_cast<std::int64_t>(size), 0, false};
+}
+
+Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
+  World& world = World::current();
+  world.idle();
+  Stream* stream = streamOf(socket);
+  if (!stream) return failure(error::reset);
+  if (!stream->connected) return failure(error::notConnected);
+  if (stream->arrived == 0) {
+    if (!stream->isAtEnd()) return blocked();
+    return stream->reset ? failure(error::reset) : Transfer();
+  }
+  const std::size_t size = std::min(static_cast<std::size_t>(count), stream->arrived);
+  std::copy_n(stream->inbox.data(), size, static_cast<char*>(bytes));
+  stream->inbox.erase(0, size);
+  stream->arrived -= size;
+  const std::shared_ptr<Stream> other = stream->peer.lock();
+  if (other && std::exchange(other->wantsRoom, false)) world.announce(other);
+  world.self().idleCalls = 0;
+  return {static_cast<std::int64_t>(size), 0, false};
+}
+
+bool makeBlocking(Socket, int) {
+  return false;
+}
+
+bool makeNonBlocking(int descriptor) {
+  return World::current().entry(descriptor) != nullptr;
+}
+
+int shutdownStream(Socket socket) {
+  World& world = World::current();
+  Stream* stream = streamOf(socket);
+  if (!stream) return world.self().killed ? 0 : error::notSocket;
+  if (!stream->connected) return error::notConnected;
+  stream->shutDown = true;
+  if (const auto other = stream->peer.lock()) {
+    other->ended = true;
+    world.announce(other);
+  }
+  return 0;
+}
+
+int closeStream(Socket socket) {
+  return World::current().close(socket) ? 0 : error::notSocket;
+}
+
+std::uint16_t localPort(Socket socket) {
+  const Stream* stream = streamOf(socket);
+  return stream ? stream->port : std::uint16_t{0};
+}
+
+std::string localAddress(Socket socket) {
+  const Stream* stream = streamOf(socket);
+  return stream && stream->connected ? dotted(stream->address) : std::string();
+}
+
+std::string peerAddress(Socket socket) {
+  const Stream* stream = streamOf(socket);
+  return stream && stream->connected ? dotted(stream->peerAddress) : std::string();
+}
+
+}  // namespace platform

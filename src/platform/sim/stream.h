@@ -1,0 +1,46 @@
+// One end of a connection in the simulated network, or a listening socket.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace platform::sim {
+
+struct Stream {
+  std::uint32_t address = 0;  ///< of the machine that it is on
+  std::uint16_t port = 0;     ///< its own
+  int owner = 0;              ///< the process that holds it; 0 before it was accepted
+  int descriptor = -1;        ///< there
+
+  // Listening.
+  bool listening = false;
+  std::deque<std::shared_ptr<Stream>> clients;  ///< not yet accepted
+
+  // Connected.
+  std::weak_ptr<Stream> peer;  ///< gone once the other side has closed
+  bool connected = false;
+  std::uint32_t peerAddress = 0;
+  std::string inbox;        ///< sent by the other side and not yet read
+  std::size_t arrived = 0;  ///< bytes of it that a read can have
+  bool ended = false;       ///< the other side sends no more
+  bool reset = false;       ///< what is sent meets a reset, and so does a read at the end
+  bool shutDown = false;    ///< this side has ended both directions
+  bool wantsRoom = false;   ///< a send was refused or cut
+  bool roomComes = true;    ///< false while a cut send keeps its room back
+
+  bool isReadable() const {
+    if (listening) return !clients.empty();
+    return connected && (arrived > 0 || isAtEnd());
+  }
+  bool isAtEnd() const { return (inbox.empty() && (ended || reset)) || shutDown; }
+  std::size_t room(std::size_t size) const {
+    const auto other = peer.lock();
+    if (!other) return size;
+    return other->inbox.size() < size ? size - other->inbox.size() : 0;
+  }
+};
+
+}  // namespace platform::sim

@@ -1,0 +1,104 @@
+#include "active_hub/active_hub_record.h"
+
+#include <string>
+
+#include "active_hub/lock_file.h"
+#include "active_hub/md5_text.h"
+#include "indgen/access.h"
+#include "indgen/directory.h"
+#include "indgen/find.h"
+#include "indgen/host.h"
+#include "indgen/path.h"
+#include "indgen/program.h"
+#include "indgen/spawn.h"
+#include "indgen/temporary.h"
+#include "indgen/text.h"
+#include "libcxxutil/ut_options_database.h"
+#include "platform/host.h"
+#include "platform/process.h"
+
+namespace {
+
+constexpr const char* kTitle = "Hublink";
+constexpr const char* kHubProgram = "hublink";
+constexpr unsigned kDirectoryMode = 0750;
+constexpr int kStaleSeconds = 60;
+constexpr int kToolWait = 20;  // seconds
+
+// What a record says; a value that it lacks is -1.
+struct RecordContents {
+  std::int32_t port = -1;
+  std::int32_t process = -1;
+};
+
+RecordContents readRecord(const char* path) {
+  ut_options_database database(kTitle);
+  if (!database.read(path)) return {};
+  return {database.int32_value("Port", -1), database.int32_value("Pid", -1)};
+}
+
+}  // namespace
+
+gen_text recordName(const char* zone, const char* suffix, const char* programPath) {
+  if (zone) return gen_strdup(zone);
+  const gen_text directory = gen_full_path(programPath ? programPath : gen_program_dir());
+  std::string key(directory);
+  if (suffix) key += suffix;
+  // A new build of the hub gets a record of its own.
+  platform::FileStatus hub;
+  if (V_stat(gen_join(directory, kHubProgram), &hub) == 0)
+    key = std::to_string(hub.modifiedMilliseconds / 1000) + key;
+  key += platform::userName();
+  key += gen_host_name();
+  return md5Text(key.c_str());
+}
+
+gen_text recordPath(const char* name) {
+  std::string file = "svc";
+  if (name && *name) file += std::string("_") + name;
+  return gen_join(gen_temporary_directory(nullptr), file.c_str());
+}
+
+ActiveHubRecord::ActiveHubRecord(std::uint32_t port, const char* zone, const char* suffix,
+                                 const char* programPath)
+    : name(recordName(zone, suffix, programPath)) {
+  gen_make_directory_path(gen_temporary_directory(nullptr), kDirectoryMode);
+  ut_options_database database(kTitle);
+  database.add_or_replace_int32("Port", static_cast<std::int32_t>(port));
+  database.add_or_replace_int32("Pid", platform::currentProcess());
+  database.write_to_file(recordPath(name));
+}
+
+bool ActiveHubRecord::lock() {
+  return lockFile(recordPath(name), 0, kStaleSeconds);
+}
+
+void ActiveHubRecord::unlock() {
+  unlockFile(recordPath(name));
+}
+
+void ActiveHubRecord::remove() {
+  V_unlink(recordPath(name));
+}
+
+bool ActiveHubRecord::isOwn() const {
+  return readRecord(recordPath(name)).process == platform::currentProcess();
+}
+
+std::uint16_t findActiveHub(const char* zone, const char* suffix, const char* programPath) {
+  const RecordContents record = readRecord(recordPath(recordName(zone, suffix, programPath)));
+  if (record.port < 0 || record.port > UINT16_MAX || !gen_process_exists(record.process)) return 0;
+  return static_cast<std::uint16_t>(record.port);
+}
+
+bool lockActiveHub(const char* zone, const char* suffix, const char* programPath) {
+  return lockFile(recordPath(recordName(zone, suffix, programPath)), kToolWait, kStaleSeconds);
+}
+
+void unlockActiveHub(const char* zone, const char* suffix, const char* programPath) {
+  unlockFile(recordPath(recordName(zone, suffix, programPath)));
+}
+
+void removeActiveHub(const char* zone, const char* suffix, const char* programPath) {
+  V_unlink(recordPath(recordName(zone, suffix, programPath)));
+}

@@ -1,0 +1,49 @@
+// The record by which tools find a shared hub: a small file in the temporary directory that holds
+// the hub's port and process.
+//
+// Where it lies follows from what every tool can work out for itself: a zone name that they agree
+// on, or else the directory of the installation, the age of the hub in it, the user and the
+// machine. So each user and each installation has a hub of its own. `zone` and `programPath` may be
+// null, `suffix` null or empty; without a `programPath` the directory of the running program
+// counts. A lock beside the file guards its removal.
+//
+// The file is a text of attributes, one on a line: `Port` and `Pid`.
+#pragma once
+
+#include <cstdint>
+
+#include "indgen/memory.h"
+
+/// The name of the record: a copy of `zone` if there is one, else the digest of all that makes an
+/// installation.
+gen_text recordName(const char* zone, const char* suffix, const char* programPath);
+/// The path of the record of this name.
+gen_text recordPath(const char* name);
+
+/// The hub's own hold on its record. The file isn't kept open, and outlives this object.
+class ActiveHubRecord {
+ public:
+  /// Writes the record. A failure leaves a hub that nobody can find.
+  ActiveHubRecord(std::uint32_t port, const char* zone, const char* suffix,
+                  const char* programPath);
+  /// Takes the lock without waiting; one older than 60 seconds is broken. True if it was got.
+  bool lock();
+  void unlock();
+  /// Deletes the record.
+  void remove();
+  /// Whether the record is there and still this process's: another hub may have taken it over.
+  bool isOwn() const;
+
+ private:
+  gen_text name;
+};
+
+// --- For tools that look for a hub ---
+
+/// The port of a hub that runs, or 0. A record whose process has gone stays where it is.
+std::uint16_t findActiveHub(const char* zone, const char* suffix, const char* programPath);
+/// Takes the lock, so that the hub can't take its record away; tries for up to 20 seconds.
+bool lockActiveHub(const char* zone, const char* suffix, const char* programPath);
+void unlockActiveHub(const char* zone, const char* suffix, const char* programPath);
+/// Deletes the record.
+void removeActiveHub(const char* zone, const char* suffix, const char* programPath);

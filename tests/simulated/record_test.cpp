@@ -1,0 +1,140 @@
+// How a hub and the tools treat its record and lock as time goes by, on the simulated machine.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <ctime>
+
+#include "active_hub/active_hub_record.h"
+#include "active_hub/lock_file.h"
+#include "hublink_plugin/hublink_plugin.h"
+#include "indgen/scratch.h"
+#include "platform/clock.h"
+#include "platform/sim/world.h"
+#include "services/hublink/hublink.h"
+#include "services/hublink/main_loop.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::sim::Process;
+
+class RecordTest : public testing::Test {
+ protected:
+  RecordTest() {
+    gen_temporary_directory(scratch.path().c_str());
+    // The files' times are the system's.
+    world.wallStart = std::time(nullptr) * 1000;
+  }
+  ~RecordTest() override {
+    world.endAll();
+    EXPECT_EQ(world.fault(), "");
+    gen_temporary_directory("/tmp");
+  }
+
+  Process& start(std::function<int()> body) {
+    Process& process = world.start("it", [body](const auto&) { return body(); });
+    world.settle();
+    return process;
+  }
+  Process& startHub() {
+    return start([this] {
+      Hublink hub(database, 0, nullptr, nullptr);
+      if (!hub.startListening(false, "zone")) return 1;
+      port = hub.getPort();
+      runMainLoop(hub, [this] { passes += hasRecord(); });
+      return 0;
+    });
+  }
+  Process& startPlugin() {
+    return start([this] {
+      HublinkPlugin plugin;
+      std::string error;
+      return plugin.connect(port, error) ? plugin.serveUntil([] { return false; }, -1) : 1;
+    });
+  }
+  Process& startLocking(int wait, bool& got) {
+    return start([&, wait] { return got = lockFile(guarded.c_str(), wait, 60), 0; });
+  }
+  void endPass(Process& hub) {
+    world.wake(hub);
+    world.settle();
+  }
+  bool hasRecord() const { return fs::exists(scratch / "svc_zone"); }
+  void makeLock(int age) const {
+    const std::chrono::seconds time(platform::unixMilliseconds() / 1000 - age);
+    fs::last_write_time(scratch.write("a.lock", ""),
+                        std::chrono::file_clock::from_sys(std::chrono::sys_time(time)));
+  }
+
+  platform::sim::World world;
+  const Scratch scratch;
+  const std::string guarded = scratch / "a.b";
+  const ServiceDatabase database;
+  std::uint16_t port = 0;
+  int passes = 0;  // of the hub, at whose end its record was there
+};
+
+TEST_F(RecordTest, GoesOnTheThirdIdlePassAndTheHubLater) {
+  Process& hub = startHub();
+  Process& plugin = startPlugin();
+  world.pass(10000);
+  EXPECT_TRUE(hasRecord());
+  passes = 0;
+  world.kill(plugin);
+  world.pass(3000);
+  EXPECT_FALSE(hasRecord());
+  EXPECT_EQ(passes, 3);
+  // Somebody who has known the port from before keeps it alive.
+  Process& late = startPlugin();
+  world.pass(10000);
+  EXPECT_FALSE(hub.returned);
+  EXPECT_FALSE(late.returned);
+  world.kill(late);
+  world.pass(4000);
+  endPass(hub);
+  EXPECT_FALSE(hub.returned);
+  world.pass(1);
+  endPass(hub);
+  EXPECT_TRUE(hub.returned);
+  EXPECT_EQ(passes, 3) << "no record comes back";
+}
+
+TEST_F(RecordTest, StaysWhileAToolHoldsTheLock) {
+  Process& hub = startHub();
+  EXPECT_TRUE(lockActiveHub("zone", nullptr, nullptr));
+  world.pass(3000);
+  EXPECT_TRUE(hasRecord());
+  EXPECT_EQ(findActiveHub("zone", nullptr, nullptr), port);
+  unlockActiveHub("zone", nullptr, nullptr);
+  world.pass(500);
+  EXPECT_FALSE(hasRecord());
+  EXPECT_FALSE(hub.returned);
+}
+
+TEST_F(RecordTest, LocksAgeAndWait) {
+  bool got = true;
+  makeLock(60);
+  EXPECT_TRUE(startLocking(0, got).returned) << "one try, without a pause";
+  EXPECT_FALSE(got);
+  makeLock(61);
+  EXPECT_FALSE(lockFile(guarded.c_str(), 0, kLockNeverStale));
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(lockFile(guarded.c_str(), 0, 60));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "warning: Breaking lock on file " + scratch / "a.lock" +
+                " because it is more than 60 seconds old.\n");
+  Process& waiting = startLocking(20, got = true);
+  int pauses = 0;
+  for (; !waiting.returned && pauses < 1000; ++pauses) world.pass(100);
+  EXPECT_EQ(pauses, 200);
+  EXPECT_FALSE(got);
+  Process& patient = startLocking(kWaitForLock, got);
+  world.pass(100000);
+  EXPECT_FALSE(patient.returned);
+  EXPECT_TRUE(unlockFile(guarded.c_str()));
+  EXPECT_TRUE(unlockFile(guarded.c_str())) << "nobody has it";
+  world.pass(100);
+  EXPECT_TRUE(patient.returned && got);
+}
+
+}  // namespace
