@@ -20,7 +20,7 @@ ROOMS["generated"] = list(ROOMS)
 ROOMS["src/shared/hublink_plugin"] = list(ROOMS)
 ROOMS["src/services/hublink"] = [room for room in ROOMS if room != "src/shared/hublink_plugin"]
 ROOMS["src/tools"] = list(ROOMS)
-ANYTHING = ["examples", "tests", "bench", "fuzz"]
+ANYTHING = ["examples", "tests", "bench", "fuzz", "simulation"]
 SYSTEM_ROOM = "src/platform/posix"
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')

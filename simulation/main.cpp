@@ -5,6 +5,7 @@
 // steps is cut down as long as it goes on failing, and what is left is shown.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "indgen/program.h"
+#include "indgen/temporary.h"
 #include "simulation/run.h"
 
 namespace {
@@ -30,12 +32,8 @@ struct Options {
   std::string place;  // where the worker writes its seed
 };
 
-ServiceDatabase makeDatabase() {
+ServiceDatabase makeDatabase(const std::string& file) {
   ServiceDatabase database;
-  const std::filesystem::path file =
-      std::filesystem::temp_directory_path() /
-      ("simulation-services-" +
-       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
   std::ofstream text(file);
   text << "Services {\n";
   for (const Provision& provision : provisions())
@@ -45,7 +43,6 @@ ServiceDatabase makeDatabase() {
   text << "}\n";
   text.close();
   database.read_file(file.c_str());
-  std::filesystem::remove(file);
   return database;
 }
 
@@ -87,12 +84,34 @@ class Watchdog {
   std::thread thread_;
 };
 
-int runWorker(const Options& options) {
-  {
-    platform::sim::World world;
-    gen_initialise();
+// A directory of this process's own, which goes with the object.
+class Scratch {
+ public:
+  Scratch()
+      : path_(std::filesystem::temp_directory_path() /
+              ("simulation-" +
+               std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()))) {
+    std::filesystem::create_directory(path_);
   }
-  const ServiceDatabase database = makeDatabase();
+  ~Scratch() { std::filesystem::remove_all(path_); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  std::string file(const char* name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+int runWorker(const Options& options) {
+  const Scratch scratch;
+  {
+    // What the support library remembers is the same for all runs.
+    platform::sim::World world;
+    platform::setEnvironmentVariable("TMP", scratch.file("").c_str());
+    gen_initialise();
+    gen_temporary_directory(nullptr);
+  }
+  const ServiceDatabase database = makeDatabase(scratch.file("services"));
   Watchdog watchdog;
   for (std::uint64_t seed = options.first; seed < options.first + options.count; ++seed) {
     if (!options.place.empty()) std::ofstream(options.place) << seed;
@@ -152,16 +171,13 @@ std::vector<std::size_t> shorten(const Workers& workers, std::uint64_t seed) {
 
 int runAll(const Options& options, const std::string& program) {
   const Workers workers(program);
-  const std::filesystem::path place =
-      std::filesystem::temp_directory_path() /
-      ("simulation-seed-" +
-       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
+  const Scratch scratch;
+  const std::string place = scratch.file("seed");
   for (std::uint64_t done = 0; done < options.count; done += kBatch) {
     const std::uint64_t count = std::min<std::uint64_t>(kBatch, options.count - done);
-    if (workers.run(options.first + done, count, "--place " + place.string(), false)) continue;
+    if (workers.run(options.first + done, count, "--place " + place, false)) continue;
     std::uint64_t seed = options.first + done;
     std::ifstream(place) >> seed;
-    std::filesystem::remove(place);
     std::printf("seed %llu fails; making it short\n", static_cast<unsigned long long>(seed));
     const std::string steps = listed(shorten(workers, seed));
     workers.run(seed, 1, steps + " --verbose", false);
@@ -169,7 +185,6 @@ int runAll(const Options& options, const std::string& program) {
                 static_cast<unsigned long long>(seed), steps.c_str());
     return 1;
   }
-  std::filesystem::remove(place);
   std::printf("%llu scenarios from seed %llu went well\n",
               static_cast<unsigned long long>(options.count),
               static_cast<unsigned long long>(options.first));
