@@ -69,15 +69,20 @@ std::pair<LinkEnd*, LinkEnd*> Ledger::ends(const Actor& actor, std::int32_t own,
   return {nullptr, nullptr};
 }
 
+// A link may come up for somebody whose wish to leave is on its way.
+LinkEnd Ledger::newEnd(Actor& actor, std::int32_t own, std::int32_t other) const {
+  return {&actor, own, other, leaving_.contains(&actor) ? Leaving::perhaps : Leaving::no};
+}
+
 void Ledger::accept(Actor& provider, std::int32_t serviceRN, std::int32_t requesterRN) {
-  links_[{serviceRN, requesterRN}].provider = {&provider, serviceRN, requesterRN};
+  links_[{serviceRN, requesterRN}].provider = newEnd(provider, serviceRN, requesterRN);
 }
 
 void Ledger::link(Actor& requester, std::int32_t requesterRN, std::int32_t serviceRN) {
   Link& link = links_[{serviceRN, requesterRN}];
   if (!link.provider.actor)
     fault(requester, named(requesterRN, serviceRN) + " is up without the provider's word");
-  link.requester = {&requester, requesterRN, serviceRN};
+  link.requester = newEnd(requester, requesterRN, serviceRN);
 }
 
 void Ledger::drop(const Actor& actor, std::int32_t own, std::int32_t other) {
@@ -103,6 +108,7 @@ void Ledger::hearEnd(const Actor& actor, std::int32_t own, std::int32_t other) {
 }
 
 void Ledger::leave(const Actor& actor, bool certain) {
+  if (!certain) leaving_.insert(&actor);
   for (auto& [key, link] : links_)
     for (LinkEnd* end : {&link.provider, &link.requester})
       if (end->actor == &actor && (certain || end->left == Leaving::no))

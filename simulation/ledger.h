@@ -3,9 +3,9 @@
 // arrive whole and in order.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -75,9 +75,11 @@ class Ledger {
   using Key = std::pair<std::int32_t, std::int32_t>;  // the provider's RN, the requester's
   /// This side and the other one; nulls if there is no such link.
   std::pair<LinkEnd*, LinkEnd*> ends(const Actor& actor, std::int32_t own, std::int32_t other);
+  LinkEnd newEnd(Actor& actor, std::int32_t own, std::int32_t other) const;
   void checkEnd(const LinkEnd& end, const LinkEnd& other);
 
   platform::sim::World& world_;
   std::map<const Actor*, std::map<std::pair<Question, std::int32_t>, Answers>> questions_;
   std::map<Key, Link> links_;
+  std::set<const Actor*> leaving_;  // have asked the hub to disconnect them
 };

@@ -155,8 +155,7 @@ class STPTransport {
   /// The same for this transport, while those of `others` only relay: each reads, and passes on, up
   /// to its first packet that would be delivered here, and leaves that one and all behind it to a
   /// later step. Nothing of theirs is delivered.
-  void serviceOnceRelaying(int timeout, const STPTransportSet& others,
-                           STPStatus* status = nullptr);
+  void serviceOnceRelaying(int timeout, const STPTransportSet& others, STPStatus* status = nullptr);
 
   // --- Sync and channels (stp_channel.cpp) ---
   /// A barrier: sends one packet and waits for the peer's.
@@ -183,8 +182,7 @@ class STPTransport {
 
  private:
   friend class STPChannel;
-  friend void serviceFirst(int timeout, const STPTransportSet& transports,
-                           STPStatus* status);
+  friend void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status);
 
   using ListenerKey = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
   using MessageQueue = std::list<std::unique_ptr<STPReceivedMessage>>;
