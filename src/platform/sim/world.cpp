@@ -56,7 +56,7 @@ const Program* World::program(const std::string& name) const {
   return place == programs_.end() ? nullptr : &place->second;
 }
 
-Process& World::start(const std::string& name, Program program, std::uint32_t address) {
+Process& World::start(const std::string& name, const Program& program, std::uint32_t address) {
   Process& process = launch(name, program, nullptr, {name});
   process.address = address;
   return process;

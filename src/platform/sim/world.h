@@ -115,7 +115,8 @@ class World {
   /// A program that startProcess finds by its base name.
   void install(const std::string& name, Program program);
   /// Starts a process that nobody is the parent of, on the machine with this address.
-  Process& start(const std::string& name, Program program, std::uint32_t address = 0x7F000001);
+  Process& start(const std::string& name, const Program& program,
+                 std::uint32_t address = 0x7F000001);
   /// Ends a process as a crash would: its connections end, and all that it still calls fails.
   void kill(Process& process);
   /// Ends a wait of the process, as a signal would.
