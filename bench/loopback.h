@@ -51,6 +51,7 @@ class BenchProcess {
              std::string& error);
   /// True if it was started and has ended; `status` is its exit code.
   bool ended(int& status) const;
+  platform::ProcessId id() const { return process_; }
 
  private:
   platform::ProcessId process_ = 0;

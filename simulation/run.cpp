@@ -13,6 +13,8 @@ constexpr std::uint32_t kThisMachine = 0x0A000001, kOtherMachine = 0x0A000002;
 // A launch gives up after half a minute.
 constexpr std::uint64_t kLaunchPatience = 31000;
 constexpr std::size_t kMostActors = 24;
+// Bytes; small enough that a plugin which falls silent holds others up.
+constexpr std::int64_t kSmallBacklog = 20000;
 
 }  // namespace
 
@@ -107,6 +109,7 @@ int Run::runChild(ActorRole role, bool isLibrary, const std::vector<std::string>
 
 int Run::runHub() {
   {
+    if (scenario_.seed % 2 == 1) stpProcess().backlogLimit = kSmallBacklog;
     Hublink hub(database_, 0, nullptr, nullptr);
     HublinkInspector inspector(hub);
     inspector_ = &inspector;

@@ -29,8 +29,16 @@ class ReadinessSet {
   /// time: no limit. False if an interrupt ended the wait or the wait failed; `failed` tells which.
   bool wait(int milliseconds, bool& failed);
 
+  /// The descriptors of which something has become known since forgetNews(), each at least once;
+  /// some may have been closed since.
+  const std::vector<int>& news() const { return news_; }
+  bool hasNews() const { return !news_.empty(); }
+  void forgetNews() { news_.clear(); }
+
   bool isReadable(int descriptor) const { return (flags(descriptor) & kReadable) != 0; }
   bool isWritable(int descriptor) const { return (flags(descriptor) & kWritable) != 0; }
+  /// The peer has closed, or the connection has failed.
+  bool isHungUp(int descriptor) const { return (flags(descriptor) & kHungUp) != 0; }
   /// Has the descriptor read again although no event has announced anything.
   void markReadable(int descriptor);
   /// A read has taken all there was. Keeps the mark if the peer has hung up, since the end of the
@@ -50,6 +58,7 @@ class ReadinessSet {
 
   int set_;
   std::vector<std::uint8_t> flags_;  // by descriptor
+  std::vector<int> news_;
 };
 
 /// The set of this process.

@@ -29,6 +29,7 @@ void ReadinessSet::watch(int descriptor) {
   // A file, or no room in the set, or no descriptor at all. Trying it always costs time, but never
   // waits for what nobody will announce.
   flags_[index] = kWatched | kReadable | kWritable | kAlways;
+  news_.push_back(descriptor);
 }
 
 void ReadinessSet::forget(int descriptor) {
@@ -48,12 +49,15 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
     if (event.events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)) known |= kReadable;
     if (event.events & (EPOLLOUT | EPOLLHUP | EPOLLERR)) known |= kWritable;
     if (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) known |= kHungUp;
+    news_.push_back(event.data.fd);
   }
   return true;
 }
 
 void ReadinessSet::markReadable(int descriptor) {
-  if (flags(descriptor) & kWatched) flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+  if (!(flags(descriptor) & kWatched)) return;
+  flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+  news_.push_back(descriptor);
 }
 
 void ReadinessSet::clearReadable(int descriptor) {

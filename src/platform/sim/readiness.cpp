@@ -81,12 +81,15 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
     if (state.readable) flags_[i] |= kReadable;
     if (state.writable) flags_[i] |= kWritable;
     if (state.hungUp) flags_[i] |= kHungUp;
+    news_.push_back(static_cast<int>(i));
   }
   return true;
 }
 
 void ReadinessSet::markReadable(int descriptor) {
-  if (flags(descriptor) & kWatched) flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+  if (!(flags(descriptor) & kWatched)) return;
+  flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+  news_.push_back(descriptor);
 }
 
 void ReadinessSet::clearReadable(int descriptor) {

@@ -61,20 +61,13 @@ bool Hublink::startListening(bool notShared, const char* zone) {
   return true;
 }
 
-// Something that the next pass can do at once.
-bool Hublink::workWaits() const {
-  return std::any_of(negotiatingConnections.begin(), negotiatingConnections.end(),
-                     [](const auto& connection) { return connection->isNegotiated(); });
-}
-
 void Hublink::servicePass(int timeout, STPStatus* status) {
-  acceptNewConnection();
+  acceptNewConnections();
   stepNegotiation();
-  serviceFirst(workWaits() ? 0 : timeout, transports, status);
+  serviceFirst(timeout, transports, status);
   // A plugin that goes is no failure of the hub's.
   if (status && status->code == STP_PEER_CLOSED) status->clear();
-  reapDeadConnections();
-  reapDeadTransports();
+  reap();
   platform::collectChildren();
 }
 
@@ -117,4 +110,14 @@ void Hublink::logInternal(const char* format, ...) {
 STPTransport* Hublink::forwardTarget(std::int32_t destinationRN) {
   const HublinkConnection* owner = connectionForRN(destinationRN);
   return owner ? owner->getTransport() : nullptr;
+}
+
+void Hublink::congestionChanged(STPTransport* target, bool isCongested) {
+  const auto place = std::find_if(
+      activeConnections.begin(), activeConnections.end(),
+      [target](const auto& connection) { return connection->getTransport() == target; });
+  if (place == activeConnections.end()) return;
+  logInternal(isCongested ? "Plugin ID %d doesn't read: those who send to it wait.\n"
+                          : "Plugin ID %d no longer holds others up.\n",
+              (*place)->getPluginID());
 }

@@ -79,6 +79,8 @@ class Hublink : public ForwardingHandler {
   void logInternal(const char* format, ...) GEN_PRINTF(2, 3);
   /// The transport of the owner of an RN above the link's own addresses, else null.
   STPTransport* forwardTarget(std::int32_t destinationRN) override;
+  /// Tells in the internal log who holds others up.
+  void congestionChanged(STPTransport* target, bool isCongested) override;
   std::uint16_t getPort() const { return static_cast<std::uint16_t>(port); }
 
   // --- Connections (hublink_connections.cpp) ---
@@ -131,16 +133,18 @@ class Hublink : public ForwardingHandler {
   // Life.
   bool openListener();
   void freshListener();
-  bool workWaits() const;
 
   // Connections.
   bool pluginIDsLeft() const;
   std::int32_t nextPlugin();
   HublinkConnection* addConnection(const CountedPtr<STPTransport>& transport, std::int32_t process,
                                    const char* name, const char* workingDir);
-  void acceptNewConnection();
+  void acceptNewConnections();
+  bool acceptNewConnection();
   void acceptFailed();
   void stepNegotiation();
+  void becomeActive(HublinkConnection* connection);
+  void reap();
   void reapDeadConnections();
   void reapDead(Connections& connections, const char* stage);
   void takeDown(HublinkConnection* connection);
@@ -203,9 +207,10 @@ class Hublink : public ForwardingHandler {
   STPTransport* listener = nullptr;  // stands in `transports`, or null after a failed set-up
   std::uint32_t port;
   int listenSocket = 0;
-  bool acceptBroken = false;        // the last accept failed
-  std::uint64_t acceptRetryAt = 0;  // ms of the steady clock
-  std::int32_t nextPluginID = 0;    // the last one handed out
+  std::uint64_t reapedClosings = 0;  // the process's count when the hub last reaped
+  bool acceptBroken = false;         // the last accept failed
+  std::uint64_t acceptRetryAt = 0;   // ms of the steady clock
+  std::int32_t nextPluginID = 0;     // the last one handed out
   std::int32_t lastStartCookie = 0;
   int launchLimit = 30000;
   const ServiceDatabase& serviceDatabase;

@@ -4,11 +4,14 @@
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "services/hublink/hublink.h"
+#include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_socket.h"
 
 namespace {
 
 constexpr std::int32_t kLastPluginID = 65535;
+// Clients that one pass takes at most.
+constexpr int kMostAccepts = 256;
 // Milliseconds after which an accept that failed is tried again.
 constexpr std::uint64_t kAcceptRetry = 500;
 
@@ -40,24 +43,31 @@ HublinkConnection* Hublink::addConnection(const CountedPtr<STPTransport>& transp
   return connection.get();
 }
 
-void Hublink::acceptNewConnection() {
+// Takes those who wait, oldest first, up to what one pass may spend on it.
+void Hublink::acceptNewConnections() {
+  for (int count = 0; count < kMostAccepts && acceptNewConnection(); ++count)
+    if (listener) listener->handleRead();  // only a further try tells whether somebody else waits
+}
+
+// True if there was a client.
+bool Hublink::acceptNewConnection() {
   if (!listener) {
     // Without a listener nobody could come any more: it is made anew as soon as it can be.
     acceptFailed();
-    return;
+    return false;
   }
   if (acceptBroken) {
-    if (platform::monotonicMilliseconds() < acceptRetryAt) return;
+    if (platform::monotonicMilliseconds() < acceptRetryAt) return false;
     listener->handleRead();  // nothing announces those who already wait
   }
   STPStatus status;
   const bool accepted = listener->tryAccept(false, &status);
   if (!status.good()) {
     acceptFailed();
-    return;
+    return false;
   }
   acceptBroken = false;
-  if (!accepted) return;
+  if (!accepted) return false;
   logInternal("Accepted new connection.\n");
   CountedPtr<STPTransport> client(listener);
   freshListener();
@@ -67,6 +77,7 @@ void Hublink::acceptNewConnection() {
     logInternal("Closed new connection: plugin IDs are used up.\n");
     client->disconnect();
   }
+  return true;
 }
 
 // The transport that waited is idle now and goes with the next reaping; the socket itself is sound.
@@ -77,23 +88,37 @@ void Hublink::acceptFailed() {
   freshListener();
 }
 
+// Makes active those who have finished, the oldest first.
 void Hublink::stepNegotiation() {
-  if (negotiatingConnections.empty()) return;
-  CountedPtr<HublinkConnection> connection = std::move(negotiatingConnections.front());
-  negotiatingConnections.pop_front();
-  if (!connection->isNegotiated()) {
-    negotiatingConnections.push_back(std::move(connection));
-    return;
+  for (auto place = negotiatingConnections.begin(); place != negotiatingConnections.end();) {
+    if ((*place)->isNegotiated()) {
+      const auto finished = place++;
+      activeConnections.splice(activeConnections.end(), negotiatingConnections, finished);
+      becomeActive(activeConnections.back().get());
+    } else {
+      ++place;
+    }
   }
+}
+
+void Hublink::becomeActive(HublinkConnection* connection) {
   const std::int32_t pluginID = connection->getPluginID();
-  activeConnections.push_back(connection);
-  activeByPluginID[pluginID] = connection.get();
+  activeByPluginID[pluginID] = connection;
   if (log) connection->StartLogging();
   connection->PluginId(pluginID);
   const auto waiter = launchWaiters.find(pluginID);
   if (waiter == launchWaiters.end()) return;
   waiter->second.requester->PluginConnectedEvent(waiter->second.cookie, pluginID, "");
   launchWaiters.erase(waiter);
+}
+
+// Without an end since the last time there is nobody to take down.
+void Hublink::reap() {
+  const std::uint64_t closings = stpProcess().closings;
+  if (closings == reapedClosings) return;
+  reapedClosings = closings;
+  reapDeadConnections();
+  reapDeadTransports();
 }
 
 void Hublink::reapDeadConnections() {

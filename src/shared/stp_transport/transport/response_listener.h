@@ -23,4 +23,9 @@ class ForwardingHandler {
   virtual ~ForwardingHandler() = default;
   /// The transport that a packet for `destinationRN` is passed on to, or null to keep it here.
   virtual STPTransport* forwardTarget(std::int32_t destinationRN) = 0;
+  /// More waits for `target` than it may hold, or no longer: those who send to it are stopped.
+  virtual void congestionChanged(STPTransport* target, bool isCongested) {
+    static_cast<void>(target);
+    static_cast<void>(isCongested);
+  }
 };

@@ -1,30 +1,41 @@
 // Owner of a block of bytes whose address others may hold: the buffers of a transport. The pointer
 // itself is at hand, since the other end of a pair in one process reads through it.
+//
+// A transport has its blocks only while they hold something. Blocks of the usual size go to a small
+// store from which the next transport takes them, so that this costs a busy one next to nothing.
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
-#include "indgen/memory.h"
+/// The size in bytes that is kept in store.
+inline constexpr std::int64_t STP_STORED_BLOCK = 32768;
 
 struct STPByteBlock {
   unsigned char* bytes = nullptr;
 
-  explicit STPByteBlock(std::int64_t size) { renew(size); }
-  ~STPByteBlock() { gen_free(bytes); }
+  STPByteBlock() = default;
+  ~STPByteBlock() { release(); }
   STPByteBlock(const STPByteBlock&) = delete;
   STPByteBlock& operator=(const STPByteBlock&) = delete;
 
-  /// A zero-filled block in place of the old one.
-  void renew(std::int64_t size) {
-    gen_free(bytes);
-    bytes = allocate(size);
+  /// Makes a block of `size` bytes, with anything in it, if there is none.
+  void require(std::int64_t size) {
+    if (!bytes) adopt(allocate(size), size);
   }
-  static unsigned char* allocate(std::int64_t size) {
-    return static_cast<unsigned char*>(gen_alloc(static_cast<std::size_t>(size), 1));
+  void release() {
+    if (bytes) discard(std::exchange(bytes, nullptr), size_);
   }
-  /// Takes over a block from allocate().
-  void adopt(unsigned char* block) {
-    gen_free(bytes);
+  /// Takes over a block of `size` bytes from allocate().
+  void adopt(unsigned char* block, std::int64_t size) {
+    release();
     bytes = block;
+    size_ = size;
   }
+  static unsigned char* allocate(std::int64_t size);
+
+ private:
+  static void discard(unsigned char* block, std::int64_t size);
+
+  std::int64_t size_ = 0;
 };

@@ -6,7 +6,7 @@
 #include <map>
 #include <vector>
 
-class STPTransport;
+#include "stp_transport/transport/stp_transport_set.h"
 
 struct STPProcessState {
   /// Calls in progress: messages sent and not yet finished, plus messages being handled.
@@ -19,6 +19,15 @@ struct STPProcessState {
   std::uintptr_t lastSerial = 0;
   /// Every live transport, in the order of construction.
   std::map<std::uintptr_t, STPTransport*> transportsBySerial;
+  /// Those that may have something to do in a step on a set: all others are idle, and cost it
+  /// nothing.
+  STPTransportSet attention;
+  /// Whose the events of a descriptor are, by its number; null for nobody's.
+  std::vector<STPTransport*> byDescriptor;
+  /// How often a transport has stopped being connected or listening.
+  std::uint64_t closings = 0;
+  /// Bytes waiting to be written to a transport from which on those who send to it aren't read.
+  std::int64_t backlogLimit = std::int64_t{256} << 20;
   /// Transports that a packet has been queued on since they were last flushed.
   std::vector<STPTransport*> unflushed;
 };

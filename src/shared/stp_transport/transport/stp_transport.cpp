@@ -10,11 +10,10 @@ STPTransport::STPTransport(std::int32_t initialSize)
     : serial_(++stpProcess().lastSerial),
       writeInitial_(initialSize),
       writeCapacity_(initialSize),
-      writeBuffer_(initialSize),
       readInitial_(initialSize),
-      readCapacity_(initialSize),
-      readBuffer_(initialSize) {
+      readCapacity_(initialSize) {
   stpProcess().transportsBySerial.emplace(serial_, this);
+  attend();
 }
 
 STPTransport::~STPTransport() {
@@ -22,6 +21,8 @@ STPTransport::~STPTransport() {
   dropChannels();
   STPProcessState& process = stpProcess();
   process.transportsBySerial.erase(serial_);
+  process.attention.erase(this);
+  if (listening_) disclaim(listenFD_);
   if (unflushed_) std::erase(process.unflushed, this);
 }
 

@@ -28,22 +28,16 @@
 #include "stp_transport/transport/stp_byte_block.h"
 #include "stp_transport/transport/stp_call_stack.h"
 #include "stp_transport/transport/stp_status.h"
+#include "stp_transport/transport/stp_transport_set.h"
 #include "stp_transport/wire/stp_wire.h"
 
 class STPChannel;
 
 /// Initial size in bytes of both buffers of every transport in this system.
 inline constexpr std::int32_t STP_BUFFER_SIZE = 32768;
+static_assert(STP_BUFFER_SIZE == STP_STORED_BLOCK);
 /// Milliseconds of one service step in a blocking wait that has no handler.
 inline constexpr int STP_WAIT_STEP = 10000;
-
-class STPTransport;
-
-/// Transports in the order of their construction, whatever their addresses are.
-struct STPTransportOrder {
-  bool operator()(const STPTransport* a, const STPTransport* b) const;
-};
-using STPTransportSet = std::set<STPTransport*, STPTransportOrder>;
 
 class STPTransport {
  public:
@@ -72,6 +66,9 @@ class STPTransport {
   bool isInProcess() const { return inProcess_; }
   /// The connected socket, else the listening one, else -1.
   int fileDescriptor() const { return connected_ ? fd_ : listening_ ? listenFD_ : -1; }
+  /// More bytes wait to be written than the limit allows: those who send to it aren't read until
+  /// half of that has gone.
+  bool isCongested() const { return congested_; }
   bool isWritePending() const { return connected_ && !inProcess_ && writeCount_ > 0; }
   /// Type and id of the last packet queued, each pointer optional; false if there was none.
   bool lastQueued(std::uint32_t* type, std::uint32_t* id) const;
@@ -140,7 +137,7 @@ class STPTransport {
   /// Begins listening without waiting.
   void startListenOnFD(int fd, STPStatus* status = nullptr);
   /// Ends listening; the socket stays open and is the caller's alone.
-  void stopListening() { listening_ = clientWaiting_ = false; }
+  void stopListening();
   /// Whether a client was accepted. Nobody being there is no failure.
   bool tryAccept(bool closeListener, STPStatus* status = nullptr);
   /// Becomes the transport of a connected socket, which it then owns.
@@ -200,6 +197,16 @@ class STPTransport {
   bool canWrite() const;
   bool canRead() const;
   void serveReady(STPStatus* status);
+  /// Has steps on sets look at this transport. To be called wherever something to do may have
+  /// arisen; looking in vain costs little.
+  void attend();
+  bool needsAttention() const;
+  void releaseEmptyBuffers();
+  /// Has the transports that the readiness set has news of looked at.
+  static void attendNews();
+  /// Events of a descriptor are this transport's from now on, or nobody's.
+  void claim(int fd);
+  void disclaim(int fd);
   void drainThenClose(STPStatus* status);
   void makeReadRoom(std::int64_t wanted);
   bool receiveFromSocket();
@@ -215,6 +222,9 @@ class STPTransport {
   void takePacket(const STPPacketTest& test);
   bool passOn(const STPPacketTest& test);
   bool canRelay() const;
+  void noteCongestion(STPTransport& target);
+  void endCongestion();
+  bool isStalled() const;
   void relayInput();
   void retryDeferred();
   void finishInput();
@@ -276,7 +286,9 @@ class STPTransport {
   std::int64_t readCapacity_;
   STPByteBlock readBuffer_;
   bool needMore_ = false;
-  bool heldBack_ = false;  // a relaying step has left a packet to be delivered
+  bool congested_ = false;
+  std::uintptr_t stalledOn_ = 0;  // the serial of the congested transport that this one sends to
+  bool heldBack_ = false;         // a relaying step has left a packet to be delivered
 
   MessageQueue responses_;
   MessageQueue unclaimed_;

@@ -6,6 +6,7 @@
 #include "platform/file.h"
 #include "platform/readiness.h"
 #include "platform/socket.h"
+#include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_socket.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -67,11 +68,12 @@ STPTransport::WriteResult STPTransport::writeOnce() {
   if (sent.count < offered) platform::readiness().clearWritable(fd_);
   writeOffset_ += sent.count;
   writeCount_ -= sent.count;
+  if (congested_ && writeCount_ <= stpProcess().backlogLimit / 2) endCongestion();
   if (writeCount_ == 0) {
     writeOffset_ = 0;
     if (writeCapacity_ != writeInitial_) {
       writeCapacity_ = writeInitial_;
-      writeBuffer_.renew(writeCapacity_);
+      writeBuffer_.release();
     }
   }
   return WriteResult::wrote;
@@ -113,7 +115,7 @@ bool STPTransport::canRead() const {
   // A client that is known to wait is somebody else's to take.
   if (listening_ && clientWaiting_) return false;
   const int fd = fileDescriptor();
-  return fd >= 0 && platform::readiness().isReadable(fd);
+  return fd >= 0 && platform::readiness().isReadable(fd) && !isStalled();
 }
 
 // This transport's own turn: the write first, then the read.
@@ -156,14 +158,14 @@ void STPTransport::makeReadRoom(std::int64_t wanted) {
   // next byte lies in front of the offset.
   const std::int64_t kept = std::max<std::int64_t>(readCount_, 0);
   const std::int64_t offset = readCount_ < 0 ? 4 : 0;
-  unsigned char* source = readBuffer_.bytes + readOffset_;
+  const unsigned char* source = kept > 0 ? readBuffer_.bytes + readOffset_ : nullptr;
   const std::int64_t capacity = readInitial_ + 2 * kept + wanted;
   if (capacity == readCapacity_) {
     if (kept > 0) std::memmove(readBuffer_.bytes, source, static_cast<std::size_t>(kept));
   } else {
     unsigned char* block = STPByteBlock::allocate(capacity);
     if (kept > 0) std::memcpy(block, source, static_cast<std::size_t>(kept));
-    readBuffer_.adopt(block);
+    readBuffer_.adopt(block, capacity);
     readCapacity_ = capacity;
   }
   readOffset_ = offset;
@@ -172,6 +174,7 @@ void STPTransport::makeReadRoom(std::int64_t wanted) {
 // False if the connection was closed.
 bool STPTransport::receiveFromSocket() {
   if (readCapacity_ <= readOffset_ + readCount_ + kReadRoom) makeReadRoom(0);
+  readBuffer_.require(readCapacity_);
   const std::int64_t place = readOffset_ + readCount_;
   const std::int64_t room = readCapacity_ - place;
   const platform::Transfer received = platform::receiveBytes(fd_, readBuffer_.bytes + place, room);
@@ -199,11 +202,17 @@ void STPTransport::closeConnection() {
   if (inProcess_) {
     leavePair();
   } else if (plainFD_) {
+    disclaim(fd_);
     platform::readiness().forget(fd_);
     platform::closeDescriptor(fd_);
   } else {
+    disclaim(fd_);
     closeSocket(fd_);
   }
+  if (congested_) endCongestion();
+  stalledOn_ = 0;
+  ++stpProcess().closings;
+  attend();
   responses_.clear();
   awaited_.clear();
   lastSequence_ = 1;
@@ -213,8 +222,8 @@ void STPTransport::closeConnection() {
   writeError_ = 0;
   writeCapacity_ = writeInitial_;
   readCapacity_ = readInitial_;
-  writeBuffer_.renew(writeCapacity_);
-  readBuffer_.renew(readCapacity_);
+  writeBuffer_.release();
+  readBuffer_.release();
   writeOffset_ = writeCount_ = readOffset_ = readCount_ = 0;
   needMore_ = false;
   heldBack_ = false;

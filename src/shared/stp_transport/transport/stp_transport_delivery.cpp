@@ -57,6 +57,7 @@ void STPTransport::dispatchMessage(std::unique_ptr<STPReceivedMessage> message) 
   if (count == 1) {
     if (!listeners_.find(key)->second->handleMessage(*message, !awaitedByWaiter)) {
       deferredMessages_.push_back(std::move(message));
+      attend();
       return;
     }
   } else if (count > 1) {
@@ -129,7 +130,7 @@ bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
 
 bool STPTransport::hasDeliverable() const {
   if (isClosed() || stpProcess().sendDepth >= 1) return false;
-  if (heldBack_ || (readCount_ >= kParsable && !needMore_)) return true;
+  if ((heldBack_ || (readCount_ >= kParsable && !needMore_)) && !isStalled()) return true;
   return std::any_of(deferredMessages_.begin(), deferredMessages_.end(),
                      [this](const auto& message) { return canDeliver(*message); });
 }

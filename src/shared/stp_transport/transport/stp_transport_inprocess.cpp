@@ -35,6 +35,7 @@ void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWr
   transport->stopListening();
   transport->inProcess_ = true;
   transport->connected_ = true;
+  transport->attend();
   transport->peerWriteOffset_ = peerWriteOffset;
   transport->peerWriteCount_ = peerWriteCount;
   transport->peerWriteCapacity_ = peerWriteCapacity;
@@ -60,6 +61,7 @@ void STPTransport::leavePair() {
 
 void STPTransport::inProcessEndpoints(std::int64_t** writeOffset, std::int64_t** writeCount,
                                       std::int64_t** writeCapacity, unsigned char*** writeBuffer) {
+  writeBuffer_.require(writeCapacity_);
   if (writeOffset) *writeOffset = &writeOffset_;
   if (writeCount) *writeCount = &writeCount_;
   if (writeCapacity) *writeCapacity = &writeCapacity_;
@@ -75,6 +77,7 @@ bool STPTransport::receiveInProcess() {
   const std::int64_t count = *peerWriteCount_;
   if (count <= 0) return true;
   if (readCapacity_ < readOffset_ + readCount_ + count) makeReadRoom(count);
+  readBuffer_.require(readCapacity_);
   std::memcpy(readBuffer_.bytes + readOffset_ + readCount_, *peerWriteBuffer_ + *peerWriteOffset_,
               static_cast<std::size_t>(count));
   *peerWriteCount_ = 0;

@@ -50,11 +50,13 @@ unsigned char* STPTransport::reserveWrite(std::int64_t total) {
   if (writeCapacity_ < writeOffset_ + writeCount_ + stored) {
     const std::int64_t capacity = writeCount_ + std::max(writeCount_, stored);
     unsigned char* block = STPByteBlock::allocate(capacity);
-    std::memcpy(block, writeBuffer_.bytes + writeOffset_, static_cast<std::size_t>(writeCount_));
-    writeBuffer_.adopt(block);
+    if (writeCount_ > 0)
+      std::memcpy(block, writeBuffer_.bytes + writeOffset_, static_cast<std::size_t>(writeCount_));
+    writeBuffer_.adopt(block, capacity);
     writeCapacity_ = capacity;
     writeOffset_ = 0;
   }
+  writeBuffer_.require(writeCapacity_);
   unsigned char* place = writeBuffer_.bytes + writeOffset_ + writeCount_;
   std::memset(place + total, 0, static_cast<std::size_t>(stored - total));
   writeCount_ += stored;
@@ -129,8 +131,10 @@ std::uint32_t STPTransport::postMessage(STPMessage& message, int attempts, STPSt
 void STPTransport::parseInput() {
   const Hold hold(this);
   heldBack_ = false;
+  // A handler may run a step of its own, which is then to see what is left here.
+  attend();
   retryDeferred();
-  while (readCount_ > 0 && !needMore_) {
+  while (readCount_ > 0 && !needMore_ && !isStalled()) {
     const STPPacketTest test = stpTestPacket(readBuffer_.bytes + readOffset_, readCount_);
     if (test.state == STPPacketState::incomplete) {
       needMore_ = true;
@@ -173,6 +177,7 @@ void STPTransport::forwardPacket(STPTransport& target, std::int64_t total) {
   readOffset_ += stpStoredSize(total);
   readCount_ -= stpStoredSize(total);
   target.markUnflushed();
+  if (target.congested_ || target.writeCount_ >= stpProcess().backlogLimit) noteCongestion(target);
 }
 
 // Offers what has been put off, from the head again after each delivery, which may have changed the
@@ -199,7 +204,7 @@ void STPTransport::finishInput() {
   needMore_ = false;
   if (readCapacity_ > kReadShrinkFactor * readInitial_) {
     readCapacity_ = readInitial_;
-    readBuffer_.renew(readCapacity_);
+    readBuffer_.release();
   }
 }
 
@@ -217,6 +222,7 @@ void STPTransport::flushMarked() {
     STPTransport* transport = marked[i];
     transport->unflushed_ = false;
     if (transport->canWrite()) transport->writeOnce();
+    transport->attend();  // for what is left, or for the empty buffer
   }
   marked.clear();
 }

@@ -4,9 +4,57 @@
 // Both look at the one readiness set of the process. A descriptor that became ready while a step
 // waited for another stays marked there until its own transport has used it up. Before a step
 // sleeps it writes what has been queued on any transport.
+//
+// A step on a set looks only at the transports that stand in the process's `attention`: whatever
+// gives a transport something to do puts it there, and the step takes out those that have nothing
+// left. So any number of idle connections cost nothing, and a nested step at any depth finds what
+// the outer one has not served yet.
 #include "platform/readiness.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_transport.h"
+
+void STPTransport::attend() {
+  stpProcess().attention.insert(this);
+}
+
+// In doubt true: what a message that was put off waits for can change without a word to this
+// transport, and so can what a pair in one process has to read.
+bool STPTransport::needsAttention() const {
+  return isClosed() || inProcess_ || heldBack_ || (readCount_ > 0 && !needMore_) ||
+         !deferredMessages_.empty() || isStalled() || canRead() || canWrite();
+}
+
+// An idle connection holds no memory for what may come one day.
+void STPTransport::releaseEmptyBuffers() {
+  if (writeCount_ == 0) writeBuffer_.release();
+  if (readCount_ == 0) readBuffer_.release();
+}
+
+void STPTransport::attendNews() {
+  if (!platform::readiness().hasNews()) return;
+  const STPProcessState& process = stpProcess();
+  for (const int fd : platform::readiness().news()) {
+    const auto index = static_cast<std::size_t>(fd);
+    if (index < process.byDescriptor.size() && process.byDescriptor[index])
+      process.byDescriptor[index]->attend();
+  }
+  platform::readiness().forgetNews();
+}
+
+void STPTransport::claim(int fd) {
+  auto& owners = stpProcess().byDescriptor;
+  const auto index = static_cast<std::size_t>(fd);
+  if (fd < 0) return;
+  if (index >= owners.size()) owners.resize(index + 64);
+  owners[index] = this;
+  attend();  // what is known of the descriptor may be known already
+}
+
+void STPTransport::disclaim(int fd) {
+  auto& owners = stpProcess().byDescriptor;
+  const auto index = static_cast<std::size_t>(fd);
+  if (fd >= 0 && index < owners.size() && owners[index] == this) owners[index] = nullptr;
+}
 
 void STPTransport::serviceOnce(int timeout, STPStatus* status) {
   const Hold hold(this);
@@ -30,6 +78,7 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
     if (writeCount_ < pending) timeout = 0;
     bool failed = false;
     if (!canWrite() && !canRead()) platform::readiness().wait(timeout, failed);
+    attendNews();
     if (failed)
       closeWithFailure(STP_FAILED, "[serviceOnce]: select error, closing connection");
     else
@@ -42,9 +91,16 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
 void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status) {
   if (status) status->clear();
   STPTransport::flushMarked();
-  // Handlers may change the set: whatever runs one finds its place again, and holds what it serves.
-  for (auto place = transports.begin(); place != transports.end();) {
+  STPTransport::attendNews();
+  STPTransportSet& attention = stpProcess().attention;
+  // Handlers may change both sets: whatever runs one finds its place again, and holds what it
+  // serves.
+  for (auto place = attention.begin(); place != attention.end();) {
     STPTransport* transport = *place;
+    if (!transports.contains(transport)) {
+      ++place;
+      continue;
+    }
     if (transport->isClosed()) {
       if (status) status->set(STP_FAILED, "[serviceFirst]: not bound and not listening.");
       return;
@@ -53,7 +109,7 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
       const CountedPtr<STPTransport> hold(transport);
       transport->parseInput();
       timeout = 0;
-      place = transports.upper_bound(transport);
+      place = attention.upper_bound(transport);
       continue;
     }
     if (transport->canRead() || transport->canWrite()) timeout = 0;
@@ -64,15 +120,24 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
     if (failed && status) status->set(STP_FAILED, "[serviceFirst]: select error");
     return;
   }
-  for (auto place = transports.begin(); place != transports.end();) {
+  STPTransport::attendNews();
+  for (auto place = attention.begin(); place != attention.end();) {
     STPTransport* transport = *place;
-    if (!transport->canWrite() && !transport->canRead()) {
+    if (!transports.contains(transport)) {
       ++place;
       continue;
     }
-    const CountedPtr<STPTransport> hold(transport);
-    transport->serveReady(status);
-    STPTransport::flushMarked();
-    place = transports.upper_bound(transport);
+    if (transport->canWrite() || transport->canRead()) {
+      const CountedPtr<STPTransport> hold(transport);
+      transport->serveReady(status);
+      STPTransport::flushMarked();
+      // A busy one stays: only a step that finds it with nothing to do takes it out.
+      place = attention.upper_bound(transport);
+    } else if (transport->needsAttention()) {
+      ++place;
+    } else {
+      place = attention.erase(place);
+      transport->releaseEmptyBuffers();
+    }
   }
 }

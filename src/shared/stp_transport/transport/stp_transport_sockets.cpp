@@ -1,6 +1,7 @@
 // Binding a transport to a socket, with the guards of its states.
 #include "platform/readiness.h"
 #include "platform/socket.h"
+#include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_socket.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -55,8 +56,17 @@ void STPTransport::startListenOnFD(int fd, STPStatus* status) {
     listenFD_ = fd;
     clientWaiting_ = false;
     platform::readiness().watch(fd);
+    claim(fd);
   }
   copyStatus(status);
+}
+
+void STPTransport::stopListening() {
+  if (!listening_) return;
+  listening_ = clientWaiting_ = false;
+  disclaim(listenFD_);
+  ++stpProcess().closings;
+  attend();
 }
 
 bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
@@ -68,11 +78,20 @@ bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
   }
   if (!clientWaiting_) return false;
   clientWaiting_ = false;
+  attend();
   const int fd = acceptClient(listenFD_, closeListener, &status_);
   // Whoever was there has gone again: no failure, and the wait goes on.
   if (fd < 0 && status_.good()) return false;
+  // It goes on as the client's: only without one has it ended.
+  const bool hasClient = status_.good();
   listening_ = false;
-  if (status_.good()) bindFD(fd);
+  disclaim(listenFD_);
+  if (hasClient) {
+    bindFD(fd);
+  } else {
+    ++stpProcess().closings;
+    attend();
+  }
   copyStatus(status);
   return status_.good();
 }
@@ -88,6 +107,7 @@ void STPTransport::bindFD(int fd, STPStatus* status) {
     connected_ = true;
     platform::makeNonBlocking(fd);
     platform::readiness().watch(fd);
+    claim(fd);
   }
   copyStatus(status);
 }
