@@ -40,13 +40,19 @@ class ReadinessSet {
   /// The peer has closed, or the connection has failed.
   bool isHungUp(int descriptor) const { return (flags(descriptor) & kHungUp) != 0; }
   /// Has the descriptor read again although no event has announced anything.
-  void markReadable(int descriptor);
+  void markReadable(int descriptor) {
+    if (!(flags(descriptor) & kWatched)) return;
+    flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
+    news_.push_back(descriptor);
+  }
   /// A read has taken all there was. Keeps the mark if the peer has hung up, since the end of the
   /// stream is still to be read and no further event would announce it.
-  void clearReadable(int descriptor);
+  void clearReadable(int descriptor) {
+    if (!(flags(descriptor) & kHungUp)) clear(descriptor, kReadable);
+  }
   /// A read would have blocked: nothing is left, whatever was known.
-  void drained(int descriptor);
-  void clearWritable(int descriptor);
+  void drained(int descriptor) { clear(descriptor, kReadable); }
+  void clearWritable(int descriptor) { clear(descriptor, kWritable); }
 
  private:
   static constexpr std::uint8_t kWatched = 1, kReadable = 2, kWritable = 4, kHungUp = 8,
@@ -54,6 +60,10 @@ class ReadinessSet {
   std::uint8_t flags(int descriptor) const {
     const auto index = static_cast<std::size_t>(descriptor);
     return index < flags_.size() ? flags_[index] : std::uint8_t{0};
+  }
+  void clear(int descriptor, std::uint8_t flag) {
+    if ((flags(descriptor) & kWatched) && !(flags(descriptor) & kAlways))
+      flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~flag);
   }
 
   int set_;

@@ -54,27 +54,6 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
   return true;
 }
 
-void ReadinessSet::markReadable(int descriptor) {
-  if (!(flags(descriptor) & kWatched)) return;
-  flags_[static_cast<std::size_t>(descriptor)] |= kReadable;
-  news_.push_back(descriptor);
-}
-
-void ReadinessSet::clearReadable(int descriptor) {
-  if (flags(descriptor) & (kHungUp | kAlways)) return;
-  drained(descriptor);
-}
-
-void ReadinessSet::drained(int descriptor) {
-  if ((flags(descriptor) & kWatched) && !(flags(descriptor) & kAlways))
-    flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~kReadable);
-}
-
-void ReadinessSet::clearWritable(int descriptor) {
-  if ((flags(descriptor) & kWatched) && !(flags(descriptor) & kAlways))
-    flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~kWritable);
-}
-
 ReadinessSet& readiness() {
   static ReadinessSet set;
   return set;
