@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/process.h"
-
 namespace {
 
 constexpr std::int64_t kReceiveBytes = 2 * kBatchBytes;
@@ -58,25 +56,7 @@ StreamOrder readStreamOrder(const unsigned char* payload) {
 }
 
 PacketSocket::PacketSocket(platform::Socket socket, const Route& route)
-    : socket_(socket), route_(route), buffer_(static_cast<std::size_t>(kReceiveBytes)) {}
-
-bool PacketSocket::fail(const char* what, int error) {
-  failure_ = what;
-  if (error != 0) failure_ += std::string(": ") + std::strerror(error);
-  return false;
-}
-
-bool PacketSocket::send(const unsigned char* bytes, std::int64_t count) {
-  while (count > 0) {
-    const platform::Transfer sent = platform::sendBytes(socket_, bytes, count);
-    if (sent.wouldBlock) return fail("nothing could be sent in time");
-    if (sent.error == platform::error::interrupted && !platform::stopRequested()) continue;
-    if (sent.error != 0) return fail("sending failed", sent.error);
-    bytes += sent.count;
-    count -= sent.count;
-  }
-  return true;
-}
+    : WaitingSocket(socket), route_(route), buffer_(static_cast<std::size_t>(kReceiveBytes)) {}
 
 bool PacketSocket::sendStream(const Bytes& batch, std::int64_t total) {
   for (std::int64_t left = total; left > 0; left -= std::ssize(batch))
@@ -84,29 +64,11 @@ bool PacketSocket::sendStream(const Bytes& batch, std::int64_t total) {
   return true;
 }
 
-// Bytes received, or 0 with the failure set.
-std::int64_t PacketSocket::receiveSome(std::int64_t offset, std::int64_t room, bool patient) {
-  for (;;) {
-    const platform::Transfer got = platform::receiveBytes(socket_, buffer_.data() + offset, room);
-    if (got.count > 0) return got.count;
-    if (platform::stopRequested())
-      fail("stopped");
-    else if ((got.wouldBlock && patient) || got.error == platform::error::interrupted)
-      continue;
-    else if (got.wouldBlock)
-      fail("nothing arrived in time");
-    else if (got.error != 0)
-      fail("receiving failed", got.error);
-    else
-      fail("the other end has gone");
-    return 0;
-  }
-}
-
 bool PacketSocket::receivePacket(STPHeader& header, bool patient) {
   std::int64_t count = 0;
   for (;;) {
-    const std::int64_t got = receiveSome(count, kReceiveBytes - count, patient && count == 0);
+    const std::int64_t got =
+        receiveSome(buffer_.data() + count, kReceiveBytes - count, patient && count == 0);
     if (got == 0) return false;
     count += got;
     const STPPacketTest test = stpTestPacket(buffer_.data(), count);
@@ -137,7 +99,7 @@ bool PacketSocket::receiveStream(std::int64_t total, const Bytes* batch, bool& i
   std::size_t place = 0;  // in the batch
   intact = true;
   while (total > 0) {
-    const std::int64_t got = receiveSome(0, std::min(total, kReceiveBytes), false);
+    const std::int64_t got = receiveSome(buffer_.data(), std::min(total, kReceiveBytes), false);
     if (got == 0) return false;
     total -= got;
     if (!batch) continue;

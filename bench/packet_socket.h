@@ -6,18 +6,12 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
-#include "platform/socket.h"
+#include "bench/waiting_socket.h"
 #include "stp_transport/wire/stp_wire.h"
-
-using Bytes = std::vector<unsigned char>;
 
 /// What the driver fills its send buffer with: as many whole packets as go in here, at least one.
 inline constexpr std::int64_t kBatchBytes = 65536;
-/// Milliseconds that one transfer may take before the run is given up.
-inline constexpr int kTransferLimit = 10000;
 
 /// Packet ids.
 enum class Order : std::uint32_t {
@@ -55,23 +49,18 @@ inline std::int64_t streamBytes(const StreamOrder& order) {
 Bytes makeStreamOrder(const Route& route, const StreamOrder& order);
 StreamOrder readStreamOrder(const unsigned char* payload);
 
-class PacketSocket {
+class PacketSocket : public WaitingSocket {
  public:
   /// Borrows `socket`, which must outlive it. Its packets go along `route`, and those that come
   /// must have come along it.
   PacketSocket(platform::Socket socket, const Route& route);
 
   const Route& route() const { return route_; }
-  /// Why the last call gave false.
-  const std::string& failure() const { return failure_; }
 
-  /// Sends `count` bytes, all of them.
-  bool send(const unsigned char* bytes, std::int64_t count);
+  using WaitingSocket::send;
   bool send(const Bytes& packet) { return send(packet.data(), std::ssize(packet)); }
   /// Sends the batch over and over until `total` bytes have gone.
   bool sendStream(const Bytes& batch, std::int64_t total);
-  /// Notes why the other end can't be trusted any more; false.
-  bool fail(const char* what, int error = 0);
   /// Takes the one packet that is on its way. A `patient` one waits without limit for its start.
   bool receivePacket(STPHeader& header, bool patient = false);
   /// The same for a packet of that id and no other.
@@ -83,10 +72,6 @@ class PacketSocket {
   bool receiveStream(std::int64_t total, const Bytes* batch, bool& intact);
 
  private:
-  std::int64_t receiveSome(std::int64_t offset, std::int64_t room, bool patient);
-
-  platform::Socket socket_;
   Route route_;
-  std::string failure_;
   Bytes buffer_;
 };

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace platform {
@@ -22,6 +23,8 @@ class ReadinessSet {
   /// Registers a descriptor, once; a further call does nothing. One that can't be watched (a plain
   /// file) counts as always ready.
   void watch(int descriptor);
+  /// The same for a descriptor that becomes readable when a process ends.
+  void watchProcess(int descriptor);
   /// Forgets a descriptor; must be called before it is closed.
   void forget(int descriptor);
 
@@ -34,6 +37,9 @@ class ReadinessSet {
   const std::vector<int>& news() const { return news_; }
   bool hasNews() const { return !news_.empty(); }
   void forgetNews() { news_.clear(); }
+
+  /// Whether a watched process has ended since the last call.
+  bool takeProcessEnded() { return std::exchange(processEnded_, false); }
 
   bool isReadable(int descriptor) const { return (flags(descriptor) & kReadable) != 0; }
   bool isWritable(int descriptor) const { return (flags(descriptor) & kWritable) != 0; }
@@ -56,7 +62,7 @@ class ReadinessSet {
 
  private:
   static constexpr std::uint8_t kWatched = 1, kReadable = 2, kWritable = 4, kHungUp = 8,
-                                kAlways = 16;
+                                kAlways = 16, kProcess = 32;
   std::uint8_t flags(int descriptor) const {
     const auto index = static_cast<std::size_t>(descriptor);
     return index < flags_.size() ? flags_[index] : std::uint8_t{0};
@@ -69,6 +75,7 @@ class ReadinessSet {
   int set_;
   std::vector<std::uint8_t> flags_;  // by descriptor
   std::vector<int> news_;
+  bool processEnded_ = false;
 };
 
 /// The set of this process.

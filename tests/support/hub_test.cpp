@@ -81,6 +81,22 @@ std::int32_t HubTest::reserveRN(RawPeer& peer) {
   return countAndRN[1];
 }
 
+RawEnds HubTest::joinTwo() {
+  const auto join = [this] {
+    RawPeer peer = joinRaw();
+    const auto rn = static_cast<std::uint32_t>(reserveRN(peer));
+    return RawEnd{std::move(peer), rn};
+  };
+  RawEnd one = join();
+  return {std::move(one), join()};
+}
+
+void HubTest::awaitMemory(std::int64_t bytes) const {
+  std::int64_t now = 0;
+  await([&] { return (now = hub->residentBytes()) <= bytes; });
+  EXPECT_LE(now, bytes);
+}
+
 bool HubTest::await(const std::function<bool()>& done) {
   const std::uint64_t end = platform::monotonicMilliseconds() + kPatience;
   while (!done()) {

@@ -20,6 +20,13 @@ CountedPtr<STPTransport> awaitClient(const std::function<void(std::uint16_t)>& r
 /// A port of this machine where nobody listens.
 std::uint16_t freePort();
 
+/// A peer with an RN of its own, to which packets can be sent.
+struct RawEnd {
+  RawPeer peer;
+  std::uint32_t rn;
+};
+using RawEnds = std::pair<RawEnd, RawEnd>;
+
 class HubTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite();
@@ -36,10 +43,13 @@ class HubTest : public ::testing::Test {
   RawPeer joinRaw();
   /// One RN of a peer's own.
   static std::int32_t reserveRN(RawPeer& peer);
+  RawEnds joinTwo();
   /// Lets the hub do all that was sent to it before, as far as it has come.
   void settle() { first->counts(); }
   /// Serves the plugins until `done`; false if that takes too long.
   static bool await(const std::function<bool()>& done);
+  /// Waits until the hub has no more than that much memory.
+  void awaitMemory(std::int64_t bytes) const;
   /// Waits until the hub, asked by `asker` or `first`, counts that many plugins: "persistent/all".
   void awaitCounts(const std::string& counts, const Plugin& asker = Plugin());
 

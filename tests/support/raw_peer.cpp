@@ -217,6 +217,11 @@ bool RawPeer::isAnswered() {
   return !packet.isEmpty();
 }
 
+platform::Socket RawPeer::blockingSocket() {
+  platform::makeBlocking(socket_, 50);
+  return socket_;
+}
+
 bool RawPeer::ends() {
   while (receive()) input_.clear();
   taken_ = 0;

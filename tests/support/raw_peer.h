@@ -87,6 +87,9 @@ class RawPeer {
   /// Throws away what still comes; true if the stream then ends.
   bool ends();
   void close();
+  /// The socket for threads of a test's own: from here on its transfers wait, each for a moment
+  /// only so that its thread can be ended, and nothing else of this object may be used but close().
+  platform::Socket blockingSocket();
   /// Sends a record, takes the hub's, and gives the ID that the hub tells.
   std::uint32_t negotiate(const std::string& record = negotiateBytes());
 

@@ -152,11 +152,10 @@ void collectIfEnded(ProcessId process, Child& child) {
   child.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// With `onlySeen`, costs no call for a child whose end no wait has seen yet.
-void collectAll(bool onlySeen) {
+void collectAll() {
   for (auto entry = children().begin(); entry != children().end();) {
     Child& child = entry->second;
-    if (!onlySeen || readiness().isReadable(child.watch)) collectIfEnded(entry->first, child);
+    collectIfEnded(entry->first, child);
     const bool over = child.released && child.watch < 0;
     entry = over ? children().erase(entry) : std::next(entry);
   }
@@ -188,7 +187,7 @@ void requestStop(int signal) {
 }  // namespace
 
 int startProcess(const StartRequest& request, ProcessId& child) {
-  collectAll(false);
+  collectAll();
   if (request.program.empty()) return -ENOENT;
   const std::string program = programFile(request);
   if (program.empty()) return -ENOENT;
@@ -238,14 +237,14 @@ int startProcess(const StartRequest& request, ProcessId& child) {
     if (watch >= 0) close(watch);
     return -error;
   }
-  readiness().watch(watch);
+  readiness().watchProcess(watch);
   children()[process] = Child{watch, 0, false};
   child = process;
   return 0;
 }
 
 void collectChildren() {
-  collectAll(true);
+  if (readiness().takeProcessEnded()) collectAll();
 }
 
 WaitOutcome waitForChildren(const ProcessId* ids, std::size_t count, bool all, int milliseconds,
@@ -293,12 +292,12 @@ bool childEnded(ProcessId process, int& status) {
 void releaseChild(ProcessId process) {
   const auto entry = children().find(process);
   if (entry != children().end()) entry->second.released = true;
-  collectAll(false);
+  collectAll();
 }
 
 bool processExists(ProcessId process) {
   if (process <= 0) return false;
-  collectAll(false);
+  collectAll();
   const Descriptor watch(openProcess(process));
   if (watch.get() < 0) {
     // Out of descriptors there is still the plain question, which can't tell the ended ones apart.

@@ -32,6 +32,13 @@ void ReadinessSet::watch(int descriptor) {
   news_.push_back(descriptor);
 }
 
+void ReadinessSet::watchProcess(int descriptor) {
+  watch(descriptor);
+  if (!(flags(descriptor) & kWatched)) return;
+  flags_[static_cast<std::size_t>(descriptor)] |= kProcess;
+  processEnded_ |= (flags(descriptor) & kAlways) != 0;
+}
+
 void ReadinessSet::forget(int descriptor) {
   if (!(flags(descriptor) & kWatched)) return;
   if (!(flags(descriptor) & kAlways)) epoll_ctl(set_, EPOLL_CTL_DEL, descriptor, nullptr);
@@ -49,6 +56,7 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
     if (event.events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)) known |= kReadable;
     if (event.events & (EPOLLOUT | EPOLLHUP | EPOLLERR)) known |= kWritable;
     if (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) known |= kHungUp;
+    if (known & kProcess) processEnded_ = true;
     news_.push_back(event.data.fd);
   }
   return true;

@@ -55,12 +55,13 @@ int startProcess(const StartRequest& request, ProcessId& child) {
   Process& process = world.launch(request.program, *program, &world.self(), request.arguments);
   sim::Descriptor watch;
   watch.child = process.id;
-  readiness().watch(world.open(world.self(), watch));
+  readiness().watchProcess(world.open(world.self(), watch));
   child = process.id;
   return 0;
 }
 
 void collectChildren() {
+  if (!readiness().takeProcessEnded()) return;
   const Process& self = World::current().self();
   for (std::size_t i = 0; i < self.descriptors.size(); ++i)
     if (self.descriptors[i].isOpen && self.descriptors[i].child != 0 &&

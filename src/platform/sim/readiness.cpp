@@ -46,6 +46,10 @@ void ReadinessSet::watch(int descriptor) {
   entry->announced = false;
 }
 
+void ReadinessSet::watchProcess(int descriptor) {
+  watch(descriptor);
+}
+
 void ReadinessSet::forget(int descriptor) {
   if (!(flags(descriptor) & kWatched)) return;
   flags_[static_cast<std::size_t>(descriptor)] = 0;
@@ -78,6 +82,7 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
     const State state = stateOf(entry);
     if (!state.any()) continue;
     entry.announced = true;
+    if (entry.child != 0) processEnded_ = true;
     if (state.readable) flags_[i] |= kReadable;
     if (state.writable) flags_[i] |= kWritable;
     if (state.hungUp) flags_[i] |= kHungUp;

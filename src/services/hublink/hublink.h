@@ -103,6 +103,9 @@ class Hublink : public ForwardingHandler {
                                  bool startupIfNotRunning);
   void adjustPersistentCount(bool persistent) { numPersistent += persistent ? 1 : -1; }
 
+  /// A connection has negotiated and is to be made active with the next pass.
+  void negotiationFinished() { someHaveNegotiated = true; }
+
   // --- Small jobs (hublink_remote.cpp) ---
   void requestPluginConnect(HublinkConnection* requester, const char* host, std::int32_t peerPort,
                             std::int32_t cookie);
@@ -199,6 +202,7 @@ class Hublink : public ForwardingHandler {
   STPTransportSet transports;
   Connections activeConnections;
   Connections negotiatingConnections;  // a queue
+  bool someHaveNegotiated = false;     // since the queue was last looked through
   std::unordered_map<std::int32_t, HublinkConnection*> activeByPluginID;
   PendingRequests pendingRequests;
   PendingAccepts pendingAccepts;

@@ -37,6 +37,10 @@ bool HublinkConnection::isNegotiated() {
   return STPSpecClass::isNegotiated();
 }
 
+void HublinkConnection::peerRecordTaken() {
+  hub->negotiationFinished();
+}
+
 bool HublinkConnection::isDead() const {
   return getTransport()->isClosed();
 }

@@ -54,6 +54,8 @@ class HublinkConnection : public virtual Hublink_router_Impl {
  protected:
   ~HublinkConnection() override;
 
+  void peerRecordTaken() override;
+
   void DebugPlugin(const char* plugin_name, bool do_debug, const char* debugger,
                    const char* debugger_opts) override;
   void RequestLocation() override;

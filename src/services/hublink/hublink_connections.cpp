@@ -1,5 +1,6 @@
 // The connections to plugins: how they come, negotiate, are found, and are taken down.
 #include <cstring>
+#include <utility>
 
 #include "platform/clock.h"
 #include "platform/process.h"
@@ -90,6 +91,7 @@ void Hublink::acceptFailed() {
 
 // Makes active those who have finished, the oldest first.
 void Hublink::stepNegotiation() {
+  if (!std::exchange(someHaveNegotiated, false)) return;
   for (auto place = negotiatingConnections.begin(); place != negotiatingConnections.end();) {
     if ((*place)->isNegotiated()) {
       const auto finished = place++;

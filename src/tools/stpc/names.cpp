@@ -83,6 +83,7 @@ constexpr std::string_view kBaseOperations[] = {
     "handleMessage",
     "isVirtualConnectionUp",
     "virtualConnectionDown",
+    "peerRecordTaken",
     "defaultSourceRN",
     "defaultDestinationRN",
     "handleAsciiMessage",

@@ -101,6 +101,7 @@ void STPSpecClass::readNegotiateRecord(STPReceivedMessage& message) {
   readTags(message);
   readMessages(message);
   negotiated = true;
+  peerRecordTaken();
 }
 
 void STPSpecClass::readTags(STPReceivedMessage& message) {

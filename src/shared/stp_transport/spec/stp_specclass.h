@@ -143,6 +143,8 @@ class STPSpecClass {
   virtual ~STPSpecClass();
 
   virtual void virtualConnectionDown() {}
+  /// A negotiate record of the peer has been taken in.
+  virtual void peerRecordTaken() {}
   virtual std::int32_t defaultSourceRN() const = 0;
   virtual std::int32_t defaultDestinationRN() const = 0;
   /// `reply` is null unless the packet asked for a response.

@@ -1,45 +1,63 @@
 #include "stp_transport/transport/stp_byte_block.h"
 
 #include <array>
+#include <new>
 
-#include "indgen/memory.h"
+#include "stp_transport/wire/stp_wire.h"
 
 namespace {
 
-// As many as are in use at a time in a busy process; more would only hold memory.
+// Blocks of one size that nobody holds: as many as a busy process uses at a time, since more would
+// only hold memory.
+template <std::int64_t Size, std::size_t Most>
 class Store {
  public:
   Store() = default;
   ~Store() {
-    while (unsigned char* block = take()) gen_free(block);
+    while (count_ > 0) ::operator delete(blocks_[--count_]);
   }
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
-  unsigned char* take() { return count_ > 0 ? blocks_[--count_] : nullptr; }
-  bool give(unsigned char* block) {
-    if (count_ == blocks_.size()) return false;
-    blocks_[count_++] = block;
-    return true;
+
+  unsigned char* take() {
+    return count_ > 0 ? blocks_[--count_]
+                      : static_cast<unsigned char*>(::operator new(Size + STP_MAX_FILL));
+  }
+  void give(unsigned char* block) {
+    if (count_ < Most)
+      blocks_[count_++] = block;
+    else
+      ::operator delete(block);
   }
 
  private:
-  std::array<unsigned char*, 32> blocks_{};
+  std::array<unsigned char*, Most> blocks_{};
   std::size_t count_ = 0;
 };
 
-Store& store() {
-  static thread_local Store blocks;
+struct Stores {
+  Store<STP_SMALL_BLOCK, 32> small;
+  Store<STP_LARGE_BLOCK, 8> large;
+};
+
+Stores& stores() {
+  static thread_local Stores blocks;
   return blocks;
 }
 
 }  // namespace
 
 unsigned char* STPByteBlock::allocate(std::int64_t size) {
-  if (size == STP_STORED_BLOCK)
-    if (unsigned char* block = store().take()) return block;
-  return static_cast<unsigned char*>(gen_alloc(static_cast<std::size_t>(size), 1));
+  if (size <= STP_SMALL_BLOCK) return stores().small.take();
+  if (size <= STP_LARGE_BLOCK) return stores().large.take();
+  return static_cast<unsigned char*>(::operator new(static_cast<std::size_t>(size + STP_MAX_FILL)));
 }
 
 void STPByteBlock::discard(unsigned char* block, std::int64_t size) {
-  if (size != STP_STORED_BLOCK || !store().give(block)) gen_free(block);
+  if (size <= STP_SMALL_BLOCK)
+    stores().small.give(block);
+  else if (size <= STP_LARGE_BLOCK)
+    stores().large.give(block);
+  else
+    ::operator delete(block);
 }

@@ -1,15 +1,18 @@
 // Owner of a block of bytes whose address others may hold: the buffers of a transport. The pointer
 // itself is at hand, since the other end of a pair in one process reads through it.
 //
-// A transport has its blocks only while they hold something. Blocks of the usual size go to a small
-// store from which the next transport takes them, so that this costs a busy one next to nothing.
+// A transport has its blocks only while they hold something. Blocks of the two usual sizes go to a
+// small store from which the next transport takes them, so that this costs a busy one next to
+// nothing.
 #pragma once
 
 #include <cstdint>
 #include <utility>
 
-/// The size in bytes that is kept in store.
-inline constexpr std::int64_t STP_STORED_BLOCK = 32768;
+/// The sizes in bytes that are kept in store: of a connection that carries little, and of one that
+/// carries much.
+inline constexpr std::int64_t STP_SMALL_BLOCK = 32768;
+inline constexpr std::int64_t STP_LARGE_BLOCK = 262144;
 
 struct STPByteBlock {
   unsigned char* bytes = nullptr;
@@ -32,6 +35,7 @@ struct STPByteBlock {
     bytes = block;
     size_ = size;
   }
+  /// At least `size` bytes and the fill that may follow a packet at their end.
   static unsigned char* allocate(std::int64_t size);
 
  private:

@@ -6,7 +6,7 @@
 #include <map>
 #include <vector>
 
-#include "stp_transport/transport/stp_transport_set.h"
+#include "stp_transport/transport/stp_attention.h"
 
 struct STPProcessState {
   /// Calls in progress: messages sent and not yet finished, plus messages being handled.
@@ -21,7 +21,7 @@ struct STPProcessState {
   std::map<std::uintptr_t, STPTransport*> transportsBySerial;
   /// Those that may have something to do in a step on a set: all others are idle, and cost it
   /// nothing.
-  STPTransportSet attention;
+  STPAttention attention;
   /// Whose the events of a descriptor are, by its number; null for nobody's.
   std::vector<STPTransport*> byDescriptor;
   /// How often a transport has stopped being connected or listening.

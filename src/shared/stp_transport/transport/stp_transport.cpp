@@ -11,6 +11,7 @@ STPTransport::STPTransport(std::int32_t initialSize)
       writeInitial_(initialSize),
       writeCapacity_(initialSize),
       readInitial_(initialSize),
+      readGoal_(initialSize),
       readCapacity_(initialSize) {
   stpProcess().transportsBySerial.emplace(serial_, this);
   attend();
@@ -21,7 +22,7 @@ STPTransport::~STPTransport() {
   dropChannels();
   STPProcessState& process = stpProcess();
   process.transportsBySerial.erase(serial_);
-  process.attention.erase(this);
+  process.attention.remove(serial_);
   if (listening_) disclaim(listenFD_);
   if (unflushed_) std::erase(process.unflushed, this);
 }

@@ -35,7 +35,7 @@ class STPChannel;
 
 /// Initial size in bytes of both buffers of every transport in this system.
 inline constexpr std::int32_t STP_BUFFER_SIZE = 32768;
-static_assert(STP_BUFFER_SIZE == STP_STORED_BLOCK);
+static_assert(STP_BUFFER_SIZE == STP_SMALL_BLOCK);
 /// Milliseconds of one service step in a blocking wait that has no handler.
 inline constexpr int STP_WAIT_STEP = 10000;
 
@@ -192,6 +192,7 @@ class STPTransport {
   // Bytes.
   enum class WriteResult { nothing, wrote, blocked, failed };
   WriteResult writeOnce();
+  std::int64_t sendSome(const unsigned char* bytes, std::int64_t count);
   STPStatus writeFailure() const;
   void closeAfterWriteFailure();
   bool canWrite() const;
@@ -201,7 +202,7 @@ class STPTransport {
   /// arisen; looking in vain costs little.
   void attend();
   bool needsAttention() const;
-  void releaseEmptyBuffers();
+  void restAt(std::size_t place);
   /// Has the transports that the readiness set has news of looked at.
   static void attendNews();
   /// Events of a descriptor are this transport's from now on, or nobody's.
@@ -209,6 +210,7 @@ class STPTransport {
   void disclaim(int fd);
   void drainThenClose(STPStatus* status);
   void makeReadRoom(std::int64_t wanted);
+  void adaptReads(std::int64_t received, std::int64_t room);
   bool receiveFromSocket();
   bool receiveInProcess();
   void leavePair();
@@ -218,9 +220,10 @@ class STPTransport {
 
   // Packets.
   unsigned char* reserveWrite(std::int64_t total);
-  void forwardPacket(STPTransport& target, std::int64_t total);
-  void takePacket(const STPPacketTest& test);
-  bool passOn(const STPPacketTest& test);
+  STPTransport* targetOf(const unsigned char* packet) const;
+  STPPacketTest passOnFront();
+  void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
+  void deliverFront(const STPPacketTest& test);
   bool canRelay() const;
   void noteCongestion(STPTransport& target);
   void endCongestion();
@@ -279,10 +282,12 @@ class STPTransport {
   bool writeFailed_ = false;
   int writeError_ = 0;
   bool unflushed_ = false;  // stands in the process's list of those to be flushed
+  bool attended_ = false;   // stands in the process's list of those that may have something to do
 
   std::int64_t readOffset_ = 0;
   std::int64_t readCount_ = 0;  // below 0 while the fill of a taken packet is still to come
   std::int64_t readInitial_;
+  std::int64_t readGoal_;  // the capacity that the latest reads call for
   std::int64_t readCapacity_;
   STPByteBlock readBuffer_;
   bool needMore_ = false;

@@ -50,24 +50,27 @@ const char* writeFailureText(int error) {
 
 }  // namespace
 
+// One call. What it took, 0 if the socket has no room or the write failed.
+std::int64_t STPTransport::sendSome(const unsigned char* bytes, std::int64_t count) {
+  const platform::Transfer sent = platform::sendBytes(fd_, bytes, count);
+  if (!sent.wouldBlock && sent.count <= 0) {
+    writeFailed_ = true;
+    writeError_ = sent.error;
+  } else if (sent.count < count) {
+    platform::readiness().clearWritable(fd_);
+  }
+  return sent.count;
+}
+
 STPTransport::WriteResult STPTransport::writeOnce() {
   if (!isWritePending()) return WriteResult::nothing;
   if (writeFailed_) return WriteResult::failed;
-  const std::int64_t offered = std::min(writeCount_, kSendLimit);
-  const platform::Transfer sent =
-      platform::sendBytes(fd_, writeBuffer_.bytes + writeOffset_, offered);
-  if (sent.wouldBlock) {
-    platform::readiness().clearWritable(fd_);
-    return WriteResult::blocked;
-  }
-  if (sent.error != 0 || sent.count == 0) {
-    writeFailed_ = true;
-    writeError_ = sent.error;
-    return WriteResult::failed;
-  }
-  if (sent.count < offered) platform::readiness().clearWritable(fd_);
-  writeOffset_ += sent.count;
-  writeCount_ -= sent.count;
+  const std::int64_t sent =
+      sendSome(writeBuffer_.bytes + writeOffset_, std::min(writeCount_, kSendLimit));
+  if (writeFailed_) return WriteResult::failed;
+  if (sent == 0) return WriteResult::blocked;
+  writeOffset_ += sent;
+  writeCount_ -= sent;
   if (congested_ && writeCount_ <= stpProcess().backlogLimit / 2) endCongestion();
   if (writeCount_ == 0) {
     writeOffset_ = 0;
@@ -152,28 +155,44 @@ void STPTransport::handleRead(STPStatus* status) {
   copyStatus(status);
 }
 
-// Makes room for `wanted` bytes behind the unparsed ones if less than that is free.
+// Brings the unparsed bytes to the front, in a larger block if there is too little room behind them
+// for `wanted` bytes or a read of the usual size.
 void STPTransport::makeReadRoom(std::int64_t wanted) {
   // While the fill of a taken packet is still to come the count is below 0, and the place of the
   // next byte lies in front of the offset.
   const std::int64_t kept = std::max<std::int64_t>(readCount_, 0);
   const std::int64_t offset = readCount_ < 0 ? 4 : 0;
-  const unsigned char* source = kept > 0 ? readBuffer_.bytes + readOffset_ : nullptr;
-  const std::int64_t capacity = readInitial_ + 2 * kept + wanted;
-  if (capacity == readCapacity_) {
-    if (kept > 0) std::memmove(readBuffer_.bytes, source, static_cast<std::size_t>(kept));
+  const std::int64_t enough = 2 * kept + wanted;
+  if (enough < readCapacity_ && readGoal_ <= readCapacity_) {
+    if (kept > 0)
+      std::memmove(readBuffer_.bytes, readBuffer_.bytes + readOffset_,
+                   static_cast<std::size_t>(kept));
   } else {
+    const std::int64_t capacity = readGoal_ + enough;
     unsigned char* block = STPByteBlock::allocate(capacity);
-    if (kept > 0) std::memcpy(block, source, static_cast<std::size_t>(kept));
+    if (kept > 0)
+      std::memcpy(block, readBuffer_.bytes + readOffset_, static_cast<std::size_t>(kept));
     readBuffer_.adopt(block, capacity);
     readCapacity_ = capacity;
   }
   readOffset_ = offset;
 }
 
+// A read that finds more than there is room for is followed by larger ones, one that finds little by
+// small ones again.
+void STPTransport::adaptReads(std::int64_t received, std::int64_t room) {
+  if (received == room)
+    readGoal_ = std::max(readInitial_, STP_LARGE_BLOCK);
+  else if (received < readInitial_ / 2)
+    readGoal_ = readInitial_;
+}
+
 // False if the connection was closed.
 bool STPTransport::receiveFromSocket() {
-  if (readCapacity_ <= readOffset_ + readCount_ + kReadRoom) makeReadRoom(0);
+  // Much has been taken from the front, and little is to be moved there; or no room is left.
+  if ((readOffset_ > readCapacity_ / 2 && readCount_ < readCapacity_ / 4) ||
+      readOffset_ + readCount_ + kReadRoom >= readCapacity_)
+    makeReadRoom(0);
   readBuffer_.require(readCapacity_);
   const std::int64_t place = readOffset_ + readCount_;
   const std::int64_t room = readCapacity_ - place;
@@ -192,6 +211,7 @@ bool STPTransport::receiveFromSocket() {
     return false;
   }
   if (received.count < room) platform::readiness().clearReadable(fd_);
+  adaptReads(received.count, room);
   needMore_ = false;
   readCount_ += received.count;
   return true;
@@ -221,7 +241,7 @@ void STPTransport::closeConnection() {
   writeFailed_ = false;
   writeError_ = 0;
   writeCapacity_ = writeInitial_;
-  readCapacity_ = readInitial_;
+  readGoal_ = readCapacity_ = readInitial_;
   writeBuffer_.release();
   readBuffer_.release();
   writeOffset_ = writeCount_ = readOffset_ = readCount_ = 0;

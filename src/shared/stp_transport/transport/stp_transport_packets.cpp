@@ -8,8 +8,10 @@
 
 namespace {
 
-// A read buffer that has grown past this many times its initial size goes back when it is empty.
-constexpr std::int64_t kReadShrinkFactor = 10;
+// Sets the fill behind a packet of `total` bytes to 0.
+void clearFill(unsigned char* packet, std::int64_t total) {
+  for (std::int64_t i = total; i < stpStoredSize(total); ++i) packet[i] = 0;
+}
 
 }  // namespace
 
@@ -44,11 +46,10 @@ std::unique_ptr<STPMessage> STPTransport::newResponse(std::int32_t source, std::
   return message;
 }
 
-// Room for one packet of `total` bytes behind the waiting ones, counted as written, its fill zero.
-unsigned char* STPTransport::reserveWrite(std::int64_t total) {
-  const std::int64_t stored = stpStoredSize(total);
-  if (writeCapacity_ < writeOffset_ + writeCount_ + stored) {
-    const std::int64_t capacity = writeCount_ + std::max(writeCount_, stored);
+// Room for `count` bytes behind the waiting ones, counted as written.
+unsigned char* STPTransport::reserveWrite(std::int64_t count) {
+  if (writeCapacity_ < writeOffset_ + writeCount_ + count) {
+    const std::int64_t capacity = writeCount_ + std::max(writeCount_, count);
     unsigned char* block = STPByteBlock::allocate(capacity);
     if (writeCount_ > 0)
       std::memcpy(block, writeBuffer_.bytes + writeOffset_, static_cast<std::size_t>(writeCount_));
@@ -58,8 +59,7 @@ unsigned char* STPTransport::reserveWrite(std::int64_t total) {
   }
   writeBuffer_.require(writeCapacity_);
   unsigned char* place = writeBuffer_.bytes + writeOffset_ + writeCount_;
-  std::memset(place + total, 0, static_cast<std::size_t>(stored - total));
-  writeCount_ += stored;
+  writeCount_ += count;
   return place;
 }
 
@@ -76,7 +76,9 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
   if (++lastSequence_ == 0) ++lastSequence_;
   message.finishMessage(lastSequence_);
   const std::int64_t total = std::int64_t{message.header.headerSize} + message.header.payloadSize;
-  std::memcpy(reserveWrite(total), message.storage(), static_cast<std::size_t>(total));
+  unsigned char* place = reserveWrite(stpStoredSize(total));
+  std::memcpy(place, message.storage(), static_cast<std::size_t>(total));
+  clearFill(place, total);
   hasLast_ = true;
   lastType_ = message.header.type;
   lastId_ = message.header.id;
@@ -135,49 +137,82 @@ void STPTransport::parseInput() {
   attend();
   retryDeferred();
   while (readCount_ > 0 && !needMore_ && !isStalled()) {
-    const STPPacketTest test = stpTestPacket(readBuffer_.bytes + readOffset_, readCount_);
-    if (test.state == STPPacketState::incomplete) {
-      needMore_ = true;
-    } else if (test.state == STPPacketState::invalid) {
+    const STPPacketTest test = passOnFront();
+    if (test.state == STPPacketState::invalid) {
       closeWithFailure(STP_FAILED, "[handleRead]: remote host sent invalid packet");
       return;
-    } else {
-      takePacket(test);
     }
+    if (test.state == STPPacketState::complete) deliverFront(test);
   }
   finishInput();
 }
 
-// Passes the packet at the front of the read buffer on or delivers it. The buffer is in a sound
-// state before anything is called that may come back here.
-void STPTransport::takePacket(const STPPacketTest& test) {
+// Null for a packet that is for this end.
+STPTransport* STPTransport::targetOf(const unsigned char* packet) const {
+  if (!forwardingHandler_) return nullptr;
+  return forwardingHandler_->forwardTarget(static_cast<std::int32_t>(stpReadWord(packet + 12)));
+}
+
+// Passes on the packets at the front of the read buffer, those that follow each other to one
+// receiver together. Ends before the first that is for this end, is not complete or not valid, and
+// tells which; or, as if more had to come, when the receiver is congested.
+STPPacketTest STPTransport::passOnFront() {
+  STPTransport* target = nullptr;
+  std::int64_t run = 0;  // bytes at the front that are for `target`
+  std::uint32_t runDestination = 0;
+  for (;;) {
+    unsigned char* packet = readBuffer_.bytes + readOffset_ + run;
+    const STPPacketTest test = stpTestPacket(packet, readCount_ - run);
+    STPTransport* next = nullptr;
+    if (test.state == STPPacketState::complete) {
+      const std::uint32_t destination = stpReadWord(packet + 12);
+      next = target && destination == runDestination ? target : targetOf(packet);
+      runDestination = destination;
+    }
+    if (next != target && target) {
+      forwardRun(*target, run, test.state == STPPacketState::incomplete);
+      if (isStalled()) return {};
+      run = 0;
+    }
+    if (!next) {
+      needMore_ = test.state == STPPacketState::incomplete && readCount_ > 0;
+      return test;
+    }
+    const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
+    clearFill(readBuffer_.bytes + readOffset_ + run, total);  // that of the last may still come
+    target = next;
+    run += stpStoredSize(total);
+  }
+}
+
+// Passes `count` bytes at the front of the read buffer on to `target`: at once from where they lie if
+// they are the last of this turn and nothing waits before them, else behind what is to be written
+// at the end of the turn.
+void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isLast) {
+  const unsigned char* bytes = readBuffer_.bytes + readOffset_;
+  std::int64_t sent = 0;
+  if (isLast && target.connected_ && !target.inProcess_ && target.writeCount_ == 0 &&
+      !target.writeFailed_ && platform::readiness().isWritable(target.fd_))
+    sent = target.sendSome(bytes, count);
+  readOffset_ += count;
+  readCount_ -= count;
+  if (sent == count) return;
+  std::memcpy(target.reserveWrite(count - sent), bytes + sent,
+              static_cast<std::size_t>(count - sent));
+  target.markUnflushed();
+  if (target.congested_ || target.writeCount_ >= stpProcess().backlogLimit) noteCongestion(target);
+}
+
+// Delivers the packet at the front of the read buffer here. The buffer is in a sound state before
+// anything is called that may come back.
+void STPTransport::deliverFront(const STPPacketTest& test) {
   heldBack_ = false;
-  if (passOn(test)) return;
   const std::int64_t stored = stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
   auto message = std::make_unique<STPReceivedMessage>(readBuffer_.bytes + readOffset_,
                                                       test.headerSize, test.payloadSize);
   readOffset_ += stored;
   readCount_ -= stored;
   dispatchMessage(std::move(message));
-}
-
-// False if the packet at the front is for this end.
-bool STPTransport::passOn(const STPPacketTest& test) {
-  if (!forwardingHandler_) return false;
-  const unsigned char* packet = readBuffer_.bytes + readOffset_;
-  const auto destination = static_cast<std::int32_t>(stpReadWord(packet + 12));
-  STPTransport* target = forwardingHandler_->forwardTarget(destination);
-  if (target) forwardPacket(*target, std::int64_t{test.headerSize} + test.payloadSize);
-  return target != nullptr;
-}
-
-void STPTransport::forwardPacket(STPTransport& target, std::int64_t total) {
-  unsigned char* place = target.reserveWrite(total);
-  std::memcpy(place, readBuffer_.bytes + readOffset_, static_cast<std::size_t>(total));
-  readOffset_ += stpStoredSize(total);
-  readCount_ -= stpStoredSize(total);
-  target.markUnflushed();
-  if (target.congested_ || target.writeCount_ >= stpProcess().backlogLimit) noteCongestion(target);
 }
 
 // Offers what has been put off, from the head again after each delivery, which may have changed the
@@ -202,8 +237,8 @@ void STPTransport::finishInput() {
   if (readCount_ != 0) return;
   readOffset_ = 0;
   needMore_ = false;
-  if (readCapacity_ > kReadShrinkFactor * readInitial_) {
-    readCapacity_ = readInitial_;
+  if (readCapacity_ != readGoal_) {
+    readCapacity_ = readGoal_;
     readBuffer_.release();
   }
 }

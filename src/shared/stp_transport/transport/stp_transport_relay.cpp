@@ -38,11 +38,7 @@ bool STPTransport::canRelay() const {
 void STPTransport::relayInput() {
   if (!connected_ || inProcess_) return;
   while (readCount_ > 0 && !needMore_ && !heldBack_ && !isStalled()) {
-    const STPPacketTest test = stpTestPacket(readBuffer_.bytes + readOffset_, readCount_);
-    if (test.state == STPPacketState::incomplete)
-      needMore_ = true;
-    else
-      heldBack_ = test.state == STPPacketState::invalid || !passOn(test);
+    heldBack_ = passOnFront().state != STPPacketState::incomplete;
   }
   if (!heldBack_) finishInput();
 }
@@ -50,26 +46,31 @@ void STPTransport::relayInput() {
 void STPTransport::serviceOnceRelaying(int timeout, const STPTransportSet& others,
                                        STPStatus* status) {
   const Hold hold(this);
-  // Nothing is delivered here, so that neither set changes but by transports that come to need
-  // attention.
+  // Nothing is delivered here, so that the list changes only by transports that are added, each at
+  // its place: one that comes to stand before the walk is left to the next step.
   attendNews();
-  const STPTransportSet& attention = stpProcess().attention;
-  for (STPTransport* other : attention)
-    if (others.contains(other)) other->relayInput();
+  const STPAttention& attention = stpProcess().attention;
+  const auto forEachOther = [&](auto visit) {
+    for (std::size_t place = 0; place < attention.size();) {
+      STPTransport* other = attention[place];
+      const bool isOther = other && other != this && others.contains(other);
+      if (isOther) visit(*other);
+      place = isOther ? attention.after(other->serial_, place) : place + 1;
+    }
+  };
+  forEachOther([](STPTransport& other) { other.relayInput(); });
   flushMarked();
-  for (STPTransport* other : attention)
-    if (others.contains(other) &&
-        (other->canRelay() || (other->canWrite() && !other->writeFailed_)))
-      timeout = 0;
+  forEachOther([&](STPTransport& other) {
+    if (other.canRelay() || (other.canWrite() && !other.writeFailed_)) timeout = 0;
+  });
   bool failed = false;
   if (!canRead() && !canWrite()) platform::readiness().wait(timeout, failed);
   attendNews();
-  for (STPTransport* other : attention) {
-    if (other == this || !others.contains(other)) continue;
+  forEachOther([](STPTransport& other) {
     // A write that fails is left to the connection's own turn.
-    if (other->canWrite()) other->writeOnce();
-    if (other->canRelay() && other->receiveFromSocket()) other->relayInput();
+    if (other.canWrite()) other.writeOnce();
+    if (other.canRelay() && other.receiveFromSocket()) other.relayInput();
     flushMarked();
-  }
+  });
   serviceOnce(0, status);
 }

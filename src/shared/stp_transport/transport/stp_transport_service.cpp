@@ -14,7 +14,18 @@
 #include "stp_transport/transport/stp_transport.h"
 
 void STPTransport::attend() {
-  stpProcess().attention.insert(this);
+  if (attended_) return;
+  attended_ = true;
+  stpProcess().attention.add(serial_, this);
+}
+
+// Takes this transport off its place in the list. An idle one holds no memory for what may come one
+// day.
+void STPTransport::restAt(std::size_t place) {
+  attended_ = false;
+  stpProcess().attention.removeAt(place);
+  if (writeCount_ == 0) writeBuffer_.release();
+  if (readCount_ == 0) readBuffer_.release();
 }
 
 // In doubt true: what a message that was put off waits for can change without a word to this
@@ -22,12 +33,6 @@ void STPTransport::attend() {
 bool STPTransport::needsAttention() const {
   return isClosed() || inProcess_ || heldBack_ || (readCount_ > 0 && !needMore_) ||
          !deferredMessages_.empty() || isStalled() || canRead() || canWrite();
-}
-
-// An idle connection holds no memory for what may come one day.
-void STPTransport::releaseEmptyBuffers() {
-  if (writeCount_ == 0) writeBuffer_.release();
-  if (readCount_ == 0) readBuffer_.release();
 }
 
 void STPTransport::attendNews() {
@@ -92,28 +97,32 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
   if (status) status->clear();
   STPTransport::flushMarked();
   STPTransport::attendNews();
-  STPTransportSet& attention = stpProcess().attention;
+  STPAttention& attention = stpProcess().attention;
   // Handlers may change both sets: whatever runs one finds its place again, and holds what it
-  // serves.
-  for (auto place = attention.begin(); place != attention.end();) {
-    STPTransport* transport = *place;
-    if (!transports.contains(transport)) {
+  // serves. Whether the set contains a transport is asked last, since nearly all that stand in the
+  // list have nothing to do any more.
+  for (std::size_t place = 0; place < attention.size();) {
+    STPTransport* transport = attention[place];
+    if (!transport) {
       ++place;
-      continue;
-    }
-    if (transport->isClosed()) {
+    } else if (transport->isClosed()) {
+      if (!transports.contains(transport)) {
+        ++place;
+        continue;
+      }
       if (status) status->set(STP_FAILED, "[serviceFirst]: not bound and not listening.");
       return;
-    }
-    if (transport->hasDeliverable()) {
+    } else if (transport->hasDeliverable() && transports.contains(transport)) {
       const CountedPtr<STPTransport> hold(transport);
       transport->parseInput();
       timeout = 0;
-      place = attention.upper_bound(transport);
-      continue;
+      place = attention.after(transport->serial(), place);
+    } else {
+      if (timeout != 0 && (transport->canRead() || transport->canWrite()) &&
+          transports.contains(transport))
+        timeout = 0;
+      ++place;
     }
-    if (transport->canRead() || transport->canWrite()) timeout = 0;
-    ++place;
   }
   bool failed = false;
   if (!platform::readiness().wait(timeout, failed)) {
@@ -121,23 +130,24 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
     return;
   }
   STPTransport::attendNews();
-  for (auto place = attention.begin(); place != attention.end();) {
-    STPTransport* transport = *place;
-    if (!transports.contains(transport)) {
+  for (std::size_t place = 0; place < attention.size();) {
+    STPTransport* transport = attention[place];
+    if (!transport) {
       ++place;
-      continue;
-    }
-    if (transport->canWrite() || transport->canRead()) {
+    } else if (transport->canWrite() || transport->canRead()) {
+      if (!transports.contains(transport)) {
+        ++place;
+        continue;
+      }
       const CountedPtr<STPTransport> hold(transport);
       transport->serveReady(status);
       STPTransport::flushMarked();
       // A busy one stays: only a step that finds it with nothing to do takes it out.
-      place = attention.upper_bound(transport);
-    } else if (transport->needsAttention()) {
-      ++place;
+      place = attention.after(transport->serial(), place);
     } else {
-      place = attention.erase(place);
-      transport->releaseEmptyBuffers();
+      if (!transport->needsAttention()) transport->restAt(place);
+      ++place;
     }
   }
+  attention.compact();
 }

@@ -34,20 +34,3 @@ void stpWriteHeader(unsigned char* bytes, const STPHeader& header) {
       header.depth};
   for (std::size_t i = 0; i < words.size(); ++i) stpWriteWord(bytes + 4 * i, words[i]);
 }
-
-STPPacketTest stpTestPacket(const unsigned char* bytes, std::int64_t available) {
-  STPPacketTest test;
-  if (available < 8) return test;
-  test.headerSize = static_cast<std::int32_t>(stpReadWord(bytes));
-  test.payloadSize = static_cast<std::int32_t>(stpReadWord(bytes + 4));
-  // Added in 64 bits: a hostile pair of sizes can't wrap around to a small sum.
-  const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
-  const bool valid = test.headerSize >= STP_MIN_HEADER_SIZE &&
-                     test.headerSize <= STP_MAX_HEADER_SIZE && test.headerSize % 4 == 0 &&
-                     test.payloadSize >= 0 && total <= STP_MAX_PACKET_SIZE;
-  if (!valid)
-    test.state = STPPacketState::invalid;
-  else if (total <= available)
-    test.state = STPPacketState::complete;
-  return test;
-}

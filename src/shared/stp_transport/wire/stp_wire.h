@@ -20,6 +20,9 @@ inline constexpr std::int32_t STP_MAX_HEADER_SIZE = 128;
 /// Header and payload together above this many bytes make a packet invalid.
 inline constexpr std::int64_t STP_MAX_PACKET_SIZE = 0x10000000;
 
+/// Bytes of fill that may follow a packet, at most.
+inline constexpr std::int64_t STP_MAX_FILL = 3;
+
 /// Packet types.
 inline constexpr std::uint32_t STP_DISCARD = 4;
 inline constexpr std::uint32_t STP_SYNC = 5;
@@ -100,4 +103,19 @@ struct STPPacketTest {
 };
 
 /// Tests the packet at the front of `available` unparsed bytes, a count that may be below 0.
-STPPacketTest stpTestPacket(const unsigned char* bytes, std::int64_t available);
+inline STPPacketTest stpTestPacket(const unsigned char* bytes, std::int64_t available) {
+  STPPacketTest test;
+  if (available < 8) return test;
+  test.headerSize = static_cast<std::int32_t>(stpReadWord(bytes));
+  test.payloadSize = static_cast<std::int32_t>(stpReadWord(bytes + 4));
+  // Added in 64 bits: a hostile pair of sizes can't wrap around to a small sum.
+  const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
+  const bool valid = test.headerSize >= STP_MIN_HEADER_SIZE &&
+                     test.headerSize <= STP_MAX_HEADER_SIZE && test.headerSize % 4 == 0 &&
+                     test.payloadSize >= 0 && total <= STP_MAX_PACKET_SIZE;
+  if (!valid)
+    test.state = STPPacketState::invalid;
+  else if (total <= available)
+    test.state = STPPacketState::complete;
+  return test;
+}

@@ -1,0 +1,71 @@
+// A plugin that stops reading and goes on: the hub keeps what comes for it, passes it on whole and
+// in order, and has no more memory than before.
+#include <numeric>
+#include <random>
+
+#include "support/hub_test.h"
+
+namespace {
+
+constexpr std::int64_t kMiB = 1 << 20;
+// More than the allocator and the store of free buffers keep.
+constexpr std::int64_t kSlack = 6 * kMiB;
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::int64_t kMuch = 128 * kMiB;
+#else
+constexpr std::int64_t kMuch = 1024 * kMiB;
+#endif
+
+// The packet with that number of a stream: neighbours have other bytes and sizes.
+std::string numbered(std::uint32_t rn, std::uint32_t number) {
+  static const std::string bytes = [] {
+    std::mt19937 random(3);
+    std::string made(1 << 18, '\0');
+    for (char& byte : made) byte = static_cast<char>(random());
+    return made;
+  }();
+  return packetBytes({.destination = rn, .sequence = number},
+                     bytes.substr(number * 997 % (1 << 16), 60000 + number % 4999));
+}
+
+}  // namespace
+
+using StoppedReaderTest = HubTest;
+
+TEST_F(StoppedReaderTest, GetsAllLater) {
+  constexpr std::uint32_t kPackets = 1500;  // more than sockets hold
+  startHub();
+  auto [from, to] = joinTwo();
+  const std::int64_t before = hub->residentBytes();
+  for (int round = 0; round < 2; ++round) {
+    for (std::uint32_t i = 0; i < kPackets; ++i)
+      ASSERT_TRUE(from.peer.send(filled(numbered(to.rn, i))));
+    EXPECT_EQ(first->counts(), "3/3");
+    EXPECT_GT(hub->residentBytes() - before, 40 * kMiB);
+    for (std::uint32_t i = 0; i < kPackets; ++i)
+      ASSERT_TRUE(to.peer.next().bytes == numbered(to.rn, i)) << i;
+    settle();
+    awaitMemory(before + kSlack);
+  }
+}
+
+TEST_F(StoppedReaderTest, ALinkCostsTheSameHoweverMuchItHasCarried) {
+  startHub();
+  RawEnds little = joinTwo(), much = joinTwo();
+  const std::string packet = packetBytes({.destination = little.second.rn}, "little");
+  ASSERT_TRUE(little.first.peer.send(filled(packet)));
+  EXPECT_EQ(little.second.peer.next().bytes, packet);
+  settle();
+  const std::int64_t before = hub->residentBytes();
+  std::int64_t carried = 0;
+  for (std::uint32_t i = 0; carried < kMuch; i += 50) {
+    std::string block;
+    for (std::uint32_t k = i; k < i + 50; ++k) block += filled(numbered(much.second.rn, k));
+    ASSERT_TRUE(much.first.peer.send(block));
+    carried += static_cast<std::int64_t>(block.size());
+    for (std::uint32_t k = i; k < i + 50; ++k)
+      ASSERT_TRUE(much.second.peer.next().bytes == numbered(much.second.rn, k)) << k;
+  }
+  settle();
+  awaitMemory(before + kSlack);
+}
