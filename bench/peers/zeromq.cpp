@@ -1,11 +1,10 @@
 // ZeroMQ: publishers and subscribers on both sides of an XSUB/XPUB proxy, which carries messages of
 // a single part. A message begins with the address of its receiver, to which that one subscribes.
-#include "zmq.h"
-
+#include <cerrno>
 #include <cstring>
 
-#include "bench/packet_socket.h"
 #include "bench/peers/peer.h"
+#include "zmq.h"
 
 namespace {
 
@@ -111,7 +110,10 @@ class ZeroMQClient : public PeerClient {
     messages.clear();
     bulk_.clear();
     while (!bulk_.receive(in_.get(), 0))
-      if (!patient || zmq_errno() != EAGAIN) return failCall("nothing arrived");
+      if (zmq_errno() != EAGAIN)
+        return failCall("receiving failed");
+      else if (!patient)
+        return fail("nothing arrived in time");
     do messages.push_back(bulk_.last().subspan(1));
     while (!bulk_.full() && bulk_.receive(in_.get(), ZMQ_DONTWAIT));
     return true;

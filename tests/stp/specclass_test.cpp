@@ -172,7 +172,7 @@ TEST_F(TwoSides, NegotiateFetchFormatsAndMeet) {
   EXPECT_TRUE(status.good());
   pair.b->handleRead();
   EXPECT_TRUE(far->isNegotiated());
-  near->sendTable[0].fmt = nullptr;
+  near->sendTable.edit()[0].fmt = nullptr;
   near->fetchFormats(&pump, &status);
   EXPECT_TRUE(near->formatsFetched);
   EXPECT_STREQ(near->peerEntry("Ask")->fmt, "alpha:%u4% ");
@@ -279,6 +279,16 @@ TEST_F(TwoSides, AWaitEndsWithItsVirtualConnectionOrTransport) {
   const auto call = caller->newStubMessage(0, STP_WANTS_RESPONSE);
   EXPECT_FALSE(caller->callStubMessage(*call, nullptr, &status));
   EXPECT_FALSE(status.good());
+}
+
+TEST(SharedTable, HoldsEqualTablesOnceUntilOneChanges) {
+  STPSharedTable<std::int32_t> a({1, 2}), b({1, 2}), other({2, 1});
+  for (auto* table : {&a, &b, &other}) table->share();
+  EXPECT_EQ(&a[0], &b[0]);
+  EXPECT_NE(&a[0], &other[0]);
+  b.edit()[0] = 5;
+  EXPECT_EQ(a, (std::vector<std::int32_t>{1, 2}));
+  EXPECT_EQ(b, (std::vector<std::int32_t>{5, 2}));
 }
 
 }  // namespace

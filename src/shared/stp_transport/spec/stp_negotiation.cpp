@@ -44,8 +44,8 @@ gen_text ownedCopy(std::string_view text) {
 
 // The entry of a sorted table with this name, searched from `from` on, which moves along; null if
 // the table doesn't have the name from there on.
-template <class Table>
-STPMessageEntry* mergeStep(Table& table, std::size_t& from, std::string_view name) {
+STPMessageEntry* mergeStep(std::vector<STPMessageEntry>& table, std::size_t& from,
+                           std::string_view name) {
   while (from < table.size() && table[from].name < name) ++from;
   return from < table.size() && table[from].name == name ? &table[from] : nullptr;
 }
@@ -100,26 +100,30 @@ void STPSpecClass::readNegotiateRecord(STPReceivedMessage& message) {
   peerFlags = message.readInt("flags");
   readTags(message);
   readMessages(message);
+  tagMap.share();
+  if (!formatsFetched) sendTable.share();  // its formats would be this link's alone
   negotiated = true;
   peerRecordTaken();
 }
 
 void STPSpecClass::readTags(STPReceivedMessage& message) {
   if (!message.findAsciiField("tags")) return;
+  std::vector<std::int32_t>& map = tagMap.edit();
   std::size_t j = 0;
   forEachElement(message, [&](std::uint32_t position) {
     const std::string_view word = wordOf(message);
-    while (j < tagMap.size() && tagNames[j] < word) ++j;
-    if (!word.empty() && j < tagMap.size() && tagNames[j] == word)
-      tagMap[j] = static_cast<std::int32_t>(position);
+    while (j < map.size() && tagNames[j] < word) ++j;
+    if (!word.empty() && j < map.size() && tagNames[j] == word)
+      map[j] = static_cast<std::int32_t>(position);
   });
 }
 
 void STPSpecClass::readMessages(STPReceivedMessage& message) {
   if (!message.findAsciiField("msgs")) return;
+  std::vector<STPMessageEntry>& table = sendTable.edit();
   if (!messagesListed_) {
     messagesListed_ = true;
-    for (STPMessageEntry& entry : sendTable) entry.id = STP_NO_MESSAGE;
+    for (STPMessageEntry& entry : table) entry.id = STP_NO_MESSAGE;
   }
   std::size_t from = 0;
   forEachElement(message, [&](std::uint32_t) {
@@ -130,7 +134,7 @@ void STPSpecClass::readMessages(STPReceivedMessage& message) {
     const std::uint32_t flags = message.readInt("flags");
     message.leaveBlock(&block);
     if (name.empty()) return;
-    if (STPMessageEntry* entry = mergeStep(sendTable, from, name)) {
+    if (STPMessageEntry* entry = mergeStep(table, from, name)) {
       entry->id = id;
       entry->flags = flags;
     } else {
@@ -149,9 +153,10 @@ void STPSpecClass::takeMessageEntry(std::string_view name, std::uint32_t id, std
 }
 
 void STPSpecClass::negotiateLocally() {
-  for (std::size_t i = 0; i < tagMap.size(); ++i) tagMap[i] = static_cast<std::int32_t>(i);
-  for (std::size_t i = 0; i < sendTable.size(); ++i)
-    sendTable[i].id = static_cast<std::uint32_t>(i);
+  std::int32_t tag = 0;
+  for (std::int32_t& number : tagMap.edit()) number = tag++;
+  std::uint32_t id = 0;
+  for (STPMessageEntry& entry : sendTable.edit()) entry.id = id++;
   negotiated = true;
 }
 
@@ -257,10 +262,11 @@ void STPSpecClass::readFormatRecord(STPReceivedMessage& message) {
 
 void STPSpecClass::takeFormat(std::string_view name, std::string_view format) {
   STPMessageEntry* entry = nullptr;
+  std::vector<STPMessageEntry>& table = sendTable.edit();
   const auto place = std::lower_bound(
-      sendTable.begin(), sendTable.end(), name,
+      table.begin(), table.end(), name,
       [](const STPMessageEntry& e, std::string_view text) { return e.name < text; });
-  if (place != sendTable.end() && place->name == name) {
+  if (place != table.end() && place->name == name) {
     entry = &*place;
   } else if (const auto extra = extraIndex_.find(name); extra != extraIndex_.end()) {
     entry = &extraTable[extra->second];

@@ -38,8 +38,8 @@ STPSpecClass::STPSpecClass(const STPSpecTables& tables)
       specFlags(tables.specFlags),
       receiveCount(tables.receiveCount),
       receiveTable(tables.receiveTable),
-      tagMap(static_cast<std::size_t>(tables.tagCount), -1),
-      sendTable(tables.sendTable, tables.sendTable + tables.sendCount) {}
+      tagMap(std::vector<std::int32_t>(static_cast<std::size_t>(tables.tagCount), -1)),
+      sendTable({tables.sendTable, tables.sendTable + tables.sendCount}) {}
 
 STPSpecClass::~STPSpecClass() {
   GEN_ASSERT(refCount == 0);

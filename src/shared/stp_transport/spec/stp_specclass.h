@@ -22,6 +22,7 @@
 #include "stp_transport/log/stp_log.h"
 #include "stp_transport/message/stp_received_message.h"
 #include "stp_transport/retry/stp_retryhandler.h"
+#include "stp_transport/spec/stp_shared_table.h"
 #include "stp_transport/transport/counted_ptr.h"
 #include "stp_transport/transport/response_listener.h"
 #include "stp_transport/transport/stp_status.h"
@@ -36,6 +37,8 @@ struct STPMessageEntry {
   const char* fmt;   ///< format string, may be null; not owned
   std::uint32_t id;
   std::uint32_t flags;
+
+  bool operator==(const STPMessageEntry&) const = default;
 };
 
 inline constexpr std::uint32_t STP_NO_MESSAGE = 0xFFFFFFFF;
@@ -192,8 +195,8 @@ class STPSpecClass {
   gen_text peerVstamp;
   std::uint32_t peerFlags = 0;
   /// For each of this side's field names the number by which the peer knows it, or -1.
-  std::vector<std::int32_t> tagMap;
-  std::vector<STPMessageEntry> sendTable;
+  STPSharedTable<std::int32_t> tagMap;
+  STPSharedTable<STPMessageEntry> sendTable;
   /// Messages of the peer that this side doesn't know, in the order of the peer's list.
   std::vector<STPMessageEntry> extraTable;
   bool sendUp = true;
