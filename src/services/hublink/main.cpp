@@ -7,6 +7,7 @@
 #include "indgen/memory.h"
 #include "indgen/path.h"
 #include "indgen/program.h"
+#include "platform/memory.h"
 #include "platform/process.h"
 #include "services/hublink/command_line.h"
 #include "services/hublink/hublink.h"
@@ -30,6 +31,7 @@ File openLog(const char* name) {
 
 // Everything that a process of this kind sets up once, before anything else runs.
 void preparePlatform() {
+  platform::returnFreedMemory();
   platform::ensureStandardDescriptors();
   platform::raiseDescriptorLimit();
   platform::ignoreBrokenPipe();
