@@ -9,7 +9,7 @@ const char* const kUsage =
 
 namespace {
 
-enum class Option { none, port, connect, zone, log, internalLog, notShared };
+enum class Option { none, port, connect, zone, log, internalLog, notShared, loopbackOnly };
 
 Option optionOf(const char* argument) {
   static constexpr struct {
@@ -20,7 +20,8 @@ Option optionOf(const char* argument) {
                   {"hl_zone", Option::zone},
                   {"log", Option::log},
                   {"hl_log_internal", Option::internalLog},
-                  {"not_shared", Option::notShared}};
+                  {"not_shared", Option::notShared},
+                  {"loopback_only", Option::loopbackOnly}};
   if (argument[0] != '-') return Option::none;
   for (const auto& entry : kOptions)
     if (gen_equal_nocase(argument + 1, entry.name)) return entry.option;
@@ -34,8 +35,8 @@ CommandLine parseCommandLine(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const Option option = optionOf(argv[i]);
     if (option == Option::none) continue;
-    if (option == Option::notShared) {
-      line.notShared = true;
+    if (option == Option::notShared || option == Option::loopbackOnly) {
+      (option == Option::notShared ? line.notShared : line.loopbackOnly) = true;
       continue;
     }
     if (i + 1 == argc) {

@@ -10,6 +10,7 @@ struct CommandLine {
   const char* logFile = nullptr;  ///< of the plugins' log
   const char* internalLogFile = nullptr;
   bool notShared = false;
+  bool loopbackOnly = false;           ///< listen on 127.0.0.1 alone
   const char* missingValue = nullptr;  ///< the option that stood last without its value
 };
 

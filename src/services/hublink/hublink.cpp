@@ -29,13 +29,13 @@ bool Hublink::connectToPeer(const char* host, std::uint32_t peerPort) {
   return true;
 }
 
-bool Hublink::openListener() {
+bool Hublink::openListener(bool loopbackOnly) {
   STPStatus status;
   if (port != 0) {
-    listenSocket = getListenSocket(static_cast<std::uint16_t>(port), &status);
+    listenSocket = getListenSocket(static_cast<std::uint16_t>(port), &status, loopbackOnly);
   } else {
     std::uint16_t freePort = 0;
-    listenSocket = getFreeListenSocket(&freePort, &status);
+    listenSocket = getFreeListenSocket(&freePort, &status, loopbackOnly);
     port = freePort;
   }
   if (!status.good()) return false;
@@ -55,8 +55,8 @@ void Hublink::freshListener() {
   transports.insert(listener);
 }
 
-bool Hublink::startListening(bool notShared, const char* zone) {
-  if (!openListener()) return false;
+bool Hublink::startListening(bool notShared, const char* zone, bool loopbackOnly) {
+  if (!openListener(loopbackOnly)) return false;
   if (!notShared) activeRecord = std::make_unique<ActiveHubRecord>(port, zone, nullptr, nullptr);
   return true;
 }

@@ -55,9 +55,9 @@ class Hublink : public ForwardingHandler {
   // --- Life (hublink.cpp) ---
   /// Connects to a tool that listens, which becomes the first plugin. False on failure.
   bool connectToPeer(const char* host, std::uint32_t peerPort);
-  /// Opens the listening socket and, unless `notShared`, makes the active hub record. False on
-  /// failure.
-  bool startListening(bool notShared, const char* zone);
+  /// Opens the listening socket, on 127.0.0.1 alone with `loopbackOnly`, and, unless `notShared`,
+  /// makes the active hub record. False on failure.
+  bool startListening(bool notShared, const char* zone, bool loopbackOnly = false);
   /// One pass: accepts, looks at a negotiation, serves all transports for at most `timeout` ms, and
   /// reaps what has died. A failure of the serving stands in `status`, which may be null; the pass
   /// is complete all the same.
@@ -134,7 +134,7 @@ class Hublink : public ForwardingHandler {
   using Connections = std::list<CountedPtr<HublinkConnection>>;
 
   // Life.
-  bool openListener();
+  bool openListener(bool loopbackOnly);
   void freshListener();
 
   // Connections.

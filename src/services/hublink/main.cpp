@@ -45,7 +45,7 @@ std::unique_ptr<Hublink> setUp(const ServiceDatabase& database, const CommandLin
   auto hub =
       std::make_unique<Hublink>(database, line.connectMode ? 0 : line.port, log, internalFile);
   const bool ready = (!line.connectMode || hub->connectToPeer("localhost", line.port)) &&
-                     hub->startListening(line.notShared, line.zone);
+                     hub->startListening(line.notShared, line.zone, line.loopbackOnly);
   if (ready) return hub;
   std::fputs(line.connectMode ? "Unable to setup transport layer.\n"
                               : "Unable to setup transport layer, specified port may already be "
