@@ -52,8 +52,8 @@ int runPlainFarEnd(std::uint16_t port) {
   return 0;
 }
 
-int runHubFarEnd(std::uint16_t port) {
-  HubEnd hub;
+int runHubFarEnd(std::uint16_t port, int pair) {
+  HubEnd hub(pair);
   std::string error;
   if (!hub.joinAsRequester(port, error)) {
     std::fprintf(stderr, "hublink_bench: far end: %s\n", error.c_str());

@@ -6,5 +6,5 @@
 
 /// Reaches the driver, or a relay before it, on `port`. The exit code of its process.
 int runPlainFarEnd(std::uint16_t port);
-/// Reaches the driver as a plugin of the hub on `port`.
-int runHubFarEnd(std::uint16_t port);
+/// Reaches the driver's plugin of that pair as a plugin of the hub on `port`.
+int runHubFarEnd(std::uint16_t port, int pair);

@@ -6,13 +6,12 @@
 
 namespace {
 
-constexpr const char* kService = "Bench";
 constexpr int kStep = 100;  // ms
 constexpr std::string_view kGreeting = "ready";
 
 }  // namespace
 
-bool HubEnd::joinAsProvider(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error) {
+bool HubEnd::joinAsFirst(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error) {
   const auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   transport->bindFD(connection.release());
   if (!plugin_.attach(transport.get(), error, kStartLimit)) return false;
@@ -21,10 +20,18 @@ bool HubEnd::joinAsProvider(LoopbackSocket connection, std::uint16_t& hubPort, s
     hubPort = static_cast<std::uint16_t>(port);
   });
   plugin_.serveUntil([&hubPort] { return hubPort != 0; }, kStartLimit);
-  if (hubPort == 0)
-    error = "the hub doesn't tell its port";
-  else if (plugin_.registerService(
-               kService, [this](const std::shared_ptr<HublinkLink>& link) { link_ = link; }) < 0)
+  if (hubPort != 0) return provide(error);
+  error = "the hub doesn't tell its port";
+  return false;
+}
+
+bool HubEnd::joinAsProvider(std::uint16_t port, std::string& error) {
+  return plugin_.connect(port, error, "127.0.0.1", kStartLimit) && provide(error);
+}
+
+bool HubEnd::provide(std::string& error) {
+  if (plugin_.registerService(
+          service_, [this](const std::shared_ptr<HublinkLink>& link) { link_ = link; }) < 0)
     error = "the hub doesn't take the service";
   return error.empty();
 }
@@ -44,7 +51,7 @@ bool HubEnd::awaitRequester(const std::function<bool()>& givenUp, std::string& e
 bool HubEnd::joinAsRequester(std::uint16_t port, std::string& error) {
   if (!plugin_.connect(port, error, "127.0.0.1", kStartLimit)) return false;
   ServiceQuery query;
-  query.serviceName = kService;
+  query.serviceName = service_;
   const ServiceReply reply = plugin_.requestService(query, kStartLimit);
   link_ = reply.link;
   if (!link_) {

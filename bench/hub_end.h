@@ -14,9 +14,14 @@
 
 class HubEnd {
  public:
+  /// Each pair of ends has a service of its own.
+  explicit HubEnd(int pair) : service_("Bench" + std::to_string(pair)) {}
+
   /// Becomes the first plugin of the hub that has connected on `connection`, provides the service,
   /// and learns the hub's port. False with a text in `error`.
-  bool joinAsProvider(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error);
+  bool joinAsFirst(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error);
+  /// Becomes a further plugin, of the hub on `port`, and provides the service.
+  bool joinAsProvider(std::uint16_t port, std::string& error);
   /// Waits until the requester has said that it is ready, at most kStartLimit or until `givenUp`.
   bool awaitRequester(const std::function<bool()>& givenUp, std::string& error);
   /// Becomes a plugin of the hub on `port`, asks for the service, and tells the provider that it is
@@ -30,6 +35,9 @@ class HubEnd {
   platform::Socket takeOver();
 
  private:
+  bool provide(std::string& error);
+
+  std::string service_;
   HublinkPlugin plugin_;
   std::shared_ptr<HublinkLink> link_;
 };

@@ -4,11 +4,12 @@
 #include <utility>
 
 #include "platform/clock.h"
+#include "platform/readiness.h"
 
 namespace {
 
 constexpr std::uint32_t kLoopback = 0x7F000001;
-constexpr int kAcceptPause = 2;    // ms between two looks at a listener
+constexpr int kAcceptPause = 100;  // ms between two looks at what makes it futile to wait
 constexpr int kOrderlyEnd = 2000;  // ms for a child that was asked to end
 constexpr int kStandardError = 2;
 
@@ -44,18 +45,24 @@ LoopbackSocket LoopbackSocket::connectedTo(std::uint16_t port) {
 }
 
 LoopbackSocket LoopbackSocket::accept(const std::function<bool()>& givenUp) const {
+  auto& ready = platform::readiness();
   const std::uint64_t end = platform::monotonicMilliseconds() + kStartLimit;
-  while (platform::monotonicMilliseconds() < end && !platform::stopRequested()) {
+  LoopbackSocket client;
+  ready.watch(socket_);
+  while (!client && platform::monotonicMilliseconds() < end && !platform::stopRequested()) {
     platform::Transfer outcome;
-    LoopbackSocket client(platform::acceptFrom(socket_, outcome));
+    client.socket_ = platform::acceptFrom(socket_, outcome);
     if (client) {
       platform::setStreamOptions(client.get());
-      return client;
+      continue;
     }
     if (!outcome.wouldBlock || givenUp()) break;
-    platform::sleepMilliseconds(kAcceptPause);
+    ready.drained(socket_);
+    bool failed = false;
+    ready.wait(kAcceptPause, failed);
   }
-  return {};
+  ready.forget(socket_);
+  return client;
 }
 
 BenchProcess::~BenchProcess() {

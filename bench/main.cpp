@@ -1,108 +1,85 @@
-// hublink_bench: what the hub costs, beside the same bytes over a bare socket and through the
+// hublink_bench: what the hub costs, beside the same work over a bare socket and through the
 // smallest possible relay, in one run and interleaved.
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
-#include <memory>
+#include <exception>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/crowd_measurement.h"
 #include "bench/far_end.h"
-#include "bench/lane.h"
-#include "bench/measure.h"
+#include "bench/path_measurements.h"
 #include "bench/relay.h"
 #include "bench/report.h"
+#include "bench/start_measurements.h"
+#include "indgen/program.h"
 #include "platform/host.h"
 #include "platform/process.h"
 
 namespace {
 
-constexpr double kMegabyte = 1e6;
-// Enough of a stream to go through every buffer several times.
-constexpr std::uint32_t kComparedPackets = 20000;
-
-using Lanes = std::vector<std::unique_ptr<Lane>>;
-
-struct Figures {
-  Figure median{"round_trip_median", "round trip, 64 bytes", "us", 2};
-  Figure p99{"round_trip_p99", "round trip, 64 bytes, p99", "us", 2};
-  Figure packets{"packets_per_second", "one way, 64 bytes", "packets/s", 0};
-  Figure megabytes{"megabytes_per_second", "one way, 64 KiB", "MB/s", 0};
+// What a part of this program, in a process of its own, is told.
+struct Part {
+  std::string role;
+  std::uint16_t port = 0;
+  int pair = 0, pairs = 1;
 };
-
-bool runRoundTrips(Lane& lane, const RunSize& size, Figures& figures) {
-  RoundTripTimes times;
-  if (!measureRoundTrips(lane.socket(), size.roundTrips, times)) return false;
-  figures.median.of(lane.path()).push_back(times.median);
-  figures.p99.of(lane.path()).push_back(times.p99);
-  return true;
-}
-
-bool runSmallPackets(Lane& lane, const RunSize& size, Figures& figures) {
-  double seconds = 0;
-  if (!measureStream(lane.socket(), {kSmallPayload, size.smallPackets, false}, seconds))
-    return false;
-  figures.packets.of(lane.path()).push_back(size.smallPackets / seconds);
-  return true;
-}
-
-bool runLargePackets(Lane& lane, const RunSize& size, Figures& figures) {
-  double seconds = 0;
-  if (!measureStream(lane.socket(), {kLargePayload, size.largePackets, false}, seconds))
-    return false;
-  const double bytes = static_cast<double>(size.largePackets) * kLargePayload;
-  figures.megabytes.of(lane.path()).push_back(bytes / kMegabyte / seconds);
-  return true;
-}
-
-// Warms a path up, and makes sure that what is measured on it is really carried: every byte of
-// these streams is compared.
-bool verify(Lane& lane, const RunSize& size) {
-  RoundTripTimes times;
-  double seconds = 0;
-  return measureRoundTrips(lane.socket(), size.roundTrips / 4 + 1, times) &&
-         measureStream(lane.socket(),
-                       {kSmallPayload, std::min(size.smallPackets, kComparedPackets), true},
-                       seconds) &&
-         measureStream(lane.socket(), {kLargePayload, size.largePackets / 4 + 1, true}, seconds);
-}
 
 int fail(const std::string& text) {
   std::fprintf(stderr, "hublink_bench: %s\n", text.c_str());
   return 1;
 }
 
-int drive(const BenchPrograms& programs, int runs, const RunSize& size, const std::string& json) {
-  platform::installStopSignals();
-  Lanes lanes;
-  std::string error;
-  for (const Path path : kPaths) {
-    lanes.push_back(Lane::open(path, programs, error));
-    if (!lanes.back()) return fail(error);
-  }
-  for (const auto& lane : lanes)
-    if (!verify(*lane, size)) return fail(lane->failure());
-  Figures figures;
-  for (int run = 0; run < runs; ++run) {
-    for (const auto measure : {runRoundTrips, runSmallPackets, runLargePackets}) {
-      // Each path is the first one in its turn.
-      for (std::size_t i = 0; i < lanes.size(); ++i) {
-        Lane& lane = *lanes[(i + static_cast<std::size_t>(run)) % lanes.size()];
-        if (!measure(lane, size, figures)) return fail(lane.failure());
-        if (platform::stopRequested()) return fail("stopped");
-      }
-    }
-  }
-  const std::vector<Figure> all{figures.median, figures.p99, figures.packets, figures.megabytes};
-  std::printf("%s build, %u processors, median of %d runs\n\n%s", HUBLINK_BUILD_TYPE,
-              std::thread::hardware_concurrency(), runs, tableOf(all).c_str());
-  if (!json.empty() && !writeJson(json, all)) return fail(json + " can't be written");
-  return 0;
+int runPart(const Part& part) {
+  if (part.role == kRoleRelay) return runRelay(part.port, part.pairs);
+  if (part.role == kRolePlainEnd) return runPlainFarEnd(part.port);
+  if (part.role == kRoleHubEnd) return runHubFarEnd(part.port, part.pair);
+  return fail("there is no part named " + part.role);
 }
 
-std::string besideProgram(const std::string& program, const char* name) {
-  return program.substr(0, program.rfind('/') + 1) + name;
+// Leaves those with a row whose key contains `only`.
+void choose(Measurements& measurements, const std::string& only) {
+  for (const auto& measurement : measurements)
+    for (Row& row : measurement->rows()) row.isChosen = row.key.find(only) != std::string::npos;
+  std::erase_if(measurements, [](const auto& measurement) { return !measurement->isChosen(); });
+}
+
+bool measure(const Measurements& measurements, int runs, std::string& error) {
+  for (const auto& measurement : measurements)
+    if (!measurement->open(error)) return false;
+  for (int run = 0; run < runs; ++run)
+    for (const auto& measurement : measurements) {
+      if (platform::stopRequested()) error = "stopped";
+      if (!error.empty() || !measurement->run(run, error)) return false;
+    }
+  return true;
+}
+
+int drive(const Settings& settings, const std::string& only, const std::string& json) {
+  platform::installStopSignals();
+  platform::raiseDescriptorLimit();
+  Measurements paths, starts;
+  addPathMeasurements(settings, paths);
+  addCrowdMeasurement(settings, paths);
+  addStartMeasurements(settings, starts);
+  choose(paths, only);
+  choose(starts, only);
+  if (paths.empty() && starts.empty()) return fail("no row has '" + only + "' in its name");
+  std::string error;
+  // A process that has held a crowd is large, and takes longer to start others.
+  for (const Measurements* next : {&starts, &paths})
+    if (!measure(*next, settings.runs, error)) return fail(error);
+  std::vector<Row> rows;
+  for (const Measurements* next : {&paths, &starts})
+    for (const auto& measurement : *next)
+      for (const Row& row : measurement->rows())
+        if (row.isChosen) rows.push_back(row);
+  std::printf("%s build, %u processors, %d runs: median (least..greatest)\n\n%s",
+              HUBLINK_BUILD_TYPE, std::thread::hardware_concurrency(), settings.runs,
+              tableOf(rows).c_str());
+  if (!json.empty() && !writeJson(json, rows)) return fail(json + " can't be written");
+  return 0;
 }
 
 }  // namespace
@@ -110,33 +87,37 @@ std::string besideProgram(const std::string& program, const char* name) {
 int main(int argc, char** argv) {
   platform::ensureStandardDescriptors();
   platform::ignoreBrokenPipe();
+  gen_initialise();
 
-  BenchPrograms programs;
-  programs.bench = platform::executablePath();
-  programs.hub = besideProgram(programs.bench, "hublink");
-  int runs = 7;
+  Settings settings;
+  settings.programs.bench = platform::executablePath();
+  settings.programs.hub = gen_program_dir() + std::string("/hublink");
   bool quick = false;
-  RunSize size;
-  std::string json, role;
-  std::uint16_t port = 0;
+  std::string only, json;
+  Part part;
   CLI::App app("Measures the hub beside a bare socket and the smallest possible relay.");
-  app.add_option("--runs", runs, "Runs that the medians are taken of")
+  app.add_option("--runs", settings.runs, "Runs that the medians are taken of")
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();
   app.add_flag("--quick", quick, "One short run: shows that it works, the figures mean little");
-  app.add_option("--hub", programs.hub, "The hub's executable")->capture_default_str();
+  app.add_option("--only", only, "Measure the rows with this in their name in the JSON");
+  app.add_option("--hub", settings.programs.hub, "The hub's executable")->capture_default_str();
   app.add_option("--json", json, "File for the figures of all runs");
-  app.add_option("--role", role)->group("");  // the parts that this program starts
-  app.add_option("--port", port)->group("");
+  app.add_option("--role", part.role)->group("");  // the parts that this program starts
+  app.add_option("--port", part.port)->group("");
+  app.add_option("--pair", part.pair)->group("");
+  app.add_option("--pairs", part.pairs)->group("");
   CLI11_PARSE(app, argc, argv);
 
-  if (role == kRoleRelay) return runRelay(port);
-  if (role == kRolePlainEnd) return runPlainFarEnd(port);
-  if (role == kRoleHubEnd) return runHubFarEnd(port);
-  if (!role.empty()) return fail("there is no part named " + role);
+  if (!part.role.empty()) return runPart(part);
   if (quick) {
-    runs = 1;
-    size = {500, 20000, 200};
+    settings.runs = 1;
+    settings.size = {500, 20000, 200};
+    settings.idlePlugins = 1000;
   }
-  return drive(programs, runs, size, json);
+  try {
+    return drive(settings, only, json);
+  } catch (const std::exception& failure) {  // of the file system
+    return fail(failure.what());
+  }
 }

@@ -28,3 +28,8 @@ bool measureRoundTrips(PacketSocket& socket, std::uint32_t count, RoundTripTimes
 /// has arrived. With `order.compare` set the far end has compared every byte, and the time means
 /// nothing. False as above.
 bool measureStream(PacketSocket& socket, const StreamOrder& order, double& seconds);
+
+/// The two steps of it: the far end gets ready; then the stream goes, of which `batch` is a part
+/// that makeBatch has made, and has arrived.
+bool announceStream(PacketSocket& socket, const StreamOrder& order);
+bool carryStream(PacketSocket& socket, const StreamOrder& order, const Bytes& batch);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
-/// Connects to the driver on `port`, tells it in one 32-bit word the port on which it waits for the
-/// far end, and passes bytes on until either end closes. The exit code of its process.
-int runRelay(std::uint16_t port);
+/// Connects `pairs` times to the driver on `port`, tells it on the first connection, in one 32-bit
+/// word, the port on which it waits for as many far ends, and passes bytes on within each pair
+/// until any end closes. The exit code of its process.
+int runRelay(std::uint16_t port, int pairs);

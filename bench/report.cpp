@@ -5,53 +5,90 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "bench/statistics.h"
+
 namespace {
 
-// A line of text and five numbers; the two last are ratios.
-std::string line(const Figure& figure) {
-  char text[160];
-  std::snprintf(text, sizeof text, "%-26s %-9s %11.*f %11.*f %11.*f %11.2fx %10.2fx\n",
-                figure.title, figure.unit, figure.decimals, figure.median(Path::direct),
-                figure.decimals, figure.median(Path::relay), figure.decimals,
-                figure.median(Path::hub), figure.hubRatio(Path::direct),
-                figure.hubRatio(Path::relay));
+constexpr std::size_t kTitle = 52, kUnit = 10, kValue = 23, kRatio = 11;
+
+std::string padded(std::string text, std::size_t width, bool left = false) {
+  const std::string blanks(width > text.size() ? width - text.size() : 0, ' ');
+  return left ? text + blanks : blanks + text;
+}
+
+std::string number(double value, int decimals) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.*f", decimals, value);
   return text;
+}
+
+std::string cell(const Row& row, Path path) {
+  const std::vector<double>& runs = row.of(path);
+  if (runs.empty()) return "-";
+  const auto [least, most] = std::minmax_element(runs.begin(), runs.end());
+  return number(medianOf(runs), row.decimals) + " (" + number(*least, row.decimals) + ".." +
+         number(*most, row.decimals) + ")";
+}
+
+std::string ratio(const Row& row, Path other) {
+  const std::optional<double> value = row.hubRatio(other);
+  return value ? number(*value, 2) + "x" : "-";
 }
 
 }  // namespace
 
-double Figure::median(Path path) const {
-  std::vector<double> sorted = runs[static_cast<std::size_t>(path)];
-  if (sorted.empty()) return 0;
-  std::sort(sorted.begin(), sorted.end());
-  const std::size_t middle = sorted.size() / 2;
-  return sorted.size() % 2 != 0 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
+std::optional<double> Row::hubRatio(Path other) const {
+  std::vector<double> ratios;
+  for (std::size_t run = 0; run < std::min(of(Path::hub).size(), of(other).size()); ++run)
+    ratios.push_back(of(Path::hub)[run] / of(other)[run]);
+  if (ratios.empty()) return std::nullopt;
+  return medianOf(std::move(ratios));
 }
 
-std::string tableOf(const std::vector<Figure>& figures) {
-  char head[160];
-  std::snprintf(head, sizeof head, "%-36s %11s %11s %11s %12s %11s\n", "", "direct", "relay", "hub",
-                "hub/direct", "hub/relay");
-  std::string table = head;
-  for (const Figure& figure : figures) table += line(figure);
+std::string tableOf(const std::vector<Row>& rows) {
+  std::string table = padded("", kTitle + kUnit);
+  for (const Path path : kPaths) table += ' ' + padded(pathName(path), kValue);
+  table += padded("hub/direct", kRatio) + padded("hub/relay", kRatio) + '\n';
+  std::vector<std::string> notes;
+  for (const Row& row : rows) {
+    std::string title = row.title;
+    if (!row.yardstick.empty()) {
+      auto note = std::find(notes.begin(), notes.end(), row.yardstick);
+      if (note == notes.end()) note = notes.insert(note, row.yardstick);
+      title += " [" + std::to_string(note - notes.begin() + 1) + "]";
+    }
+    table += padded(title, kTitle, true) + padded(row.unit, kUnit, true);
+    for (const Path path : kPaths) table += ' ' + padded(cell(row, path), kValue);
+    table +=
+        padded(ratio(row, Path::direct), kRatio) + padded(ratio(row, Path::relay), kRatio) + '\n';
+  }
+  for (std::size_t i = 0; i < notes.size(); ++i)
+    table += (i == 0 ? "\n[" : "[") + std::to_string(i + 1) + "] direct: " + notes[i] + '\n';
   return table;
 }
 
-bool writeJson(const std::string& file, const std::vector<Figure>& figures) {
+bool writeJson(const std::string& file, const std::vector<Row>& rows) {
   nlohmann::ordered_json all;
   all["build"] = HUBLINK_BUILD_TYPE;
-  for (const Figure& figure : figures) {
+  for (const Row& row : rows) {
     nlohmann::ordered_json entry;
-    entry["name"] = figure.key;
-    entry["unit"] = figure.unit;
+    entry["name"] = row.key;
+    entry["unit"] = row.unit;
+    if (!row.yardstick.empty()) entry["direct_is"] = row.yardstick;
     for (const Path path : kPaths)
-      entry[pathName(path)] = {{"median", figure.median(path)},
-                               {"runs", figure.runs[static_cast<std::size_t>(path)]}};
-    entry["hub_to_direct"] = figure.hubRatio(Path::direct);
-    entry["hub_to_relay"] = figure.hubRatio(Path::relay);
-    all["figures"].push_back(entry);
+      if (!row.of(path).empty())
+        entry[pathName(path)] = {{"median", medianOf(row.of(path))}, {"runs", row.of(path)}};
+    if (const auto ratio = row.hubRatio(Path::direct)) entry["hub_to_direct"] = *ratio;
+    if (const auto ratio = row.hubRatio(Path::relay)) entry["hub_to_relay"] = *ratio;
+    all["rows"].push_back(entry);
   }
   std::ofstream out(file);
   out << all.dump(2) << '\n';
   return out.good();
+}
+
+std::string grouped(int number) {
+  std::string text = std::to_string(number);
+  for (std::size_t place = text.size(); place > 3;) text.insert(place -= 3, ",");
+  return text;
 }

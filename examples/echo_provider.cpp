@@ -1,11 +1,12 @@
 // An example plugin that provides the service "Echo": whatever arrives on a link goes back on it.
 //
-//   echo_provider -hl_connect_hublink_port PORT
+//   echo_provider [-hl_zone ZONE]
 //
-// Its requesters end it: it stops when the last link has ended.
+// A hub that starts it tells it its port behind -hl_connect_hublink_port; started by hand it finds
+// the hub, or starts it. Its requesters end it: it stops when the last link has ended.
 #include <cstdio>
 
-#include "hublink_plugin/hublink_plugin.h"
+#include "hublink_plugin/hub_finder.h"
 
 namespace {
 
@@ -13,9 +14,9 @@ constexpr const char* kService = "Echo";
 
 class EchoProvider {
  public:
-  int run(std::uint16_t port) {
+  int run(int argc, char** argv) {
     std::string error;
-    if (!plugin_.connect(port, error)) {
+    if (!connectToHub(plugin_, argc, argv, error)) {
       std::fprintf(stderr, "echo_provider: %s\n", error.c_str());
       return 1;
     }
@@ -55,10 +56,5 @@ class EchoProvider {
 
 int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  const std::uint16_t port = hublinkPortArgument(argc, argv);
-  if (port == 0) {
-    std::fprintf(stderr, "Usage: %s -hl_connect_hublink_port <port>\n", argv[0]);
-    return 1;
-  }
-  return EchoProvider().run(port);
+  return EchoProvider().run(argc, argv);
 }

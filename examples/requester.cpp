@@ -1,13 +1,15 @@
 // An example plugin that asks for the service "Echo", sends packets of mixed sizes through the hub,
 // checks each answer byte for byte and prints the round-trip times.
 //
-//   requester -hl_connect_hublink_port PORT [-count N]
+//   requester [-hl_zone ZONE | -hl_connect_hublink_port PORT] [-count N]
+//
+// It finds the hub, or starts it, unless it is told a port.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <random>
 
-#include "hublink_plugin/hublink_plugin.h"
+#include "hublink_plugin/hub_finder.h"
 #include "indgen/number.h"
 #include "platform/clock.h"
 
@@ -68,10 +70,10 @@ void printTimes(const std::string& who, std::vector<double> microseconds) {
               microseconds[microseconds.size() / 2], microseconds[microseconds.size() * 99 / 100]);
 }
 
-int run(std::uint16_t port, int count) {
+int run(int argc, char** argv, int count) {
   HublinkPlugin plugin;
   std::string error;
-  if (!plugin.connect(port, error)) {
+  if (!connectToHub(plugin, argc, argv, error)) {
     std::fprintf(stderr, "requester: %s\n", error.c_str());
     return 1;
   }
@@ -96,14 +98,9 @@ int run(std::uint16_t port, int count) {
 
 int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  const std::uint16_t port = hublinkPortArgument(argc, argv);
   int count = 10000;
   for (int i = 1; i + 1 < argc; ++i)
     if (std::strcmp(argv[i], "-count") == 0)
       count = static_cast<int>(gen_strtoul(argv[i + 1], nullptr, 0));
-  if (port == 0) {
-    std::fprintf(stderr, "Usage: %s -hl_connect_hublink_port <port> [-count <packets>]\n", argv[0]);
-    return 1;
-  }
-  return run(port, count);
+  return run(argc, argv, count);
 }

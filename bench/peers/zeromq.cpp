@@ -93,8 +93,7 @@ class ZeroMQClient : public PeerClient {
   }
 
   void prepare(const std::vector<Bytes>& payloads) override {
-    // Before its messages go: the library may still refer to those of the batch before, all of
-    // which the other end has confirmed.
+    // The library doesn't refer to the batch before any more: the other end has confirmed it all.
     batch_.clear();
     for (const Bytes& payload : payloads) batch_.push_back(addressed(payload));
   }
@@ -109,13 +108,13 @@ class ZeroMQClient : public PeerClient {
   bool receive(std::vector<Message>& messages, bool patient) override {
     messages.clear();
     bulk_.clear();
-    while (!bulk_.receive(in_.get(), 0))
-      if (zmq_errno() != EAGAIN)
-        return failCall("receiving failed");
-      else if (!patient)
-        return fail("nothing arrived in time");
-    do messages.push_back(bulk_.last().subspan(1));
-    while (!bulk_.full() && bulk_.receive(in_.get(), ZMQ_DONTWAIT));
+    while (!bulk_.receive(in_.get(), 0)) {
+      if (zmq_errno() != EAGAIN) return failCall("receiving failed");
+      if (!patient) return fail("nothing arrived in time");
+    }
+    do {
+      messages.push_back(bulk_.last().subspan(1));
+    } while (!bulk_.full() && bulk_.receive(in_.get(), ZMQ_DONTWAIT));
     return true;
   }
 

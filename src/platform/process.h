@@ -64,6 +64,10 @@ bool hasTerminal();
 /// Gives this process, and the children that it starts from then on, the lowest priority, or the
 /// normal one. The way back may be refused.
 int setIdlePriority(bool idle);
+/// Keeps the calling thread, and the threads and children that it starts from then on, on one
+/// processor: the one with that place among those that this process was started with, counted from
+/// 0; -1 is all of them. False if there is no such processor, or the system refuses.
+bool runOnProcessor(int processor);
 
 /// A variable of the environment, valid until it is next changed; null if it isn't set.
 const char* environmentVariable(const char* name);

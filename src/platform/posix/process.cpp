@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/eventfd.h>
@@ -326,6 +327,24 @@ bool hasTerminal() {
 
 int setIdlePriority(bool idle) {
   return setpriority(PRIO_PROCESS, 0, idle ? kLowestPriority : 0) == 0 ? 0 : -errno;
+}
+
+bool runOnProcessor(int processor) {
+  static const std::optional<cpu_set_t> atStart = [] {
+    cpu_set_t set;
+    const bool known = sched_getaffinity(0, sizeof set, &set) == 0;
+    return known ? std::optional(set) : std::nullopt;
+  }();
+  if (!atStart) return false;
+  if (processor < 0) return sched_setaffinity(0, sizeof *atStart, &*atStart) == 0;
+  for (std::size_t i = 0; i < CPU_SETSIZE; ++i) {
+    if (!CPU_ISSET(i, &*atStart) || processor-- > 0) continue;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(i, &one);
+    return sched_setaffinity(0, sizeof one, &one) == 0;
+  }
+  return false;
 }
 
 const char* environmentVariable(const char* name) {

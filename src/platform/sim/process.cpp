@@ -133,6 +133,10 @@ int setIdlePriority(bool) {
   return 0;
 }
 
+bool runOnProcessor(int processor) {
+  return processor <= 0;
+}
+
 const char* environmentVariable(const char* name) {
   const auto& environment = World::current().self().environment;
   const auto place = name ? environment.find(name) : environment.end();

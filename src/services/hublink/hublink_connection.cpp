@@ -6,14 +6,6 @@
 #include "services/hublink/prefer_ada.h"
 #include "stp_transport/transport/stp_transport.h"
 
-namespace {
-
-// The two addresses of a link.
-constexpr std::int32_t kHubRN = 1;
-constexpr std::int32_t kPluginRN = 2;
-
-}  // namespace
-
 HublinkConnection::HublinkConnection(STPTransport* link, Hublink* owner, std::int32_t id,
                                      std::int32_t child, const char* childName,
                                      const char* directory, STPLog* internalLog)
@@ -24,7 +16,7 @@ HublinkConnection::HublinkConnection(STPTransport* link, Hublink* owner, std::in
       workingDir(directory ? directory : "") {
   link->setForwardingHandler(owner);
   setLogs(internalLog);
-  setTransport(link, kHubRN, kPluginRN);
+  setTransport(link, STP_HUB_RN, STP_PLUGIN_RN);
 }
 
 HublinkConnection::~HublinkConnection() = default;

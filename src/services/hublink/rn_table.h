@@ -10,12 +10,14 @@
 #include <set>
 #include <vector>
 
+#include "stp_transport/wire/stp_wire.h"
+
 class HublinkConnection;
 
 class RNTable {
  public:
   /// RNs below this are the addresses of a link itself and are never handed out.
-  static constexpr std::int32_t kFirst = 10;
+  static constexpr std::int32_t kFirst = STP_FIRST_RN;
 
   /// The next RN, owned by `owner` from now on. RNs count up over all owners; only past the top of
   /// the signed range does the count start anew, and an RN then met again passes to the new owner.

@@ -25,13 +25,7 @@ constexpr unsigned kDirectoryMode = 0750;
 constexpr int kStaleSeconds = 60;
 constexpr int kToolWait = 20;  // seconds
 
-// What a record says; a value that it lacks is -1.
-struct RecordContents {
-  std::int32_t port = -1;
-  std::int32_t process = -1;
-};
-
-RecordContents readRecord(const char* path) {
+ActiveHub readRecord(const char* path) {
   ut_options_database database(kTitle);
   if (!database.read(path)) return {};
   return {database.int32_value("Port", -1), database.int32_value("Pid", -1)};
@@ -85,10 +79,17 @@ bool ActiveHubRecord::isOwn() const {
   return readRecord(recordPath(name)).process == platform::currentProcess();
 }
 
+std::uint16_t ActiveHub::livePort() const {
+  if (port < 0 || port > UINT16_MAX || !gen_process_exists(process)) return 0;
+  return static_cast<std::uint16_t>(port);
+}
+
+ActiveHub readActiveHub(const char* zone, const char* suffix, const char* programPath) {
+  return readRecord(recordPath(recordName(zone, suffix, programPath)));
+}
+
 std::uint16_t findActiveHub(const char* zone, const char* suffix, const char* programPath) {
-  const RecordContents record = readRecord(recordPath(recordName(zone, suffix, programPath)));
-  if (record.port < 0 || record.port > UINT16_MAX || !gen_process_exists(record.process)) return 0;
-  return static_cast<std::uint16_t>(record.port);
+  return readActiveHub(zone, suffix, programPath).livePort();
 }
 
 bool lockActiveHub(const char* zone, const char* suffix, const char* programPath) {

@@ -40,6 +40,15 @@ class ActiveHubRecord {
 
 // --- For tools that look for a hub ---
 
+/// What a record says; a value that it lacks is -1, and so are both without a record.
+struct ActiveHub {
+  std::int32_t port = -1;
+  std::int32_t process = -1;
+
+  /// The port of a hub whose process runs, or 0.
+  std::uint16_t livePort() const;
+};
+ActiveHub readActiveHub(const char* zone, const char* suffix, const char* programPath);
 /// The port of a hub that runs, or 0. A record whose process has gone stays where it is.
 std::uint16_t findActiveHub(const char* zone, const char* suffix, const char* programPath);
 /// Takes the lock, so that the hub can't take its record away; tries for up to 20 seconds.

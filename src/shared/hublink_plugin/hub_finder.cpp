@@ -1,9 +1,9 @@
 #include "hublink_plugin/hub_finder.h"
 
-#include "active_hub/active_hub_record.h"
 #include "indgen/find.h"
 #include "indgen/path.h"
 #include "indgen/program.h"
+#include "indgen/text.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/process.h"
@@ -28,9 +28,12 @@ class RecordKey {
   const char* directory() const { return directory_; }
   // Without both, the name would be that of a hub beside this program, which isn't there.
   bool isKnown() const { return zone_ || directory_; }
-  std::uint16_t find() const {
-    return isKnown() ? findActiveHub(zone(), nullptr, directory()) : std::uint16_t{0};
+  HubRecord read() const {
+    if (!isKnown()) return {};
+    return {recordPath(recordName(zone(), nullptr, directory())).get(),
+            readActiveHub(zone(), nullptr, directory())};
   }
+  std::uint16_t find() const { return read().hub.livePort(); }
 
  private:
   std::optional<std::string> zone_;
@@ -55,8 +58,7 @@ class RecordLock {
 };
 
 // A hub that is about to end may close the connection: then there is none, as if nobody listened.
-HubSearch join(HublinkPlugin& plugin, const RecordKey& key, std::string& error, int milliseconds) {
-  const std::uint16_t port = key.find();
+HubSearch join(HublinkPlugin& plugin, std::uint16_t port, std::string& error, int milliseconds) {
   const auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
   if (port != 0) transport->connect(kThisMachine, port, &status);
@@ -129,20 +131,29 @@ std::uint16_t findHub(const HubChoice& choice) {
   return RecordKey(choice).find();
 }
 
+HubRecord readHubRecord(const HubChoice& choice) {
+  return RecordKey(choice).read();
+}
+
 HubSearch joinHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                   int milliseconds) {
-  return join(plugin, RecordKey(choice), error, milliseconds);
+  return join(plugin, findHub(choice), error, milliseconds);
+}
+
+HubSearch joinHubOnPort(HublinkPlugin& plugin, std::uint16_t port, std::string& error,
+                        int milliseconds) {
+  return join(plugin, port, error, milliseconds);
 }
 
 HubSearch joinOrStartHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                          int milliseconds) {
   const RecordKey key(choice);
-  HubSearch outcome = join(plugin, key, error, milliseconds);
+  HubSearch outcome = join(plugin, key.find(), error, milliseconds);
   if (outcome != HubSearch::none) return outcome;
   // Without a name for its record there is no program either, as the start will tell.
   if (!key.isKnown()) return start(plugin, choice, error, milliseconds);
   const RecordLock lock(key);
-  outcome = join(plugin, key, error, milliseconds);
+  outcome = join(plugin, key.find(), error, milliseconds);
   if (outcome != HubSearch::none) return outcome;
   if (lock.held()) return start(plugin, choice, error, milliseconds);
   error = "somebody else has been starting a hub for 20 seconds";
@@ -152,4 +163,21 @@ HubSearch joinOrStartHub(HublinkPlugin& plugin, const HubChoice& choice, std::st
 bool connectToHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error) {
   const HubSearch outcome = joinOrStartHub(plugin, choice, error);
   return outcome == HubSearch::joined || outcome == HubSearch::started;
+}
+
+HubChoice hubChoiceArguments(int argc, char** argv) {
+  HubChoice choice;
+  for (int i = 1; i + 1 < argc; ++i) {
+    if (gen_equal_nocase(argv[i], "-hl_zone"))
+      choice.zone = argv[++i];
+    else if (gen_equal_nocase(argv[i], "-hl_hub"))
+      choice.program = argv[++i];
+  }
+  return choice;
+}
+
+bool connectToHub(HublinkPlugin& plugin, int argc, char** argv, std::string& error) {
+  if (const std::uint16_t port = hublinkPortArgument(argc, argv))
+    return plugin.connect(port, error);
+  return connectToHub(plugin, hubChoiceArguments(argc, argv), error);
 }

@@ -3,7 +3,7 @@
 //
 //   HublinkPlugin plugin;
 //   std::string error;
-//   if (!connectToHub(plugin, HubChoice(), error)) ...
+//   if (!connectToHub(plugin, argc, argv, error)) ...
 //
 // A hub is found by its record (active_hub_record.h), whose name follows from a zone or from where
 // the hub's program lies. Tools that look at the same moment agree on one hub: it is looked for
@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "active_hub/active_hub_record.h"
 #include "hublink_plugin/hublink_plugin.h"
 
 /// Which hub is meant, and how it is started.
@@ -35,6 +36,12 @@ std::string hubProgram(const HubChoice& choice);
 
 /// The port of a hub that runs, or 0.
 std::uint16_t findHub(const HubChoice& choice);
+/// The record of that hub, which may be a dead one's.
+struct HubRecord {
+  std::string path;  ///< empty without a zone and a program, from which it would follow
+  ActiveHub hub;
+};
+HubRecord readHubRecord(const HubChoice& choice);
 
 /// What came of looking for a hub.
 enum class HubSearch {
@@ -49,9 +56,18 @@ enum class HubSearch {
 /// text in `error`.
 HubSearch joinHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                   int milliseconds = 5000);
+/// The same for the hub on a port of this machine.
+HubSearch joinHubOnPort(HublinkPlugin& plugin, std::uint16_t port, std::string& error,
+                        int milliseconds = 5000);
 /// The same, and starts a hub if there is none. The wait for others who are starting one comes on
 /// top of the time, 20 seconds at most. A hub that is started outlives the caller.
 HubSearch joinOrStartHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                          int milliseconds = 10000);
 /// The same for those who only need to know whether they have a hub.
 bool connectToHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error);
+
+/// The choice that a command line makes: `-hl_zone NAME` and `-hl_hub PROGRAM`.
+HubChoice hubChoiceArguments(int argc, char** argv);
+/// Connects a plugin as its command line says: to the hub that has started it
+/// (`-hl_connect_hublink_port`), else to the one of its choice, which is started if it isn't there.
+bool connectToHub(HublinkPlugin& plugin, int argc, char** argv, std::string& error);

@@ -4,9 +4,6 @@
 
 namespace {
 
-// Packets of plain bytes have a type of their own and hold one field, an array of bytes.
-constexpr std::uint32_t kPacketType = 16;
-constexpr std::int32_t kBytesTag = 1;
 // Field word and length word in front of the bytes.
 constexpr std::int64_t kBytesOffset = 8;
 
@@ -21,7 +18,7 @@ HublinkLink::HublinkLink(HublinkPlugin* plugin, std::int32_t localRN, std::int32
       peerPluginID_(peerPluginID),
       serviceName_(std::move(serviceName)),
       ownsRN_(ownsRN) {
-  transport_->addListener(remoteRN, localRN, this, kPacketType);
+  transport_->addListener(remoteRN, localRN, this, STP_PLAIN);
 }
 
 HublinkLink::~HublinkLink() {
@@ -30,8 +27,8 @@ HublinkLink::~HublinkLink() {
 
 bool HublinkLink::send(const void* bytes, std::size_t size) {
   if (!up_ || size >= static_cast<std::size_t>(STP_MAX_PACKET_SIZE) - 128) return false;
-  const auto message = transport_->newMessage(localRN_, remoteRN_, kPacketType, 0, STP_ONE_WAY);
-  message->putArrayData(kBytesTag, bytes, static_cast<std::int32_t>(size), 1);
+  const auto message = transport_->newMessage(localRN_, remoteRN_, STP_PLAIN, 0, STP_ONE_WAY);
+  message->putArrayData(STP_TAG_PLAIN_BYTES, bytes, static_cast<std::int32_t>(size), 1);
   return transport_->enqueueMessage(*message) != 0;
 }
 

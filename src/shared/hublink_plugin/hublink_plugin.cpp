@@ -9,9 +9,6 @@
 
 namespace {
 
-// The addresses of the link itself.
-constexpr std::int32_t kPluginRN = 2;
-constexpr std::int32_t kHubRN = 1;
 // Milliseconds between two tries to reach a hub that isn't there yet.
 constexpr int kConnectPause = 20;
 constexpr const char* kConnectionEnded = "the connection to the hub has ended";
@@ -44,6 +41,24 @@ class Countdown {
  private:
   bool endless_;
   std::uint64_t end_;
+};
+
+// Serves a plugin while one of its calls waits for the hub's reply.
+class ServingRetryHandler : public RetryHandler {
+ public:
+  ServingRetryHandler(HublinkPlugin& plugin, int milliseconds)
+      : plugin_(plugin), countdown_(milliseconds) {}
+  bool shouldRetry() override {
+    return RetryHandler::shouldRetry() && plugin_.isConnected() && countdown_.left() != 0;
+  }
+  void wait() override {
+    const int left = countdown_.left();
+    plugin_.serve(left < 0 ? STP_WAIT_STEP : std::min(left, STP_WAIT_STEP));
+  }
+
+ private:
+  HublinkPlugin& plugin_;
+  Countdown countdown_;
 };
 
 }  // namespace
@@ -107,7 +122,8 @@ bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int mill
   transport_ = CountedPtr<STPTransport>(transport);
   spec_ = makeCounted<HublinkPluginSpec>(this);
   pluginID_ = -1;
-  spec_->setTransport(transport, kPluginRN, kHubRN);
+  logKept_ = false;
+  spec_->setTransport(transport, STP_PLUGIN_RN, STP_HUB_RN);
   STPStatus status;
   spec_->sendNegotiate(true, nullptr, &status);
   serveUntil([this] { return pluginID_ != -1; }, milliseconds);
@@ -225,6 +241,17 @@ void HublinkPlugin::requestValue(std::int32_t pluginID, const std::string& name,
   spec_->RequestValueOfNameOnPlugin(pluginID, name.c_str());
 }
 
+void HublinkPlugin::requestPluginLaunch(const std::vector<std::string>& command,
+                                        const char* workingDir, PluginHandler handler) {
+  if (!isConnected()) {
+    if (handler) handler(-1, kConnectionEnded);
+    return;
+  }
+  pluginHandlers_[++lastCookie_] = std::move(handler);
+  const auto texts = pointersOf(command);
+  spec_->RequestPluginLaunch(arrayOf(texts), lastCookie_, false, workingDir);
+}
+
 void HublinkPlugin::requestPluginConnect(const std::string& host, std::uint16_t port,
                                          PluginHandler handler) {
   if (!isConnected()) {
@@ -233,6 +260,14 @@ void HublinkPlugin::requestPluginConnect(const std::string& host, std::uint16_t 
   }
   pluginHandlers_[++lastCookie_] = std::move(handler);
   spec_->RequestPluginConnect(host.c_str(), port, lastCookie_);
+}
+
+std::optional<PluginCounts> HublinkPlugin::countPlugins(int milliseconds) {
+  if (!isConnected()) return std::nullopt;
+  ServingRetryHandler limit(*this, milliseconds);
+  PluginCounts counts;
+  if (!spec_->NumPersistentServices(&counts.persistent, &counts.total, &limit)) return std::nullopt;
+  return counts;
 }
 
 void HublinkPlugin::run() {

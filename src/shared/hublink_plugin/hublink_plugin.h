@@ -61,6 +61,12 @@ struct ServiceReply {
   std::int32_t pluginID = -1;    ///< of the provider
   std::string sharedObjectName;  ///< for Outcome::sharedObject
 };
+/// How many plugins a hub has.
+struct PluginCounts {
+  std::int32_t persistent = 0;  ///< of them, those for whose sake it stays up
+  std::int32_t total = 0;
+};
+
 /// A word for an outcome, for messages to people.
 const char* outcomeText(ServiceReply::Outcome outcome);
 
@@ -121,9 +127,18 @@ class HublinkPlugin {
   /// Asks a plugin for a named value; none if there is no such plugin or value.
   using AnswerHandler = std::function<void(const std::optional<std::string>& value)>;
   void requestValue(std::int32_t pluginID, const std::string& name, AnswerHandler handler);
-  /// Has the hub connect to a plugin that listens; -1 with a text if it can't.
+  /// Has the hub start a plugin: a program that is sought beside the hub and in PATH, with its
+  /// arguments, in a working directory (null: the hub's). -1 with a text if it doesn't come up.
   using PluginHandler = std::function<void(std::int32_t pluginID, const std::string& errors)>;
+  void requestPluginLaunch(const std::vector<std::string>& command, const char* workingDir,
+                           PluginHandler handler);
+  /// Has the hub connect to a plugin that listens; -1 with a text if it can't.
   void requestPluginConnect(const std::string& host, std::uint16_t port, PluginHandler handler);
+  /// Asks how many plugins there are, this one among them, and waits for the answer (negative time:
+  /// no limit); none if it didn't come. All that was sent to the hub before has then been done.
+  std::optional<PluginCounts> countPlugins(int milliseconds = 5000);
+  /// Whether the hub keeps a log, to which `hub().LogMessageEvent` adds.
+  bool isLogKept() const { return logKept_; }
   /// Answers questions about named values; none means that there is no such value.
   void onValueRequest(ValueHandler handler) { valueHandler_ = std::move(handler); }
   /// Whether the hub stays up for this plugin's sake; it does unless told otherwise. Ignored
@@ -176,6 +191,7 @@ class HublinkPlugin {
   CountedPtr<HublinkPluginSpec> spec_;
   std::int32_t pluginID_ = -1;
   bool stopped_ = false;
+  bool logKept_ = false;
   std::map<std::int32_t, Service> services_;            // by serviceRN
   std::deque<RNHandler> rnHandlers_;                    // in the order of the questions
   std::map<std::int32_t, ReplyHandler> replyHandlers_;  // by cookie

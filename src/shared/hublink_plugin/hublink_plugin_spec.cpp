@@ -108,4 +108,6 @@ void HublinkPluginSpec::StartPlugin(StringArray, std::int32_t cookie, const char
   StartPluginEvent(cookie, false, "this plugin starts no others");
 }
 
-void HublinkPluginSpec::StartLogging() {}
+void HublinkPluginSpec::StartLogging() {
+  if (plugin_) plugin_->logKept_ = true;
+}

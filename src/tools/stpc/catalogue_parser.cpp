@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "stp_transport/wire/stp_wire.h"
 #include "tools/stpc/format_parser.h"
 #include "tools/stpc/lexer.h"
 #include "tools/stpc/names.h"
@@ -9,13 +10,12 @@
 namespace stpc {
 namespace {
 
-constexpr std::uint32_t kTwoWay = 0x01;
-constexpr std::uint32_t kOneWay = 0x02;
-constexpr std::uint32_t kKindBits = kTwoWay | kOneWay;
-// Bits that have a meaning: what a message is, in chain only, at any time; of an entry also
-// foreground, of a packet also carried and hold others.
-constexpr std::uint32_t kEntryBits = 0x97;
-constexpr std::uint32_t kPacketBits = 0x77;
+constexpr std::uint32_t kKindBits = STP_ENTRY_TWO_WAY | STP_ENTRY_ONE_WAY;
+// Bits that have a meaning. Those that tell the kind are the same in an entry and in a packet.
+constexpr std::uint32_t kEntryBits = kKindBits | STP_IN_CHAIN_ONLY | STP_ANY_TIME | STP_FOREGROUND;
+constexpr std::uint32_t kPacketBits = STP_WANTS_RESPONSE | STP_ONE_WAY | STP_IN_CHAIN_ONLY |
+                                      STP_ANY_TIME | STP_CARRIED | STP_HOLD_OTHERS;
+static_assert(STP_WANTS_RESPONSE == STP_ENTRY_TWO_WAY && STP_ONE_WAY == STP_ENTRY_ONE_WAY);
 constexpr std::uint32_t kLargestRN = 0x7FFFFFFF;
 
 std::string quoted(std::string_view text) {
@@ -167,7 +167,8 @@ class CatalogueParser {
 
   bool parseAttributes(Message& message) {
     message.twoWay = takeWord("two-way");
-    message.entryFlags = message.packetFlags = message.twoWay ? kTwoWay : kOneWay;
+    message.entryFlags = message.packetFlags =
+        message.twoWay ? STP_ENTRY_TWO_WAY : STP_ENTRY_ONE_WAY;
     while (token_.kind == Token::Kind::word) {
       if (takeWord("entry")) {
         if (!takeFlags(message.entryFlags, kEntryBits, message.twoWay)) return false;
@@ -183,7 +184,7 @@ class CatalogueParser {
   bool takeFlags(std::uint32_t& flags, std::uint32_t allowed, bool twoWay) {
     if (token_.kind != Token::Kind::number) return failExpected("a number");
     if (token_.value & ~allowed) return failRange("the value of flags");
-    if ((token_.value & kKindBits) != (twoWay ? kTwoWay : kOneWay))
+    if ((token_.value & kKindBits) != (twoWay ? STP_ENTRY_TWO_WAY : STP_ENTRY_ONE_WAY))
       return fail(twoWay ? "the flags of a two-way message have 0x01 and not 0x02"
                          : "the flags of a one-way message have 0x02 and not 0x01");
     return takeNumber(flags);

@@ -11,21 +11,6 @@
 #include "stp_transport/message/stp_buffer.h"
 #include "stp_transport/wire/stp_wire.h"
 
-/// Field word of a binary field: tag x 256 + class x 16 + size of the value in bytes (0: a length
-/// word follows).
-inline constexpr std::uint32_t STP_FIELD_STRING = 0x10;
-inline constexpr std::uint32_t STP_FIELD_U8 = 0x21;
-inline constexpr std::uint32_t STP_FIELD_U16 = 0x22;
-inline constexpr std::uint32_t STP_FIELD_U32 = 0x24;
-inline constexpr std::uint32_t STP_FIELD_U64 = 0x28;
-inline constexpr std::uint32_t STP_FIELD_F32 = 0x34;
-inline constexpr std::uint32_t STP_FIELD_F64 = 0x38;
-inline constexpr std::uint32_t STP_FIELD_STRUCT = 0x40;
-inline constexpr std::uint32_t STP_FIELD_ARRAY = 0x50;
-/// The fixed tags inside a pointer array, which go through no tag map.
-inline constexpr std::int32_t STP_TAG_ARRAY_COUNT = 22;
-inline constexpr std::int32_t STP_TAG_ARRAY_ELEMENT = 23;
-
 class STPMessage : public STPBuffer {
  public:
   /// An empty message with all header words 0: room for the header and 64 bytes of payload, the
@@ -81,7 +66,7 @@ class STPMessage : public STPBuffer {
 
  private:
   void writeField(std::int32_t tag, std::uint32_t kind) {
-    writeU32(static_cast<std::uint32_t>(tag) << 8 | kind);
+    writeU32(static_cast<std::uint32_t>(tag) << STP_FIELD_TAG_SHIFT | kind);
   }
   void writePair(std::uint64_t value);
   void beginRange(std::int32_t tag, std::uint32_t kind, std::int64_t& mark);

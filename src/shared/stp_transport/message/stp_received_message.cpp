@@ -47,14 +47,14 @@ std::uint32_t STPReceivedMessage::findField(std::int32_t tag) {
   while (tag != -1) {
     const std::uint32_t word = readU32();
     if (word == 0) break;
-    std::int64_t length = word & 0xF;
+    std::int64_t length = word & STP_FIELD_SIZE_MASK;
     if (length == 0) length = readU32();
-    if (word >> 8 != static_cast<std::uint32_t>(tag)) {
+    if (word >> STP_FIELD_TAG_SHIFT != static_cast<std::uint32_t>(tag)) {
       sequential = false;
       cursor_ += std::min(length, remaining());
       continue;
     }
-    if ((word & 0xF0) == STP_FIELD_STRING) {
+    if ((word & STP_FIELD_CLASS_MASK) == STP_FIELD_STRING) {
       cursor_ -= 4;  // the string reader takes the length word itself
       length += 4;
     }

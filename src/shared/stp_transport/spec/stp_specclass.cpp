@@ -112,8 +112,7 @@ bool STPSpecClass::canSend(bool needReceive, bool supported, STPStatus* status) 
     report(status, STP_FAILED, "[send]: virtual connection is down");
     return false;
   }
-  constexpr std::uint32_t kTakesAnyNumber = 0x01;
-  if (supported || (peerFlags & kTakesAnyNumber)) return true;
+  if (supported || (peerFlags & STP_TAKES_UNLISTED)) return true;
   report(status, STP_UNSUPPORTED, "[send]: sending a message the other side does not support");
   return false;
 }
@@ -184,8 +183,7 @@ bool STPSpecClass::handleMessage(STPReceivedMessage& message, std::uint32_t type
     message.header.id = id;
   }
   if (type == STP_NEGOTIATION) {
-    constexpr std::uint32_t kFirstHeldBack = 9;
-    message.header.flags |= id < kFirstHeldBack ? STP_ANY_TIME : STP_IN_CHAIN_ONLY;
+    message.header.flags |= id < STP_FIRST_HELD_SUBTYPE ? STP_ANY_TIME : STP_IN_CHAIN_ONLY;
   } else if (id < static_cast<std::uint32_t>(receiveCount)) {
     message.header.flags |= receiveTable[id].flags & (STP_IN_CHAIN_ONLY | STP_ANY_TIME);
   }

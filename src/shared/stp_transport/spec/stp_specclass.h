@@ -41,12 +41,6 @@ struct STPMessageEntry {
   bool operator==(const STPMessageEntry&) const = default;
 };
 
-inline constexpr std::uint32_t STP_NO_MESSAGE = 0xFFFFFFFF;
-
-/// Entry flags; STP_IN_CHAIN_ONLY, STP_ANY_TIME and STP_FOREGROUND are entry flags too.
-inline constexpr std::uint32_t STP_ENTRY_TWO_WAY = 0x01;
-inline constexpr std::uint32_t STP_ENTRY_ONE_WAY = 0x02;
-
 /// The static tables of one side, as the generated class hands them over. Names are sorted by byte.
 struct STPSpecTables {
   const char* specName;

@@ -184,6 +184,14 @@ class STPTransport {
   using ListenerKey = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
   using MessageQueue = std::list<std::unique_ptr<STPReceivedMessage>>;
   using ChannelKey = std::pair<std::int32_t, std::int32_t>;
+  /// Messages that nobody has taken yet.
+  struct KeptMessages {
+    MessageQueue queue;
+    std::int64_t bytes = 0;  ///< that they hold
+
+    std::unique_ptr<STPReceivedMessage> take(MessageQueue::iterator place);
+    void clear() { *this = KeptMessages(); }
+  };
 
   ~STPTransport();
 
@@ -237,7 +245,7 @@ class STPTransport {
   std::size_t countListeners(const ListenerKey& key) const;
   void callListeners(const ListenerKey& key, STPReceivedMessage& message);
   void tellConnectionEnded();
-  void trimStrays(MessageQueue& queue);
+  void trimStrays(KeptMessages& kept);
   std::unique_ptr<STPReceivedMessage> takeResponse(std::uint32_t sequence);
 
   // Waiting.
@@ -291,12 +299,13 @@ class STPTransport {
   std::int64_t readCapacity_;
   STPByteBlock readBuffer_;
   bool needMore_ = false;
+  bool relayed_ = false;  // the latest packet was passed on
   bool congested_ = false;
   std::uintptr_t stalledOn_ = 0;  // the serial of the congested transport that this one sends to
   bool heldBack_ = false;         // a relaying step has left a packet to be delivered
 
-  MessageQueue responses_;
-  MessageQueue unclaimed_;
+  KeptMessages responses_;
+  KeptMessages unclaimed_;
   MessageQueue deferredMessages_;
   STPCallStack calls_;
   std::set<std::uint32_t> awaited_;

@@ -178,12 +178,13 @@ void STPTransport::makeReadRoom(std::int64_t wanted) {
   readOffset_ = offset;
 }
 
-// A read that finds more than there is room for is followed by larger ones, one that finds little by
-// small ones again.
+// A read that finds more than there is room for is followed by larger ones, one that finds little
+// by small ones again. What is delivered here costs more than its reading: those who send much of
+// it have no longer turns than others.
 void STPTransport::adaptReads(std::int64_t received, std::int64_t room) {
-  if (received == room)
+  if (received == room && relayed_)
     readGoal_ = std::max(readInitial_, STP_LARGE_BLOCK);
-  else if (received < readInitial_ / 2)
+  else if (received < readInitial_ / 2 || !relayed_)
     readGoal_ = readInitial_;
 }
 

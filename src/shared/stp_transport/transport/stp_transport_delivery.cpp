@@ -64,21 +64,29 @@ void STPTransport::dispatchMessage(std::unique_ptr<STPReceivedMessage> message) 
     callListeners(key, *message);
   }
   if (count != 0 && !awaitedByWaiter) return;
-  MessageQueue& queue = responseTo == 0 ? unclaimed_ : responses_;
-  queue.push_back(std::move(message));
-  if (!awaitedByWaiter) trimStrays(queue);
+  KeptMessages& kept = responseTo == 0 ? unclaimed_ : responses_;
+  kept.bytes += message->capacity();
+  kept.queue.push_back(std::move(message));
+  if (!awaitedByWaiter) trimStrays(kept);
 }
 
-// Drops the oldest of a queue that holds too much. What somebody is blocked on stays.
-void STPTransport::trimStrays(MessageQueue& queue) {
-  std::size_t count = 0;
-  std::int64_t bytes = 0;
-  for (auto place = queue.end(); place != queue.begin();) {
-    --place;
-    if (awaited_.contains((*place)->header.responseTo)) continue;
-    bytes += (*place)->capacity();
-    if (++count > 1 && (count > kStrayMessages || bytes > kStrayBytes)) place = queue.erase(place);
+// Drops the oldest but the latest while too much is kept. What somebody is blocked on stays.
+void STPTransport::trimStrays(KeptMessages& kept) {
+  for (auto place = kept.queue.begin();
+       (kept.queue.size() > kStrayMessages || kept.bytes > kStrayBytes) &&
+       place != std::prev(kept.queue.end());) {
+    if (awaited_.contains((*place)->header.responseTo))
+      ++place;
+    else
+      kept.take(place++);
   }
+}
+
+std::unique_ptr<STPReceivedMessage> STPTransport::KeptMessages::take(MessageQueue::iterator place) {
+  auto message = std::move(*place);
+  queue.erase(place);
+  bytes -= message->capacity();
+  return message;
 }
 
 // A listener may remove itself or others while it runs: each is looked for again before its call.
@@ -114,7 +122,7 @@ bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
   if (process.messageDepth == 0) return true;
   if (header.responseTo != 0) return true;
   const auto depth = static_cast<std::uint16_t>(header.depth);
-  for (const auto& response : responses_) {
+  for (const auto& response : responses_.queue) {
     if (response->header.sourceRN == header.sourceRN &&
         static_cast<std::uint16_t>(response->header.depth) == depth)
       return false;
@@ -137,14 +145,13 @@ bool STPTransport::hasDeliverable() const {
 
 bool STPTransport::redispatchUnclaimed(std::int32_t source, std::int32_t destination,
                                        std::uint32_t type) {
-  const auto place = std::find_if(unclaimed_.begin(), unclaimed_.end(), [&](const auto& message) {
+  MessageQueue& queue = unclaimed_.queue;
+  const auto place = std::find_if(queue.begin(), queue.end(), [&](const auto& message) {
     return message->header.sourceRN == source && message->header.destinationRN == destination &&
            message->header.type == type;
   });
-  if (place == unclaimed_.end()) return false;
-  auto message = std::move(*place);
-  unclaimed_.erase(place);
-  dispatchMessage(std::move(message));
+  if (place == queue.end()) return false;
+  dispatchMessage(unclaimed_.take(place));
   return true;
 }
 
@@ -165,13 +172,11 @@ void STPTransport::leaveCall() {
 }
 
 std::unique_ptr<STPReceivedMessage> STPTransport::takeResponse(std::uint32_t sequence) {
-  const auto place = std::find_if(
-      responses_.begin(), responses_.end(),
-      [sequence](const auto& message) { return message->header.responseTo == sequence; });
-  if (place == responses_.end()) return nullptr;
-  auto message = std::move(*place);
-  responses_.erase(place);
-  return message;
+  MessageQueue& queue = responses_.queue;
+  const auto place = std::find_if(queue.begin(), queue.end(), [sequence](const auto& message) {
+    return message->header.responseTo == sequence;
+  });
+  return place == queue.end() ? nullptr : responses_.take(place);
 }
 
 std::unique_ptr<STPReceivedMessage> STPTransport::awaitResponse(std::uint32_t sequence,

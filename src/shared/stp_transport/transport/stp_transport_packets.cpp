@@ -150,7 +150,8 @@ void STPTransport::parseInput() {
 // Null for a packet that is for this end.
 STPTransport* STPTransport::targetOf(const unsigned char* packet) const {
   if (!forwardingHandler_) return nullptr;
-  return forwardingHandler_->forwardTarget(static_cast<std::int32_t>(stpReadWord(packet + 12)));
+  return forwardingHandler_->forwardTarget(
+      static_cast<std::int32_t>(stpReadWord(packet + STP_DESTINATION_OFFSET)));
 }
 
 // Passes on the packets at the front of the read buffer, those that follow each other to one
@@ -165,7 +166,7 @@ STPPacketTest STPTransport::passOnFront() {
     const STPPacketTest test = stpTestPacket(packet, readCount_ - run);
     STPTransport* next = nullptr;
     if (test.state == STPPacketState::complete) {
-      const std::uint32_t destination = stpReadWord(packet + 12);
+      const std::uint32_t destination = stpReadWord(packet + STP_DESTINATION_OFFSET);
       next = target && destination == runDestination ? target : targetOf(packet);
       runDestination = destination;
     }
@@ -185,9 +186,9 @@ STPPacketTest STPTransport::passOnFront() {
   }
 }
 
-// Passes `count` bytes at the front of the read buffer on to `target`: at once from where they lie if
-// they are the last of this turn and nothing waits before them, else behind what is to be written
-// at the end of the turn.
+// Passes `count` bytes at the front of the read buffer on to `target`: at once from where they lie
+// if they are the last of this turn and nothing waits before them, else behind what is to be
+// written at the end of the turn.
 void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isLast) {
   const unsigned char* bytes = readBuffer_.bytes + readOffset_;
   std::int64_t sent = 0;
@@ -196,6 +197,7 @@ void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isL
     sent = target.sendSome(bytes, count);
   readOffset_ += count;
   readCount_ -= count;
+  relayed_ = true;
   if (sent == count) return;
   std::memcpy(target.reserveWrite(count - sent), bytes + sent,
               static_cast<std::size_t>(count - sent));
@@ -206,7 +208,7 @@ void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isL
 // Delivers the packet at the front of the read buffer here. The buffer is in a sound state before
 // anything is called that may come back.
 void STPTransport::deliverFront(const STPPacketTest& test) {
-  heldBack_ = false;
+  heldBack_ = relayed_ = false;
   const std::int64_t stored = stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
   auto message = std::make_unique<STPReceivedMessage>(readBuffer_.bytes + readOffset_,
                                                       test.headerSize, test.payloadSize);

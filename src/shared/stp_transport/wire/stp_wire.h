@@ -22,6 +22,13 @@ inline constexpr std::int64_t STP_MAX_PACKET_SIZE = 0x10000000;
 
 /// Bytes of fill that may follow a packet, at most.
 inline constexpr std::int64_t STP_MAX_FILL = 3;
+/// Offset of the word that a relay goes by.
+inline constexpr std::int64_t STP_DESTINATION_OFFSET = 12;
+
+/// The addresses of a link itself. The hub hands out RNs from STP_FIRST_RN on.
+inline constexpr std::int32_t STP_HUB_RN = 1;
+inline constexpr std::int32_t STP_PLUGIN_RN = 2;
+inline constexpr std::int32_t STP_FIRST_RN = 10;
 
 /// Packet types.
 inline constexpr std::uint32_t STP_DISCARD = 4;
@@ -31,6 +38,8 @@ inline constexpr std::uint32_t STP_NEGOTIATION = 12;
 inline constexpr std::uint32_t STP_COMMAND = 13;
 inline constexpr std::uint32_t STP_ASCII = 14;
 inline constexpr std::uint32_t STP_BINARY = 15;
+/// Plain bytes on a link between two plugins, as one field: an array of bytes without a count.
+inline constexpr std::uint32_t STP_PLAIN = 16;
 /// Both `type` and `id` of a response.
 inline constexpr std::uint32_t STP_RESPONSE = 0xFFFFFFFF;
 
@@ -43,6 +52,11 @@ inline constexpr std::uint32_t STP_CHANNEL_CLOSE = 3;
 inline constexpr std::uint32_t STP_NEGOTIATE = 1;
 inline constexpr std::uint32_t STP_FORMAT_QUERY = 2;
 inline constexpr std::uint32_t STP_READY = 3;
+/// Subtypes below this are delivered at any time, the others only in the chain that waits.
+inline constexpr std::uint32_t STP_FIRST_HELD_SUBTYPE = 9;
+
+/// The `id` of a message that goes by its name, and of one that the peer doesn't take.
+inline constexpr std::uint32_t STP_NO_MESSAGE = 0xFFFFFFFF;
 
 /// Packet flags.
 inline constexpr std::uint32_t STP_WANTS_RESPONSE = 0x01;
@@ -51,8 +65,37 @@ inline constexpr std::uint32_t STP_IN_CHAIN_ONLY = 0x04;
 inline constexpr std::uint32_t STP_ANY_TIME = 0x10;
 inline constexpr std::uint32_t STP_CARRIED = 0x20;
 inline constexpr std::uint32_t STP_HOLD_OTHERS = 0x40;
-/// Entry flag only: the receiver would bring itself to the foreground.
+
+/// Entry flags, in the list of messages that a side takes; STP_IN_CHAIN_ONLY and STP_ANY_TIME are
+/// entry flags too.
+inline constexpr std::uint32_t STP_ENTRY_TWO_WAY = 0x01;
+inline constexpr std::uint32_t STP_ENTRY_ONE_WAY = 0x02;
+/// The receiver would bring itself to the foreground.
 inline constexpr std::uint32_t STP_FOREGROUND = 0x80;
+
+/// Flag of a side: messages that it doesn't list may be sent to it all the same.
+inline constexpr std::uint32_t STP_TAKES_UNLISTED = 0x01;
+
+/// Field word of a binary field: tag x 256 + class x 16 + size of the value in bytes (0: a length
+/// word follows).
+inline constexpr int STP_FIELD_TAG_SHIFT = 8;
+inline constexpr std::uint32_t STP_FIELD_CLASS_MASK = 0xF0;
+inline constexpr std::uint32_t STP_FIELD_SIZE_MASK = 0x0F;
+/// Class and size together.
+inline constexpr std::uint32_t STP_FIELD_STRING = 0x10;
+inline constexpr std::uint32_t STP_FIELD_U8 = 0x21;
+inline constexpr std::uint32_t STP_FIELD_U16 = 0x22;
+inline constexpr std::uint32_t STP_FIELD_U32 = 0x24;
+inline constexpr std::uint32_t STP_FIELD_U64 = 0x28;
+inline constexpr std::uint32_t STP_FIELD_F32 = 0x34;
+inline constexpr std::uint32_t STP_FIELD_F64 = 0x38;
+inline constexpr std::uint32_t STP_FIELD_STRUCT = 0x40;
+inline constexpr std::uint32_t STP_FIELD_ARRAY = 0x50;
+/// The fixed tags inside a pointer array, which go through no tag map.
+inline constexpr std::int32_t STP_TAG_ARRAY_COUNT = 22;
+inline constexpr std::int32_t STP_TAG_ARRAY_ELEMENT = 23;
+/// The one tag of a packet of plain bytes.
+inline constexpr std::int32_t STP_TAG_PLAIN_BYTES = 1;
 
 /// The header words in their order on the wire.
 struct STPHeader {

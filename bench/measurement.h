@@ -1,0 +1,45 @@
+// What the table is made of: measurements, each of which fills a row or some in every run.
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bench/measure.h"
+#include "bench/report.h"
+
+/// What is asked of a run of this program.
+struct Settings {
+  BenchPrograms programs;
+  int runs = 7;
+  RunSize size;
+  int idlePlugins = 5000;
+};
+
+class Measurement {
+ public:
+  explicit Measurement(std::vector<Row> rows) : rows_(std::move(rows)) {}
+  virtual ~Measurement() = default;
+  Measurement(const Measurement&) = delete;
+  Measurement& operator=(const Measurement&) = delete;
+
+  /// Makes ready what stays open between the runs. False with a text in `error`.
+  virtual bool open(std::string& error) = 0;
+  /// Adds one value to each column of each chosen row. False with a text in `error`.
+  virtual bool run(int run, std::string& error) = 0;
+
+  std::vector<Row>& rows() { return rows_; }
+  bool isChosen() const {
+    return std::any_of(rows_.begin(), rows_.end(), [](const Row& row) { return row.isChosen; });
+  }
+
+ protected:
+  Row& row(std::size_t index) { return rows_[index]; }
+
+ private:
+  std::vector<Row> rows_;
+};
+
+using Measurements = std::vector<std::unique_ptr<Measurement>>;

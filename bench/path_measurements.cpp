@@ -1,0 +1,131 @@
+#include "bench/path_measurements.h"
+
+#include <memory>
+#include <type_traits>
+
+#include "bench/lane_set.h"
+#include "bench/process_usage.h"
+
+namespace {
+
+constexpr double kMillion = 1e6;
+constexpr std::size_t kPairs = 8;
+
+// A measurement that goes over the lanes of a set.
+class PathMeasurement : public Measurement {
+ public:
+  PathMeasurement(std::shared_ptr<LaneSet> lanes, const RunSize& size, std::vector<Row> rows)
+      : Measurement(std::move(rows)), size_(size), lanes_(std::move(lanes)) {}
+
+  bool open(std::string& error) override { return lanes_->open(error); }
+  bool run(int run, std::string& error) override {
+    return lanes_->each(
+        static_cast<std::size_t>(run), [this](Lane& lane) { return measure(lane); }, error);
+  }
+
+ protected:
+  // Adds one value to each row. False with the failure in the lane.
+  virtual bool measure(Lane& lane) = 0;
+
+  const RunSize size_;
+
+ private:
+  std::shared_ptr<LaneSet> lanes_;
+};
+
+// Rows: median, p99.
+class RoundTrips : public PathMeasurement {
+ public:
+  using PathMeasurement::PathMeasurement;
+
+ protected:
+  bool measure(Lane& lane) override {
+    RoundTripTimes times;
+    if (!measureRoundTrips(lane.socket(), size_.roundTrips, times)) return false;
+    row(0).add(lane.path(), times.median);
+    row(1).add(lane.path(), times.p99);
+    return true;
+  }
+};
+
+// Rows: packets, processor time of the process between.
+class SmallPackets : public PathMeasurement {
+ public:
+  using PathMeasurement::PathMeasurement;
+
+ protected:
+  bool measure(Lane& lane) override {
+    const auto before = processorMilliseconds(lane.between());
+    double seconds = 0;
+    if (!measureStream(lane.socket(), {kSmallPayload, size_.smallPackets, false}, seconds))
+      return false;
+    const double millions = size_.smallPackets / kMillion;
+    row(0).add(lane.path(), millions / seconds);
+    if (lane.between() == 0) return true;
+    const auto after = processorMilliseconds(lane.between());
+    if (!before || !after) return lane.socket().fail("its processor time isn't told");
+    row(1).add(lane.path(), (*after - *before) / millions);
+    return true;
+  }
+};
+
+// Row: packets on all pairs together.
+class Pairs : public PathMeasurement {
+ public:
+  using PathMeasurement::PathMeasurement;
+
+ protected:
+  bool measure(Lane& lane) override {
+    const auto each = static_cast<std::uint32_t>(size_.smallPackets / lane.pairs());
+    double seconds = 0;
+    if (!measureStreams(lane, {kSmallPayload, each, false}, seconds)) return false;
+    row(0).add(lane.path(), static_cast<double>(each * lane.pairs()) / kMillion / seconds);
+    return true;
+  }
+};
+
+// Row: megabytes of payload.
+class LargePackets : public PathMeasurement {
+ public:
+  using PathMeasurement::PathMeasurement;
+
+ protected:
+  bool measure(Lane& lane) override {
+    double seconds = 0;
+    if (!measureStream(lane.socket(), {kLargePayload, size_.largePackets, false}, seconds))
+      return false;
+    const double bytes = static_cast<double>(size_.largePackets) * kLargePayload;
+    row(0).add(lane.path(), bytes / kMillion / seconds);
+    return true;
+  }
+};
+
+}  // namespace
+
+void addPathMeasurements(const Settings& settings, Measurements& measurements) {
+  const auto single = std::make_shared<LaneSet>(settings, 1, Placement::anywhere);
+  const auto pinned = std::make_shared<LaneSet>(settings, 1, Placement::oneProcessor);
+  const auto pairs = std::make_shared<LaneSet>(settings, kPairs, Placement::anywhere);
+  const auto add = [&]<class Kind>(const std::shared_ptr<LaneSet>& lanes, std::vector<Row> rows,
+                                   std::type_identity<Kind>) {
+    measurements.push_back(std::make_unique<Kind>(lanes, settings.size, std::move(rows)));
+  };
+  add(single,
+      {{"round_trip_median", "round trip, 64 bytes, median", "us", 1},
+       {"round_trip_p99", "round trip, 64 bytes, p99", "us", 1}},
+      std::type_identity<RoundTrips>());
+  add(pinned,
+      {{"one_core_round_trip_median", "round trip, all on one core, median", "us", 1},
+       {"one_core_round_trip_p99", "round trip, all on one core, p99", "us", 1}},
+      std::type_identity<RoundTrips>());
+  add(single,
+      {{"packets_per_second", "packets of 64 bytes, one sender", "million/s", 2},
+       {"processor_time", "  CPU time in between for a million of them", "ms", 0}},
+      std::type_identity<SmallPackets>());
+  add(pairs,
+      {{"eight_pairs_packets_per_second", "packets of 64 bytes, eight pairs at once", "million/s",
+        2}},
+      std::type_identity<Pairs>());
+  add(single, {{"megabytes_per_second", "packets of 64 KiB", "MB/s", 0}},
+      std::type_identity<LargePackets>());
+}

@@ -1,0 +1,7 @@
+// How long a hub takes to listen, with no description file and with many, and how long a service
+// that isn't running takes to be there, beside what starting the same program takes without a hub.
+#pragma once
+
+#include "bench/measurement.h"
+
+void addStartMeasurements(const Settings& settings, Measurements& measurements);

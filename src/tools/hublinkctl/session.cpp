@@ -1,0 +1,123 @@
+#include "tools/hublinkctl/session.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "indgen/format.h"
+#include "platform/clock.h"
+
+namespace hublinkctl {
+namespace {
+
+std::string textOf(const Facts& value) {
+  if (value.is_null()) return "unknown";
+  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+  if (value.is_number_float()) return gen_asprintf("%.3f", value.get<double>()).get();
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+std::string textOfAll(const Facts& facts) {
+  if (facts.size() == 1) return textOf(facts.front()) + '\n';
+  std::string text;
+  for (const auto& [name, value] : facts.items()) {
+    std::string words = name;
+    for (char& letter : words)
+      if (letter == '_') letter = ' ';
+    text += words + ": " + textOf(value) + '\n';
+  }
+  return text;
+}
+
+}  // namespace
+
+void tell(const std::string& text) {
+  std::fprintf(stderr, "hublinkctl: %s\n", text.c_str());
+}
+
+Session::Session(const Options& options) : options_(options) {
+  restartClock();
+}
+
+void Session::restartClock() {
+  end_ = platform::monotonicMilliseconds() +
+         static_cast<std::uint64_t>(std::ceil(options_.timeoutSeconds * 1000));
+}
+
+int Session::left() const {
+  const std::uint64_t now = platform::monotonicMilliseconds();
+  return now >= end_ ? 0 : static_cast<int>(end_ - now);
+}
+
+bool Session::join() {
+  std::string error;
+  const HubSearch outcome = options_.port != 0
+                                ? joinHubOnPort(plugin_, options_.port, error, left())
+                                : joinHub(plugin_, options_.choice, error, left());
+  if (options_.port == 0) record_ = readHubRecord(options_.choice);
+  if (!joined(outcome, error)) return false;
+  plugin_.setPersistent(false);
+  return true;
+}
+
+bool Session::joinOrStart(const HubChoice& choice, bool stay) {
+  std::string error;
+  const HubSearch outcome = joinOrStartHub(plugin_, choice, error, left());
+  // A hub without a plugin that keeps it up takes its record away.
+  record_ = readHubRecord(choice);
+  started_ = outcome == HubSearch::started;
+  if (!joined(outcome, error)) return false;
+  if (!stay) plugin_.setPersistent(false);
+  restartClock();
+  return true;
+}
+
+bool Session::joined(HubSearch outcome, const std::string& error) {
+  switch (outcome) {
+    case HubSearch::joined:
+    case HubSearch::started:
+      return true;
+    case HubSearch::silent:
+      return fail(ExitCode::noAnswer, error);
+    case HubSearch::none:
+    case HubSearch::failed:
+      break;
+  }
+  return fail(ExitCode::noHub, error);
+}
+
+Facts Session::process() const {
+  return record_.hub.process > 0 ? Facts(record_.hub.process) : Facts();
+}
+
+bool Session::await(const std::function<bool()>& done) {
+  return (plugin_.serveUntil(done, left()) && plugin_.isConnected()) || failUnanswered();
+}
+
+std::optional<PluginCounts> Session::count() {
+  const auto counts = plugin_.countPlugins(left());
+  if (!counts) failUnanswered();
+  return counts;
+}
+
+bool Session::failUnanswered() {
+  if (!plugin_.isConnected()) return fail(ExitCode::hubGone, "the hub has gone");
+  return fail(ExitCode::noAnswer,
+              gen_asprintf("no answer within %g s", options_.timeoutSeconds).get());
+}
+
+bool Session::print(const Facts& facts) {
+  const std::string text =
+      options_.json ? facts.dump(2, ' ', false, Facts::error_handler_t::replace) + '\n'
+                    : textOfAll(facts);
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)
+    return true;
+  return fail(ExitCode::usage, "the output can't be written");
+}
+
+bool Session::fail(ExitCode code, const std::string& text) {
+  code_ = code;
+  tell(text);
+  return false;
+}
+
+}  // namespace hublinkctl

@@ -1,0 +1,127 @@
+#include "tools/hublinkctl/trace/trace_command.h"
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "platform/clock.h"
+#include "platform/process.h"
+#include "tools/hublinkctl/trace/html_page.h"
+#include "tools/hublinkctl/trace/text_chart.h"
+#include "tools/hublinkctl/trace/trace_reader.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kTrouble = 2;
+constexpr int kPollInterval = 100;  // ms between looks at a file that grows
+
+struct Arguments {
+  std::string file;
+  std::string html;
+  bool follow = false;
+};
+
+int fail(const std::string& message) {
+  std::cerr << "hublinkctl trace: " << message << '\n';
+  return kTrouble;
+}
+
+// Feeds what the stream holds from where it stands; false if reading fails.
+bool feedRest(std::ifstream& log, trace::Reader& reader) {
+  char buffer[1 << 16];
+  do {
+    log.read(buffer, sizeof buffer);
+    reader.feed({buffer, static_cast<std::size_t>(log.gcount())});
+  } while (log);
+  return !log.bad();
+}
+
+int writePage(const Arguments& arguments, std::ifstream& log) {
+  trace::HtmlPage page;
+  trace::Reader reader([&](trace::Event event) { page.add(std::move(event)); });
+  if (!feedRest(log, reader)) return fail("can't read " + arguments.file);
+  reader.finish();
+  std::ofstream out(arguments.html, std::ios::binary);
+  out << page.text(fs::path(arguments.file).filename().string());
+  out.close();
+  return out ? 0 : fail("can't write " + arguments.html);
+}
+
+int writeChart(const Arguments& arguments, std::ifstream& log) {
+  std::vector<trace::Event> events;
+  trace::Reader reader([&](trace::Event event) { events.push_back(std::move(event)); });
+  if (!feedRest(log, reader)) return fail("can't read " + arguments.file);
+  reader.finish();
+  // A first run tells how many lanes it takes.
+  std::ostream nowhere(nullptr);
+  trace::TextChart trial(nowhere, 0);
+  for (const trace::Event& event : events) trial.add(event);
+  trace::TextChart chart(std::cout, trial.lanes());
+  for (const trace::Event& event : events) chart.add(event);
+  chart.finish();
+  return std::cout.flush() ? 0 : fail("can't write the chart");
+}
+
+// Until the hub's last line or a signal. A file that has become shorter belongs to a new hub.
+int followChart(const Arguments& arguments, std::ifstream& log) {
+  platform::installStopSignals();
+  auto chart = std::make_unique<trace::TextChart>(std::cout, 4);
+  bool ended = false;
+  const auto show = [&](trace::Event event) {
+    chart->add(event);
+    ended = ended || event.kind == trace::Event::Kind::shutdown;
+  };
+  auto reader = std::make_unique<trace::Reader>(show);
+  std::uintmax_t taken = 0;
+  for (;;) {
+    if (!feedRest(log, *reader)) return fail("can't read " + arguments.file);
+    if (!std::cout.flush()) return fail("can't write the chart");
+    if (ended || platform::stopRequested()) break;
+    log.clear();
+    taken = static_cast<std::uintmax_t>(log.tellg());
+    platform::sleepMilliseconds(kPollInterval);
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(arguments.file, error);
+    if (error || size >= taken) continue;
+    reader->finish();
+    std::cout << "The log begins anew.\n";
+    log.seekg(0);
+    chart = std::make_unique<trace::TextChart>(std::cout, 4);
+    reader = std::make_unique<trace::Reader>(show);
+    ended = false;
+  }
+  reader->finish();
+  chart->finish();
+  return std::cout.flush() ? 0 : fail("can't write the chart");
+}
+
+int run(const Arguments& arguments) {
+  std::ifstream log(arguments.file, std::ios::binary);
+  if (!log || fs::is_directory(arguments.file)) return fail("can't open " + arguments.file);
+  if (!arguments.html.empty()) return writePage(arguments, log);
+  return arguments.follow ? followChart(arguments, log) : writeChart(arguments, log);
+}
+
+}  // namespace
+
+void addTraceCommand(CLI::App& app, int& exitCode) {
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* trace = app.add_subcommand(
+      "trace", "Shows a hub's internal log (option -hl_log_internal) as a sequence chart");
+  trace->add_option("FILE", arguments->file, "The log")->type_name("")->required();
+  CLI::Option* follow = trace->add_flag(
+      "--follow", arguments->follow, "Go on as the log grows, until the hub ends or SIGINT");
+  trace->add_option("--html", arguments->html, "Write a page for a browser to this file instead")
+      ->type_name("OUT")
+      ->excludes(follow);
+  trace->footer(
+      "In the chart \"#3\" stands on each line that belongs to the third request; the requests are "
+      "listed at the end.\nExit codes: 0, or 2 if the log can't be read or the chart can't be "
+      "written.");
+  trace->callback([arguments, &exitCode] { exitCode = run(*arguments); });
+}

@@ -1,0 +1,125 @@
+// "Give me the hub", by processes that start at the same moment and in every state that a hub and
+// its record can be in.
+#include "hublink_plugin/hub_finder.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <set>
+
+#include "indgen/temporary.h"
+#include "platform/clock.h"
+#include "stp_transport/transport/stp_socket.h"
+#include "support/hub_process.h"
+
+using ::testing::HasSubstr;
+
+namespace {
+
+class FinderTest : public ::testing::Test {
+ protected:
+  FinderTest() {
+    putTemporaryFilesIn(directory.path());
+    choice.zone = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    choice.program = HubProcess::builtExecutable();
+  }
+  ~FinderTest() override {
+    endHub();
+    putTemporaryFilesIn(usualDirectory);
+  }
+  // Those of this process and of its children.
+  static void putTemporaryFilesIn(const std::string& path) {
+    platform::setEnvironmentVariable("TMP", path.c_str());
+    gen_temporary_directory(path.c_str());
+  }
+
+  // The process that the zone's record names; 0 without one.
+  platform::ProcessId hubProcess() const {
+    const std::string record = contents(directory / ("svc_" + *choice.zone));
+    const std::size_t place = record.find("Pid = ");
+    return place == std::string::npos ? 0 : std::atoi(record.c_str() + place + 6);
+  }
+  static void signalTo(platform::ProcessId process, const char* signal) {
+    const std::string command = "kill -" + std::string(signal) + " " + std::to_string(process);
+    EXPECT_EQ(std::system(command.c_str()), 0);
+  }
+  // Its own child or not, the hub of the zone is gone after this.
+  void endHub(const char* signal = "KILL") const {
+    const platform::ProcessId process = hubProcess();
+    if (process == 0 || !platform::processExists(process)) return;
+    signalTo(process, signal);
+    while (platform::processExists(process)) platform::sleepMilliseconds(1);
+  }
+
+  const std::string usualDirectory = gen_temporary_directory(nullptr);
+  const Scratch directory;
+  HubChoice choice;
+  HublinkPlugin plugin;
+  std::string error;
+};
+
+TEST_F(FinderTest, TenAtOnceMeetOnOneHub) {
+  for (int round = 0; round < 10; ++round) {
+    choice.zone = "round" + std::to_string(round);
+    std::vector<std::unique_ptr<HubProcess>> ten;
+    for (int i = 0; i < 10; ++i)
+      ten.push_back(std::make_unique<HubProcess>(
+          std::vector<std::string>{"-hl_zone", *choice.zone, "-hl_hub", choice.program}, directory,
+          0, ECHO_PROVIDER));
+    std::set<int> pluginIDs;
+    for (const auto& provider : ten) {
+      const char* const words = "connected as plugin ";
+      std::string printed;
+      do {
+        platform::sleepMilliseconds(1);
+        printed = provider->printed();
+      } while (printed.find('\n') == std::string::npos && provider->waitForEnd(0) == -1);
+      ASSERT_THAT(printed, HasSubstr(words));
+      pluginIDs.insert(std::atoi(printed.c_str() + printed.find(words) + std::strlen(words)));
+    }
+    EXPECT_EQ(pluginIDs.size(), 10u) << "two hubs would give one number twice";
+    EXPECT_EQ(*pluginIDs.rbegin(), 10);
+    endHub("TERM");
+    EXPECT_EQ(hubProcess(), 0) << "the record goes with an orderly end";
+  }
+}
+
+TEST_F(FinderTest, JoinsWhatIsThereAndStartsWhatIsNot) {
+  EXPECT_EQ(joinHub(plugin, choice, error), HubSearch::none);
+  EXPECT_EQ(error, "there is no hub");
+  EXPECT_EQ(findHub(choice), 0);
+  EXPECT_EQ(joinOrStartHub(plugin, choice, error), HubSearch::started) << error;
+  EXPECT_EQ(plugin.pluginID(), 1);
+  const std::uint16_t port = findHub(choice);
+  EXPECT_NE(port, 0);
+  HublinkPlugin second;
+  EXPECT_EQ(joinOrStartHub(second, choice, error), HubSearch::joined) << error;
+  EXPECT_EQ(second.pluginID(), 2);
+  STPStatus status;
+  EXPECT_EQ(connectToServer("127.0.0.2", port, &status), 0) << "it is on this address alone";
+
+  signalTo(hubProcess(), "STOP");
+  HublinkPlugin third;
+  EXPECT_EQ(joinOrStartHub(third, choice, error, 200), HubSearch::silent);
+  EXPECT_THAT(error, HasSubstr("doesn't answer"));
+  endHub();
+  EXPECT_EQ(joinHub(third, choice, error), HubSearch::none) << "its record is still there";
+  choice.loopbackOnly = false;
+  EXPECT_TRUE(connectToHub(third, choice, error)) << error;
+  EXPECT_EQ(third.pluginID(), 1);
+  const int open = connectToServer("127.0.0.2", findHub(choice), &status);
+  EXPECT_TRUE(status.good());
+  closeSocket(open);
+}
+
+TEST_F(FinderTest, TellsWhyThereIsNone) {
+  choice.program = "no_such_hub";
+  EXPECT_EQ(joinOrStartHub(plugin, choice, error), HubSearch::failed);
+  EXPECT_EQ(error, "there is no program no_such_hub");
+  choice.program = "/bin/false";
+  EXPECT_EQ(joinOrStartHub(plugin, choice, error), HubSearch::failed);
+  EXPECT_THAT(error, HasSubstr("can't be started: [launch]: Program died"));
+  EXPECT_FALSE(std::filesystem::exists(directory / ("svc_" + *choice.zone + ".lock")));
+}
+
+}  // namespace
