@@ -79,10 +79,14 @@ class DirectoryReader {
   int open(const char* path);
   /// The next name, valid until the next call; null at the end.
   const char* next();
+  /// What is known of it without asking: a link, or a file system that doesn't tell, is unknown.
+  enum class Kind { unknown, directory, other };
+  Kind kind() const { return kind_; }
   void close();
 
  private:
   void* stream_ = nullptr;
+  Kind kind_ = Kind::unknown;
 };
 
 /// Loads a dynamic library; null if it can't be. It stays loaded until the process ends.

@@ -183,7 +183,10 @@ int DirectoryReader::open(const char* path) {
 
 const char* DirectoryReader::next() {
   const dirent* entry = stream_ ? readdir(static_cast<DIR*>(stream_)) : nullptr;
-  return entry ? entry->d_name : nullptr;
+  if (!entry) return nullptr;
+  const bool isKnown = entry->d_type != DT_UNKNOWN && entry->d_type != DT_LNK;
+  kind_ = !isKnown ? Kind::unknown : entry->d_type == DT_DIR ? Kind::directory : Kind::other;
+  return entry->d_name;
 }
 
 void DirectoryReader::close() {

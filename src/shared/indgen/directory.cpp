@@ -7,6 +7,7 @@
 #include "indgen/access.h"
 #include "indgen/path.h"
 #include "indgen/text.h"
+#include "indgen/viewpath.h"
 #include "indgen/whole_file.h"
 
 namespace {
@@ -29,6 +30,15 @@ bool isWanted(const gen_dir_walker& walker) {
   if (walker.skip_directories) return false;
   if (walker.skip_dots && isDots(walker.name)) return false;
   return !(walker.skip_cvs && std::strcmp(walker.name, "CVS") == 0);
+}
+
+bool isDirectoryEntry(const gen_dir_walker& walker) {
+  using Kind = platform::DirectoryReader::Kind;
+  const Kind kind = walker.reader.kind();
+  if (kind != Kind::unknown && !gen_viewpath_active()) return kind == Kind::directory;
+  // Not gen_is_directory: a backslash at the end of this name is a part of it.
+  platform::FileStatus status;
+  return V_stat(walker.path, &status) == 0 && status.kind == platform::FileKind::directory;
 }
 
 int plain(int result) {
@@ -105,10 +115,7 @@ const char* gen_walk_next(gen_dir_walker& walker) {
     const char* directory = walker.directory;
     const bool open = gen_is_separator(directory[std::strlen(directory) - 1]);
     walker.path = gen_concat_char(directory, open ? '\0' : gen_preferred_separator, walker.name);
-    // Not gen_is_directory: a backslash at the end of this name is a part of it.
-    platform::FileStatus status;
-    walker.is_directory =
-        V_stat(walker.path, &status) == 0 && status.kind == platform::FileKind::directory;
+    walker.is_directory = isDirectoryEntry(walker);
     if (isWanted(walker)) return walker.path;
   }
   walker.path = gen_text();

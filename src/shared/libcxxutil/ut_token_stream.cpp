@@ -17,6 +17,8 @@ constexpr char kDirectiveChar = '%';
 // opened, and files stand within files only so deep.
 constexpr std::size_t kFileCost = 4096;
 constexpr std::size_t kDeepestInclude = 64;
+// Bytes that are read at a time.
+constexpr std::size_t kChunk = 4096;
 
 // Room for a line's tokens, by the line's length: expansion seldom takes more.
 constexpr std::size_t kTokenRoomFactor = 3;
@@ -79,10 +81,11 @@ bool ut_token_stream::openFile(const char* name) {
     giveUp("too much input");
     return false;
   }
-  if (gen_is_directory(name)) return false;
   File file;
   file.stream.reset(V_fopen(name, "rt"));
   if (!file.stream) return false;
+  std::setvbuf(file.stream.get(), nullptr, _IONBF, 0);                   // chunks are buffer enough
+  if (!readChunk(file) && std::ferror(file.stream.get())) return false;  // such as a directory
   input_left_ -= kFileCost;
   file.name = name;
   file.directory = gen_directory_name(name);
@@ -152,18 +155,36 @@ bool ut_token_stream::readRawLine(File& file) {
   return !gave_up_;
 }
 
+// False at the end of the file.
+bool ut_token_stream::readChunk(File& file) {
+  std::FILE* stream = file.stream.get();
+  file.place = 0;
+  file.chunk.resize(std::feof(stream) ? 0 : kChunk);
+  file.chunk.resize(std::fread(file.chunk.data(), 1, file.chunk.size(), stream));
+  return !file.chunk.empty();
+}
+
 // Adds a line to the buffer. False, with nothing added, at the end of the file.
 bool ut_token_stream::readPhysicalLine(File& file) {
-  std::FILE* stream = file.stream.get();
-  int c = std::getc(stream);
-  if (c == EOF) return false;
+  const auto hasMore = [&] { return file.place < file.chunk.size() || readChunk(file); };
+  if (!hasMore()) return false;
   ++file.line_next;
-  for (; c != EOF && input_left_ > 0; c = std::getc(stream)) {
-    --input_left_;
-    if (c == '\r') std::getc(stream);
-    if (c == '\n' || c == '\r') return true;
-    line_buffer_ += static_cast<char>(c);
+  while (hasMore()) {
+    if (input_left_ == 0) {
+      giveUp("too much input");
+      return true;
+    }
+    const std::string_view rest = std::string_view(file.chunk).substr(file.place, input_left_);
+    const std::size_t newline = rest.find('\n');
+    const std::size_t end = std::min(rest.substr(0, newline).find('\r'), newline);
+    const std::string_view line = rest.substr(0, end);
+    line_buffer_ += line;
+    const std::size_t used = line.size() + (end == rest.npos ? 0 : 1);
+    file.place += used;
+    input_left_ -= used;
+    if (end == rest.npos) continue;
+    if (rest[end] == '\r' && hasMore()) ++file.place;
+    return true;
   }
-  if (c != EOF) giveUp("too much input");
   return true;
 }

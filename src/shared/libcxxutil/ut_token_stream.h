@@ -67,6 +67,8 @@ class ut_token_stream {
     std::string name;
     gen_text directory;
     std::unique_ptr<std::FILE, CloseFile> stream;
+    std::string chunk;  // of the file, taken up to `place`
+    std::size_t place = 0;
     int line_start = 0;
     int line_next = 1;
   };
@@ -82,6 +84,7 @@ class ut_token_stream {
   void closeFile();
   bool readLogicalLine();
   bool readRawLine(File& file);
+  static bool readChunk(File& file);
   bool readPhysicalLine(File& file);
   bool followInclude();
   void giveUp(const char* reason);

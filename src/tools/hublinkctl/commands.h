@@ -1,5 +1,5 @@
-// The subcommands by group. Each operation adds its group to the application; `exitCode` is set when
-// a subcommand has run. `options` and `exitCode` must outlive the application.
+// The subcommands by group. Each operation adds its group to the application; `exitCode` is set
+// when a subcommand has run. `options` and `exitCode` must outlive the application.
 #pragma once
 
 #include <CLI/CLI.hpp>

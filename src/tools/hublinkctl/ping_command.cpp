@@ -24,8 +24,7 @@ bool openLink(Session& session, const PingOptions& options, std::shared_ptr<Hubl
       [&](const auto& answered) { session.plugin().requestService(query, answered); });
   if (!reply) return false;
   link = reply->link;
-  return link ||
-         session.fail(ExitCode::no, options.service + ": " + outcomeText(reply->outcome));
+  return link || session.fail(ExitCode::no, options.service + ": " + outcomeText(reply->outcome));
 }
 
 // One round trip, in which the bytes must come back as they went.

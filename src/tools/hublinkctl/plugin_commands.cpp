@@ -71,9 +71,8 @@ void addLaunch(CLI::App& app, Options& options, int& exitCode) {
   command->add_option("--directory", what->directory, "Its working directory; otherwise the hub's")
       ->type_name("DIRECTORY")
       ->check(CLI::ExistingDirectory.description(""));
-  runsOnHub(command, options, exitCode, [what](Session& session) {
-    return launch(session, what->command, what->directory);
-  });
+  runsOnHub(command, options, exitCode,
+            [what](Session& session) { return launch(session, what->command, what->directory); });
 }
 
 void addConnect(CLI::App& app, Options& options, int& exitCode) {
@@ -150,7 +149,8 @@ void addDebug(CLI::App& app, Options& options, int& exitCode) {
   command->add_flag("--off", debug->off, "No longer");
   command->add_option("--debugger", debug->debugger, "The debugger, for all of them")
       ->type_name("PROGRAM");
-  command->add_option("--options", debug->debuggerOptions, "The debugger's options, for all of them")
+  command
+      ->add_option("--options", debug->debuggerOptions, "The debugger's options, for all of them")
       ->type_name("TEXT");
   runsOnHub(command, options, exitCode, [debug](Session& session) {
     const auto pointer = [](const auto& text) { return text ? text->c_str() : nullptr; };

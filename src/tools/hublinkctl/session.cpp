@@ -106,9 +106,9 @@ bool Session::failUnanswered() {
 }
 
 bool Session::print(const Facts& facts) {
-  const std::string text =
-      options_.json ? facts.dump(2, ' ', false, Facts::error_handler_t::replace) + '\n'
-                    : textOfAll(facts);
+  const std::string text = options_.json
+                               ? facts.dump(2, ' ', false, Facts::error_handler_t::replace) + '\n'
+                               : textOfAll(facts);
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)
     return true;
   return fail(ExitCode::usage, "the output can't be written");

@@ -38,6 +38,7 @@ json jsonOf(const Request& request) {
   return {{"asked", request.asked},
           {"title", request.title},
           {"outcome", request.outcome},
+          {"ending", request.ending},
           {"state", kStates[static_cast<int>(request.state)]},
           {"requester", request.requester},
           {"provider", request.provider},

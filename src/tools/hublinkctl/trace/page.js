@@ -10,7 +10,7 @@ const KIND_NAMES = {
   down: 'connections reaped', shutdown: 'end of the hub', note: 'other lines of the hub', unreadable: 'lines that can’t be read',
 };
 const MESSAGE_KINDS = ['received', 'sent', 'reply', 'sendFailed'];
-const OWN_SIGNS = { launch: '▶', failed: '✕', accepted: '○', created: '○', shutdown: '■', note: '●', unreadable: '?' };
+const OWN_SIGNS = { launch: '▶', failed: '✕', accepted: '○', created: '○', down: '✕', shutdown: '■', note: '●', unreadable: '?' };
 
 const plugins = new Map();  // by ID: name, first and last event
 const events = trace.events.map(([time, kind, plugin, name, message, fields, text, requests], index) => {
@@ -32,6 +32,8 @@ const quoted = (value, isText) => isText ? `"${value}"` : value;
 const valueOf = ([, value, isText]) =>
   Array.isArray(value) ? `[${value.slice(0, 100).map((item) => quoted(item, isText)).join(', ')}${value.length > 100 ? ', …' : ''}]` : quoted(value, isText);
 const fieldsOf = (event) => event.fields.map((field) => `${field[0]}=${valueOf(field)}`).join('  ') + (event.text && event.isMessage ? `  ? ${event.text}` : '');
+// For a line of the chart: without what is empty, and without line ends.
+const briefOf = (event) => fieldsOf({ ...event, fields: event.fields.filter(([, value]) => value.length) }).slice(0, 400).replace(/\s*\n\s*/g, ' ⏎ ');
 const routeOf = (event) => event.plugin === null ? 'hub' : !event.isMessage ? nameOf(event.plugin)
   : event.kind === 'received' ? `${nameOf(event.plugin)} → hub` : `hub → ${nameOf(event.plugin)}`;
 const flag = (event, name) => event.fields.find((field) => field[0] === name)?.[1];
@@ -40,7 +42,7 @@ const isBad = (event) => event.kind === 'sendFailed' || event.message === 'Conne
   event.message === 'PluginConnectedEvent' && flag(event, 'pluginID') === '-1' ||
   event.message === 'ConnectionAcceptedEvent' && flag(event, 'accept') === '0';
 const clock = (time) => time === null ? '' : new Date(time).toISOString().slice(11, 23);
-const since = (time, start) => time === null || start === null ? '' : time - start < 10000 ? `+${time - start} ms` : `+${((time - start) / 1000).toFixed(1)} s`;
+const since = (time, start) => time === null || start === null ? '' : time - start < 10000 ? `${time - start} ms` : `${((time - start) / 1000).toFixed(1)} s`;
 const haystackOf = (event) => event.haystack ??= `${event.message} ${fieldsOf(event)} ${event.text} ${routeOf(event)}`.toLowerCase();
 
 // --- What is shown of it ---
@@ -88,12 +90,13 @@ const shape = (tag, attributes) => {
   for (const [name, value] of Object.entries(attributes)) element.setAttribute(name, value);
   return element;
 };
-const laneX = (place) => (place + 0.5) * laneWidth;
+// The hub's lane stays in sight when the others are scrolled.
+const laneX = (place) => (place ? place + 0.5 : $('lanes').scrollLeft / laneWidth + 0.5) * laneWidth;
 
-// The lanes that can be seen, by place; the hub is 0.
+// The first and the last of the plugins' lanes that can be seen, by place.
 function visibleLanes() {
-  const first = Math.floor($('lanes').scrollLeft / laneWidth);
-  return [first, Math.ceil(($('lanes').scrollLeft + $('lanes').clientWidth) / laneWidth)];
+  const first = Math.ceil($('lanes').scrollLeft / laneWidth);
+  return [first + 1, Math.ceil(($('lanes').scrollLeft + $('lanes').clientWidth) / laneWidth)];
 }
 
 function drawHeads() {
@@ -101,10 +104,10 @@ function drawHeads() {
   box.style.width = `${laneWidth * (lanes.length + 1)}px`;
   const [first, last] = visibleLanes();
   const heads = [];
-  for (let place = first; place <= Math.min(last, lanes.length); ++place) {
-    const plugin = lanes[place - 1];
+  for (let place = first - 1; place <= Math.min(last, lanes.length); ++place) {
+    const plugin = place < first ? null : lanes[place - 1];
     const head = make('span', { title: plugin ? nameOf(plugin.id) : 'the hub' }, make('b', { textContent: plugin ? plugin.id : 'hub' }), plugin?.name ?? '');
-    Object.assign(head.style, { left: `${place * laneWidth + 1}px`, width: `${laneWidth - 2}px` });
+    Object.assign(head.style, { left: `${laneX(plugin ? place : 0) - laneWidth / 2 + 1}px`, width: `${laneWidth - 2}px` });
     heads.push(head);
   }
   box.replaceChildren(...heads);
@@ -131,19 +134,21 @@ function rowOf(event, place) {
   row.style.top = `${place * ROW}px`;
   const says = make('span', { className: 'says' });
   const who = event.isMessage && lanes.length > 6 ? `${nameOf(event.plugin)}  ` : '';
-  if (event.isMessage) says.append(make('i', {}, ...marked(who)), make('b', {}, ...marked(event.message)), '  ', make('i', {}, ...marked(fieldsOf(event).slice(0, 400))));
+  if (event.isMessage) says.append(make('i', {}, ...marked(who)), make('b', {}, ...marked(event.message)), '  ', make('i', {}, ...marked(briefOf(event))));
   else says.append(...marked(event.text.slice(0, 400)));
   row.append(make('span', { className: 'time', textContent: clock(event.time) }), says);
   return row;
 }
 
+// What an event draws on the lanes; for a lane that has been scrolled behind the hub's, a hint of it.
 function signOf(event, y) {
   const other = chosen.request !== null && !event.requests.includes(chosen.request) ? ' other' : '';
   const place = event.plugin === null ? 0 : laneAt.get(event.plugin);
   const tone = event.isMessage ? (isBad(event) ? 'bad' : event.kind) : ['down', 'failed', 'shutdown'].includes(event.kind) ? 'down' : event.kind;
-  if (!event.isMessage) {
-    const sign = shape('text', { x: laneX(place), y, class: tone + other });
-    sign.textContent = event.kind === 'down' ? '✕' : OWN_SIGNS[event.kind];
+  const isBehind = place > 0 && laneX(place) <= laneX(0);
+  if (!event.isMessage || isBehind) {
+    const sign = shape('text', { x: isBehind ? laneX(0) : laneX(place), y, class: tone + other });
+    sign.textContent = isBehind ? '‹' : OWN_SIGNS[event.kind];
     return sign;
   }
   const [from, to] = event.kind === 'received' ? [laneX(place), laneX(0)] : [laneX(0), laneX(place)];
@@ -163,12 +168,15 @@ function draw() {
   const visible = shown.slice(first, last);
   const signs = shape('g', { transform: `translate(${-$('lanes').scrollLeft} 0)` });
   const [left, right] = visibleLanes();
+  const life = (place, y1, y2) => signs.append(shape('line', { class: 'life', x1: laneX(place), x2: laneX(place), y1, y2 }));
+  if (visible.length) life(0, 0, visible.length * ROW);
   for (let place = left; visible.length && place <= Math.min(right, lanes.length); ++place) {
-    const { first: born, last: died } = place ? lanes[place - 1] : { first: 0, last: events.length };
-    const y1 = ROW * visible.filter((event) => event.index < born).length;
-    const y2 = ROW * visible.filter((event) => event.index <= died).length;
-    const ends = died < visible[visible.length - 1].index || visible.at(-1).index === died;
-    if (y2 > y1) signs.append(shape('line', { class: 'life', x1: laneX(place), x2: laneX(place), y1: born >= visible[0].index ? y1 + ROW / 2 : y1, y2: ends ? y2 - ROW / 2 : y2 }));
+    const { first: born, last: died } = lanes[place - 1];
+    const before = visible.filter((event) => event.index < born).length;
+    const until = visible.filter((event) => event.index <= died).length;
+    const top = born >= visible[0].index ? before + 0.5 : 0;
+    const bottom = died <= visible.at(-1).index ? until - 0.5 : visible.length;
+    if (bottom > top) life(place, top * ROW, bottom * ROW);
   }
   visible.forEach((event, row) => signs.append(signOf(event, (row + 0.5) * ROW)));
   drawing.replaceChildren(signs);
@@ -183,19 +191,20 @@ function reveal(event) {
   if (place * ROW < scroller.scrollTop || (place + 1) * ROW > scroller.scrollTop + scroller.clientHeight)
     scroller.scrollTop = place * ROW - scroller.clientHeight / 2;
   const lane = laneX(laneAt.get(event.plugin) ?? 0), box = $('lanes');
-  if (lane < box.scrollLeft || lane > box.scrollLeft + box.clientWidth) box.scrollLeft = lane - box.clientWidth / 2;
+  if (lane < box.scrollLeft + laneWidth || lane > box.scrollLeft + box.clientWidth) box.scrollLeft = lane - box.clientWidth / 2;
 }
 
 // --- The panel: the requests, or what was chosen ---
 
 const titleOf = (request) => `${request.asked}${request.title ? ` ${request.title}` : ''}`;
-const tookOf = (request) => since(request.end, request.begin);
+const resultOf = (request) => request.outcome + (request.end === null || request.begin === null ? '' : ` after ${since(request.end, request.begin)}`) +
+  (request.ending ? `, ${request.ending}` : '');
 
 function requestButton(request) {
   const others = request.provider === -1 ? '' : ` → ${nameOf(request.provider)}`;
   const button = make('button', { type: 'button', className: 'request' },
     make('span', { className: `dot ${request.state}`, title: request.state }), titleOf(request),
-    make('small', { textContent: `#${request.index + 1}  ${clock(request.begin)}  ${nameOf(request.requester)}${others}: ${request.outcome}  ${tookOf(request)}` }));
+    make('small', { textContent: `#${request.index + 1}  ${clock(request.begin)}  ${nameOf(request.requester)}${others}: ${resultOf(request)}` }));
   button.onclick = () => choose(request.events[0], request.index);
   return button;
 }
@@ -222,12 +231,12 @@ function requestCard(request) {
   only.setAttribute('aria-pressed', chosen.only === request.index);
   only.onclick = () => { chosen.only = chosen.only === request.index ? null : request.index; chosen.request = request.index; applyFilters(); reveal(chosen.event); };
   const card = make('div', { className: 'card' },
-    make('div', { className: 'head' }, make('h2', { textContent: `#${request.index + 1} ${titleOf(request)}` }), only),
-    make('p', { className: request.state === 'failed' ? 'bad' : '', textContent: `${request.outcome} ${tookOf(request)}` }),
-    make('p', { className: 'who', textContent: `asked by ${nameOf(request.requester)}${request.provider === -1 ? '' : `, served by ${nameOf(request.provider)}`}` }));
+    make('h2', { textContent: `#${request.index + 1} ${titleOf(request)}` }),
+    make('p', { className: request.state === 'failed' ? 'bad' : '', textContent: resultOf(request) }),
+    make('p', { className: 'who', textContent: `asked by ${nameOf(request.requester)}${request.provider === -1 ? '' : `, served by ${nameOf(request.provider)}`}` }), only);
   for (const event of request.events.slice(0, MOST_LISTED)) {
     const step = make('button', { type: 'button', className: `step ${event === chosen.event ? 'now' : ''}` },
-      make('small', { textContent: since(event.time, request.begin) }),
+      make('small', { textContent: `+${since(event.time, request.begin)}` }),
       make('span', { className: isBad(event) ? 'bad' : '' }, make('b', { textContent: event.isMessage ? event.message : event.text }), make('br'), make('small', { textContent: routeOf(event) })));
     step.onclick = () => choose(event, request.index);
     card.append(step);
@@ -241,8 +250,10 @@ function eventDetails(event) {
   const table = make('table');
   for (const field of event.fields) table.append(make('tr', {}, make('td', { textContent: field[0] }), make('td', { textContent: valueOf(field) })));
   const cards = event.requests.map((id) => requests[id]).sort((a, b) => (b.index === chosen.request) - (a.index === chosen.request)).slice(0, 10).map(requestCard);
+  const start = events.find((first) => first.time !== null)?.time ?? null;
+  const when = event.time === null ? '' : ` · ${clock(event.time)} · ${since(event.time, start)} after the first line`;
   return [back, make('h2', { textContent: event.isMessage ? event.message : event.type }),
-    make('p', { className: 'who', textContent: `${routeOf(event)}   ${clock(event.time)}   ${since(event.time, events.find((first) => first.time !== null)?.time ?? null)} from the start` }),
+    make('p', { className: 'who', textContent: routeOf(event) + when }),
     table, ...(event.text ? [make('pre', { textContent: event.text })] : []),
     ...(cards.length ? [make('h3', { textContent: cards.length > 1 ? 'Belongs to these requests' : 'Belongs to this request' }), ...cards] : [])];
 }

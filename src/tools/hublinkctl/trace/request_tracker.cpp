@@ -291,9 +291,9 @@ void RequestTracker::connectionReply(const Event& event, RequestIds& ids) {
     answer(*id, event, "refused by " + plugin(event.number("plugin_id")), true);
 }
 
-void RequestTracker::endLink(std::size_t id, const std::string& outcome) {
+void RequestTracker::endLink(std::size_t id, const std::string& ending) {
   Request& request = requests_[id];
-  if (request.outcome.find(", ended") == std::string::npos) request.outcome += ", " + outcome;
+  if (request.ending.empty()) request.ending = ending;
   for (const int plugin : {request.requester, request.provider}) involved_[plugin].erase(id);
 }
 

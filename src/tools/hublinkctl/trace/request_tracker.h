@@ -25,6 +25,7 @@ struct Request {
   std::string asked;  ///< the message that asked
   std::string title;  ///< what for: a service, a program...
   std::string outcome = "no answer";
+  std::string ending;  ///< how what came of it ended: a link, or a plugin that was launched
   State state = State::open;
   int requester = -1;
   int provider = -1;                ///< the other plugin, if there is one
@@ -64,7 +65,7 @@ class RequestTracker {
   std::optional<std::size_t> takeUnasked(int requester, const std::string& service);
   std::optional<std::size_t> linkOf(int rn, int otherRN) const;
   void connectionReply(const Event& event, RequestIds& ids);
-  void endLink(std::size_t id, const std::string& outcome);
+  void endLink(std::size_t id, const std::string& ending);
   void noticeNewcomer(const Event& event);
   void addNewcomersRequest(const Event& event, RequestIds& ids) const;
   void involve(int plugin, std::size_t id);

@@ -157,9 +157,10 @@ void TextChart::finish() {
   for (const Request& request : tracker_.requests()) {
     out_ << "#" << ++number << " plugin " << request.requester << ": " << request.asked;
     if (!request.title.empty()) out_ << " " << printable(request.title);
-    out_ << ", " << printable(request.outcome);
+    out_ << ": " << printable(request.outcome);
     if (request.begin && request.end)
-      out_ << " (after " << *request.end - *request.begin << " ms)";
+      out_ << " after " << *request.end - *request.begin << " ms";
+    if (!request.ending.empty()) out_ << ", " << request.ending;
     out_ << '\n';
   }
 }
