@@ -1,4 +1,5 @@
-# Interfaces of one's own: a catalogue is compiled when the program is built.
+# Interfaces of one's own: a catalogue is compiled when the program is built. Serves this tree and
+# those who build against an installation alike.
 
 # hublink_interface(NAME CATALOGUE file)
 #
@@ -24,13 +25,15 @@ function(hublink_interface name)
   # Files that stay as they are keep their time; the stamp says that the catalogue has been compiled.
   add_custom_command(OUTPUT ${folder}/compiled.stamp
                      BYPRODUCTS ${outputs}
-                     COMMAND stpc ${catalogue} --output ${folder}
+                     COMMAND Hublink::stpc ${catalogue} --output ${folder}
                      COMMAND ${CMAKE_COMMAND} -E touch ${folder}/compiled.stamp
-                     DEPENDS stpc ${catalogue}
+                     DEPENDS Hublink::stpc ${catalogue}
                      COMMENT "Compiling the interface ${spec}" VERBATIM)
   add_library(${name} STATIC ${outputs} ${folder}/compiled.stamp)
   target_include_directories(${name} PUBLIC ${folder})
-  target_link_libraries(${name} PUBLIC stp_transport)
+  target_link_libraries(${name} PUBLIC Hublink::stp_transport)
   target_compile_options(${name} PRIVATE -fno-exceptions)
-  hublink_compile_options(${name})
+  if(COMMAND hublink_compile_options)
+    hublink_compile_options(${name})
+  endif()
 endfunction()

@@ -12,8 +12,8 @@ bottom:
   next such line are its output, "..." standing for anything within a line or, alone, for any lines.
 
 A command that ends in " &" stays in the background. What is shown for it is waited for among the
-output of all that runs there; it is ended when the page is through. Every other command has to
-succeed.
+output of all that runs there; it is ended when the page is through, and so are the hubs. Every
+other command has to succeed.
 """
 
 import os
@@ -124,8 +124,9 @@ class Page:
         print(where, flush=True)
         if command.endswith(" &"):
             self.background.append((where, subprocess.Popen(
-                ["bash", "-c", "exec " + command[:-2]], cwd=self.directory, env=self.environment,
-                stdin=subprocess.DEVNULL, stdout=self.terminal, stderr=self.terminal)))
+                ["bash", "-c", "exec " + command.removesuffix(" &")], cwd=self.directory,
+                env=self.environment, stdin=subprocess.DEVNULL, stdout=self.terminal,
+                stderr=self.terminal)))
             self.await_output(where, shown)
             return
         # A file and no pipe: what the command leaves running may keep it open.
@@ -157,17 +158,18 @@ class Page:
                               self.terminal_path.read_text(errors="replace"))
 
     def end(self):
-        """Ends what the page has started, and waits for its hubs, which stop by themselves."""
+        """Ends what the page has started, by its id; hubs tell theirs in their records."""
         hubs = {int(found[1]) for record in self.records.glob("svc*")
                 if (found := re.search(r"Pid *= *(\d+)", record.read_text()))}
         for _, process in self.background:
             process.terminate()
+        for hub in filter(is_running, hubs):
+            os.kill(hub, signal.SIGTERM)
+        for _, process in self.background:
             process.wait(LIMIT)
         self.terminal.close()
         if not wait_until(lambda: not any(map(is_running, hubs))):
-            for hub in filter(is_running, hubs):
-                os.kill(hub, signal.SIGKILL)
-            raise Failure(f"{self.path.name}: a hub hasn't stopped by itself")
+            raise Failure(f"{self.path.name}: a hub doesn't stop")
 
 
 def main():

@@ -1,0 +1,281 @@
+// The command line as its user meets it: by its executable, with what it prints and its exit code,
+// against hubs in every state.
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "hublink_plugin/hublink_plugin.h"
+#include "platform/clock.h"
+#include "support/hub_test.h"
+#include "tools/hublinkctl/exit_code.h"
+
+using hublinkctl::ExitCode;
+using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+
+namespace {
+
+// Every subcommand, as it stands when all is well with the hub of HublinkctlTest.
+const char* const kOnHub[] = {"status",     "provider Echo",  "wait Echo",
+                              "launch sh",  "value 2 colour", "connect localhost 1",
+                              "setenv A b", "debug x",        "log text",
+                              "ping Echo"};
+
+class HublinkctlTest : public HubTest {
+ protected:
+  // A hub of an installation of its own, which also has a zone.
+  void SetUp() override {
+    executable = directory / "hublink";
+    std::filesystem::copy_file(HubProcess::builtExecutable(), executable);
+    std::filesystem::create_directories(directory / "defaults/services");
+    directory.write("defaults/services/test.kvs",
+                    "Services { ExecName = \"" LAUNCHED_PLUGIN
+                    "\" Arguments { { Arg = provide } "
+                    "{ Arg = OnDemand } } ServicesProvided { { ServiceName = \"OnDemand\" } } }");
+    isShared = true;
+  }
+  void TearDown() override {
+    for (const platform::ProcessId process : started) {
+      platform::killProcess(process);
+      while (platform::processExists(process)) platform::sleepMilliseconds(1);
+    }
+    HubTest::TearDown();
+  }
+
+  void startHubWithProvider() {
+    startHub({"-log", directory / "log"});
+    std::string error;
+    ASSERT_TRUE(provider.connect(port, error, "127.0.0.1", kPatience)) << error;
+    provider.registerService("Echo", [](const auto& link) {
+      link->onPacket(
+          [echo = link.get()](const auto* bytes, auto size) { echo->send(bytes, size); });
+    });
+    provider.registerService("Garbler", [](const auto& link) {
+      link->onPacket([echo = link.get()](const auto*, auto) { echo->send("?", 1); });
+    });
+    provider.registerService("Closer", [](const auto& link) {
+      link->onPacket([echo = link.get()](const auto*, auto) { echo->close(); });
+    });
+    provider.registerService("Mute", {});
+    provider.registerService("Refuser", {}, [](const auto&) { return false; });
+    provider.onValueRequest([](const std::string& name) {
+      return name == "colour" ? std::optional<std::string>("red \xFF") : std::nullopt;
+    });
+  }
+
+  std::unique_ptr<HubProcess> begin(const std::string& line) const {
+    std::istringstream words(line);
+    std::vector<std::string> arguments{"--hub", executable};
+    for (std::string word; words >> word;) arguments.push_back(word);
+    return std::make_unique<HubProcess>(arguments, directory, 0, HUBLINKCTL);
+  }
+  // Serves the provider meanwhile.
+  ExitCode endOf(HubProcess& process) {
+    int status = -1;
+    EXPECT_TRUE(await([&] {
+      if (provider.isConnected()) provider.serve(1);
+      return (status = process.waitForEnd(1)) != -1;
+    }));
+    return static_cast<ExitCode>(status);
+  }
+  struct Outcome {
+    ExitCode code;
+    std::string printed;
+  };
+  Outcome run(const std::string& line) {
+    const auto process = begin(line);
+    const ExitCode code = endOf(*process);
+    return {code, process->printed()};
+  }
+  json facts(const std::string& line) {
+    const Outcome outcome = run(line + " --json");
+    EXPECT_EQ(outcome.code, ExitCode::fine) << line << ": " << outcome.printed;
+    return json::parse(outcome.printed, nullptr, false);
+  }
+  struct Case {
+    std::string line;
+    ExitCode code;
+    std::string printed;
+  };
+  void check(const std::vector<Case>& cases) {
+    for (const Case& each : cases) {
+      const Outcome outcome = run(each.line);
+      EXPECT_EQ(outcome.code, each.code) << each.line << ": " << outcome.printed;
+      EXPECT_THAT(outcome.printed, HasSubstr(each.printed)) << each.line;
+    }
+  }
+  // All that need a hub say the same.
+  void checkAll(ExitCode code, const std::string& text, const std::string& options = "") {
+    for (const char* const line : kOnHub) {
+      const Outcome outcome = run(options + line);
+      EXPECT_EQ(outcome.code, code) << line;
+      EXPECT_EQ(outcome.printed, "hublinkctl: " + text + "\n") << line;
+    }
+  }
+
+  HublinkPlugin provider;
+  std::vector<platform::ProcessId> started;  // by start
+};
+
+TEST_F(HublinkctlTest, TellsWhatAHubKnows) {
+  startHubWithProvider();
+  const std::string id = std::to_string(provider.pluginID());
+  check({{"find", ExitCode::fine, "found: yes\nhost: "},
+         {"status", ExitCode::fine, "\nplugins: 2\npersistent plugins: 2\nanswer milliseconds: "},
+         {"provider Echo", ExitCode::fine, id + "\n"},
+         {"provider Nobody", ExitCode::no, "hublinkctl: nobody provides Nobody\n"},
+         {"provider Echo --directory /nowhere", ExitCode::no, "nobody provides Echo"},
+         {"wait Echo", ExitCode::fine, id + "\n"},
+         {"wait Nobody --timeout 0.3", ExitCode::no, "nobody provides Nobody"},
+         {"value " + id + " colour", ExitCode::fine, "red \xFF\n"},
+         {"value " + id + " size", ExitCode::no, "plugin " + id + " has no value size\n"},
+         {"value 999 colour", ExitCode::no, "plugin 999 has no value colour\n"},
+         {"ping Echo --count 5 --size 70000", ExitCode::fine, "packets: 5\nbytes: 70000\nmin "},
+         {"ping Echo --size 0", ExitCode::fine, "packets: 10\nbytes: 0\n"},
+         {"ping Garbler", ExitCode::no, "a packet came back changed\n"},
+         {"ping Closer", ExitCode::no, "the provider has ended the link\n"},
+         {"ping Refuser", ExitCode::no, "Refuser: refused\n"},
+         {"ping Nobody", ExitCode::no, "Nobody: not found\n"},
+         {"ping Mute --timeout 0.2", ExitCode::noAnswer, "no answer within 0.2 s\n"}});
+  const json found = facts("find");
+  EXPECT_EQ(found["found"], true);
+  EXPECT_EQ(found["port"], port);
+  const json status = facts("--port " + std::to_string(port) + " status");
+  EXPECT_EQ(status["port"], port);
+  EXPECT_EQ(status["plugins"], 2);
+  EXPECT_EQ(status["process"], nullptr);
+  EXPECT_EQ(facts("status")["process"], found["process"]);
+  EXPECT_EQ(facts("provider Echo"), json({{"plugin", provider.pluginID()}}));
+  EXPECT_EQ(facts("value " + id + " colour"), json({{"value", "red \uFFFD"}}));
+  const json times = facts("ping Echo --count 20");
+  EXPECT_EQ(times["packets"], 20);
+  EXPECT_GT(times["min_microseconds"], 0);
+  EXPECT_LE(times["min_microseconds"], times["median_microseconds"]);
+  EXPECT_LE(times["median_microseconds"], times["p99_microseconds"]);
+  EXPECT_LE(times["p99_microseconds"], times["max_microseconds"]);
+  awaitCounts("2/2");
+}
+
+TEST_F(HublinkctlTest, HasTheHubDoThings) {
+  startHubWithProvider();
+  const std::string seen = directory / "seen";
+  const std::string launch = "launch " LAUNCHED_PLUGIN " ";
+  check({{"provider OnDemand", ExitCode::no, "nobody provides OnDemand"},
+         {"provider OnDemand --start", ExitCode::fine, "\n"},
+         {"setenv HUB_TEST_VALUE status", ExitCode::fine, ""},
+         {"debug " LAUNCHED_PLUGIN " --debugger gdb --options -q", ExitCode::fine, ""},
+         {launch + "record " + seen + " provide Late --json -x", ExitCode::fine, "\n"},
+         {"wait Late", ExitCode::fine, "\n"},
+         {launch + "exit", ExitCode::no, "hublinkctl: Failed to launch plugin\n"},
+         {"launch " + (directory / "none"), ExitCode::no, "Failed to launch plugin\n"},
+         {"connect 127.0.0.1 " + std::to_string(freePort()), ExitCode::no, "unable to connect"},
+         {"log status", ExitCode::fine, ""},
+         {"log -- --two", ExitCode::fine, ""}});
+  EXPECT_THAT(contents(seen), HasSubstr("provide\nLate\n--json\n-x\n-hl_debug_startup\n"
+                                        "-hl_debug_debugger\ngdb\n-hl_debug_debugger_opts\n-q\n"));
+  EXPECT_THAT(contents(seen), HasSubstr("\nstatus\n"));
+  EXPECT_EQ(contents(directory / "log"), "status\n--two\n");
+  check({{"setenv HUB_TEST_VALUE", ExitCode::fine, ""},
+         {"debug " LAUNCHED_PLUGIN " --off", ExitCode::fine, ""},
+         {launch + "record " + seen + " idle", ExitCode::fine, "\n"}});
+  EXPECT_THAT(contents(seen), MatchesRegex("[^\n]*\nrecord\n[^\n]*\nidle\n[^\n]*\n\n"));
+
+  std::unique_ptr<HubProcess> command;
+  const auto link = awaitClient([&](std::uint16_t listening) {
+    command = begin("connect --json 127.0.0.1 " + std::to_string(listening));
+  });
+  const auto listener = makeCounted<TestPlugin>(link.get());
+  EXPECT_EQ(endOf(*command), ExitCode::fine);
+  EXPECT_TRUE(listener->nextIs("StartLogging") || listener->nextIs("PluginId"));
+  EXPECT_GT(json::parse(command->printed())["plugin"], provider.pluginID());
+}
+
+TEST_F(HublinkctlTest, WaitsForAProvider) {
+  startHubWithProvider();
+  const auto command = begin("wait Late --timeout 60");
+  awaitCounts("2/3");
+  provider.registerService("Late", {});
+  EXPECT_EQ(endOf(*command), ExitCode::fine);
+  EXPECT_EQ(command->printed(), std::to_string(provider.pluginID()) + "\n");
+}
+
+TEST_F(HublinkctlTest, NoHubADeadOneAndOneThatIsStarted) {
+  checkAll(ExitCode::noHub, "there is no hub");
+  checkAll(ExitCode::noHub, "there is no hub", "--port " + std::to_string(freePort()) + " ");
+  check({{"find", ExitCode::noHub, "there is no hub: no record "},
+         {"find --json", ExitCode::noHub, "\"found\": false"},
+         {"start --hub " + (directory / "none"), ExitCode::noHub, "there is no program "}});
+  startHub();
+  hub.reset();
+  checkAll(ExitCode::noHub, "there is no hub");
+  check({{"find", ExitCode::noHub, " has gone and left the record "}});
+
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(directory.path());
+  const auto stays = begin("start --stay --json --log texts --internal-log trace");
+  std::filesystem::current_path(before);
+  json told;
+  EXPECT_TRUE(await([&] {
+    told = json::parse(stays->printed(), nullptr, false);
+    return told.is_object() || stays->waitForEnd(0) != -1;
+  }));
+  ASSERT_TRUE(told.is_object()) << stays->printed();
+  started.push_back(told["process"]);
+  EXPECT_EQ(told["started"], true);
+  const json again = facts("start");
+  EXPECT_EQ(again["started"], false);
+  EXPECT_EQ(again["port"], told["port"]);
+  EXPECT_EQ(again["process"], told["process"]);
+  check({{"start --log other", ExitCode::fine, "the hub was there already"},
+         {"status", ExitCode::fine, "\nplugins: 1\npersistent plugins: 1\n"},
+         {"log text", ExitCode::fine, ""}});
+  EXPECT_EQ(contents(directory / "texts"), "text\n");
+  EXPECT_THAT(contents(directory / "trace"), HasSubstr("RECV: LogMessageEvent"));
+  stays->terminate();
+  EXPECT_EQ(endOf(*stays), ExitCode::fine);
+  // Nobody keeps it up.
+  EXPECT_TRUE(await([&] { return !platform::processExists(told["process"]); }));
+  const json alone = facts("--zone " + directory.path().substr(1 + directory.path().rfind('/')) +
+                           " start --no-loopback-only");
+  started.push_back(alone["process"]);
+  EXPECT_EQ(alone["started"], true);
+}
+
+TEST_F(HublinkctlTest, AHubThatIsStoppedOrGoesMeanwhile) {
+  startHub();
+  check({{"log text", ExitCode::no, "the hub keeps no plugins' log"}});
+  const platform::ProcessId process = facts("find")["process"];
+  const auto waits = begin("wait Nobody --timeout 60");
+  const auto late = begin("wait Nobody --timeout 1.5");
+  awaitCounts("1/3");
+  ASSERT_EQ(kill(process, SIGSTOP), 0);
+  EXPECT_EQ(endOf(*late), ExitCode::noAnswer);
+  EXPECT_EQ(late->printed(), "hublinkctl: no answer within 1.5 s\n");
+  const std::uint64_t start = platform::monotonicMilliseconds();
+  checkAll(ExitCode::noAnswer, "the hub on port " + std::to_string(port) + " doesn't answer",
+           "--timeout 0.2 ");
+  check({{"--timeout 0.2 start", ExitCode::noAnswer, "doesn't answer"},
+         {"find", ExitCode::fine, "found: yes"}});
+  EXPECT_LT(platform::monotonicMilliseconds() - start, 10000u) << "12 times 0.2 s and the starts";
+  hub.reset();
+  EXPECT_EQ(endOf(*waits), ExitCode::hubGone);
+  EXPECT_EQ(waits->printed(), "hublinkctl: the hub has gone\n");
+}
+
+TEST_F(HublinkctlTest, UsageAndHelp) {
+  for (const char* const line : {"", "nonsense", "provider", "find x", "--port 0 status",
+                                 "--port 1 find", "--timeout 0 status", "setenv A=B c",
+                                 "connect localhost 65536", "ping Echo --count 0", "value x y"}) {
+    const Outcome outcome = run(line);
+    EXPECT_EQ(outcome.code, ExitCode::usage) << line;
+    EXPECT_EQ(outcome.printed.rfind("hublinkctl: ", 0), 0u) << outcome.printed;
+  }
+  for (std::string line : {"find", "start"}) check({{line + " --help", ExitCode::fine, "--json"}});
+  for (const std::string line : kOnHub)
+    check({{line.substr(0, line.find(' ')) + " --help", ExitCode::fine, "Exit codes:\n  0  fine"}});
+}
+
+}  // namespace
