@@ -64,7 +64,10 @@ install(FILES ${CMAKE_BINARY_DIR}/hublink.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}
 
 install(FILES examples/echo_provider.cpp examples/requester.cpp
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT devel)
-install(DIRECTORY examples/external DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT devel)
+set(external examples/external)
+install(FILES ${external}/CMakeLists.txt ${external}/Makefile ${external}/converter.stp
+              ${external}/provider.cpp ${external}/requester.cpp
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/${external} COMPONENT devel)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT devel)
 
 # --- For the shell and man ---

@@ -11,8 +11,6 @@ function(hublink_compile_options target)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(${target} PRIVATE -Wno-restrict)
   endif()
-  # Reports name the place in the source, not on the machine where it was built.
-  target_compile_options(${target} PRIVATE -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
   if(HUBLINK_SANITIZE)
     target_compile_options(${target} PUBLIC -fsanitize=address,undefined -fno-sanitize-recover=all
                                             -fno-omit-frame-pointer)
@@ -39,6 +37,8 @@ function(hublink_room name)
   endforeach()
   target_link_libraries(${name} PUBLIC ${room_LINKS})
   target_compile_options(${name} PRIVATE -fno-exceptions)
+  # Reports name the place in the source, not on the machine where it was built.
+  target_compile_options(${name} PRIVATE -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
   hublink_compile_options(${name})
 endfunction()
 

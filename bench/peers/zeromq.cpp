@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <zmq.h>
 #include "bench/peers/peer.h"
-#include "zmq.h"
 
 namespace {
 

@@ -31,10 +31,11 @@ class HublinkctlTest : public HubTest {
     executable = directory / "hublink";
     std::filesystem::copy_file(HubProcess::builtExecutable(), executable);
     std::filesystem::create_directories(directory / "defaults/services");
-    directory.write("defaults/services/test.kvs",
-                    "Services { ExecName = \"" LAUNCHED_PLUGIN
-                    "\" Arguments { { Arg = provide } "
-                    "{ Arg = OnDemand } } ServicesProvided { { ServiceName = \"OnDemand\" } } }");
+    directory.write(
+        "defaults/services/test.kvs",
+        "Services { ExecName = \"" LAUNCHED_PLUGIN
+        "\" Arguments { { Arg = \"provide\" } "
+        "{ Arg = \"OnDemand\" } } ServicesProvided { { ServiceName = \"OnDemand\" } } }");
     isShared = true;
   }
   void TearDown() override {
@@ -67,8 +68,9 @@ class HublinkctlTest : public HubTest {
   }
 
   std::unique_ptr<HubProcess> begin(const std::string& line) const {
-    std::istringstream words(line);
-    std::vector<std::string> arguments{"--hub", executable};
+    std::istringstream words(line.find("--hub") == line.npos ? "--hub " + executable + " " + line
+                                                             : line);
+    std::vector<std::string> arguments;
     for (std::string word; words >> word;) arguments.push_back(word);
     return std::make_unique<HubProcess>(arguments, directory, 0, HUBLINKCTL);
   }

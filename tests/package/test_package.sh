@@ -52,20 +52,20 @@ test_help() { # COMMAND [SUBCOMMAND]
 
 test_commands() {
   local command subcommand subcommands page
-  hublink 2>&1 | grep -q Usage: || fail "hublink doesn't run"
-  hublink-services | grep -q '"Echo"' || fail "the example provider isn't described"
+  grep -q Usage: <(hublink 2>&1) || fail "hublink doesn't run"
+  grep -q '"Echo"' <(hublink-services) || fail "the example provider isn't described"
   for page in hublink-kvs hublink hublinkctl hublink-services stpc; do
     man -w "$page" >/dev/null
     mandoc -T lint -W warning "$(man -w "$page")"
   done
-  offers hublink -hl_ | grep -qx -e -hl_log_internal || fail "bash doesn't complete hublink"
+  grep -qxe -hl_log_internal <(offers hublink -hl_) || fail "bash doesn't complete hublink"
   for command in hublink-services stpc hublinkctl; do test_help "$command"; done
   subcommands=$(hublinkctl --help | sed -nE '/^Subcommands:/,$ s/^  ([a-z]+) .*/\1/p')
   [ "$subcommands" ] || fail "hublinkctl has no subcommands"
   diff <(sort <<<"$subcommands") <(offers hublinkctl '' | sort) || fail "bash's subcommands differ"
   for subcommand in $subcommands; do
     test_help hublinkctl "$subcommand"
-    man hublinkctl | col -b | grep -qE "^ +$subcommand\b" || fail "no $subcommand in hublinkctl(1)"
+    grep -qE "^ +$subcommand\b" <(man hublinkctl | col -b) || fail "no $subcommand in hublinkctl(1)"
   done
   zsh -fc 'autoload -Uz compinit; compinit -u -D
     for command in hublink hublinkctl hublink-services stpc; do
@@ -113,7 +113,7 @@ test_examples() {
   test_plugins "$scratch/cmake/build"
   test_plugins "$scratch/make"
   hublinkctl launch "$scratch/make/converter_provider" >/dev/null
-  "$scratch/cmake/build/converter_requester" 100 | grep -q '^100 C are 212 F$' ||
+  grep -qx '100 C are 212 F' <("$scratch/cmake/build/converter_requester" 100) ||
     fail "a provider that the hub has started doesn't serve"
   # Nobody provides Echo: the hub starts the installed provider.
   "$scratch/echo_requester" -hl_connect_hublink_port \
@@ -134,7 +134,7 @@ test_removal() { # FILE-WITH-WHAT-WAS-THERE
   diff "$1" <(left_by_name) || fail "something is left behind"
 }
 
-if dpkg-query -W -f '${Status}\n' "${names[@]}" 2>/dev/null | grep -q ' installed$'; then
+if grep -q ' installed$' <(dpkg-query -W -f '${Status}\n' "${names[@]}" 2>/dev/null); then
   rm -r "$scratch"
   fail "${names[*]}: installed on this machine already; remove them before the test"
 fi

@@ -140,8 +140,8 @@ TEST(TraceChartTest, WhatBelongsTogether) {
   };
   const auto line = [](const std::string& text) { return kStamp + text + "\n"; };
   const std::string chart = chartOf(
-      ask("1", "A") + line("Launching plugin bin/a.") + ask("1", "B") + ask("1", "A") + ask("2", "A") +
-      line("a(3):\t SEND: PluginId: plugin_id:0x3") +
+      ask("1", "A") + line("Launching plugin bin/a.") + ask("1", "B") + ask("1", "A") +
+      ask("2", "A") + line("a(3):\t SEND: PluginId: plugin_id:0x3") +
       line("a(3):\t RECV: RegisterServiceList: name_list:{count:0x0 data:}") +
       line("a(3):\t RECV: RegisterServiceList: name_list:{count:0x1 data:\"A\", }") +
       line("a(3):\t SEND: RNBlockReservedEvent: rn_list:{count:0x1 data:0xa, }") +
@@ -161,14 +161,15 @@ TEST(TraceChartTest, WhatBelongsTogether) {
   EXPECT_THAT(chart, HasSubstr("#3 a(3): ConnectionRequestedEvent requesting_plugin_id=1, "
                                "serviceRN=10, remoteRN=12"));
   EXPECT_THAT(chart, HasSubstr("#1 #3 Connection to plugin ID 3 down."));
-  EXPECT_THAT(chart, EndsWith("#1 plugin 1: RequestServiceConnection A: the provider has gone after "
-                              "0 ms\n"
-                              "#2 plugin 1: RequestServiceConnection B: no answer\n"
-                              "#3 plugin 1: RequestServiceConnection A: accepted by plugin 3 after "
-                              "0 ms, ended as plugin 3 went\n"
-                              "#4 plugin 2: RequestServiceConnection A: plugin 2, which asked, went "
-                              "first after 0 ms\n"
-                              "#5 plugin 3: RegisterServiceList A: answered after 0 ms\n"));
+  EXPECT_THAT(chart,
+              EndsWith("#1 plugin 1: RequestServiceConnection A: the provider has gone after "
+                       "0 ms\n"
+                       "#2 plugin 1: RequestServiceConnection B: no answer\n"
+                       "#3 plugin 1: RequestServiceConnection A: accepted by plugin 3 after "
+                       "0 ms, ended as plugin 3 went\n"
+                       "#4 plugin 2: RequestServiceConnection A: plugin 2, which asked, went "
+                       "first after 0 ms\n"
+                       "#5 plugin 3: RegisterServiceList A: answered after 0 ms\n"));
 }
 
 TEST(TracePageTest, TextsCantBreakOutOfTheData) {
@@ -179,7 +180,8 @@ TEST(TracePageTest, TextsCantBreakOutOfTheData) {
   const std::string text = page.text("<b>");
   const std::string opening = "id=\"data\">";
   const std::size_t begin = text.find(opening) + opening.size();
-  const auto data = nlohmann::json::parse(text.substr(begin, text.find("</script>", begin) - begin));
+  const auto data =
+      nlohmann::json::parse(text.substr(begin, text.find("</script>", begin) - begin));
   EXPECT_EQ(data["events"][0][6], "</script><!--\xef\xbf\xbd{{data}}");
   EXPECT_EQ(data["title"], "<b>");
 }

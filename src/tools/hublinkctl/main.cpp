@@ -3,9 +3,7 @@
 #include "indgen/program.h"
 #include "platform/process.h"
 #include "tools/hublinkctl/commands.h"
-#ifdef HUBLINKCTL_TRACE
 #include "tools/hublinkctl/trace/trace_command.h"
-#endif
 
 namespace hublinkctl {
 
@@ -71,9 +69,7 @@ int run(int argc, char** argv) {
   addServiceCommands(app, options, exitCode);
   addPingCommand(app, options, exitCode);
   addPluginCommands(app, options, exitCode);
-#ifdef HUBLINKCTL_TRACE
   addTraceCommand(app, exitCode);
-#endif
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,7 +1,7 @@
 // The packet format: what crosses a connection, to the byte, and the test that a receiver applies.
 //
 // A stream is an unbroken sequence of packets. A packet is a header of little-endian 32-bit words,
-// a payload, and fill up to the next multiple of 4. Every constant of the format stands here and
+// a payload, and fill up to the next multiple of 4. Every number of the format stands here and
 // nowhere else.
 #pragma once
 

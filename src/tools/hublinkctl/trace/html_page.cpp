@@ -11,9 +11,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char* kKinds[] = {"received", "sent",     "reply",   "sendFailed",
+constexpr const char* kKinds[] = {"received", "sent",     "reply",    "sendFailed",
                                   "launch",   "failed",   "accepted", "created",
-                                  "down",     "shutdown", "note",    "unreadable"};
+                                  "down",     "shutdown", "note",     "unreadable"};
 
 template <class Number>
 json orNull(const std::optional<Number>& number) {

@@ -251,7 +251,7 @@ function eventDetails(event) {
   for (const field of event.fields) table.append(make('tr', {}, make('td', { textContent: field[0] }), make('td', { textContent: valueOf(field) })));
   const cards = event.requests.map((id) => requests[id]).sort((a, b) => (b.index === chosen.request) - (a.index === chosen.request)).slice(0, 10).map(requestCard);
   const start = events.find((first) => first.time !== null)?.time ?? null;
-  const when = event.time === null ? '' : ` · ${clock(event.time)} · ${since(event.time, start)} after the first line`;
+  const when = event.time === null ? '' : ` · ${new Date(event.time).toISOString().replace(/[TZ]/g, ' ').trim()} · ${since(event.time, start)} after the first line`;
   return [back, make('h2', { textContent: event.isMessage ? event.message : event.type }),
     make('p', { className: 'who', textContent: routeOf(event) + when }),
     table, ...(event.text ? [make('pre', { textContent: event.text })] : []),

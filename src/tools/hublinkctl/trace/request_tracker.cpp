@@ -73,13 +73,18 @@ bool isAboutCurrent(const Event& event) {
 RequestIds RequestTracker::assign(const Event& event) {
   noticeNewcomer(event);
   switch (event.kind) {
-    case Kind::received: return assignReceived(event);
+    case Kind::received:
+      return assignReceived(event);
     case Kind::sent:
-    case Kind::reply: return assignSent(event);
-    case Kind::down: return assignDown(event);
+    case Kind::reply:
+      return assignSent(event);
+    case Kind::down:
+      return assignDown(event);
     case Kind::sendFailed:
-    case Kind::unreadable: return {};
-    default: return assignOwnLine(event);
+    case Kind::unreadable:
+      return {};
+    default:
+      return assignOwnLine(event);
   }
 }
 
@@ -91,9 +96,9 @@ void RequestTracker::involve(int plugin, std::size_t id) {
 void RequestTracker::noticeNewcomer(const Event& event) {
   if (!event.isMessage() || !seen_.insert(*event.pluginID).second || event.pluginName.empty())
     return;
-  const auto place =
-      std::find_if(launches_.begin(), launches_.end(),
-                   [&](const Launch& launch) { return launch.name == event.pluginName; });
+  const auto place = std::find_if(launches_.begin(), launches_.end(), [&](const Launch& launch) {
+    return launch.name == event.pluginName;
+  });
   if (place == launches_.end()) return;
   newcomers_[*event.pluginID] = place->request;
   involve(*event.pluginID, place->request);
@@ -201,8 +206,8 @@ RequestIds RequestTracker::assignReceived(const Event& event) {
       links_.erase(place);
     }
   } else if (event.message == "ValueOfNameOnPluginResponseEvent") {
-    const auto place = unanswered_.find({event.number("requesting_plugin_id"),
-                                         "ValueOfNameOnPluginEvent", event.value("name")});
+    const auto place = unanswered_.find(
+        {event.number("requesting_plugin_id"), "ValueOfNameOnPluginEvent", event.value("name")});
     if (place != unanswered_.end()) ids.insert(place->second.front());
   } else if (event.message == "StartPluginEvent") {
     const auto place = startCookies_.find(event.number("cookie"));
@@ -221,8 +226,8 @@ RequestIds RequestTracker::assignSent(const Event& event) {
     const int requester = event.number("requesting_plugin_id");
     const int serviceRN = event.number("serviceRN");
     const auto service = services_.find(std::to_string(serviceRN));
-    if (const auto id = takeUnasked(
-            requester, service == services_.end() ? std::string() : service->second)) {
+    if (const auto id =
+            takeUnasked(requester, service == services_.end() ? std::string() : service->second)) {
       ids.insert(*id);
       requests_[*id].provider = receiver;
       links_[event.number("remoteRN")] = *id;
@@ -247,8 +252,7 @@ RequestIds RequestTracker::assignSent(const Event& event) {
     addNewcomersRequest(event, ids);
   } else if (const Question* question = findQuestion(
                  [&](const Question& entry) { return event.message == entry.answer; })) {
-    if (const auto id =
-            takeAnswered({receiver, question->answer, shown(event, question->token)})) {
+    if (const auto id = takeAnswered({receiver, question->answer, shown(event, question->token)})) {
       ids.insert(*id);
       auto [outcome, failed] = outcomeOf(event);
       answer(*id, event, std::move(outcome), failed);

@@ -28,7 +28,7 @@ struct Request {
   std::string ending;  ///< how what came of it ended: a link, or a plugin that was launched
   State state = State::open;
   int requester = -1;
-  int provider = -1;                ///< the other plugin, if there is one
+  int provider = -1;                  ///< the other plugin, if there is one
   std::optional<std::int64_t> begin;  ///< milliseconds since 1970, UTC
   std::optional<std::int64_t> end;    ///< when it was answered
 };
@@ -79,7 +79,7 @@ class RequestTracker {
   std::map<int, RequestIds> involved_;               // by plugin, until it goes
   std::map<int, std::vector<std::string>> registering_;
   std::map<std::string, std::string> services_;  // by RN, in decimal
-  std::deque<Launch> launches_;          // whose plugin hasn't been seen
+  std::deque<Launch> launches_;                  // whose plugin hasn't been seen
   std::map<int, std::size_t> startCookies_;
   std::map<int, std::size_t> newcomers_;
   std::set<int> seen_;

@@ -1,8 +1,8 @@
 #include "tools/hublinkctl/trace/text_chart.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
-#include <ctime>
 
 namespace trace {
 namespace {
@@ -52,7 +52,8 @@ std::string fieldText(const Field& field) {
   std::string list;
   for (std::size_t i = 0; i < std::min(field.items.size(), kMostItems); ++i)
     list += (i > 0 ? ", " : "") + one(field.items[i]);
-  if (field.items.size() > kMostItems) list += ", and further to " + std::to_string(field.items.size());
+  if (field.items.size() > kMostItems)
+    list += ", and further to " + std::to_string(field.items.size());
   return field.name + "=[" + list + "]";
 }
 
@@ -123,8 +124,8 @@ std::size_t TextChart::laneOf(int plugin, const std::string& label) {
 
 std::string TextChart::textOf(const Event& event) const {
   if (!event.isMessage()) return printable(event.text);
-  std::string text = pluginLabel(*event.pluginID, printable(event.pluginName)) + ": " +
-                     printable(event.message);
+  std::string text =
+      pluginLabel(*event.pluginID, printable(event.pluginName)) + ": " + printable(event.message);
   if (event.kind == Kind::sendFailed) text += " (not sent: the connection had failed)";
   for (std::size_t i = 0; i < event.fields.size(); ++i)
     text += (i > 0 ? ", " : " ") + fieldText(event.fields[i]);
@@ -132,7 +133,21 @@ std::string TextChart::textOf(const Event& event) const {
   return text;
 }
 
+// The date stands above the first line of each day.
+void TextChart::noticeDay(const Event& event) {
+  if (!event.time) return;
+  const auto day = std::chrono::floor<std::chrono::days>(std::chrono::milliseconds(*event.time));
+  if (day.count() == day_) return;
+  day_ = day.count();
+  const std::chrono::year_month_day date{std::chrono::sys_days(day)};
+  char text[32];
+  std::snprintf(text, sizeof text, "%d-%02u-%02u", static_cast<int>(date.year()),
+                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
+  writeLine(text, bars(), "");
+}
+
 void TextChart::add(const Event& event) {
+  noticeDay(event);
   std::string text;
   for (const std::size_t id : tracker_.assign(event)) text += "#" + std::to_string(id + 1) + " ";
   text += textOf(event);
@@ -158,8 +173,7 @@ void TextChart::finish() {
     out_ << "#" << ++number << " plugin " << request.requester << ": " << request.asked;
     if (!request.title.empty()) out_ << " " << printable(request.title);
     out_ << ": " << printable(request.outcome);
-    if (request.begin && request.end)
-      out_ << " after " << *request.end - *request.begin << " ms";
+    if (request.begin && request.end) out_ << " after " << *request.end - *request.begin << " ms";
     if (!request.ending.empty()) out_ << ", " << request.ending;
     out_ << '\n';
   }

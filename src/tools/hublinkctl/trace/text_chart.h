@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -29,6 +30,7 @@ class TextChart {
   std::size_t lanes() const { return lanes_.size(); }
 
  private:
+  void noticeDay(const Event& event);
   std::size_t laneOf(int plugin, const std::string& label);
   std::size_t sharedLane() const;
   std::string bars() const;
@@ -37,6 +39,7 @@ class TextChart {
 
   std::ostream& out_;
   std::vector<std::vector<int>> lanes_;  // the plugins on each lane
+  std::int64_t day_ = INT64_MIN;         // of the last event with a time, since 1970
   RequestTracker tracker_;
 };
 

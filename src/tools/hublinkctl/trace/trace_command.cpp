@@ -114,8 +114,8 @@ void addTraceCommand(CLI::App& app, int& exitCode) {
   CLI::App* trace = app.add_subcommand(
       "trace", "Shows a hub's internal log (option -hl_log_internal) as a sequence chart");
   trace->add_option("FILE", arguments->file, "The log")->type_name("")->required();
-  CLI::Option* follow = trace->add_flag(
-      "--follow", arguments->follow, "Go on as the log grows, until the hub ends or SIGINT");
+  CLI::Option* follow = trace->add_flag("--follow", arguments->follow,
+                                        "Go on as the log grows, until the hub ends or SIGINT");
   trace->add_option("--html", arguments->html, "Write a page for a browser to this file instead")
       ->type_name("OUT")
       ->excludes(follow);

@@ -52,7 +52,8 @@ bool endsField(std::string_view rest) {
 template <class Ends>
 bool takeText(std::string_view& text, std::string& value, Ends ends) {
   if (!text.starts_with('"')) return false;
-  for (std::size_t quote = text.find('"', 1); quote != text.npos; quote = text.find('"', quote + 1)) {
+  for (std::size_t quote = text.find('"', 1); quote != text.npos;
+       quote = text.find('"', quote + 1)) {
     const std::string_view rest = text.substr(quote + 1);
     if (!ends(rest)) continue;
     value = text.substr(1, quote - 1);
