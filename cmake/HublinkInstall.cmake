@@ -12,12 +12,10 @@ set(HUBLINK_ZSH_COMPLETION_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
 # A hub finds its description files and its providers beside its executable, wherever it is called
 # from; plugins look for it here too, from `bin`.
 set(program_dir lib/hublink)
-set(commands hublink hublink-services)
-if(TARGET hublinkctl)
-  list(APPEND commands hublinkctl)
-endif()
+set(commands hublink hublink-services hublinkctl)
 install(TARGETS ${commands} echo_provider DESTINATION ${program_dir} COMPONENT runtime)
 install(FILES packaging/echo.kvs DESTINATION ${program_dir}/defaults/services COMPONENT runtime)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 file(RELATIVE_PATH from_bin /${CMAKE_INSTALL_BINDIR} /${program_dir})
 foreach(command IN LISTS commands)
   set(link ${CMAKE_BINARY_DIR}/installed_links/${command})
@@ -68,7 +66,6 @@ set(external examples/external)
 install(FILES ${external}/CMakeLists.txt ${external}/Makefile ${external}/converter.stp
               ${external}/provider.cpp ${external}/requester.cpp
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/${external} COMPONENT devel)
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT devel)
 
 # --- For the shell and man ---
 

@@ -136,7 +136,7 @@ TEST(TraceChartTest, MoreLanesThanFitAndNothingActsOnTheTerminal) {
 TEST(TraceChartTest, WhatBelongsTogether) {
   const auto ask = [](const std::string& plugin, const std::string& service) {
     return kStamp + "Plugin " + plugin + ":\t RECV: RequestServiceConnection: serviceName:\"" +
-           service + "\", client_cookie:0x1\n";
+           service + "\", client_cookie:" + (service == "B" ? "0x2" : "0x1") + "\n";
   };
   const auto line = [](const std::string& text) { return kStamp + text + "\n"; };
   const std::string chart = chartOf(
@@ -150,8 +150,8 @@ TEST(TraceChartTest, WhatBelongsTogether) {
       line("a(3):\t SEND: ConnectionRequestedEvent: requesting_plugin_id:0x1, serviceRN:0xa, "
            "remoteRN:0xc") +
       line("Connection to plugin ID 2 down.") +
-      line("a(3):\t RECV: ConnectionAcceptedEvent: serviceRN:0xa, remoteRN:0xc, accept:0x1") +
-      line("Plugin 1:\t SEND: ConnectionReplyEvent: localRN:0xc, wasFound:0x1, wasAccepted:0x1, "
+      line("a(3):\t RECV: ConnectionAcceptedEvent: serviceRN:0xa, remoteRN:0xb, accept:0x1") +
+      line("Plugin 1:\t SEND: ConnectionReplyEvent: localRN:0xb, wasFound:0x1, wasAccepted:0x1, "
            "plugin_id:0x3, client_cookie:0x1") +
       line("Connection to plugin ID 3 down.") +
       line("Plugin 1:\t SEND: ConnectionReplyEvent: localRN:0xffffffff, wasFound:0x0, "
@@ -161,15 +161,15 @@ TEST(TraceChartTest, WhatBelongsTogether) {
   EXPECT_THAT(chart, HasSubstr("#3 a(3): ConnectionRequestedEvent requesting_plugin_id=1, "
                                "serviceRN=10, remoteRN=12"));
   EXPECT_THAT(chart, HasSubstr("#1 #3 Connection to plugin ID 3 down."));
-  EXPECT_THAT(chart,
-              EndsWith("#1 plugin 1: RequestServiceConnection A: the provider has gone after "
-                       "0 ms\n"
-                       "#2 plugin 1: RequestServiceConnection B: no answer\n"
-                       "#3 plugin 1: RequestServiceConnection A: accepted by plugin 3 after "
-                       "0 ms, ended as plugin 3 went\n"
-                       "#4 plugin 2: RequestServiceConnection A: plugin 2, which asked, went "
-                       "first after 0 ms\n"
-                       "#5 plugin 3: RegisterServiceList A: answered after 0 ms\n"));
+  EXPECT_THAT(
+      chart,
+      EndsWith("#1 plugin 1: RequestServiceConnection A: accepted by plugin 3 after 0 ms, ended as "
+               "plugin 3 went\n"
+               "#2 plugin 1: RequestServiceConnection B: no answer\n"
+               "#3 plugin 1: RequestServiceConnection A: the provider has gone after 0 ms\n"
+               "#4 plugin 2: RequestServiceConnection A: plugin 2, which asked, went "
+               "first after 0 ms\n"
+               "#5 plugin 3: RegisterServiceList A: answered after 0 ms\n"));
 }
 
 TEST(TracePageTest, TextsCantBreakOutOfTheData) {

@@ -63,14 +63,34 @@ def commands(lines, first):
     return found
 
 
-def pattern(shown):
-    parts = []
-    for line in shown:
-        if line.strip() == "...":
-            parts.append(r"(?:.*\n)*?")
+def fits(line, shown):
+    """Whether a line is as it is shown."""
+    first, *others = shown.split("...")
+    if not others:
+        return line == first
+    if not line.startswith(first) or len(line) < len(first) + len(others[-1]):
+        return False
+    place = len(first)
+    for piece in others[:-1]:
+        place = line.find(piece, place)
+        if place < 0:
+            return False
+        place += len(piece)
+    return line.endswith(others[-1]) and place <= len(line) - len(others[-1])
+
+
+def matched(lines, start, shown):
+    """The places in `lines` behind which what is shown can end, if it begins at `start`."""
+    places = {start}
+    for wanted in shown:
+        if wanted.strip() == "...":
+            places = set(range(min(places), len(lines) + 1))
         else:
-            parts.append(".*".join(re.escape(piece) for piece in line.split("...")) + r"\n")
-    return "".join(parts)
+            places = {place + 1 for place in places
+                      if place < len(lines) and fits(lines[place], wanted)}
+        if not places:
+            break
+    return places
 
 
 def wait_until(condition):
@@ -99,7 +119,7 @@ class Page:
         self.records = records
         self.environment = dict(environment, TMP=str(records))
         self.terminal = open(self.terminal_path, "ab")
-        self.seen = 0
+        self.seen = 0  # lines of the terminal
         self.background = []
 
     def run(self):
@@ -138,18 +158,24 @@ class Page:
             text = output.read().decode(errors="replace")
         if code != 0:
             raise Failure(f"{where}\nhas failed with {code}:\n{text}")
-        if not re.fullmatch(pattern(shown), text if not text or text.endswith("\n") else text + "\n"):
+        lines = text.splitlines()
+        if len(lines) not in matched(lines, 0, shown):
             raise Failure(f"{where}\nprints\n{text}\nand the page shows\n" + "\n".join(shown))
 
     def await_output(self, where, shown):
+        if not shown:
+            return
         def find():
             text = self.terminal_path.read_text(errors="replace")
-            return re.compile("^" + pattern(shown), re.MULTILINE).search(text, self.seen)
-        match = wait_until(find)
-        if not match:
+            lines = text[:text.rfind("\n") + 1].splitlines()
+            ends = (matched(lines, start, shown) for start in range(self.seen, len(lines) + 1))
+            return next((min(end) for end in ends if end), None)
+        end = wait_until(find)
+        if not end:
+            lines = self.terminal_path.read_text(errors="replace").splitlines()
             raise Failure(f"{where}\nisn't followed by\n" + "\n".join(shown) + "\nbut by\n" +
-                          self.terminal_path.read_text(errors="replace")[self.seen:])
-        self.seen = match.end()
+                          "\n".join(lines[self.seen:]))
+        self.seen = end
 
     def check_background(self):
         for where, process in self.background:

@@ -319,7 +319,7 @@ RequestIds RequestTracker::assignDown(const Event& event) {
   current_.reset();
   seen_.insert(gone);
   const auto node = involved_.extract(gone);
-  const RequestIds ids = node.empty() ? RequestIds() : node.mapped();
+  RequestIds ids = node.empty() ? RequestIds() : node.mapped();
   for (const std::size_t id : ids) {
     Request& request = requests_[id];
     if (request.state != Request::State::open)

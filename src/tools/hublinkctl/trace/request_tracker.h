@@ -13,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -52,7 +53,9 @@ class RequestTracker {
     int plugin;
     std::string answer;
     std::string token;
-    auto operator<=>(const AnswerKey&) const = default;
+    bool operator<(const AnswerKey& other) const {
+      return std::tie(plugin, answer, token) < std::tie(other.plugin, other.answer, other.token);
+    }
   };
 
   RequestIds assignReceived(const Event& event);

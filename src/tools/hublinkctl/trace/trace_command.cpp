@@ -6,6 +6,8 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/process.h"
@@ -72,7 +74,7 @@ int followChart(const Arguments& arguments, std::ifstream& log) {
   platform::installStopSignals();
   auto chart = std::make_unique<trace::TextChart>(std::cout, 4);
   bool ended = false;
-  const auto show = [&](trace::Event event) {
+  const auto show = [&](const trace::Event& event) {
     chart->add(event);
     ended = ended || event.kind == trace::Event::Kind::shutdown;
   };
@@ -102,7 +104,9 @@ int followChart(const Arguments& arguments, std::ifstream& log) {
 
 int run(const Arguments& arguments) {
   std::ifstream log(arguments.file, std::ios::binary);
-  if (!log || fs::is_directory(arguments.file)) return fail("can't open " + arguments.file);
+  std::error_code ignored;
+  if (!log || fs::is_directory(arguments.file, ignored))
+    return fail("can't open " + arguments.file);
   if (!arguments.html.empty()) return writePage(arguments, log);
   return arguments.follow ? followChart(arguments, log) : writeChart(arguments, log);
 }
