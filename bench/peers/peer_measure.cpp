@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "platform/clock.h"
+#include "bench/statistics.h"
+#include "bench/stopwatch.h"
 
 namespace {
 
@@ -75,10 +76,6 @@ bool takeStream(PeerClient& client, const StreamOrder& order, std::int64_t windo
   return true;
 }
 
-double microseconds(std::uint64_t nanoseconds) {
-  return static_cast<double>(nanoseconds) / 1e3;
-}
-
 }  // namespace
 
 bool awaitReady(PeerClient& client) {
@@ -89,19 +86,18 @@ bool awaitReady(PeerClient& client) {
 bool measureRoundTrips(PeerClient& client, std::uint32_t count, RoundTripTimes& times) {
   Bytes payload = makePayload(Order::echo, 0, kSmallPayload);
   std::vector<Message> messages;
-  std::vector<std::uint64_t> samples;
+  std::vector<double> samples;
   samples.reserve(count);
   for (std::uint32_t sequence = 1; sequence <= count; ++sequence) {
     stpWriteWord(payload.data() + 16, sequence);
-    const std::uint64_t start = platform::monotonicNanoseconds();
+    const Stopwatch watch;
     if (!client.send(payload) || !client.receive(messages, false)) return false;
-    samples.push_back(platform::monotonicNanoseconds() - start);
+    samples.push_back(watch.microseconds());
     if (messages.size() != 1 || !std::ranges::equal(messages.front(), payload))
       return client.fail("another message has come back than was sent");
   }
-  std::ranges::sort(samples);
-  times.median = microseconds(samples[(samples.size() - 1) / 2]);
-  times.p99 = microseconds(samples[(samples.size() - 1) * 99 / 100]);
+  times.p99 = quantileOf(samples, 0.99);
+  times.median = medianOf(std::move(samples));
   return true;
 }
 
@@ -113,7 +109,7 @@ bool measureStream(PeerClient& client, const StreamOrder& order, std::int64_t wi
   client.prepare(payloads);
   if (!client.send(makeStreamOrder(kRoute, order)) || !awaitReady(client)) return false;
   STPHeader header;
-  const std::uint64_t start = platform::monotonicNanoseconds();
+  const Stopwatch watch;
   for (std::uint32_t sent = 0, confirmed = 0; confirmed < order.packets;) {
     const std::uint32_t next = std::min(batch, order.packets - sent);
     if (next > 0 && sent + next - confirmed <= most) {
@@ -124,7 +120,7 @@ bool measureStream(PeerClient& client, const StreamOrder& order, std::int64_t wi
       confirmed = header.sequence;
     }
   }
-  seconds = static_cast<double>(platform::monotonicNanoseconds() - start) / 1e9;
+  seconds = watch.seconds();
   return true;
 }
 

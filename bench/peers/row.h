@@ -9,6 +9,7 @@
 
 #include "bench/lane.h"
 #include "bench/peers/peer_lane.h"
+#include "bench/statistics.h"
 
 /// The quantities that are measured.
 enum class Quantity { roundTrip, roundTripP99, smallMessages, largeMessages };
@@ -20,7 +21,7 @@ struct Values {
   void add(double value) { runs.insert(std::ranges::upper_bound(runs, value), value); }
   double least() const { return runs.front(); }
   double most() const { return runs.back(); }
-  double median() const { return (runs[(runs.size() - 1) / 2] + runs[runs.size() / 2]) / 2; }
+  double median() const { return medianOf(runs); }
 };
 
 class Row {
