@@ -112,7 +112,8 @@ TEST_F(EntryTest, StoppedHubLeavesTheRecordOfItsSuccessor) {
   const std::string next = std::to_string(freePort());
   HubProcess successor({"-port", next, "-hl_zone", "zone"}, directory);
   ASSERT_TRUE(await([&] {
-    return contents(record).find("\nPid = ") != std::string::npos && contents(record) != own;
+    const std::string now = contents(record);  // once, since it is written meanwhile
+    return now.find("\nPid = ") != std::string::npos && now != own;
   }));
   hub->terminate();
   EXPECT_EQ(hub->waitForEnd(), 0);
