@@ -47,7 +47,7 @@ std::string HublinkInspector::firstFault() {
   std::set<std::int32_t> setAside;
   for (const auto& [cookie, start] : hub_.clientStarts) {
     if (!alive.contains(start.requester)) return about("a start by nobody, cookie", cookie);
-    setAside.insert(start.pluginID);
+    if (start.pluginID != 0) setAside.insert(start.pluginID);
   }
   std::set<Awaited> stillAwaited;
   for (const PendingRequest& request : hub_.pendingRequests) {

@@ -169,6 +169,7 @@ class Hublink : public ForwardingHandler {
                        const char* workingDir);
   void sendFailureReply(HublinkConnection* requester, const char* serviceName,
                         std::int32_t clientCookie);
+  void failRequestsFor(std::int32_t pluginID);
   void purgeConnection(HublinkConnection* connection);
   void purgeRequests(HublinkConnection* connection);
   void purgeAccepts(HublinkConnection* connection);

@@ -131,12 +131,20 @@ void Hublink::purgeConnection(HublinkConnection* connection) {
 }
 
 void Hublink::purgeRequests(HublinkConnection* connection) {
+  pendingRequests.remove_if(
+      [connection](const PendingRequest& request) { return request.requester == connection; });
+  failRequestsFor(connection->getPluginID());
+}
+
+// Whoever waits for this plugin and no other waits in vain.
+void Hublink::failRequestsFor(std::int32_t pluginID) {
   for (auto place = pendingRequests.begin(); place != pendingRequests.end();) {
-    const bool own = place->requester == connection;
-    const bool lost = place->pluginID == connection->getPluginID();
-    if (!own && lost)
-      sendFailureReply(place->requester, place->serviceName.c_str(), place->clientCookie);
-    place = own || lost ? pendingRequests.erase(place) : std::next(place);
+    if (place->pluginID != pluginID) {
+      ++place;
+      continue;
+    }
+    sendFailureReply(place->requester, place->serviceName.c_str(), place->clientCookie);
+    place = pendingRequests.erase(place);
   }
 }
 
@@ -155,7 +163,8 @@ void Hublink::purgeAccepts(HublinkConnection* connection) {
 }
 
 // A requester that waits for this plugin to negotiate is told that it won't, and one that has gone
-// itself is forgotten.
+// itself is forgotten. With a start that a client had in hand goes the ID that was set aside for
+// it, which others may have named.
 void Hublink::purgeStarts(HublinkConnection* connection) {
   for (auto place = launchWaiters.begin(); place != launchWaiters.end();) {
     const bool own = place->second.requester == connection;
@@ -165,6 +174,13 @@ void Hublink::purgeStarts(HublinkConnection* connection) {
                                                     place->second.failure.c_str());
     place = own || lost ? launchWaiters.erase(place) : std::next(place);
   }
-  std::erase_if(clientStarts,
-                [connection](const auto& entry) { return entry.second.requester == connection; });
+  for (auto place = clientStarts.begin(); place != clientStarts.end();) {
+    const ClientStart start = place->second;
+    if (start.requester != connection) {
+      ++place;
+      continue;
+    }
+    place = clientStarts.erase(place);
+    if (start.pluginID != 0) failRequestsFor(start.pluginID);
+  }
 }

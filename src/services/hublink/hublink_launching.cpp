@@ -3,6 +3,7 @@
 //
 // A child is started with the number of a private port and connects there; until then the handler
 // that launches it doesn't return, while packets between other plugins are relayed all the same.
+#include <algorithm>
 #include <cstring>
 
 #include "indgen/find.h"
@@ -128,9 +129,12 @@ void Hublink::startPluginEvent(HublinkConnection* sender, std::int32_t cookie, b
   } else {
     start.requester->ConnectionReplyEvent("", -1, false, false, false, 0, -1, nullptr,
                                           start.cookie);
-    std::erase_if(pendingRequests, [&start](const PendingRequest& request) {
-      return request.pluginID == start.pluginID;
-    });
+    // The oldest is the start's own.
+    const auto own = std::find_if(
+        pendingRequests.begin(), pendingRequests.end(),
+        [&start](const PendingRequest& request) { return request.pluginID == start.pluginID; });
+    if (own != pendingRequests.end()) pendingRequests.erase(own);
+    failRequestsFor(start.pluginID);
   }
 }
 
