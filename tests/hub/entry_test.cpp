@@ -19,7 +19,7 @@ TEST_F(EntryTest, RefusesToStart) {
   const std::string nobody = std::to_string(freePort());
   const std::string usage =
       "Usage: hublink [-port <port>|-connect_hublink <port>] [-log <log file>] [-hl_log_internal "
-      "<log file> [-not_shared]\n";
+      "<log file> [-not_shared]\n       [-hl_zone <zone>] [-loopback_only]\n";
   const std::string noPort =
       "Error: Must specify a port that the hublink listens on or connects to.\n";
   const std::string inUse =
@@ -41,6 +41,9 @@ TEST_F(EntryTest, RefusesToStart) {
       {{"-PORT", gen_asprintf("0x%X", taken).get(), "-unknown"}, inUse},
       {{"-port", gen_asprintf("0%o", taken).get()}, inUse},
       {{"-port", " +" + takenPort + "x"}, inUse},
+      {{"-port", takenPort, "-log", "/no/log"},
+       "Warning: Unable to open log file /no/log: No such file or directory.\n" + inUse},
+      {{"--help", "-port", "0"}, noPort},
       {{"-connect_hublink", nobody}, noPeer},
       {{"-port", takenPort, "-connect_hublink", nobody, "-not_shared"}, noPeer},
       {{"-connect_hublink", takenPort, "-port", nobody}, noPeer},
@@ -51,6 +54,15 @@ TEST_F(EntryTest, RefusesToStart) {
     EXPECT_EQ(refused.printed(), printed);
   }
   closeListenSocket(listener, nullptr);
+}
+
+TEST_F(EntryTest, TellsItsOptionsAndItsVersion) {
+  for (const auto& [option, told] :
+       {std::pair("--help", "Usage: hublink "), {"--version", "hublink 0"}}) {
+    HubProcess asked({option}, directory);
+    EXPECT_EQ(asked.waitForEnd(), 0);
+    EXPECT_THAT(asked.printed(), StartsWith(told));
+  }
 }
 
 TEST_F(EntryTest, ListeningHubWithoutRecordStopsAfterOnePass) {

@@ -31,6 +31,14 @@ class LogTest : public HubTest {
   const std::string plain = directory / "plain";
 };
 
+TEST_F(LogTest, TellsOnceThatALogIsFull) {
+  startHub({"-hl_log_internal", "/dev/full"});
+  const std::string full = "Warning: Unable to write a log: No space left on device.\n";
+  EXPECT_EQ(hub->printed(), full);
+  settle();
+  expectedPrint = full;
+}
+
 TEST_F(LogTest, InternalLogHoldsEveryMessageAndTheHubsOwnLines) {
   startHub({"-hl_log_internal", internal, "-log", plain});
   Plugin second = connectPlugin();
@@ -85,6 +93,8 @@ TEST_F(LogTest, BothLogsInOneFile) {
 }
 
 TEST_F(LogTest, HubWithoutLogNeitherAsksForMessagesNorKeepsThem) {
+  expectedPrint = "Warning: Unable to open log file " + directory / "missing/plain" +
+                  ": No such file or directory.\n";
   startHub({"-log", directory / "missing/plain", "-hl_log_internal", internal});
   const Plugin second = connectPlugin();
   EXPECT_EQ(second->next(), "PluginId 2");

@@ -123,6 +123,7 @@ TEST(CheckerTest, TroubleAndExitCodes) {
   std::filesystem::create_directory(scratch / "empty");
   std::filesystem::create_directory(scratch / "dir");
   std::filesystem::create_symlink("nowhere", scratch / "dir/dangling.kvs");
+  ASSERT_EQ(std::system(("mkfifo " + scratch / "pipe").c_str()), 0);
   const struct {
     const char* argument;
     int status;
@@ -132,6 +133,8 @@ TEST(CheckerTest, TroubleAndExitCodes) {
       {"none.kvs", 1, "none.kvs: warning: has no block \"Services\""},
       {"dir", 1, "dir/dangling.kvs: error: can't be opened\n"},
       {"absent", 1, "absent: error: there is no such file or directory\n"},
+      {"pipe", 1, "pipe: error: can't be opened\n"},
+      {"x", 1, "x:1: error: could not open \"", "%include \"pipe\"\n"},
       {"--nonsense", 2, ""},
       {"x", 0, "x:1: info: ready\n", "%info ready\nServices { ExecName = \"t\" }\n"},
       {"x", 1, "x:2: error: parse error:\n  nothing is taken from this file\n",

@@ -155,6 +155,8 @@ TEST_F(ServiceDatabaseTest, Directory) {
   for (const char* name : {"a.kvs", "b.KVS", "c.kvs.bak", "kvs", "d.txt"})
     scratch.write(name, std::string("Services { ExecName = \"") + name + "\" }");
   scratch.write("bad.kvs", "Services {\n x = }");
+  // One who opened it would wait for ever for somebody to write.
+  ASSERT_EQ(std::system(("mkfifo " + scratch / "pipe.kvs").c_str()), 0);
   std::filesystem::create_directory(scratch / "sub.kvs");
   scratch.write("sub.kvs/e.kvs", "Services { ExecName = \"e\" }");
   ServiceDatabase::read_directory(database, scratch.path().c_str());

@@ -5,7 +5,25 @@
 
 const char* const kUsage =
     "Usage: %s [-port <port>|-connect_hublink <port>] [-log <log file>] "
-    "[-hl_log_internal <log file> [-not_shared]\n";
+    "[-hl_log_internal <log file> [-not_shared]\n"
+    "       [-hl_zone <zone>] [-loopback_only]\n";
+
+const char* const kOptionHelp =
+    "The hub of a suite of development tools: brokers named services between plugins.\n"
+    "\n"
+    "  -port <port>                  listen on this port\n"
+    "  -connect_hublink <port>       connect to a tool on this port of this machine, take it as "
+    "the\n"
+    "                                first plugin, then listen on a free port\n"
+    "  -loopback_only                listen on 127.0.0.1 alone\n"
+    "  -hl_zone <zone>               the name by which tools find the hub\n"
+    "  -not_shared                   let nobody find it, and stop as soon as no plugin keeps it "
+    "up\n"
+    "  -log <log file>               the plugins' log\n"
+    "  -hl_log_internal <log file>   the hub's own log, with a trace of every message\n"
+    "  --help, --version             alone on the line: tell this, or the version, and end\n"
+    "\n"
+    "Without -loopback_only whoever reaches the port can have programs started as this user.\n";
 
 namespace {
 

@@ -14,8 +14,10 @@ struct CommandLine {
   const char* missingValue = nullptr;  ///< the option that stood last without its value
 };
 
-/// The program's whole help, a format that takes the program's name.
+/// What a call without arguments tells, a format that takes the program's name.
 extern const char* const kUsage;
+/// What `--help` tells besides: each option on a line.
+extern const char* const kOptionHelp;
 
 /// Reads the options. Whatever it doesn't know is skipped in silence; an option with a value takes
 /// the next argument, whatever that looks like. The texts are those of `argv`.

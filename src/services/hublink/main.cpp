@@ -1,6 +1,9 @@
 // The hub's entry: set-up and the end in order around the main loop.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "indgen/access.h"
 #include "indgen/config_dirs.h"
@@ -24,8 +27,12 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 // A log can be followed while the hub runs: each line goes out when it is complete.
 File openLog(const char* name) {
-  File file(name ? V_fopen(name, "w") : nullptr);
-  if (file) std::setvbuf(file.get(), nullptr, _IOLBF, BUFSIZ);
+  if (!name) return nullptr;
+  File file(V_fopen(name, "w"));
+  if (file)
+    std::setvbuf(file.get(), nullptr, _IOLBF, BUFSIZ);
+  else
+    std::fprintf(stderr, "Warning: Unable to open log file %s: %s.\n", name, std::strerror(errno));
   return file;
 }
 
@@ -59,6 +66,15 @@ std::unique_ptr<Hublink> setUp(const ServiceDatabase& database, const CommandLin
 
 int main(int argc, char** argv) {
   preparePlatform();
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::puts("hublink " HUBLINK_VERSION);
+    return std::fflush(stdout) == 0 ? 0 : 1;
+  }
+  if (argc == 2 && std::string_view(argv[1]) == "--help") {
+    std::printf(kUsage, argv[0]);
+    std::fputs(kOptionHelp, stdout);
+    return std::fflush(stdout) == 0 ? 0 : 1;
+  }
   V_chdir(gen_program_dir());
   ServiceDatabase database;
   ServiceDatabase::read_directory(database, gen_join(gen_defaults_dir(), "services"));

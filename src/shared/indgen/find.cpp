@@ -106,6 +106,11 @@ int gen_file_kind(const char* path) {
   return status.kind == platform::FileKind::directory ? 0 : 1;
 }
 
+bool gen_is_regular_file(const char* path) {
+  platform::FileStatus status;
+  return V_stat(path, &status) == 0 && status.kind == platform::FileKind::file;
+}
+
 gen_text gen_find_program(const char* name, bool search_program_dir, bool full) {
   gen_text found;
   if (!name || !*name) return found;

@@ -4,7 +4,7 @@
 #include <cstdarg>
 
 #include "indgen/access.h"
-#include "indgen/directory.h"
+#include "indgen/find.h"
 #include "indgen/format.h"
 #include "indgen/path.h"
 #include "indgen/text.h"
@@ -81,11 +81,12 @@ bool ut_token_stream::openFile(const char* name) {
     giveUp("too much input");
     return false;
   }
+  if (!gen_is_regular_file(name)) return false;
   File file;
   file.stream.reset(V_fopen(name, "rt"));
   if (!file.stream) return false;
   std::setvbuf(file.stream.get(), nullptr, _IONBF, 0);                   // chunks are buffer enough
-  if (!readChunk(file) && std::ferror(file.stream.get())) return false;  // such as a directory
+  if (!readChunk(file) && std::ferror(file.stream.get())) return false;
   input_left_ -= kFileCost;
   file.name = name;
   file.directory = gen_directory_name(name);

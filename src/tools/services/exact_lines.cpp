@@ -1,7 +1,7 @@
 #include "tools/services/exact_lines.h"
 
 #include "indgen/access.h"
-#include "indgen/directory.h"
+#include "indgen/find.h"
 #include "indgen/path.h"
 #include "indgen/report.h"
 #include "libcxxutil/ut_work_budget.h"
@@ -36,7 +36,7 @@ Place ExactLines::of_report(const Place& named, const std::string& text) {
 }
 
 bool ExactLines::open(const char* name) {
-  if (files_left_ == 0 || gen_is_directory(name)) return false;
+  if (files_left_ == 0 || !gen_is_regular_file(name)) return false;
   File file;
   file.stream.reset(V_fopen(name, "rt"));
   if (!file.stream) return false;

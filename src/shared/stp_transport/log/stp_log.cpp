@@ -1,6 +1,8 @@
 #include "stp_transport/log/stp_log.h"
 
+#include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "indgen/format.h"
 #include "libcxxutil/ut_clock.h"
@@ -32,7 +34,10 @@ STPFileLog::~STPFileLog() {
 }
 
 void STPFileLog::write(const char* bytes, std::size_t length) {
-  if (file_) std::fwrite(bytes, 1, length, file_);
+  if (!file_) return;
+  std::fwrite(bytes, 1, length, file_);
+  if (!std::ferror(file_) || std::exchange(failureTold_, true)) return;
+  std::fprintf(stderr, "Warning: Unable to write a log: %s.\n", std::strerror(errno));
 }
 
 void TimestampedSTPFileLog::begin(const STPSpecClass*, std::uint32_t) {

@@ -1,7 +1,8 @@
 // Text sinks for traces and a program's own lines.
 //
 // STPLog turns text and format calls into writes of bytes and brackets each line with two hooks.
-// What a line says, its line end included, is up to the callers. A log never reports an error.
+// What a line says, its line end included, is up to the callers. None of the operations gives an
+// error.
 #pragma once
 
 #include <cstdarg>
@@ -29,7 +30,8 @@ class STPLog {
   virtual void end(const STPSpecClass* spec, std::uint32_t flag);
 };
 
-/// Sends the bytes to an open stream; a null stream swallows them.
+/// Sends the bytes to an open stream; a null stream swallows them. The first write that fails is
+/// told on standard error.
 class STPFileLog : public STPLog {
  public:
   /// With `owned` the destructor closes `file`.
@@ -41,6 +43,7 @@ class STPFileLog : public STPLog {
  private:
   std::FILE* file_;
   bool owned_;
+  bool failureTold_ = false;
 };
 
 /// Puts a time in front of each line: seconds and milliseconds since 1601, UTC.
