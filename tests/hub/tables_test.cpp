@@ -18,6 +18,7 @@ class FakeHub : public IdleSubject {
  public:
   bool hasPersistentPlugin() const override { return persistent; }
   bool isShared() const override { return shared; }
+  bool isUsedUp() const override { return false; }
   bool removeRecord() override {
     ++tries;
     return lockFree;

@@ -39,6 +39,7 @@ class RecordTest : public testing::Test {
   Process& startHub() {
     return start([this] {
       Hublink hub(database, 0, nullptr, nullptr);
+      hub.setLastPluginID(lastPluginID);
       if (!hub.startListening(false, "zone")) return 1;
       port = hub.getPort();
       runMainLoop(hub, [this] { passes += hasRecord(); });
@@ -71,6 +72,7 @@ class RecordTest : public testing::Test {
   const std::string guarded = scratch / "a.b";
   const ServiceDatabase database;
   std::uint16_t port = 0;
+  std::int32_t lastPluginID = 65535;
   int passes = 0;  // of the hub, at whose end its record was there
 };
 
@@ -109,6 +111,47 @@ TEST_F(RecordTest, StaysWhileAToolHoldsTheLock) {
   world.pass(500);
   EXPECT_FALSE(hasRecord());
   EXPECT_FALSE(hub.returned);
+}
+
+TEST_F(RecordTest, GoesWithTheLastPluginID) {
+  lastPluginID = 3;
+  Process& hub = startHub();
+  const auto visit = [this] {
+    start([this] {
+      auto link = makeCounted<STPTransport>();
+      link->connect("127.0.0.1", port);
+      return link->disconnect(), 0;
+    });
+  };
+  for (int i = 0; i < 10; ++i) visit();  // no plugin, and nobody learns the ID
+  int ids = 0;
+  const auto join = [&] {
+    start([&]() -> int {
+      HublinkPlugin plugin;
+      std::string error;
+      if (!plugin.connect(port, error)) return 1;
+      ids = ids * 10 + plugin.pluginID();
+      return plugin.serveUntil([] { return false; }, -1);
+    });
+    world.pass(1000);
+  };
+  join();
+  join();
+  EXPECT_TRUE(hasRecord());
+  testing::internal::CaptureStderr();
+  join();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "All 3 plugin IDs are used up: no further plugin is taken.\n");
+  EXPECT_EQ(ids, 231);
+  EXPECT_FALSE(hasRecord());
+  join();
+  EXPECT_EQ(ids, 231);
+  EXPECT_FALSE(hub.returned);
+  const std::uint16_t old = port;
+  startHub();
+  EXPECT_NE(port, old);
+  join();
+  EXPECT_EQ(ids, 2311);
 }
 
 TEST_F(RecordTest, LocksAgeAndWait) {

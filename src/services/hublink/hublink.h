@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <list>
 #include <map>
 #include <memory>
@@ -125,6 +126,10 @@ class Hublink : public ForwardingHandler {
   void debugPlugin(const char* pluginName, bool doDebug, const char* debugger,
                    const char* debuggerOpts);
   void setEnvironmentVariable(const char* variable, const char* value);
+  /// No plugin ID is left. The hub has said so, and serves those whom it has.
+  bool isUsedUp() const { return usedUp; }
+  /// The last plugin ID before old ones are given out again; less for tests.
+  void setLastPluginID(std::int32_t pluginID) { lastPluginID = pluginID; }
   /// Milliseconds that a launched child may take to connect; less for tests.
   void setLaunchLimit(int milliseconds) { launchLimit = milliseconds; }
 
@@ -140,6 +145,7 @@ class Hublink : public ForwardingHandler {
   // Connections.
   bool pluginIDsLeft() const;
   std::int32_t nextPlugin();
+  void noteUsedUp();
   HublinkConnection* addConnection(const CountedPtr<STPTransport>& transport, std::int32_t process,
                                    const char* name, const char* workingDir);
   void acceptNewConnections();
@@ -215,7 +221,10 @@ class Hublink : public ForwardingHandler {
   std::uint64_t reapedClosings = 0;  // the process's count when the hub last reaped
   bool acceptBroken = false;         // the last accept failed
   std::uint64_t acceptRetryAt = 0;   // ms of the steady clock
-  std::int32_t nextPluginID = 0;     // the last one handed out
+  std::int32_t nextPluginID = 0;     // the last one handed out for the first time
+  std::int32_t lastPluginID = 65535;
+  std::deque<std::int32_t> unlearnedPluginIDs;  // handed out, but known to nobody, and free again
+  bool usedUp = false;
   std::int32_t lastStartCookie = 0;
   int launchLimit = 30000;
   const ServiceDatabase& serviceDatabase;

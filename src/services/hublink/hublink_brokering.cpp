@@ -181,6 +181,8 @@ void Hublink::purgeStarts(HublinkConnection* connection) {
       continue;
     }
     place = clientStarts.erase(place);
-    if (start.pluginID != 0) failRequestsFor(start.pluginID);
+    if (start.pluginID == 0) continue;
+    failRequestsFor(start.pluginID);
+    unlearnedPluginIDs.push_back(start.pluginID);
   }
 }

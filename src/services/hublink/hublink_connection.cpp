@@ -33,6 +33,12 @@ void HublinkConnection::peerRecordTaken() {
   hub->negotiationFinished();
 }
 
+void HublinkConnection::handleBinaryMessage(STPReceivedMessage& message, STPMessage* reply,
+                                            std::uint32_t id) {
+  spoken = true;
+  Hublink_router_Impl::handleBinaryMessage(message, reply, id);
+}
+
 bool HublinkConnection::isDead() const {
   return getTransport()->isClosed();
 }

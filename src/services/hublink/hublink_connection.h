@@ -42,6 +42,8 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   std::int32_t getProcess() const { return process; }
   bool isPersistent() const { return persistent; }
   void setPersistent(bool flag) { persistent = flag; }
+  /// A message to the hub has come; the plugin may send them before it has negotiated.
+  bool hasSpoken() const { return spoken; }
   /// True once the link is down; the next reaping takes the connection away.
   bool isDead() const;
 
@@ -55,6 +57,8 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   ~HublinkConnection() override;
 
   void peerRecordTaken() override;
+  void handleBinaryMessage(STPReceivedMessage& message, STPMessage* reply,
+                           std::uint32_t id) override;
 
   void DebugPlugin(const char* plugin_name, bool do_debug, const char* debugger,
                    const char* debugger_opts) override;
@@ -95,5 +99,6 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   std::string name;
   std::string workingDir;
   bool persistent = false;
+  bool spoken = false;
   std::list<PeerLink> peerLinks;
 };

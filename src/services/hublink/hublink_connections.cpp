@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr std::int32_t kLastPluginID = 65535;
 // Clients that one pass takes at most.
 constexpr int kMostAccepts = 256;
 // Milliseconds after which an accept that failed is tried again.
@@ -19,15 +18,30 @@ constexpr std::uint64_t kAcceptRetry = 500;
 }  // namespace
 
 bool Hublink::pluginIDsLeft() const {
-  return nextPluginID < kLastPluginID;
+  return nextPluginID < lastPluginID || !unlearnedPluginIDs.empty();
 }
 
 // Whoever needs an ID asks pluginIDsLeft() first.
 std::int32_t Hublink::nextPlugin() {
-  ++nextPluginID;
+  std::int32_t pluginID = 0;
+  if (nextPluginID < lastPluginID) {
+    pluginID = ++nextPluginID;
+  } else {
+    pluginID = unlearnedPluginIDs.front();
+    unlearnedPluginIDs.pop_front();
+  }
   GEN_ASSERT(nextPluginID > 0);
   GEN_ASSERT(nextPluginID < 65536);
-  return nextPluginID;
+  if (!pluginIDsLeft()) noteUsedUp();
+  return pluginID;
+}
+
+// Told once: those who still come cost no more than a line in the log each.
+void Hublink::noteUsedUp() {
+  if (std::exchange(usedUp, true)) return;
+  constexpr const char* kText = "All %d plugin IDs are used up: no further plugin is taken.\n";
+  logInternal(kText, lastPluginID);
+  std::fprintf(stderr, kText, lastPluginID);
 }
 
 // Makes the connection on a transport that is connected, sends its negotiate record and counts it.
@@ -137,6 +151,9 @@ void Hublink::reapDead(Connections& connections, const char* stage) {
     }
     logInternal("Connection to plugin ID %d down%s.\n", connection->getPluginID(), stage);
     takeDown(connection);
+    // Without a message of its own nobody else has heard of it.
+    if (!connection->isNegotiated() && !connection->hasSpoken())
+      unlearnedPluginIDs.push_back(connection->getPluginID());
     place = connections.erase(place);
   }
 }

@@ -136,6 +136,7 @@ void Hublink::startPluginEvent(HublinkConnection* sender, std::int32_t cookie, b
     if (own != pendingRequests.end()) pendingRequests.erase(own);
     failRequestsFor(start.pluginID);
   }
+  if (start.pluginID != 0) unlearnedPluginIDs.push_back(start.pluginID);
 }
 
 void Hublink::debugPlugin(const char* pluginName, bool doDebug, const char* newDebugger,

@@ -1,6 +1,7 @@
 #include "services/hublink/idle_logic.h"
 
 bool IdleLogic::afterPass(IdleSubject& subject, std::int64_t now) {
+  if (!recordRemoved_ && subject.isUsedUp()) recordRemoved_ = subject.removeRecord();
   const bool idle = !subject.hasPersistentPlugin();
   if (idle && !idleConfirmed_) {
     if (!subject.isShared()) return false;

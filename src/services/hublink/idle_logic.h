@@ -3,7 +3,8 @@
 // A hub without a record stops on the first pass without a persistent plugin. A shared one counts
 // such passes: the first starts the clock, the second confirms, the third can remove the record,
 // and once the limit has passed the hub stops. A persistent plugin that comes back starts all anew,
-// except that a record once removed stays removed.
+// except that a record once removed stays removed. A hub that can take nobody any more gives its
+// record up at once, so that tools start another one.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +15,8 @@ class IdleSubject {
   virtual ~IdleSubject() = default;
   virtual bool hasPersistentPlugin() const = 0;
   virtual bool isShared() const = 0;
+  /// It has no number left for another plugin.
+  virtual bool isUsedUp() const = 0;
   /// Removes the record under its lock; false if the lock can't be got.
   virtual bool removeRecord() = 0;
 };

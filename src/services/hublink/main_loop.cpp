@@ -14,6 +14,7 @@ class HubIdleSubject : public IdleSubject {
   explicit HubIdleSubject(Hublink& hub) : hub_(hub) {}
   bool hasPersistentPlugin() const override { return hub_.numPersistentPlugins() > 0; }
   bool isShared() const override { return !hub_.hasNoActiveRecord(); }
+  bool isUsedUp() const override { return hub_.isUsedUp(); }
   bool removeRecord() override {
     if (!hub_.lockActiveRecord()) return false;
     remove();
