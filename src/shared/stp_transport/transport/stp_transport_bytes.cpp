@@ -150,7 +150,10 @@ void STPTransport::handleRead(STPStatus* status) {
   if (listening_) {
     clientWaiting_ = true;
   } else if (connected_) {
-    if (inProcess_ ? receiveInProcess() : receiveFromSocket()) parseInput();
+    // What a step within a handler has left comes before what is to be read, which may be the end.
+    if (readCount_ > 0 && !needMore_) parseInput();
+    if (connected_ && !isStalled() && (inProcess_ ? receiveInProcess() : receiveFromSocket()))
+      parseInput();
   }
   copyStatus(status);
 }

@@ -69,6 +69,8 @@ void STPTransport::serviceOnceRelaying(int timeout, const STPTransportSet& other
   forEachOther([](STPTransport& other) {
     // A write that fails is left to the connection's own turn.
     if (other.canWrite()) other.writeOnce();
+    // What was left while a receiver was full comes before what is to be read.
+    other.relayInput();
     if (other.canRelay() && other.receiveFromSocket()) other.relayInput();
     flushMarked();
   });
