@@ -54,6 +54,7 @@ TEST_F(TokenStreamTest, CutsLinesIntoTokens) {
       {" \"a # \\\" $\" b", "\"a # \\\" $\"|b"},
       {"\"open # \\", "\"open # "},
       {"\"joi\\\nned\"", "\"joined\""},
+      {"a \\\\\n\nb", "a|\\\nb"},
       {"  %define X 1", "%|define|X|1"},
   });
   EXPECT_EQ(tokens("0x1Fg 08 0x a1", false), "0x1F|g|0|8|0|x|a1");

@@ -8,6 +8,7 @@
 #include "indgen/format.h"
 #include "indgen/path.h"
 #include "indgen/text.h"
+#include "libcxxutil/ut_continued_line.h"
 
 namespace {
 
@@ -147,13 +148,8 @@ bool ut_token_stream::followInclude() {
 
 // Reads a line with those that continue it; false at the end of the file.
 bool ut_token_stream::readRawLine(File& file) {
-  line_buffer_.clear();
-  if (!readPhysicalLine(file)) return false;
-  while (!line_buffer_.empty() && line_buffer_.back() == '\\') {
-    line_buffer_.pop_back();
-    if (!readPhysicalLine(file)) break;
-  }
-  return !gave_up_;
+  const auto add = [&] { return readPhysicalLine(file); };
+  return ut_read_continued_line(line_buffer_, add) && !gave_up_;
 }
 
 // False at the end of the file.

@@ -4,6 +4,7 @@
 #include "indgen/find.h"
 #include "indgen/path.h"
 #include "indgen/report.h"
+#include "libcxxutil/ut_continued_line.h"
 #include "libcxxutil/ut_work_budget.h"
 
 namespace services {
@@ -59,7 +60,8 @@ void ExactLines::deliver() {
   std::string line;
   for (;;) {
     here_ = {files_.back().name, files_.back().next};
-    if (!readLine(files_.back(), line)) return close();
+    const auto add = [&] { return readPhysicalLine(files_.back(), line); };
+    if (!ut_read_continued_line(line, add)) return close();
     if (!line.starts_with('%')) {
       if (preprocessor_.is_skipping()) continue;
       statements_[named] = here_.line;
@@ -75,16 +77,6 @@ void ExactLines::deliver() {
     if (!open(gen_join(files_.back().directory, preprocessor_.pending_include()))) files_.clear();
     return;
   }
-}
-
-bool ExactLines::readLine(File& file, std::string& line) {
-  line.clear();
-  if (!readPhysicalLine(file, line)) return false;
-  while (line.ends_with('\\')) {
-    line.pop_back();
-    if (!readPhysicalLine(file, line)) break;
-  }
-  return true;
 }
 
 bool ExactLines::readPhysicalLine(File& file, std::string& line) {

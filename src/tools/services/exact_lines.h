@@ -51,7 +51,6 @@ class ExactLines {
   bool open(const char* name);
   void close();
   void deliver();
-  bool readLine(File& file, std::string& line);
   bool readPhysicalLine(File& file, std::string& line);
 
   ut_work_budget budget_;
