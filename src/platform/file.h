@@ -19,6 +19,7 @@ struct FileStatus {
   unsigned mode = 0;                      ///< permission bits
   std::int64_t modifiedMilliseconds = 0;  ///< since 1970 in UTC
   std::uint64_t device = 0, inode = 0;    ///< together they tell whether two names are one file
+  bool isOwn = false;                     ///< belongs to the user of this process
 };
 
 /// Flags of openFile, to be combined with `|`.

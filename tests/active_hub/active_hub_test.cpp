@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 
 #include "active_hub/lock_file.h"
 #include "active_hub/md5_text.h"
@@ -70,7 +71,6 @@ TEST_F(ActiveHubTest, RecordAndItsLockStandInTheTemporaryDirectory) {
     ActiveHubRecord record(65535, zone, nullptr, nullptr);
     EXPECT_EQ(contents(scratch / file),
               "Port = 65535\nPid = " + std::to_string(platform::currentProcess()) + "\n");
-    EXPECT_TRUE(record.isOwn());
     EXPECT_TRUE(lockActiveHub(zone, nullptr, nullptr));
     EXPECT_EQ(fs::file_size(scratch / lock), 0u);
     EXPECT_FALSE(record.lock());
@@ -78,10 +78,43 @@ TEST_F(ActiveHubTest, RecordAndItsLockStandInTheTemporaryDirectory) {
     EXPECT_TRUE(record.lock());
     record.unlock();
     EXPECT_FALSE(fs::exists(scratch / lock));
-    record.remove();
-    EXPECT_FALSE(fs::exists(scratch / file));
-    EXPECT_FALSE(record.isOwn());
+    EXPECT_TRUE(record.remove());
+    EXPECT_FALSE(record.remove());
+    EXPECT_TRUE(fs::is_empty(scratch.path()));
   }
+}
+
+TEST_F(ActiveHubTest, RecordOfAnotherHubStays) {
+  ActiveHubRecord record(7000, "x", nullptr, nullptr);
+  const std::string process = "Pid = " + std::to_string(platform::currentProcess());
+  for (const std::string& text : {"Port = 7001\n" + process, std::string("Port = 7000\nPid = 1")}) {
+    scratch.write("svc_x", text);
+    EXPECT_FALSE(record.remove());
+    EXPECT_EQ(contents(scratch / "svc_x"), text);
+  }
+}
+
+TEST_F(ActiveHubTest, WhatOthersPutThereIsNoRecordAndNoLock) {
+  const std::string victim = scratch.write("victim", "");
+  { ActiveHubRecord record(7000, "real", nullptr, nullptr); }
+  fs::create_symlink(scratch / "svc_real", scratch / "svc_x");
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 0);
+  fs::remove(scratch / "svc_x");
+  fs::create_symlink(victim, scratch / "svc_x");
+  { ActiveHubRecord record(7000, "x", nullptr, nullptr); }
+  EXPECT_EQ(contents(victim), "");
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 7000);
+  // Only the superuser can play another user.
+  const std::string lock = scratch.write("svc_x.lock", "");
+  const std::string giveAway = "chown 65534 '" + scratch / "svc_x' '" + lock + "' 2>/dev/null";
+  if (std::system(giveAway.c_str()) != 0) GTEST_SKIP();
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 0);
+  removeActiveHub("x", nullptr, nullptr);
+  EXPECT_TRUE(fs::exists(scratch / "svc_x"));
+  fs::last_write_time(lock, fs::file_time_type::clock::now() - std::chrono::hours(1));
+  EXPECT_TRUE(lockActiveHub("x", nullptr, nullptr));
+  unlockActiveHub("x", nullptr, nullptr);
+  EXPECT_TRUE(fs::exists(lock));
 }
 
 TEST_F(ActiveHubTest, OnlyAHubThatLivesIsFound) {

@@ -98,12 +98,49 @@ TEST(WholeFile, CopiesRenamesAndRemoves) {
   scratch.write("b", text);
   EXPECT_EQ(gen_files_differ(a.c_str(), b.c_str()), 1);
   EXPECT_EQ(gen_rename(c.c_str(), b.c_str()), -1);
-  EXPECT_TRUE(fs::exists(b)) << "a missing source costs the target nothing";
+  EXPECT_EQ(gen_rename((a + "/x").c_str(), b.c_str()), -1);
+  EXPECT_TRUE(fs::exists(b)) << "a source that isn't there costs the target nothing";
   EXPECT_EQ(gen_rename(a.c_str(), b.c_str()), 0);
   EXPECT_EQ(gen_move_file(b.c_str(), c.c_str()), 0);
   EXPECT_FALSE(fs::exists(b));
   EXPECT_EQ(gen_remove_file(c.c_str()), 0);
   EXPECT_EQ(gen_remove_file(scratch.path().c_str()), -1);
+}
+
+TEST(WholeFile, IsReplacedWholeOrNotAtAll) {
+  const Scratch scratch;
+  const std::string file = scratch.write("file", "old"), link = scratch / "link";
+  fs::create_symlink(file, link);
+  const auto write = [&](const std::string& path, bool good) {
+    return gen_replace_file(path.c_str(), [&](std::FILE* stream) {
+      EXPECT_EQ(contents(path), "old") << "until the new one is ready";
+      return std::fputs("new", stream) != EOF && good;
+    });
+  };
+  EXPECT_EQ(write(file, false), -1);
+  EXPECT_EQ(contents(file), "old");
+  EXPECT_EQ(write(link, true), 0);
+  EXPECT_EQ(contents(file), "old");
+  EXPECT_FALSE(fs::is_symlink(link));
+  EXPECT_EQ(contents(link), "new");
+  EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path()), {}), 2) << "no draft is left";
+}
+
+TEST(WholeFile, ThatSomebodyElseHasPutThereIsntRemoved) {
+  const Scratch scratch;
+  const std::string file = scratch.write("file", "old");
+  const auto isOld = [](const char* path) { return contents(path) == "old"; };
+  int asked = 0;
+  EXPECT_FALSE(gen_remove_file_if(file.c_str(), [&](const char* path) {
+    const bool meant = isOld(path);
+    if (++asked == 1) scratch.write("file", "new");
+    return meant;
+  }));
+  EXPECT_EQ(contents(file), "new");
+  EXPECT_FALSE(gen_remove_file_if(file.c_str(), isOld));
+  scratch.write("file", "old");
+  EXPECT_TRUE(gen_remove_file_if(file.c_str(), isOld));
+  EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
 }  // namespace

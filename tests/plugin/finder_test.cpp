@@ -84,6 +84,84 @@ TEST_F(FinderTest, TenAtOnceMeetOnOneHub) {
   }
 }
 
+// Hubs on one zone, each with a plugin that keeps it up. Their order and that of the plugins
+// differ.
+struct Rivals {
+  struct Guest {
+    HublinkPlugin plugin;
+    std::int32_t port = 0;  // its hub's
+  };
+
+  // Starts some at once; when this returns all of them have written their record.
+  void start(int count, const std::string& zone, const Scratch& directory) {
+    std::uint16_t listening = 0;
+    const int socket = getFreeListenSocket(&listening, nullptr, true);
+    const std::vector<std::string> arguments{"-connect_hublink", std::to_string(listening),
+                                             "-hl_zone", zone};
+    for (int i = 0; i < count; ++i)
+      hubs.push_back(std::make_unique<HubProcess>(arguments, directory));
+    for (int i = 0; i < count; ++i) {
+      Guest& guest = *guests.emplace_back(std::make_unique<Guest>());
+      const auto transport = makeCounted<STPTransport>();
+      TimeoutSTPRetryHandler retry(transport.get(), kPatience);
+      transport->listenOnFD(socket, false, &retry);
+      std::string error;
+      ASSERT_TRUE(guest.plugin.attach(transport.get(), error, kPatience)) << error;
+      guest.plugin.requestLocation([&](const auto&, std::int32_t port) { guest.port = port; });
+      ASSERT_TRUE(guest.plugin.serveUntil([&] { return guest.port > 0; }, kPatience));
+    }
+    closeListenSocket(socket, nullptr);
+  }
+
+  std::vector<std::unique_ptr<HubProcess>> hubs;
+  std::vector<std::unique_ptr<Guest>> guests;
+};
+
+int fromEnvironment(const char* name, int otherwise) {
+  const char* value = platform::environmentVariable(name);
+  return value ? std::atoi(value) : otherwise;
+}
+
+// All zones at the same time. More with HUBLINK_RACE_ZONES and HUBLINK_RACE_HUBS.
+TEST_F(FinderTest, RecordIsLeftToTheHubThatTookItLast) {
+  const int count = fromEnvironment("HUBLINK_RACE_ZONES", 3);
+  const int hubs = fromEnvironment("HUBLINK_RACE_HUBS", 6);
+  std::vector<Rivals> zones(static_cast<std::size_t>(count));
+  const auto inEach = [&](const auto& act) {
+    for (int i = 0; i < count; ++i) {
+      choice.zone = "race" + std::to_string(i);
+      SCOPED_TRACE(*choice.zone);
+      act(zones[static_cast<std::size_t>(i)], i % 3);
+    }
+  };
+  inEach([&](Rivals& rivals, int) { rivals.start(hubs / 2, *choice.zone, directory); });
+  // The first half goes idle while the second one starts, or a little later.
+  inEach([&](Rivals& rivals, int) { rivals.guests.clear(); });
+  inEach([&](Rivals& rivals, int) { rivals.start(hubs - hubs / 2, *choice.zone, directory); });
+  enum { lives, idles, dies };
+  std::vector<std::pair<platform::ProcessId, std::uint16_t>> owners;
+  inEach([&](Rivals& rivals, int fate) {
+    const auto& [process, port] = owners.emplace_back(hubProcess(), findHub(choice));
+    EXPECT_NE(port, 0);
+    if (fate == dies) signalTo(process, "KILL");
+    std::erase_if(rivals.guests,
+                  [&](const auto& guest) { return fate != lives || guest->port != port; });
+    if (const auto& some = *rivals.hubs.back(); some.id() != process) signalTo(some.id(), "KILL");
+  });
+  auto owner = owners.begin();
+  inEach([&](Rivals& rivals, int fate) {
+    const auto [process, port] = *owner++;
+    for (const auto& hub : rivals.hubs)
+      EXPECT_TRUE((fate == lives && hub->id() == process) || hub->waitForEnd() != -1);
+    EXPECT_EQ(findHub(choice), fate == lives ? port : 0);
+    EXPECT_EQ(hubProcess() != 0, fate != idles);
+    HublinkPlugin tools[3];
+    for (HublinkPlugin& tool : tools)
+      EXPECT_EQ(joinHub(tool, choice, error), fate == lives ? HubSearch::joined : HubSearch::none);
+    EXPECT_EQ(tools[2].pluginID(), fate == lives ? 4 : -1) << "all are on one hub";
+  });
+}
+
 TEST_F(FinderTest, JoinsWhatIsThereAndStartsWhatIsNot) {
   EXPECT_EQ(joinHub(plugin, choice, error), HubSearch::none);
   EXPECT_EQ(error, "there is no hub");

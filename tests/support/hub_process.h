@@ -26,6 +26,7 @@ class HubProcess {
   static std::string builtExecutable();
 
   bool hasStarted() const { return process_ > 0; }
+  platform::ProcessId id() const { return process_; }
   /// The exit status, or -1 if the process hasn't ended by then.
   int waitForEnd(int milliseconds = kPatience);
   void terminate() { platform::terminateProcess(process_); }

@@ -33,6 +33,7 @@ int statusOf(int result, const struct stat& found, FileStatus& status) {
       static_cast<std::int64_t>(found.st_mtim.tv_sec) * 1000 + found.st_mtim.tv_nsec / 1000000;
   status.device = found.st_dev;
   status.inode = found.st_ino;
+  status.isOwn = found.st_uid == geteuid();
   return 0;
 }
 

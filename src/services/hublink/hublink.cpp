@@ -71,16 +71,12 @@ void Hublink::servicePass(int timeout, STPStatus* status) {
   platform::collectChildren();
 }
 
-bool Hublink::lockActiveRecord() {
-  return activeRecord && activeRecord->lock();
-}
-
-void Hublink::removeActiveRecord() {
-  if (activeRecord) activeRecord->remove();
-}
-
-void Hublink::unlockActiveRecord() {
-  if (activeRecord) activeRecord->unlock();
+bool Hublink::removeActiveRecord() {
+  if (!activeRecord || !activeRecord->lock()) return false;
+  const bool removed = activeRecord->remove();
+  activeRecord->unlock();
+  if (removed) logInternal("Removed active hublink file.\n");
+  return true;
 }
 
 void Hublink::shutdownPlugins(bool report, int wait) {

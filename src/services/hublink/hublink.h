@@ -66,11 +66,9 @@ class Hublink : public ForwardingHandler {
   /// Silences the hub's last line, for one that never got to run.
   void abandonSetUp() { internalLog.reset(); }
   bool hasNoActiveRecord() const { return !activeRecord; }
-  bool lockActiveRecord();
-  /// Whether the record on disk names this process.
-  bool ownsActiveRecord() const { return activeRecord && activeRecord->isOwn(); }
-  void removeActiveRecord();
-  void unlockActiveRecord();
+  /// Removes the record under its lock, with a line in the internal log, unless it names another
+  /// hub by now. False if the lock can't be got.
+  bool removeActiveRecord();
   std::int32_t numPersistentPlugins() const { return numPersistent; }
   std::int32_t numPlugins() const { return static_cast<std::int32_t>(activeConnections.size()); }
   /// Disconnects every plugin and waits up to `wait` ms for each child; with `report` those that

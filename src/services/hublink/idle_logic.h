@@ -17,7 +17,7 @@ class IdleSubject {
   virtual bool isShared() const = 0;
   /// It has no number left for another plugin.
   virtual bool isUsedUp() const = 0;
-  /// Removes the record under its lock; false if the lock can't be got.
+  /// Removes the record under its lock, if it is the hub's own; false if the lock can't be got.
   virtual bool removeRecord() = 0;
 };
 

@@ -15,27 +15,9 @@ class HubIdleSubject : public IdleSubject {
   bool hasPersistentPlugin() const override { return hub_.numPersistentPlugins() > 0; }
   bool isShared() const override { return !hub_.hasNoActiveRecord(); }
   bool isUsedUp() const override { return hub_.isUsedUp(); }
-  bool removeRecord() override {
-    if (!hub_.lockActiveRecord()) return false;
-    remove();
-    return true;
-  }
-  // Nobody is to find a hub that was told to stop, unless its record is another hub's by now.
-  void removeOwnRecord() {
-    if (!hub_.lockActiveRecord()) return;
-    if (hub_.ownsActiveRecord())
-      remove();
-    else
-      hub_.unlockActiveRecord();
-  }
+  bool removeRecord() override { return hub_.removeActiveRecord(); }
 
  private:
-  void remove() {
-    hub_.removeActiveRecord();
-    hub_.unlockActiveRecord();
-    hub_.logInternal("Removed active hublink file.\n");
-  }
-
   Hublink& hub_;
 };
 
@@ -49,5 +31,6 @@ void runMainLoop(Hublink& hub, const std::function<void()>& afterPass) {
     if (afterPass) afterPass();
   } while (!platform::stopRequested() &&
            idle.afterPass(subject, static_cast<std::int64_t>(systemTimeMilliseconds())));
-  if (platform::stopRequested()) subject.removeOwnRecord();
+  // Nobody is to find a hub that was told to stop.
+  if (platform::stopRequested()) hub.removeActiveRecord();
 }

@@ -10,10 +10,13 @@
 #include "indgen/host.h"
 #include "indgen/path.h"
 #include "indgen/program.h"
+#include "indgen/report.h"
 #include "indgen/spawn.h"
 #include "indgen/temporary.h"
 #include "indgen/text.h"
+#include "indgen/whole_file.h"
 #include "libcxxutil/ut_options_database.h"
+#include "platform/file.h"
 #include "platform/host.h"
 #include "platform/process.h"
 
@@ -25,7 +28,16 @@ constexpr unsigned kDirectoryMode = 0750;
 constexpr int kStaleSeconds = 60;
 constexpr int kToolWait = 20;  // seconds
 
+// Another user's file says nothing to this one, and neither does a link, whoever may have put it
+// into a directory that all users share.
+bool isOwnFile(const char* path) {
+  platform::FileStatus status;
+  return platform::linkStatus(path, status) == 0 && status.isOwn &&
+         status.kind == platform::FileKind::file;
+}
+
 ActiveHub readRecord(const char* path) {
+  if (!isOwnFile(path)) return {};
   ut_options_database database(kTitle);
   if (!database.read(path)) return {};
   return {database.int32_value("Port", -1), database.int32_value("Pid", -1)};
@@ -55,12 +67,14 @@ gen_text recordPath(const char* name) {
 
 ActiveHubRecord::ActiveHubRecord(std::uint32_t port, const char* zone, const char* suffix,
                                  const char* programPath)
-    : name(recordName(zone, suffix, programPath)) {
+    : name(recordName(zone, suffix, programPath)), ownPort(static_cast<std::int32_t>(port)) {
   gen_make_directory_path(gen_temporary_directory(nullptr), kDirectoryMode);
   ut_options_database database(kTitle);
-  database.add_or_replace_int32("Port", static_cast<std::int32_t>(port));
+  database.add_or_replace_int32("Port", ownPort);
   database.add_or_replace_int32("Pid", platform::currentProcess());
-  database.write_to_file(recordPath(name));
+  const gen_text path = recordPath(name);
+  const auto write = [&database](std::FILE* stream) { return database.write(stream); };
+  if (gen_replace_file(path, write) != 0) gen_error("failed when writing %s", path.get());
 }
 
 bool ActiveHubRecord::lock() {
@@ -71,12 +85,13 @@ void ActiveHubRecord::unlock() {
   unlockFile(recordPath(name));
 }
 
-void ActiveHubRecord::remove() {
-  V_unlink(recordPath(name));
+bool ActiveHubRecord::remove() {
+  return gen_remove_file_if(recordPath(name), [this](const char* path) { return names(path); });
 }
 
-bool ActiveHubRecord::isOwn() const {
-  return readRecord(recordPath(name)).process == platform::currentProcess();
+bool ActiveHubRecord::names(const char* path) const {
+  const ActiveHub hub = readRecord(path);
+  return hub.process == platform::currentProcess() && hub.port == ownPort;
 }
 
 std::uint16_t ActiveHub::livePort() const {
@@ -101,5 +116,6 @@ void unlockActiveHub(const char* zone, const char* suffix, const char* programPa
 }
 
 void removeActiveHub(const char* zone, const char* suffix, const char* programPath) {
-  V_unlink(recordPath(recordName(zone, suffix, programPath)));
+  const gen_text path = recordPath(recordName(zone, suffix, programPath));
+  if (isOwnFile(path)) V_unlink(path);
 }

@@ -5,7 +5,8 @@
 // on, or else the directory of the installation, the age of the hub in it, the user and the
 // machine. So each user and each installation has a hub of its own. `zone` and `programPath` may be
 // null, `suffix` null or empty; without a `programPath` the directory of the running program
-// counts. A lock beside the file guards its removal.
+// counts. A lock beside the file guards its removal. A file that belongs to another user, or is a
+// link, is no record.
 //
 // The file is a text of attributes, one on a line: `Port` and `Pid`.
 #pragma once
@@ -23,19 +24,22 @@ gen_text recordPath(const char* name);
 /// The hub's own hold on its record. The file isn't kept open, and outlives this object.
 class ActiveHubRecord {
  public:
-  /// Writes the record. A failure leaves a hub that nobody can find.
+  /// Writes the record, whole or not at all. A failure is reported and leaves a hub that nobody can
+  /// find.
   ActiveHubRecord(std::uint32_t port, const char* zone, const char* suffix,
                   const char* programPath);
   /// Takes the lock without waiting; one older than 60 seconds is broken. True if it was got.
   bool lock();
   void unlock();
-  /// Deletes the record.
-  void remove();
-  /// Whether the record is there and still this process's: another hub may have taken it over.
-  bool isOwn() const;
+  /// Deletes the record if it still names this hub: another one may have taken it over. True if it
+  /// was deleted. The lock has to be held.
+  bool remove();
 
  private:
+  bool names(const char* path) const;
+
   gen_text name;
+  std::int32_t ownPort;
 };
 
 // --- For tools that look for a hub ---
@@ -54,5 +58,5 @@ std::uint16_t findActiveHub(const char* zone, const char* suffix, const char* pr
 /// Takes the lock, so that the hub can't take its record away; tries for up to 20 seconds.
 bool lockActiveHub(const char* zone, const char* suffix, const char* programPath);
 void unlockActiveHub(const char* zone, const char* suffix, const char* programPath);
-/// Deletes the record.
+/// Deletes the record, whichever hub it names. The lock has to be held.
 void removeActiveHub(const char* zone, const char* suffix, const char* programPath);

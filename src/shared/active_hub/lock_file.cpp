@@ -5,6 +5,7 @@
 #include "indgen/access.h"
 #include "indgen/path.h"
 #include "indgen/report.h"
+#include "indgen/whole_file.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 
@@ -21,13 +22,24 @@ std::int64_t secondsNow() {
   return platform::unixMilliseconds() / 1000;
 }
 
-void breakIfStale(const char* lock, int staleSeconds) {
+// Another user's lock guards nothing of this one's, and could otherwise keep it out for ever.
+bool isForeign(const char* lock) {
   platform::FileStatus status;
-  if (staleSeconds == kLockNeverStale || V_stat(lock, &status) != 0) return;
-  if (secondsNow() - staleSeconds <= status.modifiedMilliseconds / 1000) return;
+  return platform::linkStatus(lock, status) == 0 && !status.isOwn;
+}
+
+void breakIfStale(const char* lock, int staleSeconds) {
+  if (staleSeconds == kLockNeverStale || isForeign(lock)) return;
+  const auto isStale = [staleSeconds](const char* file) {
+    platform::FileStatus status;
+    return V_stat(file, &status) == 0 &&
+           secondsNow() - staleSeconds > status.modifiedMilliseconds / 1000;
+  };
+  if (!isStale(lock)) return;
   gen_warning("Breaking lock on file %s because it is more than %d seconds old.\n", lock,
               staleSeconds);
-  V_unlink(lock);
+  // Somebody else may have broken it, and taken it, since.
+  gen_remove_file_if(lock, isStale);
 }
 
 // Not for writing: a lock in a lower tree of a view path holds as well.
@@ -44,7 +56,7 @@ bool lockFile(const char* path, int waitSeconds, int staleSeconds) {
   const gen_text lock = lockPath(path);
   breakIfStale(lock, staleSeconds);
   const std::int64_t start = secondsNow();
-  while (!makeLock(lock)) {
+  while (!makeLock(lock) && !isForeign(lock)) {
     if (waitSeconds == 0) return false;
     platform::sleepMilliseconds(kPause);
     if (waitSeconds != kWaitForLock && start + waitSeconds <= secondsNow()) return false;
@@ -53,6 +65,7 @@ bool lockFile(const char* path, int waitSeconds, int staleSeconds) {
 }
 
 bool unlockFile(const char* path) {
-  V_unlink(lockPath(path));
+  const gen_text lock = lockPath(path);
+  if (!isForeign(lock)) V_unlink(lock);
   return true;
 }

@@ -1,7 +1,8 @@
 // Locks between processes, made of a file that exists while somebody holds the lock.
 //
 // The lock of the file `path` is the empty file with the extension "lock" beside it. Nothing tells
-// who made it: whoever unlocks takes it away.
+// who made it: whoever unlocks takes it away. One that belongs to another user is as good as none:
+// it keeps nobody out, and stays.
 #pragma once
 
 /// For `waitSeconds`: no limit.

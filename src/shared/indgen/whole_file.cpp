@@ -9,12 +9,14 @@
 #include "indgen/directory.h"
 #include "indgen/format.h"
 #include "indgen/path.h"
+#include "indgen/temporary.h"
 #include "indgen/text.h"
 #include "platform/file.h"
 
 namespace {
 
 constexpr std::size_t kBlock = 512;
+constexpr int kMostDrafts = 100;
 
 struct Close {
   void operator()(std::FILE* stream) const { std::fclose(stream); }
@@ -51,6 +53,11 @@ bool isSameFile(const char* a, const char* b) {
   platform::FileStatus first, second;
   return V_stat(a, &first) == 0 && V_stat(b, &second) == 0 && first.device == second.device &&
          first.inode == second.inode;
+}
+
+// A free name in the directory of `path`.
+bool nameBeside(const char* path, gen_text& name) {
+  return gen_temporary_name(path ? gen_directory_name(path).get() : nullptr, name, "new");
 }
 
 int renamed(const char* from, const char* to) {
@@ -135,11 +142,24 @@ int gen_copy_to_stream(const char* path, std::FILE* stream) {
 
 int gen_rename(const char* from, const char* to) {
   if (!from || !to || gen_is_directory(from) || gen_is_directory(to)) return -1;
-  if (renamed(from, to) == 0) return 0;
-  // Where the source is missing or on another volume, losing the target would help nobody.
-  if (errno == ENOENT || errno == EXDEV) return -1;
-  if (V_unlink(to) != 0) return -1;
   return renamed(from, to);
+}
+
+int gen_replace_file(const char* path, const std::function<bool(std::FILE*)>& write) {
+  gen_text draft;
+  Stream stream;
+  // A name that was free may be taken by now.
+  for (int tries = 0; !stream && tries < kMostDrafts && nameBeside(path, draft); ++tries) {
+    stream = opened(draft, "wx");
+    if (!stream && errno != EEXIST) return -1;
+  }
+  if (!stream) return -1;
+  const bool good = write(stream.get());
+  if (finished(std::move(stream), good) == 0 && gen_rename(draft, path) == 0) return 0;
+  const int failure = errno;
+  V_unlink(draft);
+  errno = failure;
+  return -1;
 }
 
 int gen_move_file(const char* from, const char* to) {
@@ -154,6 +174,14 @@ int gen_remove_file(const char* path) {
   if (V_access(path, 0) != 0) return -1;
   gen_make_writable(path);
   return V_unlink(path);
+}
+
+bool gen_remove_file_if(const char* path, const std::function<bool(const char*)>& isMeant) {
+  gen_text aside;
+  if (!isMeant(path) || !nameBeside(path, aside) || renamed(path, aside) != 0) return false;
+  if (isMeant(aside)) return V_unlink(aside) == 0;
+  renamed(aside, path);
+  return false;
 }
 
 int gen_touch(const char* path) {

@@ -7,9 +7,9 @@
 #include <iterator>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
+#include "indgen/whole_file.h"
 #include "tools/stpc/catalogue_parser.h"
 #include "tools/stpc/emit.h"
 
@@ -35,19 +35,12 @@ std::optional<std::string> readFile(const fs::path& path) {
   return file.bad() ? std::nullopt : std::optional(std::move(text));
 }
 
-// The file is written beside its place and moved there, so that nobody sees half of it. One that is
-// right already stays untouched, and what was built from it stays good.
+// A file that is right already stays untouched, and what was built from it stays good.
 bool writeFile(const fs::path& path, const std::string& text) {
   if (readFile(path) == text) return true;
-  const fs::path draft = path.string() + ".new";
-  std::ofstream file(draft, std::ios::binary);
-  file << text;
-  file.close();
-  std::error_code failure;
-  if (file) fs::rename(draft, path, failure);
-  if (file && !failure) return true;
-  fs::remove(draft, failure);
-  return false;
+  return gen_replace_file(path.c_str(), [&text](std::FILE* file) {
+           return std::fwrite(text.data(), 1, text.size(), file) == text.size();
+         }) == 0;
 }
 
 int troubleWith(const char* what, const std::string& name) {
