@@ -57,11 +57,25 @@ TEST(Delivery, DecidesByDepthFlagsAndChain) {
     EXPECT_FALSE(may(STP_ANY_TIME, 99, 1, 77)) << "a write is on the stack";
   }
   process.holdDepth = 0;
-  // A response at depth 2 from this sender has arrived and goes first.
-  transport->dispatchMessage(
-      std::make_unique<STPReceivedMessage>(incoming(0, 0, 2, 12345).storage(), STP_HEADER_SIZE, 0));
+  // A response at depth 2 from this sender has arrived and goes first, while its call is open.
+  const auto call = [&] {
+    const auto question = transport->newMessage(1, 2, STP_BINARY, 0, STP_WANTS_RESPONSE);
+    return transport->sendMessage(*question, nullptr);
+  };
+  const auto answer = [&](std::uint32_t sequence) {
+    transport->dispatchMessage(std::make_unique<STPReceivedMessage>(
+        incoming(0, 0, 2, sequence).storage(), STP_HEADER_SIZE, 0));
+  };
+  const std::uint32_t answered = call();
+  answer(answered);
   EXPECT_FALSE(may(STP_ANY_TIME, 0x00050002, 2));
   EXPECT_TRUE(transport->canDeliver(incoming(STP_ANY_TIME, 0x00050002, 2, 0, 3)));
+  EXPECT_TRUE(transport->awaitResponse(answered, nullptr));
+  STPRetryHandler impatient;
+  const std::uint32_t late = call();
+  EXPECT_FALSE(transport->awaitResponse(late, &impatient));
+  answer(late);
+  EXPECT_TRUE(may(STP_ANY_TIME, 0x00050002, 2)) << "nobody collects what came too late";
   transport->leaveCall();
 }
 
@@ -227,7 +241,22 @@ TEST(RetryHandlers, GiveUpWithTheirTransport) {
   pair.a->disconnect();
   EXPECT_FALSE(timed.shouldRetry());
   EXPECT_EQ(timed.limit(), 30000);
-  EXPECT_EQ(TimeoutSTPRetryHandler(nullptr, INT32_MAX).limit(), STPRetryHandler(-1).limit());
+  EXPECT_EQ(TimeoutSTPRetryHandler(nullptr, INT32_MAX).limit(), INT32_MAX);
+}
+
+TEST(RetryHandlers, WithoutTimeGiveUpAtOnce) {
+  const Pair pair = socketPair();
+  const std::uint64_t start = platform::monotonicMilliseconds();
+  for (const int milliseconds : {0, -1, INT32_MIN}) {
+    TimeoutSTPRetryHandler retry(pair.a.get(), milliseconds);
+    STPStatus status;
+    pair.a->awaitSync(2, 1, &retry, &status);
+    EXPECT_EQ(status.code, STP_TIMEOUT);
+    const auto question = textMessage(*pair.a, STP_BINARY, "q", STP_WANTS_RESPONSE);
+    pair.a->awaitResponse(pair.a->sendMessage(*question, &retry), &retry, &status);
+    EXPECT_EQ(status.code, STP_TIMEOUT);
+  }
+  EXPECT_LT(platform::monotonicMilliseconds() - start, STP_WAIT_STEP / 2u);
 }
 
 // A wait for what is there already ends as soon as its own packet has left.

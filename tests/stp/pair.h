@@ -43,6 +43,23 @@ inline Pair socketPair() {
   return pair;
 }
 
+/// The same, joined by their fields and told of what has been sent.
+inline Pair notifiedPair() {
+  Pair pair{makeCounted<STPTransport>(), makeCounted<STPTransport>()};
+  const auto join = [](STPTransport& end, STPTransport& other) {
+    STPTransport::Notify pump = nullptr;
+    std::uintptr_t argument = 0;
+    STPTransport::pumpFor(&other, &pump, &argument);
+    std::int64_t *offset, *count, *capacity;
+    unsigned char** buffer;
+    other.inProcessEndpoints(&offset, &count, &capacity, &buffer);
+    STPTransport::attachInProcess(&end, offset, count, capacity, buffer, pump, argument);
+  };
+  join(*pair.a, *pair.b);
+  join(*pair.b, *pair.a);
+  return pair;
+}
+
 /// A packet of `type` from RN 2 to RN 1 that holds `text`.
 inline std::unique_ptr<STPMessage> textMessage(STPTransport& transport, std::uint32_t type,
                                                const std::string& text,

@@ -11,12 +11,15 @@ const STPMessageEntry kReceives[] = {{"Ask", "alpha:%u4% ", 0, 0x02},
 const STPMessageEntry kSends[] = {{"Ask", "alpha:%u4% ", 0, 0x02},
                                   {"Tell", "beta:%str% ", 1, 0x02}};
 
+constexpr std::int32_t kVast = STP_MAX_PACKET_SIZE;
+
 class Side : public STPSpecClass {
  public:
   Side() : STPSpecClass({"Small", "side", "9", 0, kTags, 3, kReceives, 2, kSends, 2}) {}
   std::vector<std::string> seen;
   std::function<void()> then;
   bool down = false;
+  gen_text vast;  // what no reply can hold, added to each
   using STPSpecClass::callStubMessage;
   using STPSpecClass::deferredCount;
   using STPSpecClass::extraTable;
@@ -37,6 +40,7 @@ class Side : public STPSpecClass {
     seen.push_back("binary " + std::to_string(id) + " " +
                    std::to_string(message.getU32(tagMap[0])));
     if (reply) reply->putU32(0, 5);
+    if (reply && vast) reply->putArrayData(1, vast, kVast, 1);
     if (then) then();
   }
   void handleAsciiMessage(STPReceivedMessage& message, STPMessage*, std::uint32_t id) override {
@@ -167,7 +171,9 @@ class TwoSides : public SpecClass {
 
 TEST_F(TwoSides, NegotiateFetchFormatsAndMeet) {
   Pump pump(pair.a.get(), pair.b.get());
+  status.set(STP_FAILED, "from before");
   far->sendNegotiate(false, nullptr, &status);
+  EXPECT_TRUE(status.good());
   near->negotiate(&pump, &status);
   EXPECT_TRUE(status.good());
   pair.b->handleRead();
@@ -238,6 +244,58 @@ TEST_F(TwoSides, WhatIsPutOffRunsOnce) {
   pair.b->disconnect();
   EXPECT_EQ(far->refCount, 1) << "it may never run";
   pair.b->leaveCall();
+}
+
+TEST_F(TwoSides, AReplyThatIsTooLargeComesEmpty) {
+  near->negotiateLocally();
+  far->vast = gen_text(static_cast<char*>(gen_alloc(kVast, 1)));
+  Pump pump(pair.a.get(), pair.b.get());
+  testing::internal::CaptureStderr();
+  const auto response =
+      near->callStubMessage(*near->newStubMessage(0, STP_WANTS_RESPONSE), &pump, &status);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("too large"), std::string::npos);
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->getU32(0), 0u);
+}
+
+// What may run in a chain only runs as the call that it is, however the two ends were joined.
+TEST_F(TwoSides, ACallRunsOverAPairThatWasJoinedByItsFields) {
+  pair = notifiedPair();
+  attach(*near, pair.a, true);
+  attach(*far, pair.b, false);
+  near->negotiateLocally();
+  STPRetryHandler retry(pair.a.get(), 1000000 + 100);
+  EXPECT_TRUE(near->callStubMessage(*near->newStubMessage(1, STP_WANTS_RESPONSE), &retry, &status));
+  status.set(STP_FAILED, "from before");
+  near->sendStubMessage(*near->newStubMessage(1, STP_ONE_WAY), false, nullptr, &status);
+  EXPECT_TRUE(status.good());
+  pair.b->disconnect();
+  far->setTransport(nullptr);
+  near->callStubMessage(*near->newStubMessage(1, STP_WANTS_RESPONSE), &retry, &status);
+  EXPECT_EQ(status.code, STP_PEER_CLOSED);
+}
+
+// A time-out is told only where nothing else is known.
+TEST_F(TwoSides, WaitsTellTheFailureThatTheyKnow) {
+  pair = socketPair();
+  attach(*near, pair.a, true);
+  STPRetryHandler retry(pair.a.get());
+  TimeoutSTPRetryHandler noTime(pair.a.get(), 0);
+  pair.a->enqueueMessage(*pair.a->newMessage(2, 1, 0, 0, 0));
+  near->awaitTags(&noTime, &status);
+  EXPECT_EQ(status.code, STP_TIMEOUT) << "what failed before has left the connection up";
+  pair.b->disconnect();
+  near->awaitTags(&retry, &status);
+  EXPECT_EQ(status.code, STP_PEER_CLOSED);
+  near->negotiateLocally();
+  near->awaitNegotiate(&retry, &status);
+  EXPECT_EQ(status.code, STP_PEER_CLOSED);
+  pair = socketPair();
+  attach(*near, pair.a, true);
+  pair.a->disconnect();
+  STPRetryHandler other(pair.a.get());
+  near->awaitNegotiate(&other, &status);
+  EXPECT_STREQ(status.message, "[serviceOnce]: not bound and not listening.");
 }
 
 TEST_F(TwoSides, ACallFailsAtOnceWhenTheVirtualConnectionGoes) {

@@ -37,6 +37,22 @@ TEST(Transport, NumbersPacketsFromTwoAndRefusesTypeZero) {
                                             0,    0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(drain(*transport), expected);
   EXPECT_FALSE(transport->isWritePending()) << "a closed transport has nothing to write to";
+  EXPECT_EQ(stpNextSequence(UINT32_MAX), 1u);
+  EXPECT_EQ(stpNextSequence(UINT32_MAX - 1), UINT32_MAX);
+}
+
+TEST(Transport, SendsTheLargestPacketThatReceiversTake) {
+  constexpr std::int64_t kLargest = STP_MAX_PACKET_SIZE - STP_END_WORD_SIZE;
+  EXPECT_TRUE(stpFitsPacket(kLargest));
+  EXPECT_FALSE(stpFitsPacket(kLargest + 1));
+  unsigned char sizes[8];
+  const auto stateOf = [&](std::int64_t size) {
+    stpWriteWord(sizes, STP_HEADER_SIZE);
+    stpWriteWord(sizes + 4, static_cast<std::uint32_t>(size - STP_HEADER_SIZE));
+    return stpTestPacket(sizes, sizeof sizes).state;
+  };
+  EXPECT_EQ(stateOf(STP_MAX_PACKET_SIZE), STPPacketState::incomplete);
+  EXPECT_EQ(stateOf(STP_MAX_PACKET_SIZE + 1), STPPacketState::invalid);
 }
 
 // Every state guard, and that a refused call changes nothing.
@@ -65,7 +81,8 @@ TEST(Transport, GuardsItsStates) {
   pair.b->disconnect();
   EXPECT_FALSE(pair.b->tryAccept(false, &status));
   refused("[tryAccept]: Not listening as server");
-  EXPECT_FALSE(listening->tryAccept(false));
+  EXPECT_FALSE(listening->tryAccept(false, &status));
+  EXPECT_TRUE(status.good()) << "nobody being there is no failure, nor is what failed before";
   EXPECT_TRUE(listening->isListening());
   pair.b->serviceOnce(0, &status);
   EXPECT_STREQ(status.message, "[serviceOnce]: not bound and not listening.");
@@ -172,8 +189,12 @@ TEST(Transport, ForwardsByteForByteAndKeepsWhatNobodyOwns) {
   auto far = in.a->newMessage(11, 10, STP_BINARY, 3, 0x77);
   far->putString(1, "for somebody else");
   in.a->enqueueMessage(*far);
-  const auto bytes = drain(*in.a);
+  auto bytes = drain(*in.a);
+  // A byte less of payload, so that the last one is fill, which isn't passed on as it came.
+  --bytes[4];
+  bytes.back() = 0xEE;
   feed(*in.a, bytes.data(), bytes.size());
+  bytes.back() = 0;
   Recorder recorder;
   in.b->addListener(2, 1, &recorder, STP_BINARY);
   in.a->enqueueMessage(*textMessage(*in.a, STP_BINARY, "for the link"));
@@ -220,16 +241,7 @@ TEST(Transport, AHandlerMayEndEveryTransportOfAStep) {
 
 // What stands from before is no failure of a message that the other side has been told of.
 TEST(Transport, NotifiedPairsSendInSpiteOfAnOldFailure) {
-  const Transport a = makeCounted<STPTransport>(), b = makeCounted<STPTransport>();
-  STPTransport::Notify pump = nullptr;
-  std::uintptr_t argument = 0;
-  STPTransport::pumpFor(b.get(), &pump, &argument);
-  std::int64_t *offset, *count, *capacity;
-  unsigned char** buffer;
-  b->inProcessEndpoints(&offset, &count, &capacity, &buffer);
-  STPTransport::attachInProcess(a.get(), offset, count, capacity, buffer, pump, argument);
-  a->inProcessEndpoints(&offset, &count, &capacity, &buffer);
-  STPTransport::attachInProcess(b.get(), offset, count, capacity, buffer, nullptr, 0);
+  const auto [a, b] = notifiedPair();
   Recorder recorder;
   b->addListener(2, 1, &recorder, STP_BINARY);
   a->enqueueMessage(*a->newMessage(2, 1, 0, 0, 0));

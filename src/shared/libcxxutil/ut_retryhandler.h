@@ -49,6 +49,10 @@ class RetryHandler {
   /// Value of the tick clock at start().
   std::uint32_t startTick() const { return startTick_; }
 
+ protected:
+  /// Sets the limit in milliseconds, which `spec` can't tell for all numbers.
+  void setLimit(int milliseconds) { limit_ = milliseconds; }
+
  private:
   int limit_ = kNoLimit;
   std::uint32_t startTick_ = UINT32_MAX;

@@ -1,6 +1,6 @@
 #include "stp_transport/retry/stp_retryhandler.h"
 
-#include <cstdint>
+#include <algorithm>
 
 #include "platform/clock.h"
 #include "stp_transport/spec/stp_specclass.h"
@@ -9,13 +9,6 @@
 namespace {
 
 constexpr int kPause = 50;  // ms
-// Added to a number of milliseconds to tell a retry handler that it is one.
-constexpr int kMillisecondsMark = 1000000;
-
-// Without a meaning, and so the default limit, if it is too long to be told.
-int specFor(int milliseconds) {
-  return milliseconds > INT32_MAX - kMillisecondsMark ? 0 : milliseconds + kMillisecondsMark;
-}
 
 }  // namespace
 
@@ -26,13 +19,15 @@ bool STPRetryHandler::shouldRetry() {
 
 void STPRetryHandler::wait() {
   if (transport_)
-    transport_->serviceOnce(STP_WAIT_STEP);
+    transport_->serviceOnce(limit() == 0 ? 0 : STP_WAIT_STEP);
   else
     platform::sleepMilliseconds(kPause);
 }
 
 TimeoutSTPRetryHandler::TimeoutSTPRetryHandler(STPTransport* transport, int milliseconds)
-    : STPRetryHandler(transport, specFor(milliseconds)) {}
+    : STPRetryHandler(transport) {
+  setLimit(std::max(milliseconds, 0));
+}
 
 STP_RetryCondition::STP_RetryCondition(STPSpecClass* spec) : spec_(spec) {}
 

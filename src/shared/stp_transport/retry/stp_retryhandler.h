@@ -22,7 +22,7 @@ class STPRetryHandler : public RetryHandler {
   STPTransport* transport_ = nullptr;
 };
 
-/// Gives up after `milliseconds` as well.
+/// Gives up after `milliseconds` as well; at once, without sleeping, for 0 or a negative number.
 class TimeoutSTPRetryHandler : public STPRetryHandler {
  public:
   TimeoutSTPRetryHandler(STPTransport* transport, int milliseconds);

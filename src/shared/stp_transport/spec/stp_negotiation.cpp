@@ -71,7 +71,8 @@ void STPSpecClass::sendNegotiate(bool writeNow, RetryHandler*, STPStatus* status
     link->postMessage(*message, 1, status);
     --busy;
   } else {
-    link->enqueueMessage(*message);
+    const bool isQueued = link->enqueueMessage(*message) != 0;
+    if (status) *status = isQueued ? STPStatus() : link->status();
   }
 }
 
@@ -167,6 +168,8 @@ void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, const char* 
   const Hold hold(this);
   const CountedPtr<STPTransport> link = transport;
   if (status) status->clear();
+  // What failed before this wait and left the connection up is no reason to end it.
+  if (!link->isClosed()) link->clearStatus();
   ++busy;
   if (retry) retry->start();
   while (!flag) {
@@ -175,7 +178,11 @@ void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, const char* 
       break;
     }
     if (retry && !retry->shouldRetry()) {
-      report(status, STP_TIMEOUT, kReplyTimeout);
+      // The handler may have given up because the transport has failed, which says more.
+      if (link->isClosed() && link->status().good()) link->serviceOnce(0);
+      const bool hasFailed = !link->status().good();
+      report(status, hasFailed ? link->status().code : STP_TIMEOUT,
+             hasFailed ? link->status().message : kReplyTimeout);
       break;
     }
     if (retry) {

@@ -200,7 +200,11 @@ bool STPSpecClass::handleMessage(STPReceivedMessage& message, std::uint32_t type
   ++busy;
   runMessage(message, reply.get(), type, id);
   --busy;
-  if (reply && sendUp) link->postMessage(*reply, 2);
+  if (reply && sendUp && link->postMessage(*reply, 2) == 0) {
+    // Whoever waits for it would wait for ever.
+    gen_warning("reply is too large: an empty one is sent");
+    link->postMessage(*link->newResponse(sourceRN, destinationRN, header.sequence, 0), 2);
+  }
   link->leaveCall();
   if (deferredCount > 0 && message.deferred && --deferredCount == 0) release();
   return true;
@@ -245,7 +249,8 @@ void STPSpecClass::sendStubMessage(STPMessage& message, bool wait, RetryHandler*
                                    STPStatus* status) {
   const CountedPtr<STPTransport> link = transport;
   if (!wait) {
-    if (link->enqueueMessage(message) == 0 && status) *status = link->status();
+    const bool isQueued = link->enqueueMessage(message) != 0;
+    if (status) *status = isQueued ? STPStatus() : link->status();
     return;
   }
   const Hold hold(this);

@@ -58,6 +58,7 @@ class STPTransport {
   std::uintptr_t serial() const { return serial_; }
   /// Outcome of the latest operation.
   const STPStatus& status() const { return status_; }
+  void clearStatus() { status_.clear(); }
   /// The descriptor is no socket: it is closed without a shutdown.
   void setPlainFD() { plainFD_ = true; }
   bool isConnected() const { return connected_; }
@@ -167,7 +168,8 @@ class STPTransport {
   static bool createInProcessPair(STPTransport** a, STPTransport** b);
   static bool connectInProcess(STPTransport* a, STPTransport* b);
   /// Joins a transport to write fields that live elsewhere, closing what it was connected to;
-  /// `notify` tells the other side to read. The end of that side isn't seen from here.
+  /// `notify` tells the other side to read. The end of that side isn't seen from here, unless it is
+  /// a transport of this process that has been joined to this one's fields.
   static void attachInProcess(STPTransport* transport, std::int64_t* peerWriteOffset,
                               std::int64_t* peerWriteCount, std::int64_t* peerWriteCapacity,
                               unsigned char** peerWriteBuffer, Notify notify,
@@ -222,6 +224,7 @@ class STPTransport {
   bool receiveFromSocket();
   bool receiveInProcess();
   void leavePair();
+  void findPartner();
   void closeConnection();
   void closeWithFailure(std::int32_t code, const char* text);
   void copyStatus(STPStatus* status) const;
@@ -308,13 +311,13 @@ class STPTransport {
   KeptMessages unclaimed_;
   MessageQueue deferredMessages_;
   STPCallStack calls_;
-  std::set<std::uint32_t> awaited_;
+  std::set<std::uint32_t> awaited_;  // calls that are sent and whose response may be collected
   std::multimap<ListenerKey, ResponseListener*> listeners_;
   std::list<std::pair<std::int32_t, std::int32_t>> syncs_;
   ForwardingHandler* forwardingHandler_ = nullptr;
 
   bool inProcess_ = false;
-  STPTransport* partner_ = nullptr;  // the other end, where both were joined here
+  STPTransport* partner_ = nullptr;  // the other end, if it is one of this process's
   std::int64_t* peerWriteOffset_ = nullptr;
   std::int64_t* peerWriteCount_ = nullptr;
   std::int64_t* peerWriteCapacity_ = nullptr;

@@ -96,7 +96,7 @@ void STPTransport::handleWrite(STPStatus* status) {
   const Hold hold(this);
   switch (writeOnce()) {
     case WriteResult::nothing:
-      return;
+      break;
     case WriteResult::wrote:
       status_.clear();
       break;

@@ -123,8 +123,10 @@ bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
   if (header.responseTo != 0) return true;
   const auto depth = static_cast<std::uint16_t>(header.depth);
   for (const auto& response : responses_.queue) {
+    // One that nobody collects any more, since its call has given up, comes before nothing.
     if (response->header.sourceRN == header.sourceRN &&
-        static_cast<std::uint16_t>(response->header.depth) == depth)
+        static_cast<std::uint16_t>(response->header.depth) == depth &&
+        awaited_.contains(response->header.responseTo))
       return false;
   }
   if (header.flags & STP_ANY_TIME) return true;
@@ -194,9 +196,9 @@ std::unique_ptr<STPReceivedMessage> STPTransport::awaitResponse(std::uint32_t se
       response = takeResponse(sequence);
       return response != nullptr;
     });
-    awaited_.erase(sequence);
     if (holds) --stpProcess().holdDepth;
   }
+  awaited_.erase(sequence);
   if (!response && status_.good()) {
     if (isClosed())
       status_.set(STP_PEER_CLOSED,

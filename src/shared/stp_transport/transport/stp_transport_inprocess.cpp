@@ -18,8 +18,6 @@ bool STPTransport::connectInProcess(STPTransport* a, STPTransport* b) {
                   a->notify_, a->notifyArgument_);
   attachInProcess(b, &a->writeOffset_, &a->writeCount_, &a->writeCapacity_, &a->writeBuffer_.bytes,
                   b->notify_, b->notifyArgument_);
-  a->partner_ = b;
-  b->partner_ = a;
   return true;
 }
 
@@ -28,10 +26,10 @@ void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWr
                                    unsigned char** peerWriteBuffer, Notify notify,
                                    std::uintptr_t notifyArgument) {
   if (!transport) return;
-  if (transport->inProcess_)
-    transport->leavePair();
-  else
+  if (!transport->inProcess_)
     transport->closeConnection();
+  else if (transport->peerWriteCount_ != peerWriteCount)
+    transport->leavePair();
   transport->stopListening();
   transport->inProcess_ = true;
   transport->connected_ = true;
@@ -42,6 +40,16 @@ void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWr
   transport->peerWriteBuffer_ = peerWriteBuffer;
   transport->notify_ = notify;
   transport->notifyArgument_ = notifyArgument;
+  transport->findPartner();
+}
+
+// The two ends of a pair know each other however they were joined, if both are this process's.
+void STPTransport::findPartner() {
+  for (const auto& [serial, other] : stpProcess().transportsBySerial) {
+    if (&other->writeCount_ != peerWriteCount_ || other->peerWriteCount_ != &writeCount_) continue;
+    partner_ = other;
+    other->partner_ = this;
+  }
 }
 
 // Takes this end's fields out of the other end's reach, and the other's out of its own.

@@ -69,11 +69,11 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
     return 0;
   }
   // A receiver would take it for an invalid packet and end the connection.
-  if (stpStoredSize(message.cursorOffset()) + STP_END_WORD_SIZE > STP_MAX_PACKET_SIZE) {
+  if (!stpFitsPacket(message.cursorOffset())) {
     status_.set(STP_FAILED, "[enqueueMessage]: message is too large");
     return 0;
   }
-  if (++lastSequence_ == 0) ++lastSequence_;
+  lastSequence_ = stpNextSequence(lastSequence_);
   message.finishMessage(lastSequence_);
   const std::int64_t total = std::int64_t{message.header.headerSize} + message.header.payloadSize;
   unsigned char* place = reserveWrite(stpStoredSize(total));
@@ -95,6 +95,8 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
     return 0;
   }
   enterCall(message.header.chain, message.header.depth, message.header.flags);
+  const bool isOneWay = (message.header.flags & STP_ONE_WAY) != 0;
+  if (!isOneWay) awaited_.insert(sequence);
   bool failed = false;
   if (inProcess_ && notify_) {
     notify_(notifyArgument_);
@@ -108,7 +110,8 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
     }
     failed = !status_.good();
   }
-  if (failed || (message.header.flags & STP_ONE_WAY)) leaveCall();
+  if (failed) awaited_.erase(sequence);
+  if (failed || isOneWay) leaveCall();
   copyStatus(status);
   return failed ? 0 : sequence;
 }

@@ -76,12 +76,19 @@ bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
     copyStatus(status);
     return false;
   }
-  if (!clientWaiting_) return false;
+  status_.clear();
+  if (!clientWaiting_) {
+    copyStatus(status);
+    return false;
+  }
   clientWaiting_ = false;
   attend();
   const int fd = acceptClient(listenFD_, closeListener, &status_);
   // Whoever was there has gone again: no failure, and the wait goes on.
-  if (fd < 0 && status_.good()) return false;
+  if (fd < 0 && status_.good()) {
+    copyStatus(status);
+    return false;
+  }
   // It goes on as the client's: only without one has it ended.
   const bool hasClient = status_.good();
   listening_ = false;

@@ -129,6 +129,17 @@ inline constexpr std::int64_t stpStoredSize(std::int64_t size) {
   return (size + 3) & ~std::int64_t{3};
 }
 
+/// Whether a message of `size` bytes, its end word still to come, makes a packet that receivers
+/// take.
+inline constexpr bool stpFitsPacket(std::int64_t size) {
+  return stpStoredSize(size) + STP_END_WORD_SIZE <= STP_MAX_PACKET_SIZE;
+}
+
+/// The sequence number after `last`: 0 stands for none and is left out.
+inline constexpr std::uint32_t stpNextSequence(std::uint32_t last) {
+  return last == UINT32_MAX ? 1 : last + 1;
+}
+
 /// Reads the words of a header of `size` bytes; those that a shorter header lacks are 0, and what a
 /// longer one has behind the eleventh is not looked at.
 STPHeader stpReadHeader(const unsigned char* bytes, std::int64_t size);
