@@ -54,8 +54,10 @@ bool makeBlocking(Socket socket, int milliseconds);
 /// From here on a transfer on this descriptor never waits. True if set.
 bool makeNonBlocking(int descriptor);
 
-/// 0 or the error.
+/// Ends both directions; 0 or the error.
 int shutdownStream(Socket socket);
+/// Tells the peer that nothing more is sent, when it has read all that was; 0 or the error.
+int endSending(Socket socket);
 int closeStream(Socket socket);
 
 /// Port of the local end in host order, 0 if it can't be had.

@@ -1,16 +1,16 @@
-// A plugin that doesn't read: the hub holds a bounded backlog for it, its sender waits, and all
-// others go on.
+// A plugin that doesn't read: the hub holds a bounded backlog for it, those who add to it wait, and
+// all others go on.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <memory>
 
 #include "hublink_plugin/hublink_plugin.h"
 #include "platform/clock.h"
 #include "platform/sim/world.h"
 #include "services/hublink/hublink.h"
-#include "services/hublink/main_loop.h"
 #include "stp_transport/transport/stp_process_state.h"
 
 namespace {
@@ -25,61 +25,67 @@ ServiceQuery queryFor(const char* service) {
   return query;
 }
 
-TEST(Backlog, StopsTheSenderAndNobodyElse) {
-  platform::sim::World world;
-  const ServiceDatabase database;
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> log(std::tmpfile(), std::fclose);
-  std::uint16_t port = 0;
-  std::int64_t most = 0;
-  world.start("hub", [&](const auto&) {
-    stpProcess().backlogLimit = kLimit;
-    Hublink hub(database, 0, nullptr, log.get());
-    hub.startListening(true, nullptr);
-    port = hub.getPort();
-    for (;;) {
-      hub.servicePass(500);
-      for (const auto& [serial, transport] : stpProcess().transportsBySerial)
-        most = std::max(most, transport->writeCount());
-      if (platform::stopRequested()) return 0;
-    }
-  });
-  world.settle();
+class Backlog : public testing::Test {
+ protected:
+  using Body = std::function<void(HublinkPlugin&)>;
 
-  int received = 0;
-  std::shared_ptr<HublinkLink> kept;
-  const auto provider = [&](const char* service, bool isDeaf) {
-    return [&, service, isDeaf](const auto&) {
+  ~Backlog() override {
+    world.endAll();
+    EXPECT_EQ(world.fault(), "");
+  }
+  void startHub(std::int64_t limit) {
+    hub = &world.start("hub", [this, limit](const auto&) {
+      stpProcess().backlogLimit = limit;
+      platform::installStopSignals();
+      Hublink running(database, 0, nullptr, log.get());
+      running.startListening(true, nullptr);
+      port = running.getPort();
+      while (!platform::stopRequested()) {
+        running.servicePass(500);
+        for (const auto& [serial, transport] : stpProcess().transportsBySerial)
+          most = std::max(most, transport->writeCount());
+      }
+      running.shutdownPlugins(false, 0);
+      return 0;
+    });
+    world.settle();
+  }
+  void startPlugin(const Body& body) {
+    world.start("plugin", [this, body](const auto&) {
       HublinkPlugin plugin;
       std::string error;
-      plugin.connect(port, error);
-      plugin.registerService(service, [&](const std::shared_ptr<HublinkLink>& link) {
-        link->onPacket([&received, isDeaf, raw = link.get()](const unsigned char* bytes,
-                                                             std::size_t size) {
-          if (isDeaf)
-            received += size == kPacket && bytes[0] == static_cast<unsigned char>(received) ? 1 : 0;
-          else
-            raw->send(bytes, size);
-        });
-        if (isDeaf) kept = link;
-      });
-      if (isDeaf) {
-        plugin.serveUntil([&kept] { return kept != nullptr; }, -1);
-        platform::sleepMilliseconds(10000);
-      }
-      plugin.run();
-      kept.reset();
+      if (plugin.connect(port, error)) body(plugin);
       return 0;
+    });
+    world.settle();
+  }
+  // Sends back what it gets.
+  static void echo(HublinkPlugin& plugin) {
+    plugin.registerService("Echo", [](const std::shared_ptr<HublinkLink>& link) {
+      link->onPacket([raw = link.get()](const unsigned char* bytes, std::size_t size) {
+        raw->send(bytes, size);
+      });
+    });
+    plugin.run();
+  }
+  // Reads nothing between its first link and `milliseconds` later, then counts what it gets.
+  Body deafFor(std::uint32_t milliseconds) {
+    return [this, milliseconds](HublinkPlugin& plugin) {
+      std::shared_ptr<HublinkLink> kept;
+      plugin.registerService("Deaf", [&](const std::shared_ptr<HublinkLink>& link) {
+        link->onPacket([this](const unsigned char* bytes, std::size_t size) {
+          received += size == kPacket && bytes[0] == static_cast<unsigned char>(received) ? 1 : 0;
+        });
+        kept = link;
+      });
+      deaf = plugin.pluginID();
+      plugin.serveUntil([&kept] { return kept != nullptr; }, -1);
+      platform::sleepMilliseconds(milliseconds);
+      kept->send("unread", 6);
+      plugin.run();
     };
-  };
-  world.start("deaf", provider("Deaf", true));
-  world.start("echo", provider("Echo", false));
-  world.settle();
-
-  bool unsent = false;
-  world.start("sender", [&](const auto&) {
-    HublinkPlugin plugin;
-    std::string error;
-    plugin.connect(port, error);
+  }
+  void send(HublinkPlugin& plugin) {
     const auto link = plugin.requestService(queryFor("Deaf")).link;
     std::string packet(kPacket, 'x');
     for (int i = 0; link && i < kPackets; ++i) {
@@ -89,25 +95,41 @@ TEST(Backlog, StopsTheSenderAndNobodyElse) {
     plugin.serveUntil([] { return false; }, 5000);
     unsent = plugin.wantsWrite();
     plugin.run();
-    return 0;
-  });
+  }
+  // All others go on.
+  void expectEchoes() {
+    int echoes = 0;
+    startPlugin([&](HublinkPlugin& plugin) {
+      const auto link = plugin.requestService(queryFor("Echo")).link;
+      HublinkLink::Packet packet;
+      while (link && echoes < 100 && link->send("hello", 5) && link->receive(packet, 1000))
+        ++echoes;
+    });
+    world.pass(1000);
+    EXPECT_EQ(echoes, 100);
+  }
+
+  platform::sim::World world;
+  const ServiceDatabase database;
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> log{std::tmpfile(), std::fclose};
+  platform::sim::Process* hub = nullptr;
+  std::uint16_t port = 0;
+  std::int64_t most = 0;  // bytes that have waited for one receiver
+  std::int32_t deaf = 0;  // the plugin's ID
+  int received = 0;
+  bool unsent = false;  // the wait has travelled back to the sender
+};
+
+TEST_F(Backlog, StopsTheSenderAndNobodyElse) {
+  startHub(kLimit);
+  startPlugin(deafFor(10000));
+  startPlugin(echo);
+  startPlugin([this](HublinkPlugin& plugin) { send(plugin); });
   world.pass(6000);
   EXPECT_GE(most, kLimit);
   EXPECT_LT(most, 3 * kLimit);
-  EXPECT_TRUE(unsent) << "the wait travels back to the sender";
-
-  int echoes = 0;
-  world.start("asker", [&](const auto&) {
-    HublinkPlugin plugin;
-    std::string error;
-    plugin.connect(port, error);
-    const auto link = plugin.requestService(queryFor("Echo")).link;
-    HublinkLink::Packet packet;
-    while (link && echoes < 100 && link->send("hello", 5) && link->receive(packet, 1000)) ++echoes;
-    return 0;
-  });
-  world.pass(1000);
-  EXPECT_EQ(echoes, 100);
+  EXPECT_TRUE(unsent);
+  expectEchoes();
   EXPECT_EQ(received, 0);
   world.pass(10000);
   EXPECT_EQ(received, kPackets);
@@ -124,8 +146,73 @@ TEST(Backlog, StopsTheSenderAndNobodyElse) {
   EXPECT_GE(begun, 1);
   EXPECT_LT(begun, kPackets / 4);
   EXPECT_EQ(count("Plugin ID 1 no longer holds others up"), begun);
-  world.endAll();
-  EXPECT_EQ(world.fault(), "");
+}
+
+// Who asks and doesn't read the answers is answered no more, and who asks of somebody who doesn't
+// read waits as well; each answer comes in the end.
+TEST_F(Backlog, StopsThoseWhoAskWithoutEnd) {
+  constexpr int kQuestions = 10000;
+  startHub(kLimit);
+  startPlugin(echo);
+  startPlugin(deafFor(30000));
+  int answers = 0, values = 0;
+  startPlugin([&](HublinkPlugin& plugin) {
+    for (int i = 0; i < kQuestions; ++i)
+      plugin.requestLocation([&](const std::string&, std::int32_t) { ++answers; });
+    for (int i = 0; i < 500; ++i, platform::sleepMilliseconds(10)) plugin.flush();
+    unsent = plugin.wantsWrite();
+    plugin.run();
+  });
+  world.pass(4900);
+  EXPECT_GE(most, kLimit);
+  EXPECT_LT(most, 2 * kLimit);
+  expectEchoes();
+  EXPECT_TRUE(unsent);
+  world.pass(5000);
+  EXPECT_EQ(answers, kQuestions);
+
+  most = 0;
+  startPlugin([&](HublinkPlugin& plugin) {
+    const auto link = plugin.requestService(queryFor("Deaf")).link;
+    for (int i = 0; i < kQuestions; ++i)
+      plugin.requestValue(deaf, "name", [&](const auto&) { ++values; });
+    plugin.run();
+  });
+  world.pass(15000);
+  EXPECT_GE(most, kLimit);
+  EXPECT_LT(most, 2 * kLimit);
+  EXPECT_EQ(values, 0);
+  expectEchoes();
+  world.pass(15000);
+  EXPECT_EQ(values, kQuestions);
+}
+
+// At its end the hub waits for those who read, also for those who still send, and not long for
+// those who don't.
+TEST_F(Backlog, HasAMomentToLeaveAtTheHubsEnd) {
+  startHub(kPackets * kPacket * 2);
+  startPlugin(deafFor(10400));
+  startPlugin([this](HublinkPlugin& plugin) { send(plugin); });
+  world.pass(10000);
+  EXPECT_FALSE(unsent);
+  platform::terminateProcess(hub->id);
+  world.pass(399);
+  EXPECT_EQ(received, 0);
+  EXPECT_FALSE(hub->returned);
+  world.pass(50);
+  EXPECT_EQ(received, kPackets);
+  EXPECT_TRUE(hub->returned);
+
+  received = 0;
+  startHub(kPackets * kPacket * 2);
+  startPlugin(deafFor(20000));
+  startPlugin([this](HublinkPlugin& plugin) { send(plugin); });
+  world.pass(10000);
+  platform::terminateProcess(hub->id);
+  world.pass(499);
+  EXPECT_FALSE(hub->returned);
+  world.pass(1);
+  EXPECT_TRUE(hub->returned);
 }
 
 }  // namespace

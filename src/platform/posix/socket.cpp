@@ -166,6 +166,10 @@ int shutdownStream(Socket socket) {
   return shutdown(socket, SHUT_RDWR) == 0 ? 0 : errno;
 }
 
+int endSending(Socket socket) {
+  return shutdown(socket, SHUT_WR) == 0 ? 0 : errno;
+}
+
 int closeStream(Socket socket) {
   return close(socket) == 0 ? 0 : errno;
 }

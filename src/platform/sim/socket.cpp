@@ -137,7 +137,7 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
   if (!stream) return failure(error::brokenPipe);
   if (!stream->connected) return failure(error::notConnected);
   const std::shared_ptr<Stream> other = stream->peer.lock();
-  if (stream->shutDown || stream->reset) return failure(error::brokenPipe);
+  if (stream->sendingEnded || stream->reset) return failure(error::brokenPipe);
   auto size = static_cast<std::size_t>(count);
   if (!other) {
     // The first bytes to somebody who has gone are lost without a word; the reset comes back.
@@ -204,9 +204,16 @@ int shutdownStream(Socket socket) {
   if (!stream) return world.self().killed ? 0 : error::notSocket;
   if (!stream->connected) return error::notConnected;
   stream->shutDown = true;
+  return endSending(socket);
+}
+
+int endSending(Socket socket) {
+  Stream* stream = streamOf(socket);
+  if (!stream || !stream->connected) return error::notConnected;
+  stream->sendingEnded = true;
   if (const auto other = stream->peer.lock()) {
     other->ended = true;
-    world.announce(other);
+    World::current().announce(other);
   }
   return 0;
 }

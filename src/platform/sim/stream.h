@@ -23,13 +23,14 @@ struct Stream {
   std::weak_ptr<Stream> peer;  ///< gone once the other side has closed
   bool connected = false;
   std::uint32_t peerAddress = 0;
-  std::string inbox;        ///< sent by the other side and not yet read
-  std::size_t arrived = 0;  ///< bytes of it that a read can have
-  bool ended = false;       ///< the other side sends no more
-  bool reset = false;       ///< what is sent meets a reset, and so does a read at the end
-  bool shutDown = false;    ///< this side has ended both directions
-  bool wantsRoom = false;   ///< a send was refused or cut
-  bool roomComes = true;    ///< false while a cut send keeps its room back
+  std::string inbox;          ///< sent by the other side and not yet read
+  std::size_t arrived = 0;    ///< bytes of it that a read can have
+  bool ended = false;         ///< the other side sends no more
+  bool reset = false;         ///< what is sent meets a reset, and so does a read at the end
+  bool shutDown = false;      ///< this side has ended both directions
+  bool sendingEnded = false;  ///< this side sends no more
+  bool wantsRoom = false;     ///< a send was refused or cut
+  bool roomComes = true;      ///< false while a cut send keeps its room back
 
   bool isReadable() const {
     if (listening) return !clients.empty();

@@ -6,6 +6,13 @@
 #include "platform/process.h"
 #include "stp_transport/transport/stp_socket.h"
 
+namespace {
+
+// Milliseconds that what is queued has to leave at the hub's end.
+constexpr int kFarewell = 500;
+
+}  // namespace
+
 Hublink::Hublink(const ServiceDatabase& database, std::uint32_t listenPort, STPFileLog* pluginLog,
                  std::FILE* internalFile)
     : port(listenPort), serviceDatabase(database), log(pluginLog) {
@@ -80,6 +87,7 @@ bool Hublink::removeActiveRecord() {
 }
 
 void Hublink::shutdownPlugins(bool report, int wait) {
+  STPTransport::takeLeave(transports, kFarewell);
   for (const auto& connection : activeConnections) disconnectPlugin(connection.get());
   for (const auto& connection : activeConnections) {
     const platform::ProcessId child = connection->getProcess();

@@ -71,8 +71,8 @@ class Hublink : public ForwardingHandler {
   bool removeActiveRecord();
   std::int32_t numPersistentPlugins() const { return numPersistent; }
   std::int32_t numPlugins() const { return static_cast<std::int32_t>(activeConnections.size()); }
-  /// Disconnects every plugin and waits up to `wait` ms for each child; with `report` those that
-  /// take longer are printed.
+  /// Writes what is queued for plugins, for at most half a second, disconnects each of them and
+  /// waits up to `wait` ms for each child; with `report` those that take longer are printed.
   void shutdownPlugins(bool report, int wait);
   /// Writes a line of the hub's own to the internal log, if there is one.
   void logInternal(const char* format, ...) GEN_PRINTF(2, 3);
@@ -109,8 +109,8 @@ class Hublink : public ForwardingHandler {
   void requestPluginConnect(HublinkConnection* requester, const char* host, std::int32_t peerPort,
                             std::int32_t cookie);
   void requestValueOfName(HublinkConnection* asker, std::int32_t pluginID, const char* name);
-  void answerValueOfName(std::int32_t askerID, std::int32_t pluginID, const char* name,
-                         const char* value);
+  void answerValueOfName(HublinkConnection* sender, std::int32_t askerID, std::int32_t pluginID,
+                         const char* name, const char* value);
   void sendLocation(HublinkConnection* asker);
   void logMessage(const char* message);
   /// Closes a plugin's link, unless it owes an answer to somebody who asked for its service.

@@ -89,6 +89,7 @@ void Hublink::askProvider(HublinkConnection* requester, HublinkConnection* provi
                                                      serviceRN, std::move(pairs), clientCookie});
   provider->ConnectionRequestedEvent(requester->getPluginID(), serviceRN, localRN,
                                      place->second.pairs.view());
+  requester->getTransport()->waitFor(*provider->getTransport());
 }
 
 void Hublink::connectionAccepted(HublinkConnection* provider, std::int32_t serviceRN,

@@ -140,7 +140,7 @@ void HublinkConnection::RequestValueOfNameOnPlugin(std::int32_t plugin_id, const
 void HublinkConnection::ValueOfNameOnPluginResponseEvent(std::int32_t requesting_plugin_id,
                                                          std::int32_t plugin_id,
                                                          const char* valueName, const char* value) {
-  hub->answerValueOfName(requesting_plugin_id, plugin_id, valueName, value);
+  hub->answerValueOfName(this, requesting_plugin_id, plugin_id, valueName, value);
 }
 
 void HublinkConnection::PersistentService(bool flag) {

@@ -25,16 +25,20 @@ void Hublink::requestPluginConnect(HublinkConnection* requester, const char* hos
 
 void Hublink::requestValueOfName(HublinkConnection* asker, std::int32_t pluginID,
                                  const char* name) {
-  if (HublinkConnection* target = connectionForPluginID(pluginID))
+  if (HublinkConnection* target = connectionForPluginID(pluginID)) {
     target->ForwardedRequestValueOfNameOnPlugin(asker->getPluginID(), pluginID, name);
-  else
+    asker->getTransport()->waitFor(*target->getTransport());
+  } else {
     asker->ValueOfNameOnPluginEvent(pluginID, name, nullptr);
+  }
 }
 
-void Hublink::answerValueOfName(std::int32_t askerID, std::int32_t pluginID, const char* name,
-                                const char* value) {
-  if (HublinkConnection* asker = connectionForPluginID(askerID))
-    asker->ValueOfNameOnPluginEvent(pluginID, name, value);
+void Hublink::answerValueOfName(HublinkConnection* sender, std::int32_t askerID,
+                                std::int32_t pluginID, const char* name, const char* value) {
+  HublinkConnection* asker = connectionForPluginID(askerID);
+  if (!asker) return;
+  asker->ValueOfNameOnPluginEvent(pluginID, name, value);
+  sender->getTransport()->waitFor(*asker->getTransport());
 }
 
 void Hublink::sendLocation(HublinkConnection* asker) {

@@ -67,9 +67,12 @@ class STPTransport {
   bool isInProcess() const { return inProcess_; }
   /// The connected socket, else the listening one, else -1.
   int fileDescriptor() const { return connected_ ? fd_ : listening_ ? listenFD_ : -1; }
-  /// More bytes wait to be written than the limit allows: those who send to it aren't read until
-  /// half of that has gone.
+  /// More bytes wait to be written than the limit allows: until half of that has gone those who
+  /// send to it aren't read, and what it asks of this end itself isn't handled.
   bool isCongested() const { return congested_; }
+  /// Has this one wait like a sender to `target`, to which something was queued on its behalf, if
+  /// that is congested.
+  void waitFor(const STPTransport& target);
   bool isWritePending() const { return connected_ && !inProcess_ && writeCount_ > 0; }
   /// Type and id of the last packet queued, each pointer optional; false if there was none.
   bool lastQueued(std::uint32_t* type, std::uint32_t* id) const;
@@ -155,6 +158,11 @@ class STPTransport {
   /// later step. Nothing of theirs is delivered.
   void serviceOnceRelaying(int timeout, const STPTransportSet& others, STPStatus* status = nullptr);
 
+  /// Before the end of all of them: writes what is queued, for at most `milliseconds`. Whatever
+  /// comes meanwhile to those that have something queued is dropped, and they only remain to be
+  /// disconnected.
+  static void takeLeave(const STPTransportSet& transports, int milliseconds);
+
   // --- Sync and channels (stp_channel.cpp) ---
   /// A barrier: sends one packet and waits for the peer's.
   void awaitSync(std::int32_t local, std::int32_t remote, RetryHandler* retry,
@@ -208,6 +216,7 @@ class STPTransport {
   bool canWrite() const;
   bool canRead() const;
   void serveReady(STPStatus* status);
+  bool leaveStep(bool& hasEndedSending);
   /// Has steps on sets look at this transport. To be called wherever something to do may have
   /// arisen; looking in vain costs little.
   void attend();
@@ -236,9 +245,13 @@ class STPTransport {
   void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
   void deliverFront(const STPPacketTest& test);
   bool canRelay() const;
-  void noteCongestion(STPTransport& target);
+  void beginCongestion();
   void endCongestion();
   bool isStalled() const;
+  bool isOverfull() const;
+  bool hasInput() const;
+  /// A relay reads no more than it handles.
+  bool mustHandleFirst() const { return forwardingHandler_ && hasInput(); }
   void relayInput();
   void retryDeferred();
   void finishInput();
@@ -305,7 +318,7 @@ class STPTransport {
   bool relayed_ = false;  // the latest packet was passed on
   bool congested_ = false;
   std::uintptr_t stalledOn_ = 0;  // the serial of the congested transport that this one sends to
-  bool heldBack_ = false;         // a relaying step has left a packet to be delivered
+  bool heldBack_ = false;         // a packet to be delivered has been left for a later step
 
   KeptMessages responses_;
   KeptMessages unclaimed_;

@@ -118,7 +118,7 @@ bool STPTransport::canRead() const {
   // A client that is known to wait is somebody else's to take.
   if (listening_ && clientWaiting_) return false;
   const int fd = fileDescriptor();
-  return fd >= 0 && platform::readiness().isReadable(fd) && !isStalled();
+  return fd >= 0 && platform::readiness().isReadable(fd) && !isStalled() && !mustHandleFirst();
 }
 
 // This transport's own turn: the write first, then the read.
@@ -135,12 +135,14 @@ void STPTransport::serveReady(STPStatus* status) {
   if (canRead()) handleRead(status);
 }
 
-// The peer takes nothing any more, but what it sent before is still to be delivered. The failure
-// may be known before any event has announced those bytes.
+// The peer takes nothing any more, but what it sent before is still to be delivered, a read in each
+// turn. The failure may be known before any event has announced those bytes.
 void STPTransport::drainThenClose(STPStatus* status) {
+  if (mustHandleFirst()) return;
   platform::readiness().markReadable(fd_);
-  while (connected_ && platform::readiness().isReadable(fd_)) handleRead();
-  if (connected_ && writeFailed_) closeAfterWriteFailure();
+  handleRead();
+  if (connected_ && !platform::readiness().isReadable(fd_) && !mustHandleFirst())
+    closeAfterWriteFailure();
   copyStatus(status);
 }
 
@@ -152,7 +154,8 @@ void STPTransport::handleRead(STPStatus* status) {
   } else if (connected_) {
     // What a step within a handler has left comes before what is to be read, which may be the end.
     if (readCount_ > 0 && !needMore_) parseInput();
-    if (connected_ && !isStalled() && (inProcess_ ? receiveInProcess() : receiveFromSocket()))
+    if (connected_ && !isStalled() && !mustHandleFirst() &&
+        (inProcess_ ? receiveInProcess() : receiveFromSocket()))
       parseInput();
   }
   copyStatus(status);

@@ -138,9 +138,15 @@ bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
   return header.chain == context.chain() && depth > context.callDepth;
 }
 
+// Something has been read that may be a packet and hasn't been taken.
+bool STPTransport::hasInput() const {
+  return heldBack_ || (readCount_ >= kParsable && !needMore_);
+}
+
 bool STPTransport::hasDeliverable() const {
   if (isClosed() || stpProcess().sendDepth >= 1) return false;
-  if ((heldBack_ || (readCount_ >= kParsable && !needMore_)) && !isStalled()) return true;
+  if (hasInput() && !isStalled() && !(heldBack_ && isOverfull())) return true;
+  if (isOverfull()) return false;
   return std::any_of(deferredMessages_.begin(), deferredMessages_.end(),
                      [this](const auto& message) { return canDeliver(*message); });
 }

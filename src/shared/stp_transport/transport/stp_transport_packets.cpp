@@ -2,11 +2,17 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/clock.h"
 #include "platform/readiness.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_transport.h"
 
 namespace {
+
+// What one turn of a connection to a relay may take with messages that are delivered there, so that
+// others get their turns: the last one is begun before.
+constexpr std::uint64_t kTurnMilliseconds = 10;
+constexpr std::int64_t kTurnBytes = 65536;
 
 // Sets the fill behind a packet of `total` bytes to 0.
 void clearFill(unsigned char* packet, std::int64_t total) {
@@ -79,6 +85,7 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
   unsigned char* place = reserveWrite(stpStoredSize(total));
   std::memcpy(place, message.storage(), static_cast<std::size_t>(total));
   clearFill(place, total);
+  if (forwardingHandler_) beginCongestion();
   hasLast_ = true;
   lastType_ = message.header.type;
   lastId_ = message.header.id;
@@ -138,14 +145,25 @@ void STPTransport::parseInput() {
   heldBack_ = false;
   // A handler may run a step of its own, which is then to see what is left here.
   attend();
-  retryDeferred();
+  if (!isOverfull()) retryDeferred();
+  const std::uint64_t turnEnd = platform::monotonicMilliseconds() + kTurnMilliseconds;
+  std::int64_t turnBytes = 0;
   while (readCount_ > 0 && !needMore_ && !isStalled()) {
     const STPPacketTest test = passOnFront();
     if (test.state == STPPacketState::invalid) {
       closeWithFailure(STP_FAILED, "[handleRead]: remote host sent invalid packet");
       return;
     }
-    if (test.state == STPPacketState::complete) deliverFront(test);
+    if (test.state != STPPacketState::complete) continue;
+    if (isOverfull()) {
+      heldBack_ = true;
+      break;
+    }
+    deliverFront(test);
+    turnBytes += std::int64_t{test.headerSize} + test.payloadSize;
+    if (forwardingHandler_ && hasInput() &&
+        (turnBytes >= kTurnBytes || platform::monotonicMilliseconds() >= turnEnd))
+      break;
   }
   finishInput();
 }
@@ -205,7 +223,8 @@ void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isL
   std::memcpy(target.reserveWrite(count - sent), bytes + sent,
               static_cast<std::size_t>(count - sent));
   target.markUnflushed();
-  if (target.congested_ || target.writeCount_ >= stpProcess().backlogLimit) noteCongestion(target);
+  target.beginCongestion();
+  waitFor(target);
 }
 
 // Delivers the packet at the front of the read buffer here. The buffer is in a sound state before

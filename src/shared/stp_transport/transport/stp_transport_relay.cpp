@@ -1,16 +1,19 @@
 // What relaying asks beyond passing packets on. A receiver that doesn't read stops those who send
-// to it, so that the wait travels back to them. And relaying goes on while something else is waited
-// for: on each connection nothing overtakes its first packet that is to be delivered here.
+// to it, so that the wait travels back to them, and isn't answered any more itself; what it sends
+// to others is passed on all the same, since it may be blocked on just that. And relaying goes on
+// while something else is waited for: on each connection nothing overtakes its first packet that is
+// to be delivered here.
 #include "platform/readiness.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_transport.h"
 
 // Packets are taken whole, so that a backlog passes the limit by one packet and one read at most.
-void STPTransport::noteCongestion(STPTransport& target) {
-  stalledOn_ = target.serial_;
-  if (target.congested_) return;
-  target.congested_ = true;
-  forwardingHandler_->congestionChanged(&target, true);
+// To be called when something has been queued. What waits for the other end of a pair in one
+// process goes without a word to this end.
+void STPTransport::beginCongestion() {
+  if (congested_ || !connected_ || inProcess_ || writeCount_ < stpProcess().backlogLimit) return;
+  congested_ = true;
+  if (forwardingHandler_) forwardingHandler_->congestionChanged(this, true);
 }
 
 void STPTransport::endCongestion() {
@@ -25,6 +28,16 @@ bool STPTransport::isStalled() const {
   const auto& transports = stpProcess().transportsBySerial;
   const auto place = transports.find(stalledOn_);
   return place != transports.end() && place->second->congested_;
+}
+
+void STPTransport::waitFor(const STPTransport& target) {
+  if (target.congested_) stalledOn_ = target.serial_;
+}
+
+// Each answer to this end would add to what isn't read. A plugin's own queue stops nothing: its
+// peer may be stopped by the same rule.
+bool STPTransport::isOverfull() const {
+  return congested_ && forwardingHandler_ && !writeFailed_;
 }
 
 // A connection whose front packet has to wait isn't read any further: what comes behind it stays

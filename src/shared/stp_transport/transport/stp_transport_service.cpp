@@ -9,7 +9,13 @@
 // gives a transport something to do puts it there, and the step takes out those that have nothing
 // left. So any number of idle connections cost nothing, and a nested step at any depth finds what
 // the outer one has not served yet.
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "platform/clock.h"
 #include "platform/readiness.h"
+#include "platform/socket.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -150,4 +156,47 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
     }
   }
   attention.compact();
+}
+
+// False once there is nothing to wait for: the peer has got all and gone, or takes no more. A
+// socket that is closed with something unread in it takes what it still had to send with it, so it
+// is read until the peer ends too.
+bool STPTransport::leaveStep(bool& hasEndedSending) {
+  while (canWrite() && writeOnce() == WriteResult::wrote) continue;
+  if (writeFailed_) return false;
+  if (writeCount_ == 0 && !hasEndedSending) {
+    hasEndedSending = true;
+    if (platform::endSending(fd_) != 0) return false;
+  }
+  if (!platform::readiness().isReadable(fd_)) return true;
+  std::array<unsigned char, STP_SMALL_BLOCK> dropped;
+  const platform::Transfer received =
+      platform::receiveBytes(fd_, dropped.data(), static_cast<std::int64_t>(dropped.size()));
+  if (received.wouldBlock) platform::readiness().drained(fd_);
+  return received.wouldBlock || received.count > 0;
+}
+
+void STPTransport::takeLeave(const STPTransportSet& transports, int milliseconds) {
+  struct Leaving {
+    STPTransport* transport;
+    bool hasEndedSending = false;
+  };
+  std::vector<Leaving> leaving;
+  for (STPTransport* transport : transports)
+    if (transport->isWritePending()) leaving.push_back({transport});
+  const std::uint64_t end =
+      platform::monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
+  for (;;) {
+    std::erase_if(leaving,
+                  [](Leaving& one) { return !one.transport->leaveStep(one.hasEndedSending); });
+    const std::uint64_t now = platform::monotonicMilliseconds();
+    if (leaving.empty() || now >= end) return;
+    const bool isBusy = std::any_of(leaving.begin(), leaving.end(), [](const Leaving& one) {
+      return platform::readiness().isReadable(one.transport->fd_);
+    });
+    bool failed = false;
+    platform::readiness().wait(isBusy ? 0 : static_cast<int>(end - now), failed);
+    if (failed) return;
+    platform::readiness().forgetNews();
+  }
 }
