@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "indgen/format.h"
+#include "indgen/printable.h"
 #include "platform/clock.h"
 
 namespace hublinkctl {
@@ -13,7 +14,7 @@ std::string textOf(const Facts& value) {
   if (value.is_null()) return "unknown";
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (value.is_number_float()) return gen_asprintf("%.3f", value.get<double>()).get();
-  return value.is_string() ? value.get<std::string>() : value.dump();
+  return value.is_string() ? gen_printable(value.get<std::string>()) : value.dump();
 }
 
 std::string textOfAll(const Facts& facts) {
@@ -31,7 +32,7 @@ std::string textOfAll(const Facts& facts) {
 }  // namespace
 
 void tell(const std::string& text) {
-  std::fprintf(stderr, "hublinkctl: %s\n", text.c_str());
+  std::fprintf(stderr, "hublinkctl: %s\n", gen_printable(text).c_str());
 }
 
 Session::Session(const Options& options) : options_(options) {

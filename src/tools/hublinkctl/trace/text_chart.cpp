@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "indgen/printable.h"
+
 namespace trace {
 namespace {
 
@@ -13,26 +15,6 @@ constexpr std::size_t kLaneWidth = 5;
 // Those for whom there is no lane left share the last.
 constexpr std::size_t kMostLanes = 16;
 constexpr std::size_t kMostItems = 32;
-
-// Keeps what a log holds from acting on the terminal.
-std::string printable(const std::string& text) {
-  std::string result;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    char escape[8];
-    if (c == '\n') {
-      result += "\\n";
-    } else if (c == '\t') {
-      result += "\\t";
-    } else if (byte < 0x20 || byte == 0x7f) {
-      std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(byte));
-      result += escape;
-    } else {
-      result += c;
-    }
-  }
-  return result;
-}
 
 std::string timeText(const Event& event) {
   if (!event.time) return std::string(12, ' ');
@@ -46,7 +28,7 @@ std::string timeText(const Event& event) {
 
 std::string fieldText(const Field& field) {
   const auto one = [&](const std::string& value) {
-    return field.isText ? "\"" + printable(value) + "\"" : value;
+    return field.isText ? "\"" + gen_printable(value) + "\"" : value;
   };
   if (!field.isList) return field.name + "=" + one(field.value);
   std::string list;
@@ -123,13 +105,13 @@ std::size_t TextChart::laneOf(int plugin, const std::string& label) {
 }
 
 std::string TextChart::textOf(const Event& event) const {
-  if (!event.isMessage()) return printable(event.text);
-  std::string text =
-      pluginLabel(*event.pluginID, printable(event.pluginName)) + ": " + printable(event.message);
+  if (!event.isMessage()) return gen_printable(event.text);
+  std::string text = pluginLabel(*event.pluginID, gen_printable(event.pluginName)) + ": " +
+                     gen_printable(event.message);
   if (event.kind == Kind::sendFailed) text += " (not sent: the connection had failed)";
   for (std::size_t i = 0; i < event.fields.size(); ++i)
     text += (i > 0 ? ", " : " ") + fieldText(event.fields[i]);
-  if (!event.text.empty()) text += " ? " + printable(event.text);
+  if (!event.text.empty()) text += " ? " + gen_printable(event.text);
   return text;
 }
 
@@ -153,7 +135,7 @@ void TextChart::add(const Event& event) {
   text += textOf(event);
   std::size_t lane = 0;
   if (event.pluginID)
-    lane = laneOf(*event.pluginID, pluginLabel(*event.pluginID, printable(event.pluginName)));
+    lane = laneOf(*event.pluginID, pluginLabel(*event.pluginID, gen_printable(event.pluginName)));
   std::string chart = bars();
   if (event.isMessage()) {
     chart = arrow(event, std::move(chart), lane);
@@ -171,8 +153,8 @@ void TextChart::finish() {
   std::size_t number = 0;
   for (const Request& request : tracker_.requests()) {
     out_ << "#" << ++number << " plugin " << request.requester << ": " << request.asked;
-    if (!request.title.empty()) out_ << " " << printable(request.title);
-    out_ << ": " << printable(request.outcome);
+    if (!request.title.empty()) out_ << " " << gen_printable(request.title);
+    out_ << ": " << gen_printable(request.outcome);
     if (request.begin && request.end) out_ << " after " << *request.end - *request.begin << " ms";
     if (!request.ending.empty()) out_ << ", " << request.ending;
     out_ << '\n';

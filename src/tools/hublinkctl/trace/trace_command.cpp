@@ -9,6 +9,7 @@
 #include <system_error>
 #include <vector>
 
+#include "indgen/printable.h"
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "tools/hublinkctl/trace/html_page.h"
@@ -29,7 +30,7 @@ struct Arguments {
 };
 
 int fail(const std::string& message) {
-  std::cerr << "hublinkctl trace: " << message << '\n';
+  std::cerr << "hublinkctl trace: " << gen_printable(message) << '\n';
   return kTrouble;
 }
 
