@@ -132,8 +132,9 @@ TEST_F(HublinkctlTest, TellsWhatAHubKnows) {
          {"provider Echo --directory /nowhere", ExitCode::no, "nobody provides Echo"},
          {"wait Echo", ExitCode::fine, id + "\n"},
          {"wait Nobody --timeout 1", ExitCode::no, "nobody provides Nobody"},
-         {"value " + id + " colour", ExitCode::fine, "red \xFF\n"},
+         {"value " + id + " colour", ExitCode::fine, "red \\xff\n"},
          {"value " + id + " size", ExitCode::no, "plugin " + id + " has no value size\n"},
+         {"value " + id + " \x9B", ExitCode::no, "has no value \\x9b\n"},
          {"value 999 colour", ExitCode::no, "plugin 999 has no value colour\n"},
          {"ping Echo --count 5 --size 70000", ExitCode::fine, "packets: 5\nbytes: 70000\nmin "},
          {"ping Echo --size 0", ExitCode::fine, "packets: 10\nbytes: 0\n"},
@@ -275,6 +276,8 @@ TEST_F(HublinkctlTest, UsageAndHelp) {
     EXPECT_EQ(outcome.code, ExitCode::usage) << line;
     EXPECT_EQ(outcome.printed.rfind("hublinkctl: ", 0), 0u) << outcome.printed;
   }
+  check({{"setenv \x9B=", ExitCode::usage, "\"\\x9b=\""},
+         {"--version", ExitCode::fine, "hublinkctl "}});
   for (std::string line : {"find", "start"}) check({{line + " --help", ExitCode::fine, "--json"}});
   for (const std::string line : kOnHub)
     check({{line.substr(0, line.find(' ')) + " --help", ExitCode::fine, "Exit codes:\n  0  fine"}});

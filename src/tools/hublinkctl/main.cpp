@@ -4,6 +4,7 @@
 #include "platform/process.h"
 #include "tools/hublinkctl/commands.h"
 #include "tools/hublinkctl/trace/trace_command.h"
+#include "tools/tool_options.h"
 
 namespace hublinkctl {
 
@@ -61,9 +62,7 @@ int run(int argc, char** argv) {
              kExitCodeHelp);
   app.fallthrough();
   app.require_subcommand(1);
-  app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return std::string("hublinkctl: ") + error.what() + '\n';
-  });
+  addToolOptions(app);
   addOptions(app, options);
   addHubCommands(app, options, exitCode);
   addServiceCommands(app, options, exitCode);

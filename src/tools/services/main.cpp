@@ -13,6 +13,7 @@
 #include "indgen/program.h"
 #include "tools/services/output.h"
 #include "tools/services/survey.h"
+#include "tools/tool_options.h"
 
 namespace {
 
@@ -78,6 +79,7 @@ int main(int argc, char** argv) {
       "Reads service description files as the hub does, and prints what the hub would know and "
       "what is wrong with them.",
       "hublink-services");
+  addToolOptions(app);
   app.add_option("DIRECTORY|FILE", arguments.paths,
                  "What to read; without any, the directory of this installation")
       ->type_name("");

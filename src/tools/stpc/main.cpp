@@ -12,6 +12,7 @@
 #include "indgen/whole_file.h"
 #include "tools/stpc/catalogue_parser.h"
 #include "tools/stpc/emit.h"
+#include "tools/tool_options.h"
 
 namespace {
 
@@ -89,6 +90,7 @@ int compile(const Arguments& arguments) {
 int main(int argc, char** argv) {
   Arguments arguments;
   CLI::App app("Writes the C++ classes of the sides of an interface from its catalogue.", "stpc");
+  addToolOptions(app);
   app.add_option("CATALOGUE", arguments.catalogue, "The file that describes the interface")
       ->required();
   app.add_option("--output", arguments.output, "The directory to write to")
