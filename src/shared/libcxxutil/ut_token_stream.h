@@ -55,6 +55,8 @@ class ut_token_stream {
   bool had_error() const { return had_error_; }
   /// Whether the reading was ended by one of its bounds, which has been reported.
   bool gave_up() const { return gave_up_; }
+  /// Whether the input has ended before its end: so, or by an include that can't be opened.
+  bool cut_short() const { return input_ended_; }
 
   /// Every file opened, in order.
   const std::vector<std::string>& opened_files() const { return opened_files_; }

@@ -1,11 +1,15 @@
 #include "tools/services/block_places.h"
 
-#include <cstring>
+#include <fstream>
+#include <string_view>
 
 #include "libcxxutil/ut_options_database.h"
+#include "tools/services/exact_lines.h"
 
 namespace services {
 namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // The macros that every file sees.
 void definePredefined(ut_macro_table& macros) {
@@ -15,9 +19,10 @@ void definePredefined(ut_macro_table& macros) {
     if (const char* value = database.macro_value(name, false)) macros.set(name, value);
 }
 
-bool startsName(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-         c == '"';
+bool isMarked(const std::string& file) {
+  char first[kByteOrderMark.size()] = {};
+  std::ifstream(file, std::ios::binary).read(first, sizeof first);
+  return std::string_view(first, sizeof first) == kByteOrderMark;
 }
 
 }  // namespace
@@ -28,88 +33,61 @@ BlockPlaces::BlockPlaces(const char* file) {
   ut_token_stream stream(false, true, &macros, nullptr);
   {
     const ReportCapture capture(reports_, [&] { return placeOf(stream.position()); });
-    if (stream.open(file)) walk(stream);
+    if (stream.open(file)) read(stream);
   }
-  lines_.emplace(file, macros, stream.opened_files().size());
-  for (auto& [block, place] : places_) place = lines_->of_statement(place);
-  for (Finding& report : reports_) report.place = lines_->of_report(report.place, report.text);
+  for (const std::string& opened : stream.opened_files())
+    if (isMarked(opened)) markedFiles_.push_back(opened);
+  ExactLines lines(file, macros, stream.opened_files().size());
+  const auto makeExact = [&](Place& place) { place = lines.of_statement(place); };
+  for (auto& [block, known] : places_) {
+    makeExact(known.place);
+    for (auto& [name, place] : known.attributes) makeExact(place);
+  }
+  for (Place& place : unclosedTexts_) makeExact(place);
+  for (Again& again : openedAgain_) makeExact(again.place);
+  for (Finding& report : reports_) report.place = lines.of_report(report.place, report.text);
 }
 
 Place BlockPlaces::of(const ut_attribute_list& block) const {
-  const auto place = places_.find(&block);
-  return place == places_.end() ? Place() : place->second;
+  const auto known = places_.find(&block);
+  return known == places_.end() ? Place() : known->second.place;
 }
 
-void BlockPlaces::walk(ut_token_stream& stream) {
-  bool good = true;
-  while (good) {
-    if (stream.at_end_of_line()) current_ = scope_;
-    char* token = stream.next_token();
-    if (!token) return;
-    good = statement(stream, token);
-  }
+Place BlockPlaces::of(const ut_attribute_list& block, const char* attribute) const {
+  const auto known = places_.find(&block);
+  if (known == places_.end()) return {};
+  const auto place = known->second.attributes.find(attribute);
+  return place == known->second.attributes.end() ? known->second.place : place->second;
 }
 
-bool BlockPlaces::statement(ut_token_stream& stream, char* token) {
-  if (std::strcmp(token, ";") == 0) return true;
-  std::string name;
-  const char* operation = token;
-  if (startsName(*token)) {
-    const char* text = *token == '"' ? stream.unescape_string(token) : token;
-    name = text ? text : "";
-    if (stream.at_end_of_line()) return false;
-    operation = stream.next_token();
-  }
-  switch (operation ? *operation : '\0') {
-    case '.':
-      return enter(name, false, stream);
-    case '{':
-      return enter(name, true, stream);
-    case '}':
-      return close();
-    case '=':
-    case '+':
-      return value(name, stream);
-    default:
-      return false;
-  }
+void BlockPlaces::read(ut_token_stream& stream) {
+  stream_ = &stream;
+  ut_options_reader reader(stream, {}, root_, this);
+  if (reader.read() && !stream.cut_short()) noteEnd(reader.scope());
+  stream_ = nullptr;
 }
 
-bool BlockPlaces::enter(const std::string& name, bool open, ut_token_stream& stream) {
-  ut_attribute_list* child = current_->find_child(name.c_str());
-  if (!child) {
-    child = current_->add_child(name.c_str());
-    places_[child] = placeOf(stream.position());
-  }
-  current_ = child;
-  if (!open) return true;
-  child->set_block_open(true);
-  scope_ = child;
-  return true;
+void BlockPlaces::noteEnd(const ut_attribute_list& scope) {
+  if (&scope == &root_) return;
+  unclosedBlock_ = &scope;
+  for (const ut_attribute_list* block = &scope; block != &root_; block = block->parent())
+    if (block->block_open()) ++unclosedBlocks_;
 }
 
-bool BlockPlaces::close() {
-  if (scope_ == &root_) return false;
-  scope_->set_block_open(false);
-  do scope_ = scope_->parent();
-  while (scope_ != &root_ && !scope_->block_open());
-  current_ = scope_;
-  return true;
+void BlockPlaces::opened(const ut_attribute_list& block, bool again) {
+  const Place place = placeOf(stream_->position());
+  if (again)
+    openedAgain_.push_back({&block, place});
+  else
+    places_[&block].place = place;
 }
 
-bool BlockPlaces::value(const std::string& name, ut_token_stream& stream) {
-  const char* token = stream.next_token();
-  if (!token) return false;
-  if (*token == '"') {
-    current_->add_or_replace_str(name.c_str(), "");
-    return true;
-  }
-  current_->add_or_replace_int32(name.c_str(), 0);
-  if (*token == '-') return stream.next_token() != nullptr;
-  // No item of a list holds a brace outside its quotes.
-  if (*token == '{')
-    while (token && *token != '}') token = stream.next_token();
-  return token != nullptr;
+void BlockPlaces::assigned(const ut_attribute_list& block, const std::string& name) {
+  places_[&block].attributes[name] = placeOf(stream_->position());
+}
+
+void BlockPlaces::unclosedText() {
+  unclosedTexts_.push_back(placeOf(stream_->position()));
 }
 
 }  // namespace services

@@ -1,6 +1,5 @@
-// Where the blocks of a description file stand. The hub forgets that when it has read a file, and
-// nearly always nobody asks; so a file is gone through a second time, token by token, when there is
-// something to say about it.
+// Where the blocks and attributes of a description file stand. The hub forgets that when it has
+// read a file; so it is read a second time, with the hub's own reader, by somebody who takes notes.
 #pragma once
 
 #include <optional>
@@ -9,41 +8,63 @@
 #include <vector>
 
 #include "libcxxutil/ut_attribute_list.h"
+#include "libcxxutil/ut_options_reader.h"
 #include "libcxxutil/ut_token_stream.h"
-#include "tools/services/exact_lines.h"
 #include "tools/services/finding.h"
 
 namespace services {
 
-class BlockPlaces {
+class BlockPlaces : private ut_options_observer {
  public:
-  /// Goes through `file`, as far as its statements are in order.
+  /// Reads `file`, as far as its statements are in order.
   explicit BlockPlaces(const char* file);
 
-  /// The blocks with their attributes, of which only the names and kinds are right.
   const ut_attribute_list& root() const { return root_; }
-  /// Where a block of this tree was first opened.
+  /// Where a block of this tree was first opened, or one of its attributes last set.
   Place of(const ut_attribute_list& block) const;
-  /// The exact place of a statement that the hub's code puts at `named`.
-  Place of_statement(const Place& named) const { return lines_->of_statement(named); }
-  /// What the preprocessor has reported on the way, each with its place. It is what reading the
-  /// file reports, in the same order, but without the syntax errors, and perhaps with more behind
-  /// one.
+  Place of(const ut_attribute_list& block, const char* attribute) const;
+  /// What reading the file reports, each with its place.
   const std::vector<Finding>& reports() const { return reports_; }
+  /// What should have stood in place of a syntax error; empty if that can't be told.
+  const std::string& expected() const { return expected_; }
+
+  /// Where texts have no closing quote.
+  const std::vector<Place>& unclosed_texts() const { return unclosedTexts_; }
+  /// The innermost block that is open at the end, and how many are open; null if there is none.
+  const ut_attribute_list* unclosed_block() const { return unclosedBlock_; }
+  int unclosed_blocks() const { return unclosedBlocks_; }
+  /// A block that was opened once more, by a name that its parent had already.
+  struct Again {
+    const ut_attribute_list* block;
+    Place place;
+  };
+  const std::vector<Again>& opened_again() const { return openedAgain_; }
+  /// Files, among this one and what it includes, that begin with a byte-order mark.
+  const std::vector<std::string>& marked_files() const { return markedFiles_; }
 
  private:
-  void walk(ut_token_stream& stream);
-  bool statement(ut_token_stream& stream, char* token);
-  bool enter(const std::string& name, bool open, ut_token_stream& stream);
-  bool close();
-  bool value(const std::string& name, ut_token_stream& stream);
+  void read(ut_token_stream& stream);
+  void noteEnd(const ut_attribute_list& scope);
+  void opened(const ut_attribute_list& block, bool again) override;
+  void assigned(const ut_attribute_list& block, const std::string& name) override;
+  void unclosedText() override;
+  void failed(const std::string& expected) override { expected_ = expected; }
+
+  struct BlockPlace {
+    Place place;
+    std::unordered_map<std::string, Place> attributes;
+  };
 
   ut_attribute_list root_{""};
-  ut_attribute_list* scope_ = &root_;
-  ut_attribute_list* current_ = &root_;
-  std::unordered_map<const ut_attribute_list*, Place> places_;
+  ut_token_stream* stream_ = nullptr;  // while it is read
+  std::unordered_map<const ut_attribute_list*, BlockPlace> places_;
   std::vector<Finding> reports_;
-  std::optional<ExactLines> lines_;
+  std::string expected_;
+  std::vector<Place> unclosedTexts_;
+  const ut_attribute_list* unclosedBlock_ = nullptr;
+  int unclosedBlocks_ = 0;
+  std::vector<Again> openedAgain_;
+  std::vector<std::string> markedFiles_;
 };
 
 }  // namespace services

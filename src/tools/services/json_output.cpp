@@ -77,7 +77,8 @@ const char* wordOf(ServiceDatabase::FileResult result) {
 std::string jsonOf(const Survey& survey) {
   Json files = Json::array(), plugins = Json::array(), findings = Json::array();
   for (const FileSurvey& file : survey.files()) {
-    files.push_back({{"path", file.path}, {"result", wordOf(file.result)}});
+    files.push_back(
+        {{"path", file.path}, {"result", file.is_directory ? "no files" : wordOf(file.result)}});
     for (const Finding& finding : file.findings) findings.push_back(findingOf(finding));
   }
   for (const PluginRecord& plugin : survey.database().plugins())

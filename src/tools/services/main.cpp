@@ -44,8 +44,10 @@ class Reader {
  private:
   void readDirectory(const std::string& path) {
     gen_dir_walker walker;
-    if (!gen_walk_open(walker, path.c_str())) survey_.add_trouble(path, "can't be listed");
-    for (const std::string& file : ServiceDatabase::description_files(path.c_str())) readFile(file);
+    if (!gen_walk_open(walker, path.c_str())) return survey_.add_trouble(path, "can't be listed");
+    const std::vector<std::string> files = ServiceDatabase::description_files(path.c_str());
+    if (files.empty()) survey_.add_empty_directory(path);
+    for (const std::string& file : files) readFile(file);
   }
 
   void readFile(const std::string& path) {

@@ -1,22 +1,24 @@
 #include "tools/services/survey.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "indgen/format.h"
 #include "indgen/quote.h"
 #include "tools/services/block_places.h"
+#include "tools/services/description_check.h"
+#include "tools/services/program_check.h"
 
 namespace services {
 namespace {
 
 using FileResult = ServiceDatabase::FileResult;
 
-constexpr const char* kMissing = "is missing required ";
-
 // The blocks of a file that are spoken of, in the order in which the hub comes to them.
 struct Spots {
   std::vector<Place> incomplete;  // lack what they must have
   std::vector<Place> services;    // those of the file's plugins, one plugin after the other
+  std::vector<const ut_attribute_list*> plugins;
 };
 
 void visitEntries(const BlockPlaces& places, const ut_attribute_list& section, const char* block,
@@ -37,6 +39,7 @@ void visitSection(const BlockPlaces& places, const ut_attribute_list& section, S
     spots.incomplete.push_back(places.of(section));
     return;
   }
+  spots.plugins.push_back(&section);
   visitEntries(places, section, "Arguments", "Arg", spots.incomplete, nullptr);
   visitEntries(places, section, "ServicesProvided", "ServiceName", spots.incomplete,
                &spots.services);
@@ -55,26 +58,22 @@ Spots spotsOf(const BlockPlaces& places) {
   return spots;
 }
 
-// Reports come in the order of the file, so each search goes on behind the last hit.
+// The hub reports what reading the file brings up, and then the blocks that it can't take.
 void placeReports(std::vector<Finding>& findings, const BlockPlaces& places,
                   const std::vector<Place>& incomplete) {
-  auto block = incomplete.begin();
-  auto report = places.reports().begin();
-  for (Finding& finding : findings) {
-    if (finding.text.find(kMissing) != std::string::npos) {
-      if (block != incomplete.end()) finding.place = *block++;
-      continue;
-    }
-    const auto same = std::find_if(report, places.reports().end(), [&](const Finding& other) {
-      return other.text == finding.text;
-    });
-    if (same == places.reports().end()) {
-      finding.place = places.of_statement(finding.place);
-      continue;
-    }
-    finding.place = same->place;
-    report = same + 1;
+  const std::size_t reading = std::min(findings.size(), places.reports().size());
+  for (std::size_t i = 0; i < reading; ++i) findings[i].place = places.reports()[i].place;
+  if (reading > 0 && !places.expected().empty()) {
+    std::string& text = findings[reading - 1].text;
+    text += (text.ends_with(':') ? " expected " : ": expected ") + places.expected();
   }
+  const std::size_t blocks = std::min(findings.size() - reading, incomplete.size());
+  for (std::size_t i = 0; i < blocks; ++i) findings[reading + i].place = incomplete[i];
+}
+
+void append(std::vector<Finding>& findings, std::vector<Finding> more) {
+  findings.insert(findings.end(), std::make_move_iterator(more.begin()),
+                  std::make_move_iterator(more.end()));
 }
 
 }  // namespace
@@ -99,6 +98,20 @@ void Survey::add_trouble(const std::string& path, const char* reason) {
   file.result = FileResult::unreadable;
   file.findings.push_back({Severity::error, {path, 0}, reason});
   files_.push_back(std::move(file));
+}
+
+void Survey::add_empty_directory(const std::string& path) {
+  FileSurvey directory;
+  directory.path = path;
+  directory.is_directory = true;
+  directory.findings.push_back(
+      {Severity::warning, {path, 0}, "holds no description file: name them like tool.kvs"});
+  files_.push_back(std::move(directory));
+}
+
+std::size_t Survey::file_count() const {
+  return static_cast<std::size_t>(std::count_if(
+      files_.begin(), files_.end(), [](const FileSurvey& file) { return !file.is_directory; }));
 }
 
 const FileSurvey& Survey::file_of(const PluginRecord& plugin) const {
@@ -137,21 +150,40 @@ std::vector<Survey::Contest> Survey::contestsOf(const FileSurvey& file) const {
   return contests;
 }
 
+void Survey::addProgramFindings(FileSurvey& file, const BlockPlaces& places,
+                                const std::vector<const ut_attribute_list*>& sections) const {
+  for (std::size_t i = 0; i < std::min(file.plugin_count, sections.size()); ++i) {
+    const PluginRecord& plugin = database_.plugins()[file.first_plugin + i];
+    // One that is no program is for its requester to find.
+    if (plugin.is_shared_object()) continue;
+    const auto check = [&](const char* attribute, const std::string& program) {
+      std::string trouble = troubleWithProgram(plugin, program);
+      if (!trouble.empty())
+        file.findings.push_back(
+            {Severity::warning, places.of(*sections[i], attribute), std::move(trouble)});
+    };
+    check("ExecName", plugin.exec_name());
+    if (plugin.ada_exec_name()) check("AdaExecName", *plugin.ada_exec_name());
+  }
+}
+
 void Survey::addOwnFindings(FileSurvey& file) const {
   const Place whole{file.path, 0};
   if (file.result == FileResult::unreadable) {
     file.findings.push_back({Severity::error, whole, "can't be opened"});
     return;
   }
-  if (file.result == FileResult::without_services)
-    file.findings.push_back(
-        {Severity::warning, whole, "has no block \"Services\", so that nothing is taken from it"});
-  const std::vector<Contest> contests = contestsOf(file);
-  if (file.findings.empty() && contests.empty()) return;
   const BlockPlaces places(file.path.c_str());
   const Spots spots = spotsOf(places);
   placeReports(file.findings, places, spots.incomplete);
-  for (const Contest& contest : contests) {
+  if (file.result == FileResult::without_services)
+    file.findings.push_back(
+        {Severity::warning, whole, "has no block \"Services\", so that nothing is taken from it"});
+  append(file.findings, checkText(places));
+  if (file.result == FileResult::malformed) return;
+  append(file.findings, checkDescription(places));
+  addProgramFindings(file, places, spots.plugins);
+  for (const Contest& contest : contestsOf(file)) {
     const bool known = contest.index < spots.services.size();
     const gen_text service = gen_quote(contest.service->name.c_str());
     const gen_text provider = gen_quote(contest.provider->plugin_name().c_str());

@@ -2,8 +2,9 @@
 // them.
 //
 // The hub's own database reads the files; the survey notes which plugins came from which file and
-// adds what the hub keeps to itself: files that can't be opened or describe nothing, and services
-// that can't be had because an earlier plugin provides them.
+// adds what the hub keeps to itself: files that can't be opened or describe nothing, what it passes
+// over in them, programs that it wouldn't find, and services that can't be had because an earlier
+// plugin provides them.
 #pragma once
 
 #include <string>
@@ -14,12 +15,15 @@
 
 namespace services {
 
+class BlockPlaces;
+
 struct FileSurvey {
   std::string path;
   ServiceDatabase::FileResult result = ServiceDatabase::FileResult::accepted;
   std::size_t first_plugin = 0;  ///< the place of its first plugin in the database
   std::size_t plugin_count = 0;
   std::vector<Finding> findings;
+  bool is_directory = false;  ///< one without description files, and nothing was read
 };
 
 class Survey {
@@ -28,10 +32,14 @@ class Survey {
   void add_file(const std::string& path);
   /// Reads nothing, but notes that `path` can't be had, and why.
   void add_trouble(const std::string& path, const char* reason);
+  /// Notes that a directory holds no description file.
+  void add_empty_directory(const std::string& path);
 
   const ServiceDatabase& database() const { return database_; }
   /// In the order in which they were read.
   const std::vector<FileSurvey>& files() const { return files_; }
+  /// Of which directories without files are none.
+  std::size_t file_count() const;
   /// The file that a plugin of the database came from.
   const FileSurvey& file_of(const PluginRecord& plugin) const;
   /// The plugin that has this service instead of `plugin`; null if `plugin` has it itself.
@@ -50,6 +58,8 @@ class Survey {
   };
 
   std::vector<Contest> contestsOf(const FileSurvey& file) const;
+  void addProgramFindings(FileSurvey& file, const BlockPlaces& places,
+                          const std::vector<const ut_attribute_list*>& sections) const;
   void addOwnFindings(FileSurvey& file) const;
 
   ServiceDatabase database_;

@@ -1,35 +1,20 @@
 #include <cstdio>
 
+#include "indgen/printable.h"
 #include "indgen/quote.h"
 #include "tools/services/output.h"
 
 namespace services {
 namespace {
 
-// Nothing that a file holds may reach a terminal as anything but text.
-std::string printable(const std::string& text) {
-  std::string result;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7F) {
-      result += c;
-      continue;
-    }
-    char escape[5];
-    std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-    result += escape;
-  }
-  return result;
-}
-
 std::string quoted(const std::string& text) {
-  return printable(gen_quote(text.c_str()).get());
+  return gen_printable(gen_quote(text.c_str()).get());
 }
 
 std::string joined(const std::vector<NameAndValue>& pairs) {
   std::string result;
   for (const NameAndValue& pair : pairs)
-    result += ' ' + printable(pair.name) + '=' + quoted(pair.value);
+    result += ' ' + gen_printable(pair.name) + '=' + quoted(pair.value);
   return result;
 }
 
@@ -49,7 +34,7 @@ class TextWriter {
 
  private:
   void addFile(const FileSurvey& file) {
-    text_ += printable(file.path) + '\n';
+    text_ += gen_printable(file.path) + '\n';
     for (std::size_t i = 0; i < file.plugin_count; ++i)
       addPlugin(survey_.database().plugins()[file.first_plugin + i]);
     for (const Finding& finding : file.findings) addFinding(finding);
@@ -80,7 +65,7 @@ class TextWriter {
     if (!service.service_data.empty()) line += ", data" + joined(service.service_data);
     if (const PluginRecord* rival = survey_.rival(plugin, service))
       line += ", already provided by " + quoted(rival->plugin_name()) + " in " +
-              printable(survey_.file_of(*rival).path);
+              gen_printable(survey_.file_of(*rival).path);
     addLine("service", line);
   }
 
@@ -90,17 +75,17 @@ class TextWriter {
   }
 
   void addFinding(const Finding& finding) {
-    text_ += printable(finding.place.file);
+    text_ += gen_printable(finding.place.file);
     if (finding.place.line > 0) text_ += ':' + std::to_string(finding.place.line);
     text_.append(": ").append(wordOf(finding.severity)).append(": ");
-    text_ += printable(finding.text) + '\n';
+    text_ += gen_printable(finding.text) + '\n';
   }
 
   void addSummary() {
     std::size_t services = 0;
     for (const PluginRecord& plugin : survey_.database().plugins())
       services += plugin.services().size();
-    text_ += counted(survey_.files().size(), "file") + ", " +
+    text_ += counted(survey_.file_count(), "file") + ", " +
              counted(survey_.database().plugins().size(), "plugin") + ", " +
              counted(services, "service") + ": " +
              (survey_.all_is_well() ? "all is well"
