@@ -27,6 +27,7 @@ void HubTest::SetUpTestSuite() {
 }
 
 void HubTest::TearDown() {
+  TestPlugin::hubProcess = 0;
   if (!hub) return;
   hub->terminate();
   EXPECT_EQ(hub->waitForEnd(), 0);
@@ -41,6 +42,7 @@ void HubTest::startHub(std::vector<std::string> options, int softLimit) {
     hub = std::make_unique<HubProcess>(arguments, directory, softLimit, executable);
   });
   ASSERT_TRUE(link->isConnected());
+  TestPlugin::hubProcess = hub->id();
   first = makeCounted<TestPlugin>(link.get());
   std::string line;
   do line = first->next();

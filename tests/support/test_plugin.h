@@ -7,6 +7,7 @@
 #include <string>
 
 #include "generated/hublink_plugin_impl.h"
+#include "platform/process.h"
 #include "stp_transport/transport/counted_ptr.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -19,7 +20,8 @@ class TestPlugin : public Hublink_plugin_Impl {
   explicit TestPlugin(STPTransport* link);
 
   /// The oldest message not yet taken: its name and its fields with blanks between, texts in single
-  /// quotes. Serves all plugins until there is one; "closed" or "nothing" if none comes.
+  /// quotes. Serves all plugins until there is one; "closed" or "nothing" if none comes, at once if
+  /// that can be proved.
   std::string next();
   /// What next() gives begins with the name of this message.
   bool nextIs(const std::string& name) { return next().rfind(name + " ", 0) == 0; }
@@ -43,6 +45,8 @@ class TestPlugin : public Hublink_plugin_Impl {
   }
 
   std::int32_t id = 0;
+  /// The hub of the test as a process, if it is one that can be watched.
+  static platform::ProcessId hubProcess;
 
  protected:
   ~TestPlugin() override { all.erase(this); }
@@ -79,6 +83,7 @@ class TestPlugin : public Hublink_plugin_Impl {
   }
 
  private:
+  bool nothingIsToCome();
   static std::string shown(Text text) {
     return text ? "'" + std::string(text) + "'" : std::string("null");
   }
