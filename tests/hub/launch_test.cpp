@@ -233,21 +233,22 @@ TEST_F(LaunchTest, AClientStartsItsOwnProvider) {
   EXPECT_THAT(started->next(), StartsWith("ConnectionRequestedEvent 1 "));
   started->ConnectionAcceptedEvent(rn, rn + 1, true);
   EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Beside' 11 1 0 1 10 3 null 4");
-  // Somebody may name the ID that was set aside; nobody will ever have it.
-  const auto await = [&started](std::int32_t setAside, int cookie) {
-    started->RequestServiceConnection("Beside", setAside, {}, nullptr, false, cookie, false, false);
+  // Somebody may name the ID that is set aside, before or after that; nobody will ever have it.
+  const auto await = [&started](std::int32_t provider, int cookie) {
+    started->RequestServiceConnection("None", provider, {}, nullptr, false, cookie, false, false);
     started->counts();
   };
-  ask(first, 5);
+  await(1, 6);
   await(4, 7);
+  ask(first, 5);
   first->StartPluginEvent(2, false, "could not");
   EXPECT_EQ(first->next(), "ConnectionReplyEvent '' -1 0 0 0 0 -1 null 5");
-  EXPECT_EQ(started->next(), failureReply("Beside", 7));
+  EXPECT_EQ(started->next(), failureReply("None", 7));
   const Plugin leaving = join();
   ask(leaving, 6);
   await(6, 8);
   leaving->vanish();
-  EXPECT_EQ(started->next(), failureReply("Beside", 8));
+  EXPECT_EQ(started->next(), failureReply("None", 8));
   awaitCounts("2/2");
   started->StartPluginEvent(3, true, nullptr);  // for a requester that has gone
   EXPECT_EQ(started->counts(), "2/2");

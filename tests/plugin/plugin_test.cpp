@@ -143,7 +143,10 @@ TEST_F(PluginTest, AnInterfaceOfOnesOwnWorksOnALinkAndACallEndsWithIt) {
             -1);
   const ServiceReply reply = request("Adder");
   ASSERT_TRUE(reply.link);
+  // The provider's record comes before the requester has an interface for it.
+  ASSERT_TRUE(provider.countPlugins(kPatience) && requester.countPlugins(kPatience));
   reply.link->attach(client.get());
+  EXPECT_TRUE(client->isNegotiated());
   ServeBoth both(requester, provider);
   STPStatus status;
   client->negotiate(&both, &status);

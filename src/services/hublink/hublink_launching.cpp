@@ -129,10 +129,12 @@ void Hublink::startPluginEvent(HublinkConnection* sender, std::int32_t cookie, b
   } else {
     start.requester->ConnectionReplyEvent("", -1, false, false, false, 0, -1, nullptr,
                                           start.cookie);
-    // The oldest is the start's own.
+    // Others may have named the ID before it was set aside.
     const auto own = std::find_if(
-        pendingRequests.begin(), pendingRequests.end(),
-        [&start](const PendingRequest& request) { return request.pluginID == start.pluginID; });
+        pendingRequests.begin(), pendingRequests.end(), [&start](const PendingRequest& request) {
+          return request.pluginID == start.pluginID && request.requester == start.requester &&
+                 request.clientCookie == start.cookie;
+        });
     if (own != pendingRequests.end()) pendingRequests.erase(own);
     failRequestsFor(start.pluginID);
   }

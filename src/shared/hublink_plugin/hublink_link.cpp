@@ -84,10 +84,14 @@ void HublinkLink::onEnd(EndHandler handler) {
 
 void HublinkLink::attach(STPSpecClass* spec) {
   spec->setTransport(transport_.get(), localRN_, remoteRN_);
-  if (up_)
-    specs_.emplace_back(spec);
-  else
+  if (!up_) {
     spec->virtualConnectionClose();
+    return;
+  }
+  specs_.emplace_back(spec);
+  // The other side's record may have come with the reply that has made this link.
+  while (transport_->redispatchUnclaimed(remoteRN_, localRN_, STP_NEGOTIATION)) {
+  }
 }
 
 void HublinkLink::close() {

@@ -57,8 +57,8 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   /// once if it has ended already.
   void onEnd(EndHandler handler);
 
-  /// Puts one side of an interface onto this link. Both ends then negotiate
-  /// (`spec->negotiate(...)`); when the link ends the object's virtual connection closes, so that a
+  /// Puts one side of an interface onto this link, which takes in a record that the other end has
+  /// sent already. Both ends then negotiate (`spec->negotiate(...)`); when the link ends the object's virtual connection closes, so that a
   /// call that waits fails. The link holds a reference to it until then. On a link that has ended
   /// the virtual connection closes at once.
   void attach(STPSpecClass* spec);
