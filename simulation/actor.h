@@ -43,6 +43,7 @@ struct ActorRole {
   bool negotiates = true;
   bool listens = false;  ///< for the hub, instead of connecting to it
   int life = -1;         ///< steps of its loop until it leaves by itself; below 0: none
+  std::vector<std::string> arguments{};  ///< of a program that the hub starts, its name first
 };
 
 class Actor {

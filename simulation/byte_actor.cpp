@@ -10,6 +10,7 @@
 namespace {
 
 constexpr std::uint32_t kLoopback = 0x7F000001;
+constexpr std::uint32_t kFirstLinkRN = 10;
 constexpr std::uint32_t kLinkPacket = 16;  // the type of the library's own packets
 constexpr std::int32_t kBytesTag = 1;
 constexpr std::size_t kHeader = 8;       // bytes before those of the one field of such a packet
@@ -316,7 +317,8 @@ void ByteActor::handle(const Packet& packet) {
         std::string_view(packet.bytes).substr(packet.word(0) + kHeader, packet.word(kLengthWord)));
     return;
   }
-  if (packet.word(6) != STP_BINARY) return;
+  // An interface on a link is beyond it.
+  if (packet.word(6) != STP_BINARY || packet.word(3) >= kFirstLinkRN) return;
   STPReceivedMessage message = packet.read();
   const std::string& name = packet.id() < kHubSends.size() ? kHubSends[packet.id()] : "";
   if (name == "PluginId") {

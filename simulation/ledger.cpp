@@ -157,6 +157,17 @@ void Ledger::receive(const Actor& actor, std::int32_t own, std::int32_t other,
   ++end->received;
 }
 
+void Ledger::hearNote(const Actor& actor, std::int32_t own, std::int32_t other,
+                      std::int32_t number) {
+  const auto [end, far] = ends(actor, own, other);
+  const std::string name = named(own, other);
+  if (!end || end->endsHeard > 0)
+    fault(actor, "a note on " + name + ", which isn't up");
+  else if (number > far->notesSent || !end->notesHeard.insert(number).second)
+    fault(actor, name + ": note " + std::to_string(number) + " of " +
+                     std::to_string(far->notesSent) + " comes unsent or twice");
+}
+
 void Ledger::checkEnd(const LinkEnd& end, const LinkEnd& other) {
   if (!end.actor || !other.actor || !end.actor->isConnected() || end.left != Leaving::no) return;
   const std::string name = named(end.own, end.other);
@@ -165,6 +176,10 @@ void Ledger::checkEnd(const LinkEnd& end, const LinkEnd& other) {
   if (!otherLeft && other.left == Leaving::no && end.received != other.sent)
     fault(*end.actor, name + ": " + std::to_string(end.received) + " of " +
                           std::to_string(other.sent) + " packets have come");
+  if (!otherLeft && other.left == Leaving::no &&
+      end.notesHeard.size() != static_cast<std::size_t>(other.notesSent))
+    fault(*end.actor, name + ": " + std::to_string(end.notesHeard.size()) + " of " +
+                          std::to_string(other.notesSent) + " notes have come");
 }
 
 void Ledger::checkRest() {

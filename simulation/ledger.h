@@ -30,6 +30,8 @@ struct LinkEnd {
   std::uint32_t queued = 0;    ///< packets that were made
   std::uint32_t sent = 0;      ///< packets that have left for the hub for certain
   std::uint32_t received = 0;  ///< packets
+  std::int32_t notesSent = 0;  ///< with an interface of its own on the link
+  std::set<std::int32_t> notesHeard{};
 };
 
 struct Link {
@@ -63,6 +65,9 @@ class Ledger {
   /// The next packet's bytes.
   static std::string packet(LinkEnd& end, std::uint32_t size);
   void receive(const Actor& actor, std::int32_t own, std::int32_t other, std::string_view bytes);
+  /// A note of the other side's interface has come. Those sent from within a wait may come earlier
+  /// than others.
+  void hearNote(const Actor& actor, std::int32_t own, std::int32_t other, std::int32_t number);
 
   /// To be called when everybody rests: the ends and bytes that should have come by now.
   void checkRest();

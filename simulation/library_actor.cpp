@@ -1,17 +1,26 @@
 #include "simulation/library_actor.h"
 
 #include "generated/hublink_plugin_impl.h"
+#include "hublink_plugin/hub_finder.h"
 #include "platform/clock.h"
 #include "simulation/scenario.h"
+
+// As a program of its own it goes by its command line.
+bool LibraryActor::beConnected(HublinkPlugin& plugin) {
+  std::string error;
+  std::vector<char*> words;
+  for (std::string& argument : role_.arguments) words.push_back(argument.data());
+  const bool isConnected =
+      words.empty() ? plugin.connect(role_.port, error)
+                    : connectToHub(plugin, static_cast<int>(words.size()), words.data(), error);
+  if (!isConnected) say("can't connect: " + error);
+  return isConnected;
+}
 
 int LibraryActor::run() {
   HublinkPlugin plugin;
   plugin_ = &plugin;
-  std::string error;
-  if (!plugin.connect(role_.port, error)) {
-    say("can't connect: " + error);
-    return 1;
-  }
+  if (!beConnected(plugin)) return 1;
   connected_ = true;
   pluginID_ = plugin.pluginID();
   say("is plugin " + std::to_string(pluginID_));
@@ -68,13 +77,27 @@ void LibraryActor::obey(const Order& order) {
     }
     case Act::drop:
       if (const LinkEnd* end = ledger.pick(*this, choice)) {
-        const LinkPtr link = links_[{end->own, end->other}];
+        const LinkPtr link = links_[{end->own, end->other}].link;
         ledger.drop(*this, end->own, end->other);
         if (link) link->close();
       }
       break;
     case Act::send:
       sendPackets(choice);
+      break;
+    case Act::speak:
+      speak(choice);
+      break;
+    case Act::launch: {
+      const std::int32_t cookie = begin(Question::launch);
+      plugin_->requestPluginLaunch({programName(choice), "-word"}, nullptr,
+                                   [&ledger, this, cookie](std::int32_t, const std::string&) {
+                                     ledger.answer(*this, Question::launch, cookie);
+                                   });
+      break;
+    }
+    case Act::move:
+      plugin_->hub().SetWorkingDir(choice & 1 ? "/here" : "/there");
       break;
     case Act::reserve: {
       const std::int32_t cookie = begin(Question::numbers);
@@ -126,7 +149,7 @@ void LibraryActor::provide(const std::string& service) {
       service,
       [this](const LinkPtr& link) {
         stage_.ledger.accept(*this, link->localRN(), link->remoteRN());
-        take(link);
+        take(link, false);
         if (chance(40)) sendPackets(random_());
       },
       [this](const ConnectionRequest&) { return accept(); }, chance(30) ? 200 : -1);
@@ -135,15 +158,21 @@ void LibraryActor::provide(const std::string& service) {
 
 // Some decide at once, others ask or wait first, with the request on the stack.
 bool LibraryActor::accept() {
-  if (chance(30) && nested_ < 3 && !stage_.finishing) {
-    ++nested_;
-    if (chance(50))
-      plugin_->serveUntil([] { return false; }, static_cast<int>(below(80)));
-    else
-      request(random_(), static_cast<int>(below(300)));
-    --nested_;
-  }
+  if (chance(30)) linger();
   return chance(80);
+}
+
+// Something that takes time, within a handler.
+void LibraryActor::linger() {
+  if (nested_ >= 3 || stage_.finishing) return;
+  ++nested_;
+  if (chance(50))
+    plugin_->serveUntil([] { return false; }, static_cast<int>(below(80)));
+  else if (chance(50))
+    speak(random_());
+  else
+    request(random_(), static_cast<int>(below(300)));
+  --nested_;
 }
 
 // With a limit it waits for the answer, else the answer comes when it comes.
@@ -164,7 +193,7 @@ void LibraryActor::request(std::uint64_t choice, int milliseconds) {
     stage_.ledger.answer(*this, Question::service, cookie);
     if (!reply.link) return;
     stage_.ledger.link(*this, reply.link->localRN(), reply.link->remoteRN());
-    take(reply.link);
+    take(reply.link, true);
   };
   if (milliseconds < 0) {
     plugin_->requestService(query, answered);
@@ -177,9 +206,18 @@ void LibraryActor::request(std::uint64_t choice, int milliseconds) {
     answered(reply);
 }
 
-void LibraryActor::take(const LinkPtr& link) {
-  const auto key = std::pair(link->localRN(), link->remoteRN());
-  links_[key] = link;
+void LibraryActor::take(const LinkPtr& link, bool isAsker) {
+  const LinkKey key(link->localRN(), link->remoteRN());
+  TalkEvents events;
+  events.noted = [this, key](std::int32_t number) {
+    stage_.ledger.hearNote(*this, key.first, key.second, number);
+  };
+  events.asked = [this] {
+    if (chance(20)) linger();
+  };
+  events.garbled = [this](const std::string& text) { stage_.ledger.fault(*this, text); };
+  const TalkEnd end = makeTalk(chance(50), isAsker, std::move(events));
+  links_[key] = {link, end};
   link->onPacket([this, key](const unsigned char* bytes, std::size_t size) {
     stage_.ledger.receive(*this, key.first, key.second,
                           {reinterpret_cast<const char*>(bytes), size});
@@ -191,12 +229,14 @@ void LibraryActor::take(const LinkPtr& link) {
     else
       stage_.ledger.leave(*this);
   });
+  link->attach(end.spec.get());
+  end.spec->sendNegotiate(false, nullptr, nullptr);
 }
 
 void LibraryActor::sendPackets(std::uint64_t choice) {
   LinkEnd* end = stage_.ledger.pick(*this, choice);
   if (!end) return;
-  const LinkPtr link = links_[{end->own, end->other}];
+  const LinkPtr link = links_[{end->own, end->other}].link;
   if (!link) return;
   for (std::uint64_t count = 1 + (choice >> 8) % 12; count > 0; --count) {
     const std::string bytes = Ledger::packet(*end, packetSize(choice >> 16, count));
@@ -206,4 +246,31 @@ void LibraryActor::sendPackets(std::uint64_t choice) {
     }
     ++end->sent;
   }
+}
+
+// Until both sides have told their names there is nothing to be said, and some never do.
+void LibraryActor::speak(std::uint64_t choice) {
+  LinkEnd* end = stage_.ledger.pick(*this, choice);
+  if (!end) return;
+  const Held held = links_[{end->own, end->other}];
+  if (!held.link || !held.end.spec->isNegotiated()) return;
+  Talk& talk = *held.end.talk;
+  const auto number = static_cast<std::int32_t>(choice >> 16 & 0xFFFFFF);
+  STPStatus status;
+  if (choice & 0x100) {
+    TimeoutSTPRetryHandler retry(held.end.spec->getTransport(), 1 + number % 2000);
+    talk.call(number, retry, status);
+  } else if (choice & 0x200) {
+    for (int count = number % 8; count >= 0 && status.good(); --count)
+      talk.note(++end->notesSent, status);
+  } else {
+    talk.sayOwn(status);
+  }
+  const bool isRefused = status.code == STP_UNSUPPORTED;
+  if (isRefused != (!(choice & 0x300) && talk.isUnlikePeer()))
+    stage_.ledger.fault(*this, "the versions don't tell what they have");
+  if (!status.good() && !isRefused && status.code != STP_TIMEOUT && held.link->isUp() &&
+      plugin_->isConnected())
+    stage_.ledger.fault(*this,
+                        std::string("a link that is up carries no message: ") + status.message);
 }

@@ -9,6 +9,7 @@
 
 #include "hublink_plugin/hublink_plugin.h"
 #include "simulation/actor.h"
+#include "simulation/talk.h"
 
 class LibraryActor : public Actor {
  public:
@@ -18,18 +19,26 @@ class LibraryActor : public Actor {
 
  private:
   using LinkPtr = std::shared_ptr<HublinkLink>;
+  using LinkKey = std::pair<std::int32_t, std::int32_t>;  // own and other RN
+  struct Held {
+    LinkPtr link;
+    TalkEnd end;
+  };
 
+  bool beConnected(HublinkPlugin& plugin);
   void obey(const Order& order);
   void provide(const std::string& service);
   void request(std::uint64_t choice, int milliseconds);
-  void take(const LinkPtr& link);
+  void take(const LinkPtr& link, bool isAsker);
+  void linger();
   bool accept();
   void sendPackets(std::uint64_t choice);
+  void speak(std::uint64_t choice);
   std::int32_t begin(Question question);
 
   HublinkPlugin* plugin_ = nullptr;
   std::int32_t lastCookie_ = 0;
   std::vector<std::int32_t> services_;
-  std::map<std::pair<std::int32_t, std::int32_t>, LinkPtr> links_;  // by own and other RN
+  std::map<LinkKey, Held> links_;
   int nested_ = 0;
 };

@@ -98,6 +98,7 @@ int Run::runChild(ActorRole role, bool isLibrary, const std::vector<std::string>
   for (std::size_t i = 0; i + 1 < arguments.size(); ++i)
     if (arguments[i] == "-hl_connect_hublink_port")
       role.port = static_cast<std::uint16_t>(std::stoi(arguments[i + 1]));
+  role.arguments = arguments;
   if (isLibrary)
     actors_.push_back(std::make_unique<LibraryActor>(stage_, std::move(role)));
   else

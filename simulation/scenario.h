@@ -15,6 +15,7 @@ enum class Act : std::uint8_t {
   answer,      ///< a plugin answers what it has put off
   drop,        ///< a plugin ends a link
   send,        ///< a plugin sends packets over a link
+  speak,       ///< a plugin uses an interface of its own on a link
   reserve,     ///< a plugin asks for numbers of its own
   launch,      ///< a plugin has a program started
   reach,       ///< a plugin has the hub connect to a port
