@@ -169,6 +169,10 @@ TEST(Transport, LastWordsArriveAfterAFailedWrite) {
   pair.a->handleWrite();
   pair.a->disconnect();
   pair.b->enqueueMessage(*textMessage(*pair.b, STP_BINARY, std::string(1 << 20, 'y')));
+  recorder.then = [&](STPReceivedMessage&) {
+    pair.b->enqueueMessage(*textMessage(*pair.b, STP_BINARY, std::string(1 << 20, 'z')));
+    EXPECT_LT(pair.b->writeCapacity(), 8 << 20) << "what can't leave isn't kept";
+  };
   STPStatus status;
   while (pair.b->isConnected()) pair.b->serviceOnce(1000, &status);
   ASSERT_EQ(recorder.texts.size(), 100u);

@@ -54,6 +54,7 @@ std::unique_ptr<STPMessage> STPTransport::newResponse(std::int32_t source, std::
 
 // Room for `count` bytes behind the waiting ones, counted as written.
 unsigned char* STPTransport::reserveWrite(std::int64_t count) {
+  if (writeFailed_) writeOffset_ = writeCount_ = 0;  // what waits will never leave
   if (writeCapacity_ < writeOffset_ + writeCount_ + count) {
     const std::int64_t capacity = writeCount_ + std::max(writeCount_, count);
     unsigned char* block = STPByteBlock::allocate(capacity);
