@@ -625,7 +625,7 @@ void Hublink_plugin_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPMes
       StringArray name_value_pairs;
       {
         const STPStubReader::Block block(in, tag::name_value_pairs);
-        name_value_pairs.count = in.u4(tag::count);
+        in.count(tag::count, name_value_pairs);
         in.elements(name_value_pairs);
       }
       if (receiveLog)
@@ -721,7 +721,7 @@ void Hublink_plugin_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPMes
       StringArray args;
       {
         const STPStubReader::Block block(in, tag::args);
-        args.count = in.u4(tag::count);
+        in.count(tag::count, args);
         in.elements(args);
       }
       const std::int32_t cookie = in.u4(tag::cookie);

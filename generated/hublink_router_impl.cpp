@@ -480,7 +480,7 @@ void Hublink_router_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPMes
       StringArray name_list;
       {
         const STPStubReader::Block block(in, tag::name_list);
-        name_list.count = in.u4(tag::count);
+        in.count(tag::count, name_list);
         in.elements(name_list);
       }
       if (receiveLog)
@@ -541,7 +541,7 @@ void Hublink_router_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPMes
       StringArray argv;
       {
         const STPStubReader::Block block(in, tag::argv);
-        argv.count = in.u4(tag::count);
+        in.count(tag::count, argv);
         in.elements(argv);
       }
       const std::int32_t cookie = in.u4(tag::cookie);
@@ -565,7 +565,7 @@ void Hublink_router_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPMes
       StringArray name_value_pairs;
       {
         const STPStubReader::Block block(in, tag::name_value_pairs);
-        name_value_pairs.count = in.u4(tag::count);
+        in.count(tag::count, name_value_pairs);
         in.elements(name_value_pairs);
       }
       const char* const working_dir = in.str(tag::working_dir);

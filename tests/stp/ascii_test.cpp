@@ -59,6 +59,48 @@ TEST(AsciiReader, FindsFieldsInAnyOrder) {
   EXPECT_STREQ(reader.readString("x"), "}\"");
   reader.leaveBlock(&block);
   EXPECT_EQ(reader.readInt("b"), 2U) << "the next search starts behind a block left early";
+
+  STPMessage many;
+  for (std::uint32_t i = 0; i < 200; ++i) {
+    many.writeInt(i, ("n" + std::to_string(i)).c_str());
+    many.writeBlockBegin(("in" + std::to_string(i)).c_str());
+    many.writeWord("word", "a"), many.writeQuoted("text", "b"), many.writeInt(i, "n0");
+    many.writeBlockEnd();
+  }
+  STPReceivedMessage backwards = received(many);
+  for (std::uint32_t i = 200; i-- > 0;) {
+    std::int32_t length;
+    backwards.enterBlock(&block, ("in" + std::to_string(i)).c_str());
+    EXPECT_EQ(backwards.readInt("n0"), i);
+    EXPECT_EQ(std::string(backwards.readQuoted("b", &length), 4), "text");
+    EXPECT_EQ(wordAt(backwards, "a"), "word");
+    backwards.leaveBlock(&block);
+    EXPECT_EQ(backwards.readInt(("n" + std::to_string(i)).c_str()), i);
+  }
+  EXPECT_EQ(STPReceivedMessage("b:1 a:2 b:3 a:4 ").readInt("a"), 2U) << "the first of a name";
+  STPReceivedMessage passed("a:1 b:2 c:3 a:4 ");
+  EXPECT_EQ(passed.readInt("d"), 0U) << "and the search is at the mark again";
+  EXPECT_EQ(passed.readInt("a"), 1U);
+  EXPECT_EQ(passed.readInt("a"), 4U) << "what has been read in order isn't found again";
+}
+
+// A text is as long as its packet, and then has no end word; brackets nest to any depth.
+TEST(AsciiReader, FindsTheEndOfAFullTextAndOfDeepNesting) {
+  Bytes bytes(STP_HEADER_SIZE);
+  for (char c : std::string("in:{ a:1 b:2 } c:12345"))
+    bytes.push_back(static_cast<unsigned char>(c));
+  STPReceivedMessage reader = received(bytes, bytes.size());
+  Mark block;
+  reader.enterBlock(&block, "none");
+  EXPECT_EQ(wordAt(reader), "") << "an absent block is empty";
+  reader.leaveBlock(&block);
+  EXPECT_EQ(wordAt(reader, "c"), "12345");
+  for (int depth : {1, 63, 64, 65, 128, 129, 200}) {
+    std::string text = "x:[ ";  // where a level is lost, it is taken for a block
+    for (int i = 1; i < depth; ++i) text += "{ ";
+    for (int i = 1; i < depth; ++i) text += "} ";
+    EXPECT_EQ(STPReceivedMessage((text + "] y:7").c_str()).readInt("y"), 7U) << depth;
+  }
 }
 
 TEST(AsciiReader, ReadsNumbersAndCutStrings) {
@@ -120,19 +162,25 @@ TEST(AsciiReader, SurvivesDamage) {
 }
 
 // A "[" runs to the end of the text when it is stepped over as a value, but not when it is read as
-// a word. Without a bound the first text takes many minutes; the second one nests too deep to
-// recurse.
+// a word; a name without a colon runs to the end, too. What a reader may step over is bounded by
+// the size of the text: then nothing more is found. The last text nests too deep to recurse.
 TEST(AsciiReader, HostileTextCostsLinearTime) {
-  std::string records = "list:(0xfffffff )[ ", openings = "x:";
-  while (records.size() < 2'000'000) records += "{ name:[ } ";
-  while (openings.size() < 10'000'000) openings += "[{[[[";
-  STPReceivedMessage reader(records.c_str());
-  Mark array, block;
-  EXPECT_EQ(reader.enterArray(&array, "list"), 0xfffffff);
-  for (int i = 0; i < 200'000; ++i, reader.leaveBlock(&block)) {
-    reader.enterBlock(&block);
-    wordAt(reader, "name");
+  for (const char* record : {"{ name:[ } ", "{ n } "}) {
+    std::string text = "list:(0xfffffff )[ ";
+    while (text.size() < 40'000) text += record;
+    STPReceivedMessage reader((text + "{ name:1 } ] ").c_str());
+    Mark array, block;
+    EXPECT_EQ(reader.enterArray(&array, "list"), 0xfffffff);
+    int found = 0;
+    for (std::size_t i = 0; i < text.size(); ++i, reader.leaveBlock(&block)) {
+      reader.enterBlock(&block);
+      found += reader.findAsciiField("name") != nullptr;
+      wordAt(reader);
+    }
+    EXPECT_LT(found, record[3] == ' ' ? 1 : 50) << record;
   }
+  std::string openings = "x:";
+  while (openings.size() < 10'000'000) openings += "[{[[[";
   EXPECT_EQ(STPReceivedMessage(openings.c_str()).readInt("y"), 0U);
 }
 

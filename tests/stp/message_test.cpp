@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "stp_transport/spec/stp_stub_support.h"
 #include "tests/stp/message_bytes.h"
 
 namespace {
@@ -78,13 +79,71 @@ TEST(BinaryReader, WalksRepeatedTagsInsideAStructAndResumesBehindIt) {
   STPReceivedMessage::Range range;
   reader.enterStruct(1, range);
   EXPECT_EQ(reader.getU32(6), 2U);
-  EXPECT_EQ(reader.boundCount(reader.getU32(STP_TAG_ARRAY_COUNT)), 2);
-  EXPECT_EQ(reader.boundCount(0xFFFFFFFF), 2);
+  EXPECT_EQ(reader.getU32(STP_TAG_ARRAY_COUNT), 2U);
   EXPECT_STREQ(reader.getString(STP_TAG_ARRAY_ELEMENT), "a");
   EXPECT_STREQ(reader.getString(STP_TAG_ARRAY_ELEMENT), "bc");
   EXPECT_EQ(reader.getU32(5), 0U) << "a field behind the struct isn't found from inside";
   reader.leaveStruct(range);
   EXPECT_EQ(reader.getU32(5), 7U);
+}
+
+// A sender of another version has fields in front, behind and in between, in another order, and its
+// numbers of them may be those that mark an array.
+TEST(BinaryReader, FindsPointerArraysWhateverStandsAroundThem) {
+  const std::vector<std::int32_t> tags = {6, 9, STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT, 5};
+  enum { kCount, kOtherCount, kNumber, kText, kLast };
+  const char* const texts[] = {"a", "bc", nullptr};
+  const std::int32_t numbers[] = {7, 8};
+  const StringArray sentTexts{3, texts};
+  const RNArray sentNumbers{2, numbers};
+  for (const bool hasArrays : {true, false})
+    for (const bool isReordered : {false, true})
+      for (const bool hasUnknown : {false, true}) {
+        STPMessage message;
+        if (hasUnknown) message.putU32(77, 1);
+        const auto putNumbers = [&] {
+          stpPutCount(message, 9, sentNumbers);
+          stpPutElements(message, sentNumbers);
+        };
+        if (hasArrays && isReordered) putNumbers();
+        if (hasArrays || hasUnknown) stpPutCount(message, 6, sentTexts);  // or a mere number
+        if (hasUnknown) message.putU32(78, 1);
+        if (hasArrays) stpPutElements(message, sentTexts);
+        if (hasArrays && !isReordered) putNumbers();
+        message.putU32(STP_TAG_ARRAY_COUNT, 3);
+        message.putString(STP_TAG_ARRAY_ELEMENT, "text");
+        message.putU32(5, 4);
+        STPReceivedMessage packet = received(message);
+        STPStubReader in(packet, tags);
+        StringArray gotTexts;
+        RNArray gotNumbers;
+        in.count(kCount, gotTexts);
+        in.elements(gotTexts);
+        in.count(kOtherCount, gotNumbers);
+        in.elements(gotNumbers);
+        EXPECT_EQ(in.u4(kNumber), 3);
+        EXPECT_STREQ(in.str(kText), "text");
+        EXPECT_EQ(in.u4(kLast), 4);
+        ASSERT_EQ(gotTexts.count, hasArrays ? 3 : 0);
+        ASSERT_EQ(gotNumbers.count, hasArrays ? 2 : 0);
+        if (!hasArrays) continue;
+        EXPECT_STREQ(gotTexts.data[0], "a");
+        EXPECT_STREQ(gotTexts.data[1], "bc");
+        EXPECT_EQ(gotTexts.data[2], nullptr);
+        EXPECT_EQ(gotNumbers.data[1], 8);
+      }
+  // Two counts that differ: the lesser holds.
+  for (const std::uint32_t count : {2U, 1000U, 0x80000000U}) {
+    STPMessage message;
+    message.putU32(6, count);
+    stpPutElements(message, sentTexts);
+    STPReceivedMessage packet = received(message);
+    STPStubReader in(packet, tags);
+    StringArray got;
+    in.count(kCount, got);
+    in.elements(got);
+    EXPECT_EQ(got.count, count == 2 ? 2 : 3);
+  }
 }
 
 TEST(BinaryReader, ArraysGiveWhatFitsAndZeroTheRest) {
@@ -123,8 +182,10 @@ void readEverything(STPReceivedMessage& reader) {
   for (std::int32_t tag : {1, 48, 5, 6, 7, STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT}) {
     STPReceivedMessage::Range range;
     reader.enterStruct(tag, range);
-    const std::int32_t strings = reader.boundCount(reader.getU32(STP_TAG_ARRAY_COUNT));
+    STPReceivedMessage::Range elements;
+    const std::int32_t strings = reader.enterElements(reader.getCount(6), elements);
     for (std::int32_t i = 0; i < strings; ++i) reader.getString(STP_TAG_ARRAY_ELEMENT);
+    reader.leaveStruct(elements);
     reader.leaveStruct(range);
     const char* view = reader.getStringView(tag);
     EXPECT_LT(view ? std::strlen(view) : 0, static_cast<std::size_t>(reader.capacity()));

@@ -8,6 +8,8 @@ namespace {
 const char* const kTags[] = {"alpha", "beta", "gamma"};
 const STPMessageEntry kReceives[] = {{"Ask", "alpha:%u4% ", 0, 0x02},
                                      {"Tell", "beta:%str% ", 1, 0x06}};
+const STPMessageEntry kNewerReceives[] = {
+    {"Ask", "alpha:%u4% ", 0, 0x02}, {"New", "gamma:%u1% ", 1, 0x02}, {"Tell", "", 2, 0x06}};
 const STPMessageEntry kSends[] = {{"Ask", "alpha:%u4% ", 0, 0x02},
                                   {"Tell", "beta:%str% ", 1, 0x02}};
 
@@ -16,6 +18,9 @@ constexpr std::int32_t kVast = STP_MAX_PACKET_SIZE;
 class Side : public STPSpecClass {
  public:
   Side() : STPSpecClass({"Small", "side", "9", 0, kTags, 3, kReceives, 2, kSends, 2}) {}
+  // A version that takes one message more.
+  explicit Side(const STPMessageEntry (&receives)[3])
+      : STPSpecClass({"Small", "side", "10", 0, kTags, 3, receives, 3, kSends, 2}) {}
   std::vector<std::string> seen;
   std::function<void()> then;
   bool down = false;
@@ -170,6 +175,8 @@ class TwoSides : public SpecClass {
 };
 
 TEST_F(TwoSides, NegotiateFetchFormatsAndMeet) {
+  far = makeCounted<Side>(kNewerReceives);
+  attach(*far, pair.b, false);
   Pump pump(pair.a.get(), pair.b.get());
   status.set(STP_FAILED, "from before");
   far->sendNegotiate(false, nullptr, &status);
@@ -182,6 +189,7 @@ TEST_F(TwoSides, NegotiateFetchFormatsAndMeet) {
   near->fetchFormats(&pump, &status);
   EXPECT_TRUE(near->formatsFetched);
   EXPECT_STREQ(near->peerEntry("Ask")->fmt, "alpha:%u4% ");
+  EXPECT_STREQ(near->peerEntry("New")->fmt, "gamma:%u1% ") << "this side doesn't know it";
   for (int i = 0; i < 2; ++i) {
     Pump other(pair.b.get(), pair.a.get());
     far->awaitNegotiate(&other, &status);

@@ -41,6 +41,8 @@ TEST(CatalogueTest, FaultsInTheFrameAreNamedWithTheirPlace) {
       {"spec S side a { } side a { }", "1:24: a second side \"a\""},
       {"spec S side a { } side b { } side c { }", "1:35: a third side: a spec has two"},
       {"spec S side a { } side b { } from a to a { }", "1:40: a side sends to the other side"},
+      {"spec S side aB { } side Ab { }", "1:25: the files of both sides would have the same names"},
+      {"spec EOF", "1:6: \"EOF\" is a macro of the system's headers"},
       {"spec S ;", "1:8: this character has no meaning here"},
   };
   for (const Case& each : cases) EXPECT_EQ(faultOf(each.source), each.fault) << each.source;
@@ -54,6 +56,11 @@ TEST(CatalogueTest, FaultsInMessagesAreNamedWithTheirPlace) {
        "3:1: the other direction has a message \"M\" too: the first is in line 2"},
       {"while \"\"", "2:1: \"while\" is a reserved word of C++"},
       {"release \"\"", "2:1: \"release\" is an operation of every spec"},
+      {"packet \"\"", "2:1: \"packet\" means something else in every generated class"},
+      {"M \"\" STPStatus \"\"", "2:6: \"STPStatus\" means something else in every generated class"},
+      {"S_b_Impl \"\"", "2:1: \"S_b_Impl\" is the class of a side"},
+      {"M \"b:{x:%u4% } \" N \"c:{M_b:%u4% } \"",
+       "2:24: \"M_b\" is the type of a block or the class of a side"},
       {"M entry 0x102 \"\"", "2:9: the value of flags 0x102 is out of range"},
       {"M packet 0x03 \"\"", "2:10: the flags of a one-way message have 0x02 and not 0x01"},
       {"M two-way entry 2 \"| \"", "2:17: the flags of a two-way message have 0x01 and not 0x02"},
@@ -85,9 +92,14 @@ TEST(CatalogueTest, FaultsInFormatsAreNamedWithTheirPlace) {
       {"b:{| } ", "2:7: the reply marker can't stand in a block"},
       {"|x:%u4% ", "2:4: the reply marker is a \"|\" and a blank"},
       {"| x:%u4% | ", "2:13: a second reply marker"},
-      {"| b:{x:%u4% } ", "2:6: a reply carries scalars only"},
+      {"| b:{x:%u4% } ", "2:6: a reply carries numbers and texts only"},
       {"x:%u4% \"\n    \"y:%u9% ", "3:8: unknown type \"%u9%\""},
   };
+  for (const char* name :
+       {"errno", "EOF", "NULL", "INT32_MAX", "UINT_FAST8_MAX", "INT64_C", "ENOENT", "SEEK_SET",
+        "stdin", "assert", "linux", "SIGTERM", "M_PI", "GEN_ASSERT"})
+    EXPECT_EQ(faultOf(withMessages("M \"x:%u4% " + std::string(name) + ":%u4% \"")),
+              "2:11: \"" + std::string(name) + "\" is a macro of the system's headers");
   for (const Case& each : cases)
     EXPECT_EQ(faultOf(withMessages("M \"" + each.source + "\"")), each.fault) << each.source;
   std::string deep;

@@ -33,6 +33,7 @@ class Right : public Sample_right_Impl {
                const char*),
               (override));
   MOCK_METHOD(void, Nothing, (), (override));
+  MOCK_METHOD(void, Names, (std::int32_t, const char*, const Names_kTables&), (override));
   MOCK_METHOD(void, Figure, (const char*, const Figure_block&, std::int32_t), (override));
   MOCK_METHOD(void, Pointers,
               (STPArray<std::uint8_t>, STPArray<std::uint16_t>, RNArray, STPArray<std::uint64_t>,
@@ -104,6 +105,10 @@ TEST_F(SampleTest, ScalarsArriveAtTheEndsOfTheirRanges) {
       });
   left->Scalars(false, 0x0102, std::numeric_limits<std::int32_t>::min(), 0x0102030405060708,
                 std::numeric_limits<float>::denorm_min(), -0.0, nullptr, nullptr);
+  EXPECT_CALL(*right, Names(1, StrEq("2"), _)).WillOnce([](auto, auto, const auto& got) {
+    EXPECT_TRUE(got.STPArray_ == 3 && got.std_ && got.StringArray_ == 4);
+  });
+  left->Names(1, "2", {3, true, 4, {}, {}});
   EXPECT_CALL(*right, Nothing());
   left->Nothing();
   pair.pump();

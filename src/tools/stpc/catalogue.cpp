@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "stp_transport/wire/stp_wire.h"
+
 namespace stpc {
 namespace {
 
@@ -18,11 +20,20 @@ constexpr std::array<ScalarSpelling, 8> kScalars = {{
     {"fn", "const char*", "const char*", "nullptr", "putString"},
 }};
 
+// Sorts behind the name in front of it and before every other.
+constexpr char kPlaceholderEnd = '!';
+
 void collectNames(const std::vector<Field>& fields, std::set<std::string>& names) {
   for (const Field& field : fields) {
     names.insert(field.name);
     collectNames(field.fields, names);
   }
+}
+
+bool hasPointerArray(const std::vector<Field>& fields) {
+  return std::any_of(fields.begin(), fields.end(), [](const Field& field) {
+    return field.kind == Field::Kind::pointerArray || hasPointerArray(field.fields);
+  });
 }
 
 }  // namespace
@@ -36,12 +47,34 @@ bool Field::isArrayBlock() const {
 }
 
 std::vector<std::string> Catalogue::tagNames() const {
-  std::set<std::string> names;
+  std::set<std::string> sorted;
+  bool keepsNumbers = false;
   for (const Message& message : messages) {
-    collectNames(message.fields, names);
-    collectNames(message.reply, names);
+    collectNames(message.fields, sorted);
+    collectNames(message.reply, sorted);
+    keepsNumbers = keepsNumbers || (!dense && hasPointerArray(message.fields));
   }
-  return {names.begin(), names.end()};
+  std::vector<std::string> names(sorted.begin(), sorted.end());
+  if (!keepsNumbers) return names;
+  for (const std::size_t kept : {STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT})
+    if (kept < names.size())
+      names.insert(names.begin() + static_cast<std::ptrdiff_t>(kept),
+                   names[kept - 1] + kPlaceholderEnd);
+  return names;
+}
+
+std::string className(const Catalogue& catalogue, const Side& side) {
+  return catalogue.specName + "_" + side.name + "_Impl";
+}
+
+std::string lowerCase(std::string text) {
+  for (char& c : text)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return text;
+}
+
+bool isPlaceholder(const std::string& tagName) {
+  return tagName.back() == kPlaceholderEnd;
 }
 
 std::vector<const Message*> Catalogue::sentBy(std::size_t side) const {

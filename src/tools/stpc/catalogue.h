@@ -76,16 +76,26 @@ struct Side {
 
 struct Catalogue {
   std::string specName;
+  bool dense = false;       ///< names are numbered without a gap
   std::vector<Side> sides;  ///< two of them
   /// In the order of the file, which is that of the operations in the generated classes.
   std::vector<Message> messages;
 
-  /// All field names of both directions, sorted by byte value: the tag table.
+  /// All field names of both directions, sorted by byte value: the tag table. The numbers that mark
+  /// a pointer array go to names that no field can have, unless the spec is dense or has no such
+  /// array: a reader that doesn't know the array could take its parts for a field.
   std::vector<std::string> tagNames() const;
   /// The messages that a side sends, or those that it receives, in the order of the file.
   std::vector<const Message*> sentBy(std::size_t side) const;
   std::vector<const Message*> receivedBy(std::size_t side) const;
 };
+
+/// The class of a side. Its files are called the same in lower case.
+std::string className(const Catalogue& catalogue, const Side& side);
+std::string lowerCase(std::string text);
+
+/// Whether a name of the tag table keeps a number from fields.
+bool isPlaceholder(const std::string& tagName);
 
 /// The same messages sorted by name: a message table, in which the index is the message's number.
 std::vector<const Message*> sortedByName(std::vector<const Message*> messages);

@@ -93,7 +93,9 @@ class CatalogueParser {
 
   bool parseSpec() {
     if (!catalogue_.specName.empty()) return fail("a second spec");
-    return takeName(catalogue_.specName, "the spec's name");
+    if (!takeName(catalogue_.specName, "the spec's name")) return false;
+    catalogue_.dense = takeWord("dense");
+    return true;
   }
 
   bool parseSide() {
@@ -106,6 +108,8 @@ class CatalogueParser {
     if (!takeName(side.name, "the side's name")) return false;
     if (!isFirst && catalogue_.sides[0].name == side.name)
       return fail(place, "a second side " + quoted(side.name));
+    if (!isFirst && lowerCase(catalogue_.sides[0].name) == lowerCase(side.name))
+      return fail(place, "the files of both sides would have the same names");
     if (!expect(Token::Kind::open, "\"{\"")) return false;
     while (token_.kind != Token::Kind::close)
       if (!parseSetting(side)) return false;
@@ -152,8 +156,8 @@ class CatalogueParser {
     message.at = token_.at;
     message.sender = sender;
     if (!takeName(message.name, "a message or \"}\"")) return false;
-    if (isBaseMember(message.name))
-      return fail(message.at, quoted(message.name) + " is an operation of every spec");
+    if (const std::string fault = messageFault(message.name); !fault.empty())
+      return fail(message.at, fault);
     for (const Message& other : catalogue_.messages)
       if (other.name == message.name)
         return fail(message.at, (other.sender == sender ? "a second message " + quoted(message.name)
@@ -215,12 +219,28 @@ class CatalogueParser {
 
   // A block that isn't just an array becomes a type of the generated class, named after its place.
   bool checkTypeNames() {
-    for (const Message& message : catalogue_.messages) names_.emplace(message.name, message.at);
+    for (const Side& side : catalogue_.sides)
+      names_.emplace(className(catalogue_, side), Position{});
+    for (const Message& message : catalogue_.messages)
+      if (!names_.emplace(message.name, message.at).second)
+        return fail(message.at, quoted(message.name) + " is the class of a side");
     for (const Message& message : catalogue_.messages) {
       for (const auto* fields : {&message.fields, &message.reply})
         for (const Field& field : *fields)
           if (field.name == message.name) return fail(field.at, "a field named like its message");
       if (!addTypeNames(message.fields, message.name)) return false;
+    }
+    for (const Message& message : catalogue_.messages) names_.erase(message.name);
+    for (const Message& message : catalogue_.messages)
+      if (!checkFieldNames(message.fields) || !checkFieldNames(message.reply)) return false;
+    return true;
+  }
+  bool checkFieldNames(const std::vector<Field>& fields) {
+    for (const Field& field : fields) {
+      if (names_.contains(field.name))
+        return fail(field.at,
+                    quoted(field.name) + " is the type of a block or the class of a side");
+      if (!checkFieldNames(field.fields)) return false;
     }
     return true;
   }

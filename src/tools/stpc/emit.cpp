@@ -146,12 +146,6 @@ std::string hex(std::uint32_t value) {
   return text;
 }
 
-std::string lowerCase(std::string text) {
-  for (char& c : text)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return text;
-}
-
 // The format as C++ texts, cut behind blanks where it is too long for a line.
 std::vector<std::string> formatPieces(std::string_view format) {
   constexpr std::size_t kPiece = 80;
@@ -171,7 +165,7 @@ class SideEmitter {
   SideEmitter(const Catalogue& catalogue, std::size_t side, std::string catalogueName)
       : catalogue_(catalogue),
         side_(catalogue.sides[side]),
-        className_(catalogue.specName + "_" + side_.name + "_Impl"),
+        className_(className(catalogue, side_)),
         fileName_(lowerCase(className_)),
         catalogueName_(std::move(catalogueName)),
         sent_(catalogue.sentBy(side)),
@@ -240,7 +234,7 @@ class SideEmitter {
     return fillTemplate(
         kSource, {{"catalogue", catalogueName_},
                   {"header", fileName_ + ".h"},
-                  {"tags", enumeration("tag", "std::int32_t", tags)},
+                  {"tags", enumeration("tag", "std::int32_t", tagWords(tags))},
                   {"received", enumeration("received", "std::uint32_t", namesOf(receivedTable))},
                   {"sent", enumeration("sent", "std::uint32_t", namesOf(sentTable))},
                   {"tables", tagTable(tags) + messageTable("kReceiveTable", receivedTable) +
@@ -271,6 +265,17 @@ class SideEmitter {
     if (words.empty()) return {};
     return fillTemplate(kEnumeration,
                         {{"name", name}, {"type", type}, {"words", wordLines(2, words)}});
+  }
+
+  // Placeholders are left out, and the name behind them tells its number.
+  static std::vector<std::string> tagWords(const std::vector<std::string>& tags) {
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+      if (isPlaceholder(tags[i])) continue;
+      const bool isBehindGap = i > 0 && isPlaceholder(tags[i - 1]);
+      words.push_back(tags[i] + (isBehindGap ? " = " + std::to_string(i) : ""));
+    }
+    return words;
   }
 
   static std::string tagTable(std::vector<std::string> tags) {

@@ -17,7 +17,7 @@ std::string valueOf(const std::vector<Field>& fields, const Field& field, const 
   const Field& named = field.isCount() ? fields[field.counterpart] : field;
   const std::string holder = place.isArray          ? place.object
                              : place.object.empty() ? localName(named.name)
-                                                    : place.object + "." + named.name;
+                                                    : place.object + "." + memberName(named.name);
   return holder + (field.isCount() ? ".count" : "");
 }
 
@@ -86,7 +86,7 @@ void addBlockTypes(const std::vector<Field>& fields, const std::string& scope,
       if (member.isCount()) continue;
       const bool isScalar = member.kind == Field::Kind::scalar;
       types += codeLine(
-          4, declaration(typeOf(member, name), member.name) +
+          4, declaration(typeOf(member, name), memberName(member.name)) +
                  (isScalar ? std::string(" = ") + spelling(member.scalar).initial : std::string()) +
                  ";");
     }
@@ -115,6 +115,9 @@ std::string readValue(const std::vector<Field>& fields, const Field& field, cons
   const std::string value = valueOf(fields, field, place);
   switch (field.kind) {
     case Field::Kind::scalar:
+      if (field.isCount() && fields[field.counterpart].kind == Field::Kind::pointerArray)
+        return codeLine(indent,
+                        "in.count(" + tagOf(field) + ", " + arrayOf(fields, field, place) + ");");
       return codeLine(indent, value + " = " + read(field) + ";");
     case Field::Kind::pointerArray:
       return codeLine(indent, "in.elements(" + value + ");");

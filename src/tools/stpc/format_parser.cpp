@@ -150,7 +150,7 @@ class FormatParser {
   void checkReply() {
     for (const Field& field : result_.reply)
       if (field.kind != Field::Kind::scalar) {
-        fail(field.at, "a reply carries scalars only");
+        fail(field.at, "a reply carries numbers and texts only");
         return;
       }
   }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "tools/stpc/macro_names.h"
+
 namespace stpc {
 namespace {
 
@@ -100,6 +102,20 @@ constexpr std::string_view kGeneratedNames[] = {
     "wait", "retry", "status", "id", "packet", "reply", "response", "hold", "in", "tag",
 };
 
+// Those among which the handlers are called.
+constexpr std::string_view kDispatchNames[] = {"id", "packet", "reply", "in"};
+
+// Types, functions and constants of which generated code is made.
+constexpr std::string_view kLibraryNames[] = {
+    "CountedPtr",    "RNArray",         "RetryHandler",       "STPArray",
+    "STPMessage",    "STPMessageEntry", "STPReceivedMessage", "STPSpecClass",
+    "STPSpecTables", "STPStatus",       "STPStubBlock",       "STPStubReader",
+    "STPStubTrace",  "StringArray",     "gen_text",           "kReceiveTable",
+    "kSendTable",    "kTables",         "kTagNames",          "std",
+    "stpPutCount",   "stpPutElements",  "stpPutPacked",       "stpPutPath",
+    "stpPutPaths",   "stpTraceFailure",
+};
+
 template <class Table>
 bool contains(const Table& table, std::string_view name) {
   return std::find(std::begin(table), std::end(table), name) != std::end(table);
@@ -118,17 +134,27 @@ std::string nameFault(std::string_view name) {
   if (name.front() == '_' || name.back() == '_' || name.find("__") != std::string_view::npos)
     return quoted + " is no name: underscores stand between other characters, one at a time";
   if (contains(kReserved, name)) return quoted + " is a reserved word of C++";
+  if (isMacroName(name)) return quoted + " is a macro of the system's headers";
   return {};
 }
 
-bool isBaseMember(std::string_view name) {
-  return contains(kBaseFields, name) || contains(kBaseOperations, name);
+std::string messageFault(std::string_view name) {
+  const std::string quoted = "\"" + std::string(name) + "\"";
+  if (contains(kBaseFields, name) || contains(kBaseOperations, name))
+    return quoted + " is an operation of every spec";
+  if (contains(kDispatchNames, name) || contains(kLibraryNames, name))
+    return quoted + " means something else in every generated class";
+  return {};
 }
 
 std::string localName(std::string_view fieldName) {
   const bool taken = contains(kBaseFields, fieldName) || contains(kGeneratedNames, fieldName) ||
                      isBlockName(fieldName);
-  return std::string(fieldName) + (taken ? "_" : "");
+  return taken ? std::string(fieldName) + "_" : memberName(fieldName);
+}
+
+std::string memberName(std::string_view fieldName) {
+  return std::string(fieldName) + (contains(kLibraryNames, fieldName) ? "_" : "");
 }
 
 }  // namespace stpc

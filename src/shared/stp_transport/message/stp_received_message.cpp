@@ -8,8 +8,8 @@ namespace {
 
 constexpr std::int64_t kSearchesPerText = 16;
 constexpr std::int64_t kSmallText = 0x10000;
-// A field word and a length word: what a null string takes.
-constexpr std::int64_t kSmallestStringField = 8;
+constexpr std::uint32_t kArrayCountWord =
+    std::uint32_t{STP_TAG_ARRAY_COUNT} << STP_FIELD_TAG_SHIFT | STP_FIELD_U32;
 
 bool isElementSize(int size) {
   return size == 1 || size == 2 || size == 4 || size == 8;
@@ -49,7 +49,8 @@ std::uint32_t STPReceivedMessage::findField(std::int32_t tag) {
     if (word == 0) break;
     std::int64_t length = word & STP_FIELD_SIZE_MASK;
     if (length == 0) length = readU32();
-    if (word >> STP_FIELD_TAG_SHIFT != static_cast<std::uint32_t>(tag)) {
+    if (word >> STP_FIELD_TAG_SHIFT != static_cast<std::uint32_t>(tag) ||
+        isEntered(cursorOffset())) {
       sequential = false;
       cursor_ += std::min(length, remaining());
       continue;
@@ -151,9 +152,66 @@ void STPReceivedMessage::getArray(std::int32_t tag, void* elements, std::int32_t
   leaveStruct(saved);
 }
 
-std::int32_t STPReceivedMessage::boundCount(std::uint32_t count) const {
-  const std::int64_t held = (payloadEnd_ - payloadStart_) / kSmallestStringField;
-  return static_cast<std::int32_t>(std::min<std::int64_t>(count, held));
+STPReceivedMessage::Count STPReceivedMessage::getCount(std::int32_t tag) {
+  const bool present = findField(tag) != 0;
+  const std::uint32_t value = readU32();
+  return present ? Count{value, limitOffset()} : Count{};
+}
+
+std::int32_t STPReceivedMessage::enterElements(const Count& count, Range& saved) {
+  const std::int64_t from = std::max(count.behind, payloadStart_);
+  setLimit(payloadEnd_);
+  Range array{from, from};
+  std::int64_t first = from;
+  std::uint32_t held = 0;
+  for (std::int64_t start = count.behind != 0 ? from : payloadEnd_;;) {
+    setCursor(start);
+    const Field head = stepOver();
+    if (head.word == 0) break;
+    if (head.word == kArrayCountWord && !isEntered(head.end)) {
+      std::uint32_t number = 0;
+      std::int64_t end = head.end;
+      for (Field element; number < head.value; ++number, end = element.end) {
+        element = stepOver();
+        if (element.word >> STP_FIELD_TAG_SHIFT != STP_TAG_ARRAY_ELEMENT) break;
+      }
+      const bool matches = number == count.value && head.value == count.value;
+      if (matches || start == from) {
+        array = {start, end};
+        first = head.end;
+        held = number;
+      }
+      if (matches) break;
+    }
+    start = head.end;
+  }
+  saved = {payloadStart_, payloadEnd_};
+  if (array.start == payloadStart_)
+    saved.start = array.end;
+  else if (array.end != from)
+    entered_.push_back(array);
+  payloadStart_ = first;
+  payloadEnd_ = array.end;
+  setCursor(first);
+  return static_cast<std::int32_t>(held);
+}
+
+STPReceivedMessage::Field STPReceivedMessage::stepOver() {
+  Field field;
+  field.word = readU32();
+  std::int64_t length = field.word & STP_FIELD_SIZE_MASK;
+  if (field.word != 0 && length == 0) length = readU32();
+  if (length == 4 && remaining() >= 4) field.value = stpReadWord(cursor_);
+  cursor_ += std::min(length, remaining());
+  field.end = cursorOffset();
+  return field;
+}
+
+bool STPReceivedMessage::isEntered(std::int64_t offset) const {
+  // Not those of a range that is being read just now.
+  return std::any_of(entered_.begin(), entered_.end(), [&](const Range& array) {
+    return array.start >= payloadStart_ && array.start < offset && offset <= array.end;
+  });
 }
 
 void STPReceivedMessage::readElements(unsigned char* elements, std::int64_t count,

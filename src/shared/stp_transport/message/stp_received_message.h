@@ -2,16 +2,20 @@
 //
 // Binary fields are found by tag, ascii fields by name. A reader that takes the fields in the order
 // in which they were written pays one step for each: the start of the search walks along behind it.
-// A reader that takes them in another order searches from the first field not yet read in order.
-// Nothing here fails: what is missing or cut short reads as 0, null or an empty range, and no read
-// goes past the message, whatever its bytes say.
+// A reader that takes them in another order searches from the first field not yet read in order,
+// in an ascii text by an index that is built for the first such search on a level.
+// The elements of a pointer array all have the same tag and are therefore read as a range of their
+// own, found behind the array's count field. Nothing here fails: what is missing or cut short reads
+// as 0, null or an empty range, and no read goes past the message, whatever its bytes say.
 #pragma once
 
 #include <cstdint>
 #include <forward_list>
 #include <string>
+#include <vector>
 
 #include "indgen/memory.h"
+#include "stp_transport/message/stp_field_index.h"
 #include "stp_transport/message/stp_message.h"
 
 class STPReceivedMessage : public STPMessage {
@@ -53,9 +57,18 @@ class STPReceivedMessage : public STPMessage {
   void* getArrayAlloc(std::int32_t tag, std::int32_t& count, int elementSize);
   /// Reads up to `count` elements of an array field without a count; what isn't there is zero.
   void getArray(std::int32_t tag, void* elements, std::int32_t count, int elementSize);
-  /// How many pointer-array elements the current range can hold at most, for bounding a count that
-  /// a peer has sent before storage is made for it.
-  std::int32_t boundCount(std::uint32_t count) const;
+  /// A count field, read before the pointer array that it counts.
+  struct Count {
+    std::uint32_t value = 0;
+    std::int64_t behind = 0;  ///< offset of what follows the field; 0 if the field isn't there
+  };
+  Count getCount(std::int32_t tag);
+  /// Makes the elements of the pointer array that `count` belongs to the range of the following
+  /// reads, to be taken one by one under STP_TAG_ARRAY_ELEMENT, and gives how many there are. The
+  /// array is the first behind the count field that has that many elements and hasn't been entered
+  /// yet; one directly behind it is taken whatever its number of elements. Without the count field
+  /// or such an array the range is empty. Undone by leaveStruct.
+  std::int32_t enterElements(const Count& count, Range& saved);
 
   // --- Ascii form. Every read with a name looks the field up first. Words and quoted texts are
   // read in place and come back unterminated; whoever closes one with a zero puts back what stood
@@ -100,6 +113,15 @@ class STPReceivedMessage : public STPMessage {
   char* nextValue();
 
  private:
+  /// The field at the cursor, stepped over up to the start of the next one.
+  struct Field {
+    std::uint32_t word = 0;   ///< 0 at the end of the range
+    std::uint32_t value = 0;  ///< the first word of the value
+    std::int64_t end = 0;     ///< offset behind the value
+  };
+  Field stepOver();
+  /// Whether the field whose word ends at `offset` is part of an array that has been entered.
+  bool isEntered(std::int64_t offset) const;
   void readElements(unsigned char* elements, std::int64_t count, int elementSize);
   std::uint64_t readPair();
   /// Length of the string at the cursor, with the cursor on its characters; 0 for a null string and
@@ -110,6 +132,9 @@ class STPReceivedMessage : public STPMessage {
   void setTextCursor(char* place) { cursor_ = reinterpret_cast<unsigned char*>(place); }
   char* textEnd() const { return reinterpret_cast<char*>(storage_ + capacity_); }
   void moveToEndWord();
+  char* findFrom(char* place, const char* name);
+  char* readNamed(const char* name, std::int32_t* length,
+                  char* (STPReceivedMessage::*read)(std::int32_t*));
   char* skipValue(char* place);
   char* takeWord(char* place, std::int32_t* length);
   void stepInto(char bracket);
@@ -118,10 +143,14 @@ class STPReceivedMessage : public STPMessage {
 
   std::int64_t payloadStart_ = 0;
   std::int64_t payloadEnd_ = 0;
+  /// Where pointer arrays stand that have been entered: their fields have the same tags as others.
+  std::vector<Range> entered_;
   char* fieldCursor_ = nullptr;
-  /// Bytes that searches may still step over. A text can be made so that every search in it runs to
-  /// its end; an honest reader never comes near this bound.
+  /// Bytes that searches may still step over. A text can be made so that every value in it runs to
+  /// its end; an honest one is stepped over about twice for each level that a field stands on.
   std::int64_t searchBudget_ = 0;
+  /// Of the level that the mark stands on and of those around it, from the outermost.
+  std::vector<STPFieldIndex> indexes_;
   /// Views of strings that came without their zero.
   std::forward_list<std::string> closed_;
 };

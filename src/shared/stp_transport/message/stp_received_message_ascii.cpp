@@ -3,6 +3,7 @@
 // Every step stops at a zero byte, and one stands behind the payload whatever the payload holds, so
 // no scan needs another bound.
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "indgen/report.h"
@@ -123,24 +124,40 @@ bool takeSign(char*& place) {
 char* STPReceivedMessage::findAsciiField(const char* name) {
   const std::size_t nameLength = std::strlen(name);
   char* place = searchBudget_ < 0 ? textEnd() : skipBlanks(fieldCursor_);
-  bool sequential = place == skipBlanks(textCursor());
+  const bool sequential = place == skipBlanks(textCursor());
   if (!sequential) setTextCursor(place);
-  while (!closesLevel(place)) {
-    char* colon;
-    if (std::strncmp(place, name, nameLength) == 0 && place[nameLength] == ':') {
-      colon = place + nameLength;
-      char* value = skipBlanks(colon + 1);
-      setTextCursor(value);
-      if (sequential) fieldCursor_ = skipValue(value);
-      return value;
+  if (closesLevel(place)) return nullptr;
+  const bool isNext = std::strncmp(place, name, nameLength) == 0 && place[nameLength] == ':';
+  char* field = isNext ? place : findFrom(place, name);
+  if (!field) return nullptr;
+  char* value = skipBlanks(field + nameLength + 1);
+  setTextCursor(value);
+  if (isNext && sequential) fieldCursor_ = skipValue(value);
+  return value;
+}
+
+// An index serves for as long as the mark moves along its level, also when it comes back from a
+// level inside. Once the mark stands outside, the index goes.
+char* STPReceivedMessage::findFrom(char* place, const char* name) {
+  char* text = reinterpret_cast<char*>(storage_);
+  const auto offsetOf = [text](char* at) { return static_cast<STPFieldIndex::Offset>(at - text); };
+  const STPFieldIndex::Offset mark = offsetOf(place);
+  while (!indexes_.empty() && !indexes_.back().spans(mark)) indexes_.pop_back();
+  if (indexes_.empty() || !indexes_.back().hasFieldAt(mark)) {
+    STPFieldIndex index(text);
+    while (!closesLevel(place)) {
+      char* colon = findOrEnd(place, ':');
+      searchBudget_ -= colon - place;
+      if (*colon == '\0') break;
+      index.add(offsetOf(place));
+      place = skipValue(skipBlanks(colon + 1));
     }
-    sequential = false;
-    colon = findOrEnd(place, ':');
-    searchBudget_ -= colon - place;
-    if (*colon == '\0') break;
-    place = skipValue(skipBlanks(colon + 1));
+    if (index.empty()) return nullptr;
+    index.close(offsetOf(place));
+    indexes_.push_back(std::move(index));
   }
-  return nullptr;
+  const STPFieldIndex::Offset field = indexes_.back().find(name, mark);
+  return field == 0 ? nullptr : text + field;
 }
 
 char* STPReceivedMessage::skipValue(char* place) {
@@ -236,9 +253,7 @@ char* STPReceivedMessage::readWord(std::int32_t* length) {
 }
 
 char* STPReceivedMessage::readWord(const char* name, std::int32_t* length) {
-  if (findAsciiField(name)) return readWord(length);
-  *length = 0;
-  return textEnd();
+  return readNamed(name, length, &STPReceivedMessage::readWord);
 }
 
 char* STPReceivedMessage::peekWord(std::int32_t* length) {
@@ -258,9 +273,21 @@ char* STPReceivedMessage::readQuoted(std::int32_t* length) {
 }
 
 char* STPReceivedMessage::readQuoted(const char* name, std::int32_t* length) {
-  if (findAsciiField(name)) return readQuoted(length);
-  *length = 0;
-  return textEnd();
+  return readNamed(name, length, &STPReceivedMessage::readQuoted);
+}
+
+// A bare read takes the mark along. Out of order it stays, or the fields passed over would be lost.
+char* STPReceivedMessage::readNamed(const char* name, std::int32_t* length,
+                                    char* (STPReceivedMessage::*read)(std::int32_t*)) {
+  const Mark mark = fieldCursor_;
+  if (!findAsciiField(name)) {
+    *length = 0;
+    return textEnd();
+  }
+  const bool inOrder = fieldCursor_ != mark;
+  char* text = (this->*read)(length);
+  if (!inOrder) fieldCursor_ = mark;
+  return text;
 }
 
 // A text that fills the payload has no end word to stand on, but the zeros behind it.

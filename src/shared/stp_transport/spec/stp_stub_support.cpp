@@ -8,6 +8,12 @@ constexpr std::uint32_t kLineFlag = 1;
 
 }  // namespace
 
+STPReceivedMessage::Count STPStubReader::countOf(const void* array) const {
+  for (const auto& [counted, count] : counts_)
+    if (counted == array) return count;
+  return {};
+}
+
 void* STPStubReader::keep(void* block) {
   if (block) kept_.emplace_back(block);
   return block;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "indgen/memory.h"
@@ -49,23 +50,28 @@ class STPStubReader {
   /// The same as an owner of its own, for a text that outlives the reader.
   gen_text ownedText(std::int32_t tag) { return message_.getString(peerTag(tag)); }
 
-  /// Reads the elements of a pointer array whose count field has been read into `array.count`. A
-  /// message may say one count there and bring another number of elements; the lesser holds.
+  /// Reads the count field of a pointer array.
+  template <class T>
+  void count(std::int32_t tag, STPArray<T>& array) {
+    const STPReceivedMessage::Count count = message_.getCount(peerTag(tag));
+    array.count = static_cast<std::int32_t>(count.value);
+    counts_.emplace_back(&array, count);
+  }
+  /// Reads the elements of a pointer array whose count field has been read. A message may say one
+  /// count there and bring another number of elements; the lesser holds.
   template <class T>
   void elements(STPArray<T>& array) {
-    // The room is taken before the inner count is read: the last element of a block may be short of
-    // the size that the bound goes by.
-    const std::int32_t room = message_.boundCount(UINT32_MAX);
-    const std::uint32_t announced = message_.getU32(STP_TAG_ARRAY_COUNT);
-    const auto made = static_cast<std::int32_t>(
-        std::min(announced, static_cast<std::uint32_t>(std::max(room, 0))));
+    STPReceivedMessage::Range saved;
+    const std::int32_t made = message_.enterElements(countOf(&array), saved);
     T* data = static_cast<T*>(keep(gen_alloc(static_cast<std::size_t>(made), sizeof(T))));
     for (std::int32_t i = 0; i < made; ++i) readElement(data[i]);
+    message_.leaveStruct(saved);
     array.data = data;
     array.count = lesserCount(array.count, made);
   }
 
-  /// The same for a dynamic array, a field by itself.
+  /// Reads a dynamic array, a field by itself, whose count field has been read into `array.count`.
+  /// The lesser count holds here, too.
   template <class T>
   void packed(std::int32_t tag, STPArray<T>& array) {
     std::int32_t made = 0;
@@ -94,6 +100,7 @@ class STPStubReader {
   };
 
   std::int32_t peerTag(std::int32_t tag) const { return tagMap_[static_cast<std::size_t>(tag)]; }
+  STPReceivedMessage::Count countOf(const void* array) const;
   void* keep(void* block);
   const char* keepText(gen_text text) { return static_cast<char*>(keep(text.release())); }
   static std::int32_t lesserCount(std::int32_t count, std::int32_t made);
@@ -113,6 +120,7 @@ class STPStubReader {
   STPReceivedMessage& message_;
   const std::vector<std::int32_t>& tagMap_;
   std::vector<std::unique_ptr<void, Free>> kept_;
+  std::vector<std::pair<const void*, STPReceivedMessage::Count>> counts_;
 };
 
 /// Writes a block: what is put into the message until the end of the scope goes into it.
