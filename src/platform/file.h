@@ -51,6 +51,10 @@ int fileStatus(const char* path, FileStatus& status);
 int linkStatus(const char* path, FileStatus& status);
 int testAccess(const char* path, int bits);
 int changeDirectory(const char* path);
+/// A descriptor of the working directory, by which enterDirectory gets back there whatever has
+/// become of its name. Children don't inherit it.
+int openWorkingDirectory();
+int enterDirectory(int descriptor);
 int removeFile(const char* path);
 int renameFile(const char* from, const char* to);
 int changeMode(const char* path, unsigned mode);

@@ -4,10 +4,13 @@
 
 #include <filesystem>
 
+#include "indgen/access.h"
 #include "indgen/find.h"
+#include "indgen/scratch.h"
 #include "indgen/spawn.h"
 #include "pair.h"
 #include "platform/clock.h"
+#include "platform/file.h"
 #include "platform/readiness.h"
 
 namespace {
@@ -100,15 +103,43 @@ TEST_F(ChildProcessTest, FailedLaunchesLeaveNothingOpenAndCanBeRepeated) {
   const std::ptrdiff_t before = openDescriptors();
   child.setCommandLine("/no/such/program");
   EXPECT_EQ(launch(), "[launch]: Program could not start (not found?).");
+  EXPECT_EQ(child.startError(), ENOENT);
   setScript("exit 3");
   EXPECT_THAT(launch(), testing::StartsWith("[launch]: Program died "));
   EXPECT_EQ(status.code, STP_LAUNCH_FAILED);
   EXPECT_EQ(child.process(), 0);
+  int exitStatus = 0;
+  EXPECT_FALSE(platform::childEnded(last_process, exitStatus)) << "it was given up";
   EXPECT_LE(openDescriptors(), before);
   setScript(kConnect);
   child.setPassHost(false);
   EXPECT_EQ(launch(), "");
   EXPECT_THAT(said(), testing::MatchesRegex(std::string(gen_getcwd()) + ",[0-9]+,"));
+}
+
+TEST_F(ChildProcessTest, LeadsBackToADirectoryThatWasReplaced) {
+  const std::string before = gen_getcwd();
+  const auto inode = [] {
+    platform::FileStatus here;
+    EXPECT_EQ(platform::fileStatus(".", here), 0);
+    return here.inode;
+  };
+  const Scratch scratch;
+  fs::create_directory(scratch / "here");
+  V_chdir((scratch / "here").c_str());
+  const std::uint64_t here = inode();
+  fs::rename(scratch / "here", scratch / "gone");
+  for (const bool isReplaced : {false, true}) {
+    if (isReplaced) fs::create_directory(scratch / "here");
+    STPChildProcess other(true);
+    const char* const arguments[] = {"true"};
+    other.setArguments(arguments, 1);
+    other.setTransport(transport.get());
+    other.setWorkingDirectory("/");
+    other.launch(nullptr);
+    EXPECT_EQ(inode(), here);
+  }
+  V_chdir(before.c_str());
 }
 
 TEST_F(ChildProcessTest, DeathEndsTheWaitAtOnce) {

@@ -101,6 +101,14 @@ int changeDirectory(const char* path) {
   return path ? outcome(chdir(path)) : -ENOENT;
 }
 
+int openWorkingDirectory() {
+  return outcome(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+int enterDirectory(int descriptor) {
+  return outcome(fchdir(descriptor));
+}
+
 int removeFile(const char* path) {
   return path ? outcome(unlink(path)) : -ENOENT;
 }

@@ -1,5 +1,6 @@
 #include "indgen/spawn.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -39,7 +40,10 @@ bool start(const char* module, std::vector<std::string> arguments, const char* d
   request.error = error;
   request.detached = (flags & (GEN_DETACHED_PROCESS | GEN_NEW_CONSOLE)) != 0;
   platform::ProcessId child = 0;
-  if (platform::startProcess(request, child) != 0) return false;
+  if (const int refusal = platform::startProcess(request, child); refusal != 0) {
+    errno = -refusal;
+    return false;
+  }
   last_process = last_process_id = child;
   if (process) *process = child;
   return true;

@@ -17,7 +17,7 @@ extern platform::ProcessId last_process;
 extern platform::ProcessId last_process_id;
 
 /// Starts a command that is written as gen_read_command reads it. False if it can't be read or its
-/// program can't be started, here and below.
+/// program can't be started, here and below; what the system refuses sets `errno`.
 bool gen_spawn_command(const char* command, platform::ProcessId* process, int input, int output,
                        int error, unsigned flags);
 /// Starts `program` with a null-closed vector, whose first entry is the name that the program is

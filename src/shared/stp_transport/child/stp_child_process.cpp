@@ -1,31 +1,42 @@
 #include "stp_transport/child/stp_child_process.h"
 
+#include <cerrno>
 #include <string>
 
 #include "indgen/access.h"
 #include "indgen/find.h"
 #include "indgen/spawn.h"
 #include "indgen/text.h"
+#include "platform/file.h"
 #include "stp_transport/retry/stp_retryhandler.h"
 
 namespace {
 
-// Changes the working directory and back. A directory that can't be entered changes nothing.
+// Changes the working directory and back. A directory that can't be entered changes nothing, nor
+// does one from which there would be no way back.
 class DirectoryHolder {
  public:
   explicit DirectoryHolder(const char* directory) {
     if (!directory) return;
-    before_ = gen_strdup(gen_getcwd());
+    before_ = platform::openWorkingDirectory();
+    if (before_ < 0) return;
+    nameBefore_ = gen_strdup(gen_getcwd());
     entered_ = V_chdir(directory) == 0;
   }
   ~DirectoryHolder() {
-    if (entered_) V_chdir(before_);
+    if (entered_) {
+      // A view knows directories by name; but the name may have gone, or be another directory's.
+      V_chdir(nameBefore_);
+      platform::enterDirectory(before_);
+    }
+    if (before_ >= 0) platform::closeDescriptor(before_);
   }
   DirectoryHolder(const DirectoryHolder&) = delete;
   DirectoryHolder& operator=(const DirectoryHolder&) = delete;
 
  private:
-  gen_text before_;
+  int before_ = -1;
+  gen_text nameBefore_;
   bool entered_ = false;
 };
 
@@ -99,7 +110,10 @@ ArgumentVector STPChildProcess::argumentsWithPort() const {
 
 void STPChildProcess::startProgram(const ArgumentVector& arguments) {
   const DirectoryHolder holder(workingDirectory_);
-  gen_spawn_argv(arguments[0], arguments.data(), &process_, -1, -1, -1, GEN_DETACHED_PROCESS);
+  errno = 0;
+  const bool started =
+      gen_spawn_argv(arguments[0], arguments.data(), &process_, -1, -1, -1, GEN_DETACHED_PROCESS);
+  startError_ = started ? 0 : errno;
 }
 
 // The id means nothing to anybody any more.

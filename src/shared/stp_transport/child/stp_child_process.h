@@ -55,6 +55,8 @@ class STPChildProcess {
 
   /// 0 without a child.
   platform::ProcessId process() const { return process_; }
+  /// Why the program couldn't be started, as an `errno` number; 0 if it could, or wasn't tried.
+  int startError() const { return startError_; }
 
   /// Gives the child as long as the handler allows to end by itself, then ends it; at once if
   /// `retry` is null.
@@ -75,6 +77,7 @@ class STPChildProcess {
   bool passHost_ = true;
   const bool killOnDestroy_;
   platform::ProcessId process_ = 0;
+  int startError_ = 0;
   int portIndex_ = 1;
   gen_text workingDirectory_;
   PrivatePort port_;
