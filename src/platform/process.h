@@ -71,6 +71,9 @@ bool runOnProcessor(int processor);
 
 /// A variable of the environment, valid until it is next changed; null if it isn't set.
 const char* environmentVariable(const char* name);
+/// Refuses with E2BIG what would keep children from starting: a variable of more than 128 KiB with
+/// its name, the `=` and the closing zero, and more growth once all variables together take half of
+/// what the system hands to a program.
 int setEnvironmentVariable(const char* name, const char* value);
 int unsetEnvironmentVariable(const char* name);
 

@@ -51,6 +51,26 @@ TEST(Process, ChildInheritsNoDescriptor) {
   std::fclose(inheritable);
 }
 
+TEST(Process, EnvironmentIsBoundedByWhatAChildCanGet) {
+  const auto set = [](const std::string& name, std::size_t size) {
+    return setEnvironmentVariable(name.c_str(), std::string(size, 'x').c_str());
+  };
+  EXPECT_EQ(set("A", 1), 0);
+  EXPECT_EQ(set("A", 131070), -E2BIG);
+  EXPECT_EQ(run(shell("test $A = x")), 0);
+  EXPECT_EQ(set("A", 131069), 0);
+  EXPECT_EQ(set("A", 131069), 0) << "in place of the old value";
+  EXPECT_EQ(setEnvironmentVariable("A", environmentVariable("A")), 0);
+  int count = 0;
+  while (count < 100 && set("A" + std::to_string(count), 100000) == 0) ++count;
+  EXPECT_LT(count, 100);
+  EXPECT_EQ(set("A", 131069), 0) << "no more than before";
+  EXPECT_EQ(run(shell("test ${#A} = 131069")), 0);
+  unsetEnvironmentVariable("A");
+  while (count-- > 0) unsetEnvironmentVariable(("A" + std::to_string(count)).c_str());
+  EXPECT_EQ(environmentVariable("A0"), nullptr);
+}
+
 TEST(Process, RefusalsAreKnownAtTheCall) {
   ProcessId child = -7;
   StartRequest request = shell("exit 0");

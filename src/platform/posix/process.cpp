@@ -347,20 +347,6 @@ bool runOnProcessor(int processor) {
   return false;
 }
 
-const char* environmentVariable(const char* name) {
-  return name ? getenv(name) : nullptr;
-}
-
-int setEnvironmentVariable(const char* name, const char* value) {
-  if (!name || !value) return -EINVAL;
-  return setenv(name, value, 1) == 0 ? 0 : -errno;
-}
-
-int unsetEnvironmentVariable(const char* name) {
-  if (!name) return -EINVAL;
-  return unsetenv(name) == 0 ? 0 : -errno;
-}
-
 void raiseDescriptorLimit() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;

@@ -2,13 +2,15 @@
 #include "platform/process.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "platform/sim/world.h"
 
 namespace platform {
 namespace {
 
-constexpr int kNoEntry = 2, kNoProcess = 3, kInvalid = 22;
+constexpr int kNoEntry = 2, kNoProcess = 3, kTooBig = 7, kInvalid = 22;
+constexpr std::size_t kLongestVariable = 128 * 1024;
 constexpr std::uint64_t kNever = ~std::uint64_t{0};
 
 using sim::Process;
@@ -145,6 +147,8 @@ const char* environmentVariable(const char* name) {
 
 int setEnvironmentVariable(const char* name, const char* value) {
   if (!name || !value) return -kInvalid;
+  const std::size_t size = std::string_view(name).size() + std::string_view(value).size() + 2;
+  if (size > kLongestVariable) return -kTooBig;
   World::current().self().environment[name] = value;
   return 0;
 }
