@@ -50,6 +50,20 @@ TEST_F(RemoteTest, PluginThatDiesBeforeItNegotiatesIsReported) {
   EXPECT_EQ(makeCounted<TestPlugin>(link.get())->next(), "PluginId 4");
 }
 
+// Two ends that are both a hub's would wait for each other for ever.
+TEST_F(RemoteTest, AHubIsNoPlugin) {
+  startHub();
+  const std::string unable =
+      "PluginConnectedEvent 5 -1 'Hublink unable to connect to plugin on host localhost and port ";
+  first->RequestPluginConnect("localhost", port, 5);
+  EXPECT_EQ(first->next(), unable + std::to_string(port) + ".'");
+  awaitCounts("1/1");
+  HubProcess other({"-connect_hublink", std::to_string(port), "-not_shared"}, directory);
+  EXPECT_EQ(other.waitForEnd(), 0);
+  awaitCounts("1/1");
+  EXPECT_EQ(other.printed(), "");
+}
+
 TEST_F(RemoteTest, ValuesAskedAcross) {
   startHub();
   const Plugin a = join(), b = join();

@@ -32,7 +32,7 @@ bool Hublink::connectToPeer(const char* host, std::uint32_t peerPort) {
   STPStatus status;
   transport->connect(host, static_cast<std::uint16_t>(peerPort), &status);
   if (!status.good()) return false;
-  addConnection(transport, 0, nullptr, nullptr);
+  addConnection(transport, 0, nullptr, nullptr)->refuseHub();
   return true;
 }
 

@@ -6,6 +6,26 @@
 #include "services/hublink/prefer_ada.h"
 #include "stp_transport/transport/stp_transport.h"
 
+// Takes a record that comes from a hub's end of a link.
+class HublinkConnection::HubRefusal : public ResponseListener {
+ public:
+  HubRefusal(STPTransport* link, Hublink* hub, std::int32_t pluginID)
+      : link_(link), hub_(hub), pluginID_(pluginID) {
+    link->addListener(STP_HUB_RN, STP_PLUGIN_RN, this, STP_NEGOTIATION);
+  }
+  ~HubRefusal() override { link_->removeListener(this); }
+  bool handleMessage(STPReceivedMessage&, bool) override {
+    hub_->logInternal("Plugin ID %d is a hub and no plugin.\n", pluginID_);
+    link_->disconnect();
+    return true;
+  }
+
+ private:
+  const CountedPtr<STPTransport> link_;
+  Hublink* const hub_;
+  const std::int32_t pluginID_;
+};
+
 HublinkConnection::HublinkConnection(STPTransport* link, Hublink* owner, std::int32_t id,
                                      std::int32_t child, const char* childName,
                                      const char* directory, STPLog* internalLog)
@@ -21,6 +41,10 @@ HublinkConnection::HublinkConnection(STPTransport* link, Hublink* owner, std::in
 
 HublinkConnection::~HublinkConnection() = default;
 
+void HublinkConnection::refuseHub() {
+  hubRefusal = std::make_unique<HubRefusal>(getTransport(), hub, pluginID);
+}
+
 void HublinkConnection::sendNegotiate() {
   STPSpecClass::sendNegotiate(false, nullptr, nullptr);
 }
@@ -30,6 +54,7 @@ bool HublinkConnection::isNegotiated() {
 }
 
 void HublinkConnection::peerRecordTaken() {
+  hubRefusal.reset();
   hub->negotiationFinished();
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <string>
 
 #include "generated/hublink_router_impl.h"
@@ -28,6 +29,10 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   HublinkConnection(STPTransport* transport, Hublink* hub, std::int32_t pluginID,
                     std::int32_t process, const char* name, const char* workingDir,
                     STPLog* internalLog);
+
+  /// Closes the link as soon as its other end shows that it is a hub, too: neither would ever take
+  /// the other for a plugin, and each would keep the other up.
+  void refuseHub();
 
   /// Sends the negotiate record without waiting.
   virtual void sendNegotiate();
@@ -92,6 +97,7 @@ class HublinkConnection : public virtual Hublink_router_Impl {
 
  private:
   friend class HublinkInspector;
+  class HubRefusal;
 
   Hublink* hub;
   std::int32_t pluginID;
@@ -101,4 +107,5 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   bool persistent = false;
   bool spoken = false;
   std::list<PeerLink> peerLinks;
+  std::unique_ptr<HubRefusal> hubRefusal;
 };

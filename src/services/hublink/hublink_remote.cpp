@@ -17,7 +17,8 @@ void Hublink::requestPluginConnect(HublinkConnection* requester, const char* hos
     requester->PluginConnectedEvent(cookie, -1, failure);
     return;
   }
-  const HublinkConnection* connection = addConnection(transport, 0, nullptr, nullptr);
+  HublinkConnection* connection = addConnection(transport, 0, nullptr, nullptr);
+  connection->refuseHub();
   logInternal("Created plugin ID %d on host %s, port %d.\n", connection->getPluginID(), host,
               peerPort);
   launchWaiters[connection->getPluginID()] = {requester, cookie, failure.get()};
