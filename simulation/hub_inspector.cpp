@@ -49,6 +49,8 @@ std::string HublinkInspector::firstFault() {
     if (!alive.contains(start.requester)) return about("a start by nobody, cookie", cookie);
     if (start.pluginID != 0) setAside.insert(start.pluginID);
   }
+  for (const auto& [id, service] : hub_.comingProviders)
+    if (!ids.contains(id)) return about("a service awaited from somebody who has gone, plugin", id);
   std::set<Awaited> stillAwaited;
   for (const PendingRequest& request : hub_.pendingRequests) {
     if (!alive.contains(request.requester))
@@ -111,7 +113,8 @@ std::size_t HublinkInspector::connections() const {
 bool HublinkInspector::isEmpty() const {
   return hub_.connectionsByRN.pages() == 0 && hub_.servicesByName.size() == 0 &&
          hub_.pendingRequests.empty() && hub_.pendingAccepts.empty() &&
-         hub_.launchWaiters.empty() && hub_.clientStarts.empty() && hub_.numPersistent == 0;
+         hub_.launchWaiters.empty() && hub_.clientStarts.empty() && hub_.comingProviders.empty() &&
+         hub_.numPersistent == 0;
 }
 
 std::string HublinkInspector::describe() const {

@@ -6,6 +6,7 @@
 //   provide NAME     registers NAME, takes every requester and stays until the hub goes
 //   idle             connects, registers nothing and stays
 //   vanish           connects and ends before it has negotiated
+//   once FILE ...    makes FILE and goes on; if FILE is there, leaves the next word out
 //   exit             ends at once
 //   hang             does nothing at all
 #include <algorithm>
@@ -53,9 +54,13 @@ int main(int argc, char** argv) {
   std::vector<std::string> words(argv + std::min(argc, 3), argv + argc);
   words.insert(words.end(), 2, "");
   auto word = words.begin();
-  for (; *word == "record" || *word == "await"; word += 2) {
+  for (; *word == "record" || *word == "await" || *word == "once"; word += 2) {
     if (*word == "record") record(word[1], argc, argv);
     if (*word == "await") awaitFile(word[1]);
+    if (*word == "once" && std::filesystem::exists(word[1]))
+      ++word;
+    else if (*word == "once")
+      std::ofstream(word[1]) << "x";
   }
   if (*word == "exit") return 3;
   if (*word == "hang") platform::sleepMilliseconds(kLifetime);

@@ -158,8 +158,10 @@ TEST_F(EntryTest, StoppedHubTakesItsPluginsAndItsRecordAlong) {
                         go.c_str(),      "record", done.c_str(),  "exit"};
   first->RequestPluginLaunch({8, slow}, 10, false, nullptr);
   EXPECT_TRUE(await([&] { return std::filesystem::exists(begun); }));
+  const std::uint64_t start = platform::monotonicMilliseconds();
   hub->terminate();
   EXPECT_EQ(hub->waitForEnd(), 0);
+  EXPECT_GE(platform::monotonicMilliseconds() - start, 1000u) << "it is given time to end";
   directory.write("go", "");
   EXPECT_EQ(first->next(), "PluginConnectedEvent 10 -1 'Failed to launch plugin'");
   EXPECT_EQ(first->next(), "closed");

@@ -69,6 +69,7 @@ class LaunchTest : public HubTest {
     plain({"idle"}, "NeverRegisters");
     plain({"provide", "AnotherName"}, "Misnamed");
     plain({"await", directory / "go", "provide", "Slow"}, "Slow");
+    plain({"once", directory / "tried", "vanish", "provide", "SecondTry"}, "SecondTry");
     file << section("thing.so", {}, "Library", "SharedObject = yes AdaExecName = \"ada.so\"");
     file << section(
         "launched_plugin",
@@ -158,6 +159,39 @@ TEST_F(LaunchTest, ARequestWaitsForAPluginThatDoesNotRegister) {
   EXPECT_EQ(first->next(), "ConnectionReplyEvent 'AnotherName' 11 1 0 1 10 3 null 3");
 }
 
+// Those that joined a launch wait on when it fails, but nobody else does: the next request starts
+// the provider anew, for all of them.
+TEST_F(LaunchTest, AProviderThatHasNotComeIsStartedAgain) {
+  first->ask("SecondTry", 1);
+  first->ask("SecondTry", 2);
+  first->query("SecondTry", 3);
+  EXPECT_EQ(first->next(), failureReply("SecondTry", 1));
+  first->query("SecondTry", 4);
+  first->ask("SecondTry", 5);  // joins
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 3 'SecondTry' 3 0");
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 4 'SecondTry' 3 0");
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'SecondTry' 11 1 0 1 10 3 null 2");
+  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'SecondTry' 12 1 0 1 10 3 null 5");
+  // While a client has a start in hand others wait for it; once it has failed, or the client has
+  // gone, they don't.
+  const Plugin other = join();  // plugin 4
+  for (const bool isTold : {true, false}) {
+    SCOPED_TRACE(isTold);
+    const char* service = isTold ? "Beside" : "OnPath";
+    const Plugin starter = join();
+    starter->RequestServiceConnection(service, -1, {}, nullptr, false, 6, false, true);
+    EXPECT_TRUE(starter->nextIs("StartPlugin"));
+    first->ask(service, 7);
+    EXPECT_EQ(first->counts(), isTold ? "4/4" : "5/5") << "nothing is launched";
+    if (isTold) starter->StartPluginEvent(1, false, "");
+    starter->vanish();
+    awaitCounts(isTold ? "3/3" : "4/4");
+    other->ask(service, 8);
+    EXPECT_EQ(first->nextNumber("ConnectionReplyEvent"), 7);
+    EXPECT_EQ(other->nextNumber("ConnectionReplyEvent"), 8);
+  }
+}
+
 TEST_F(LaunchTest, QueriesStartPluginsAsWell) {
   first->query("Beside", 5);
   EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 5 'Beside' 2 0");
@@ -170,6 +204,14 @@ TEST_F(LaunchTest, QueriesStartPluginsAsWell) {
   first->query("Missing", 9);
   EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 9 'Missing' -1 1");
   expectedPrint = "Unable to startup service: no_such_program.\n";
+  EXPECT_TRUE(logHas("Unable to launch no_such_program: No such file or directory\n"));
+  EXPECT_TRUE(
+      logHas("Warning: Failed to launch plugin: no_such_program to handle service Missing.\n"));
+  EXPECT_TRUE(logHas("Service Unheard requested, but it is not in the service database.\n"));
+  // Who asks again, in whichever way, joins the launch that a question began.
+  first->query("NeverRegisters", 10);
+  first->ask("NeverRegisters", 11);
+  EXPECT_EQ(first->counts().substr(0, 2), "3/");
 }
 
 TEST_F(LaunchTest, ChildrenSeeTheirArgumentsAndEnvironment) {
@@ -188,6 +230,22 @@ TEST_F(LaunchTest, ChildrenSeeTheirArgumentsAndEnvironment) {
                                path + ":/lib/x/\na value\n";
   EXPECT_EQ(contents(directory / "seen"), expected);
   EXPECT_TRUE(logHas("Ignored the environment variable \"BAD=NAME\".\n"));
+}
+
+// A program can be started only if its environment isn't too large.
+TEST_F(LaunchTest, NoVariableKeepsLaterChildrenFromStarting) {
+  first->SetEnvironmentVariable("HUB_TEST_VALUE", "kept");
+  first->SetEnvironmentVariable("HUB_TEST_VALUE", std::string(200000, 'x').c_str());
+  for (int i = 0; i < 30; ++i)
+    first->SetEnvironmentVariable(("HUB_TEST_" + std::to_string(i)).c_str(),
+                                  std::string(120000, 'x').c_str());
+  first->query("Seen", 1);
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 1 'Seen' 2 0");
+  const std::string path = platform::environmentVariable("PATH");
+  EXPECT_THAT(contents(directory / "seen"), ::testing::EndsWith(path + ":/lib/x/\nkept\n"));
+  for (const char* refused : {"VALUE\" of 200000", "29\" of 120000"})
+    EXPECT_TRUE(logHas(std::string("Ignored the environment variable \"HUB_TEST_") + refused +
+                       " bytes: Argument list too long.\n"));
 }
 
 TEST_F(LaunchTest, PlainLaunches) {
@@ -213,10 +271,13 @@ TEST_F(LaunchTest, PlainLaunches) {
                     HasSubstr("'-hl_connect_hublink_port' '" + std::to_string(port) + "'] 1 ")));
   first->StartPluginEvent(77, true, nullptr);  // nobody has asked for that
   const Plugin started = join();
+  const char* withNull[] = {"tool", nullptr, ""};
+  started->RequestPluginLaunch({3, withNull}, 10, true, nullptr);
+  EXPECT_THAT(started->next(), StartsWith("StartPlugin ['tool' null '' '-hl_debug_startup' "));
   started->StartPluginEvent(1, true, "fine");
   EXPECT_EQ(first->next(), "PluginConnectedEvent 9 " + std::to_string(started->id) + " 'fine'");
   launch({"tool"}, true);
-  first->StartPluginEvent(2, false, "no such tool");
+  first->StartPluginEvent(3, false, "no such tool");
   EXPECT_EQ(first->next(), "PluginConnectedEvent 9 -1 'no such tool'");
 }
 
@@ -244,6 +305,8 @@ TEST_F(LaunchTest, AClientStartsItsOwnProvider) {
   first->StartPluginEvent(2, false, "could not");
   EXPECT_EQ(first->next(), "ConnectionReplyEvent '' -1 0 0 0 0 -1 null 5");
   EXPECT_EQ(started->next(), failureReply("None", 7));
+  first->RequestLocation();
+  EXPECT_EQ(first->nextNumber("LocationEvent"), port) << "it is answered once";
   const Plugin leaving = join();
   ask(leaving, 6);
   await(6, 8);
@@ -319,6 +382,10 @@ TEST(Launch, AHangingChildIsGivenUp) {
   while (longestPass < 150) pass();
   EXPECT_EQ(plugin->next(), failureReply("Hangs", 3));
   EXPECT_LT(longestPass, 5000u);
+  // Nobody will ask for it again: only the system still knows it.
+  std::size_t ended = 0;
+  EXPECT_EQ(platform::waitForChildren(&last_process, 1, true, 0, ended),
+            platform::WaitOutcome::failed);
   platform::killProcess(last_process);  // given up by the hub, it would hang on
 }
 

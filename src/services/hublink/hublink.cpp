@@ -88,19 +88,25 @@ bool Hublink::removeActiveRecord() {
 
 void Hublink::shutdownPlugins(bool report, int wait) {
   STPTransport::takeLeave(transports, kFarewell);
-  for (const auto& connection : activeConnections) disconnectPlugin(connection.get());
-  for (const auto& connection : activeConnections) {
-    const platform::ProcessId child = connection->getProcess();
-    if (child == 0) continue;
-    std::size_t ended = 0;
-    const platform::WaitOutcome outcome = platform::waitForChildren(&child, 1, true, wait, ended);
-    if (!report || outcome == platform::WaitOutcome::ended) continue;
-    if (outcome == platform::WaitOutcome::timedOut)
-      std::fprintf(stderr, "hublink: (%s, pid=%d) took more than %d msecs to shut down",
-                   connection->getName().c_str(), child, wait);
-    else
-      std::fprintf(stderr, "unexpected GetSingleObject(pid) ret=%d", -1);
-  }
+  for (const Connections* connections : {&activeConnections, &negotiatingConnections})
+    for (const auto& connection : *connections) disconnectPlugin(connection.get());
+  for (const Connections* connections : {&activeConnections, &negotiatingConnections})
+    for (const auto& connection : *connections)
+      if (connection->getProcess() != 0)
+        awaitChild(connection->getProcess(), connection->getName(), report, wait);
+  for (const auto& [child, name] : unconnectedChildren) awaitChild(child, name, report, wait);
+}
+
+void Hublink::awaitChild(platform::ProcessId child, const std::string& name, bool report,
+                         int wait) {
+  std::size_t ended = 0;
+  const platform::WaitOutcome outcome = platform::waitForChildren(&child, 1, true, wait, ended);
+  if (!report || outcome == platform::WaitOutcome::ended) return;
+  if (outcome == platform::WaitOutcome::timedOut)
+    std::fprintf(stderr, "hublink: (%s, pid=%d) took more than %d msecs to shut down", name.c_str(),
+                 child, wait);
+  else
+    std::fprintf(stderr, "unexpected GetSingleObject(pid) ret=%d", -1);
 }
 
 void Hublink::logInternal(const char* format, ...) {

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "active_hub/active_hub_record.h"
+#include "platform/process.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/hublink_connection.h"
 #include "services/hublink/pending.h"
@@ -137,6 +138,7 @@ class Hublink : public ForwardingHandler {
   using Connections = std::list<CountedPtr<HublinkConnection>>;
 
   // Life.
+  static void awaitChild(platform::ProcessId child, const std::string& name, bool report, int wait);
   bool openListener(bool loopbackOnly);
   void freshListener();
 
@@ -163,6 +165,7 @@ class Hublink : public ForwardingHandler {
   std::int32_t findServiceRN(HublinkConnection* requester, const char* name, std::int32_t pluginID,
                              const char* workingDir, bool localOnly) const;
   bool isServicePending(const char* name, const char* workingDir) const;
+  bool isStartInHand(const char* name) const;
   void serviceRegistered(HublinkConnection* provider, const char* name, std::int32_t serviceRN);
   void askProvider(HublinkConnection* requester, HublinkConnection* provider,
                    const char* serviceName, std::int32_t serviceRN, TextPairs pairs,
@@ -181,10 +184,14 @@ class Hublink : public ForwardingHandler {
 
   // Starting plugins.
   std::int32_t launchPlugin(const std::vector<std::string>& argv, const char* workingDir);
-  std::int32_t clientStartPlugin(HublinkConnection* requester, const std::vector<std::string>& argv,
-                                 const char* workingDir);
+  std::int32_t clientStartPlugin(HublinkConnection* requester,
+                                 const std::vector<OptionalText>& argv, const char* workingDir);
   std::vector<std::string> debugArgsFor(const std::string& pluginName);
   void applyServiceEnvironment(const std::vector<NameAndValue>& environment);
+  void changeEnvironment(const char* variable, const char* value);
+  std::int32_t launchProvider(const PluginRecord& record, const char* serviceName,
+                              const char* workingDir);
+  void logFailedLaunch(const PluginRecord& record, const char* serviceName);
   void startProviderForConnection(HublinkConnection* requester, const ServiceRequest& request);
   void startProviderForQuery(HublinkConnection* requester, std::int32_t cookie,
                              const char* serviceName, const char* workingDir);
@@ -192,8 +199,9 @@ class Hublink : public ForwardingHandler {
   /// A plugin that a client was asked to start.
   struct ClientStart {
     HublinkConnection* requester;
-    std::int32_t cookie;    ///< the request's own
-    std::int32_t pluginID;  ///< set aside for a service request; 0 for a plain launch
+    std::int32_t cookie;           ///< the request's own
+    std::int32_t pluginID;         ///< set aside for a service request; 0 for a plain launch
+    std::string serviceName = {};  ///< what the plugin is to provide, unless it is a plain launch
   };
   /// Who is to be told when a plugin that was started or connected to has negotiated.
   struct LaunchWaiter {
@@ -213,6 +221,8 @@ class Hublink : public ForwardingHandler {
   PendingAccepts pendingAccepts;
   std::map<std::int32_t, LaunchWaiter> launchWaiters;
   std::map<std::int32_t, ClientStart> clientStarts;  // by start cookie
+  // Plugins that were started for a service and haven't registered it yet, each with its name.
+  std::set<std::pair<std::int32_t, std::string>> comingProviders;
   STPTransport* listener = nullptr;  // stands in `transports`, or null after a failed set-up
   std::uint32_t port;
   int listenSocket = 0;
@@ -230,6 +240,8 @@ class Hublink : public ForwardingHandler {
   std::int32_t numPersistent = 0;
   STPFileLog* log;
   std::unique_ptr<HLInternalFileLog> internalLog;
+  // Children that hadn't connected when the hub was told to stop, each with its program.
+  std::vector<std::pair<platform::ProcessId, std::string>> unconnectedChildren;
   OptionalText debugger;  // named by a plugin, as are its options
   OptionalText debuggerOpts;
   std::set<std::string> debugPlugins;  // to be started under the debugger

@@ -1,4 +1,6 @@
 // Services and their RNs: who provides what, who waits for it, and what is left when a plugin goes.
+#include <algorithm>
+
 #include "services/hublink/hublink.h"
 
 namespace {
@@ -28,6 +30,7 @@ void Hublink::registerServiceList(HublinkConnection* provider, const StringArray
     if (!name) continue;
     const std::int32_t serviceRN = list[static_cast<std::size_t>(i)];
     servicesByName.add(name, serviceRN);
+    comingProviders.erase({provider->getPluginID(), name});
     serviceRegistered(provider, name, serviceRN);
   }
 }
@@ -69,7 +72,10 @@ std::int32_t Hublink::findServiceRN(HublinkConnection* requester, const char* na
   });
 }
 
+// Whether a request for the service joins those that wait already. Once whoever was to provide it
+// won't come, that would be for ever, unless there is nothing that could be started.
 bool Hublink::isServicePending(const char* name, const char* workingDir) const {
+  if (!isStartInHand(name) && serviceDatabase.find_plugin(name)) return false;
   for (const PendingRequest& request : pendingRequests) {
     if (request.serviceName != name) continue;
     if (!workingDir || !request.workingDir ||
@@ -77,6 +83,14 @@ bool Hublink::isServicePending(const char* name, const char* workingDir) const {
       return true;
   }
   return false;
+}
+
+bool Hublink::isStartInHand(const char* name) const {
+  return std::any_of(comingProviders.begin(), comingProviders.end(),
+                     [name](const auto& coming) { return coming.second == name; }) ||
+         std::any_of(clientStarts.begin(), clientStarts.end(), [name](const auto& entry) {
+           return entry.second.pluginID != 0 && entry.second.serviceName == name;
+         });
 }
 
 // The record stands in the table before the provider is asked, so that no answer can overtake it.
@@ -186,4 +200,7 @@ void Hublink::purgeStarts(HublinkConnection* connection) {
     failRequestsFor(start.pluginID);
     unlearnedPluginIDs.push_back(start.pluginID);
   }
+  std::erase_if(comingProviders, [connection](const auto& coming) {
+    return coming.first == connection->getPluginID();
+  });
 }

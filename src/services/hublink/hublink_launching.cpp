@@ -20,17 +20,30 @@ namespace {
 constexpr const char* kPortOption = "-hl_connect_hublink_port";
 constexpr const char* kLaunchFailure = "Failed to launch plugin";
 
-// The texts of a message; a null among them is an empty argument.
-std::vector<std::string> textsOf(const StringArray& array) {
-  std::vector<std::string> texts;
-  for (std::int32_t i = 0; i < array.count; ++i)
-    texts.emplace_back(array.data[i] ? array.data[i] : "");
+// The texts of a message.
+std::vector<OptionalText> textsOf(const StringArray& array) {
+  std::vector<OptionalText> texts;
+  for (std::int32_t i = 0; i < array.count; ++i) texts.push_back(optionalText(array.data[i]));
   return texts;
 }
 
-std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
+// As a program is started with them: a null among them is an empty argument.
+std::vector<std::string> argumentsOf(const std::vector<OptionalText>& texts) {
+  std::vector<std::string> arguments;
+  for (const OptionalText& text : texts) arguments.push_back(text.value_or(""));
+  return arguments;
+}
+
+const char* pointerOf(const std::string& text) {
+  return text.c_str();
+}
+const char* pointerOf(const OptionalText& text) {
+  return textOrNull(text);
+}
+template <class Text>
+std::vector<const char*> pointersOf(const std::vector<Text>& texts) {
   std::vector<const char*> pointers;
-  for (const std::string& text : texts) pointers.push_back(text.c_str());
+  for (const Text& text : texts) pointers.push_back(pointerOf(text));
   return pointers;
 }
 
@@ -72,8 +85,14 @@ std::int32_t Hublink::launchPlugin(const std::vector<std::string>& argv, const c
   STPStatus status;
   child.launch(&wait, &status);
   if (!status.good()) {
-    // One that never connected may go on, but not as a plugin of this hub.
-    if (child.process() != 0) platform::releaseChild(child.process());
+    logInternal("Unable to launch %s: %s\n", arguments[0].c_str(),
+                child.startError() != 0 ? std::strerror(child.startError()) : status.message);
+    // One that never connected may go on, but not as a plugin of this hub; only at the hub's own
+    // end it is waited for like a plugin.
+    if (platform::stopRequested() && child.process() != 0)
+      unconnectedChildren.emplace_back(child.process(), gen_base_name(argv[0].c_str()));
+    else
+      platform::releaseChild(child.process());
     return -1;
   }
   return addConnection(transport, child.process(), gen_base_name(argv[0].c_str()),
@@ -82,18 +101,18 @@ std::int32_t Hublink::launchPlugin(const std::vector<std::string>& argv, const c
 }
 
 std::int32_t Hublink::clientStartPlugin(HublinkConnection* requester,
-                                        const std::vector<std::string>& argv,
+                                        const std::vector<OptionalText>& argv,
                                         const char* workingDir) {
   const std::int32_t startCookie = ++lastStartCookie;
-  std::vector<std::string> arguments = argv;
-  if (!argv.empty())
-    for (const std::string& text : debugArgsFor(gen_base_name(argv[0].c_str())))
-      arguments.push_back(text);
+  std::vector<OptionalText> arguments = argv;
+  if (!argv.empty() && argv[0])
+    for (const std::string& text : debugArgsFor(gen_base_name(argv[0]->c_str())))
+      arguments.emplace_back(text);
   for (const std::string& text :
        {std::string("-hl_client_start_cookie"), std::to_string(startCookie),
         std::string("-hl_connect_hublink_host"), std::string(gen_full_host_name()),
         std::string(kPortOption), std::to_string(port)})
-    arguments.push_back(text);
+    arguments.emplace_back(text);
   const auto pointers = pointersOf(arguments);
   STPStatus status;
   requester->StartPlugin({static_cast<std::int32_t>(pointers.size()), pointers.data()}, startCookie,
@@ -103,9 +122,9 @@ std::int32_t Hublink::clientStartPlugin(HublinkConnection* requester,
 
 void Hublink::requestPluginLaunch(HublinkConnection* requester, const StringArray& argv,
                                   std::int32_t cookie, bool clientStart, const char* workingDir) {
-  const std::vector<std::string> arguments = textsOf(argv);
-  const std::int32_t started = clientStart ? clientStartPlugin(requester, arguments, workingDir)
-                                           : launchPlugin(arguments, workingDir);
+  const std::vector<OptionalText> texts = textsOf(argv);
+  const std::int32_t started = clientStart ? clientStartPlugin(requester, texts, workingDir)
+                                           : launchPlugin(argumentsOf(texts), workingDir);
   if (started == -1)
     requester->PluginConnectedEvent(cookie, -1, kLaunchFailure);
   else if (clientStart)
@@ -126,6 +145,8 @@ void Hublink::startPluginEvent(HublinkConnection* sender, std::int32_t cookie, b
     // The request waits for the plugin that has really come instead of the ID set aside for it.
     for (PendingRequest& request : pendingRequests)
       if (request.pluginID == start.pluginID) request.pluginID = pluginID;
+    if (findServiceRN(sender, start.serviceName.c_str(), pluginID, nullptr, false) == -1)
+      comingProviders.emplace(pluginID, start.serviceName);
   } else {
     start.requester->ConnectionReplyEvent("", -1, false, false, false, 0, -1, nullptr,
                                           start.cookie);
@@ -161,7 +182,15 @@ void Hublink::setEnvironmentVariable(const char* variable, const char* value) {
     logInternal("Ignored the environment variable \"%s\".\n", variable ? variable : "");
     return;
   }
-  platform::setEnvironmentVariable(variable, value);
+  changeEnvironment(variable, value);
+}
+
+// A variable that is too large would keep every later child from starting.
+void Hublink::changeEnvironment(const char* variable, const char* value) {
+  const int outcome = platform::setEnvironmentVariable(variable, value);
+  if (outcome < 0)
+    logInternal("Ignored the environment variable \"%.100s\" of %lu bytes: %s.\n", variable,
+                static_cast<unsigned long>(std::strlen(value)), std::strerror(-outcome));
 }
 
 // Of a service's environment only LIBPATH has an effect: it goes to the end of the path on which
@@ -174,6 +203,6 @@ void Hublink::applyServiceEnvironment(const std::vector<NameAndValue>& environme
     cleaned.resize(std::strlen(cleaned.c_str()));
     const char* present = platform::environmentVariable("PATH");
     const std::string path = present && *present ? std::string(present) + ":" + cleaned : cleaned;
-    platform::setEnvironmentVariable("PATH", path.c_str());
+    changeEnvironment("PATH", path.c_str());
   }
 }
