@@ -56,10 +56,12 @@ std::vector<std::string> Catalogue::tagNames() const {
   }
   std::vector<std::string> names(sorted.begin(), sorted.end());
   if (!keepsNumbers) return names;
-  for (const std::size_t kept : {STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT})
-    if (kept < names.size())
-      names.insert(names.begin() + static_cast<std::ptrdiff_t>(kept),
-                   names[kept - 1] + kPlaceholderEnd);
+  for (const auto kept : {STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT}) {
+    const auto number = static_cast<std::size_t>(kept);
+    if (number >= names.size()) break;
+    const std::string placeholder = names[number - 1] + kPlaceholderEnd;
+    names.insert(names.begin() + kept, placeholder);
+  }
   return names;
 }
 
