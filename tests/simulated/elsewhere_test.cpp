@@ -1,0 +1,72 @@
+// Requesters on the hub's machine and on another one: who gets what is local to the hub.
+#include <gtest/gtest.h>
+
+#include "hublink_plugin/hublink_plugin.h"
+#include "indgen/scratch.h"
+#include "platform/sim/world.h"
+#include "services/hublink/hublink.h"
+
+namespace {
+
+using Outcome = ServiceReply::Outcome;
+
+constexpr std::uint32_t kHere = 0x7F000001, kElsewhere = 0x0A000002;
+
+TEST(Elsewhere, OnlyRequestersOnTheHubsMachineGetWhatIsLocalToIt) {
+  platform::sim::World world;
+  const Scratch scratch;
+  ServiceDatabase database;
+  ASSERT_TRUE(
+      database.read_file(scratch
+                             .write("a.kvs",
+                                    "Services { ExecName = \"a.so\" SharedObject = yes\n"
+                                    "  ServicesProvided { { ServiceName = \"Library\" } } }\n")
+                             .c_str()));
+  std::uint16_t port = 0;
+  world.start("hub", [&](const auto&) {
+    Hublink hub(database, 0, nullptr, nullptr);
+    hub.startListening(true, nullptr);
+    port = hub.getPort();
+    while (!platform::stopRequested()) hub.servicePass(500);
+    return 0;
+  });
+  world.settle();
+  const auto run = [&](std::uint32_t address, const std::function<void(HublinkPlugin&)>& body) {
+    world.start(
+        "plugin",
+        [&port, body](const auto&) {
+          HublinkPlugin plugin;
+          std::string error;
+          if (!plugin.connect(port, error)) return 1;
+          body(plugin);
+          return 0;
+        },
+        address);
+    world.pass(1000);
+  };
+  const auto ask = [&](std::uint32_t address, const char* service, bool localOnly) {
+    Outcome outcome = Outcome::disconnected;
+    run(address, [&](HublinkPlugin& plugin) {
+      ServiceQuery query;
+      query.serviceName = service;
+      query.localOnly = localOnly;
+      outcome = plugin.requestService(query).outcome;
+    });
+    return outcome;
+  };
+  EXPECT_EQ(ask(kHere, "Library", true), Outcome::sharedObject);
+  EXPECT_EQ(ask(kElsewhere, "Library", false), Outcome::sharedObject);
+  EXPECT_EQ(ask(kElsewhere, "Library", true), Outcome::notFound);
+  // A provider that runs is local to whoever is on its machine.
+  run(kElsewhere, [](HublinkPlugin& plugin) {
+    plugin.registerService("Running", [](const auto&) {});
+    plugin.run();
+  });
+  EXPECT_EQ(ask(kElsewhere, "Running", true), Outcome::accepted);
+  EXPECT_EQ(ask(kHere, "Running", false), Outcome::accepted);
+  EXPECT_EQ(ask(kHere, "Running", true), Outcome::notFound);
+  world.endAll();
+  EXPECT_EQ(world.fault(), "");
+}
+
+}  // namespace
