@@ -13,6 +13,7 @@
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 namespace {
@@ -198,9 +199,24 @@ TEST_F(TraceTest, FollowsAHubToItsEnd) {
   const Plugin second = join();
   second->LogMessageEvent("two\nlines");
   EXPECT_TRUE(awaitPrinted(*chart, "2: LogMessageEvent message=\"two\\nlines\""));
+  // Texts that hold what looks like other lines: in one, and behind what looks like its end.
+  const std::string line = kStamp + "Plugin 8:\t SEND: StartLogging: ";
+  second->LogMessageEvent(("a\n" + line + "\n>" + line + "\nsaid " + line).c_str());
+  second->LogMessageEvent(("x\", b:0x1\nsaid " + line + "\n" + line + "\n").c_str());
+  const std::string name = "x(8):\t SEND: StartLogging: \n" + line;
+  const char* const argument = name.c_str();
+  second->RequestPluginLaunch({1, &argument}, 1, false, nullptr);
+  EXPECT_TRUE(awaitPrinted(*chart, "Launching plugin x(8)"));
   hub->terminate();
   EXPECT_EQ(chart->waitForEnd(), 0);
-  EXPECT_THAT(chart->printed(), HasSubstr("Shutting down Hublink."));
+  const std::string printed = chart->printed();
+  EXPECT_THAT(printed, HasSubstr("Shutting down Hublink."));
+  std::string shown = line;
+  shown.replace(shown.find('\t'), 1, "\\t");
+  EXPECT_THAT(printed, HasSubstr("2: LogMessageEvent message=\"a\\n" + shown + "\\n>" + shown +
+                                 "\\nsaid " + shown + "\""));
+  EXPECT_THAT(printed, HasSubstr("Launching plugin x(8):\\t SEND: StartLogging: \\n"));
+  EXPECT_THAT(printed, Not(HasSubstr(" 8: StartLogging")));
 }
 
 TEST_F(TraceTest, FollowsALogThatBeginsAnew) {

@@ -1,9 +1,9 @@
 #include "tools/hublinkctl/trace/trace_reader.h"
 
-#include <algorithm>
 #include <charconv>
 #include <utility>
 
+#include "stp_transport/log/time_stamp.h"
 #include "tools/hublinkctl/trace/trace_fields.h"
 
 namespace trace {
@@ -17,10 +17,6 @@ constexpr std::int64_t kEpoch = 11644473600;
 
 using Kind = Event::Kind;
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 bool take(std::string_view& text, std::string_view word) {
   if (!text.starts_with(word)) return false;
   text.remove_prefix(word.size());
@@ -33,16 +29,6 @@ bool takeDecimal(std::string_view& text, Number& number) {
   if (error != std::errc()) return false;
   text.remove_prefix(static_cast<std::size_t>(end - text.data()));
   return true;
-}
-
-// "13440040190.217: ": eleven digits for the next thousand years and the last.
-constexpr std::size_t kStampLength = 17;
-
-bool hasStamp(std::string_view text) {
-  if (text.size() < kStampLength || text[11] != '.' || text[15] != ':' || text[16] != ' ')
-    return false;
-  return std::all_of(text.begin(), text.begin() + 11, isDigit) &&
-         std::all_of(text.begin() + 12, text.begin() + 15, isDigit);
 }
 
 std::int64_t takeStamp(std::string_view& text) {
@@ -126,17 +112,29 @@ void classifyOwnLine(Event& event) {
 }
 
 // Where a stamped message begins behind a text that the plugins' log, in the same file, left
-// without a line end; npos if none does.
+// without a line end; npos if none does. What a text of the hub's own log holds is marked.
 std::size_t embeddedLine(std::string_view line) {
-  for (std::size_t at = 1; at + kStampLength < line.size(); ++at) {
-    if (!isDigit(line[at]) || !hasStamp(line.substr(at))) continue;
+  for (std::size_t at = findTimeStamp(line, 1); at != line.npos; at = findTimeStamp(line, at + 1)) {
+    if (line[at - 1] == kNoTimeStamp) continue;
     Event event;
-    if (readMessage(line.substr(at + kStampLength), event)) return at;
-    event.text = line.substr(at + kStampLength);
+    if (readMessage(line.substr(at + kTimeStampLength), event)) return at;
+    event.text = line.substr(at + kTimeStampLength);
     classifyOwnLine(event);
     if (event.kind != Kind::note) return at;
   }
   return std::string_view::npos;
+}
+
+// A line within a text, without its marks.
+std::string unmarked(std::string_view line) {
+  std::string result;
+  std::size_t taken = 0;
+  for (std::size_t at = findTimeStamp(line, 1); at != line.npos; at = findTimeStamp(line, at + 1)) {
+    if (line[at - 1] != kNoTimeStamp) continue;
+    result += line.substr(taken, at - 1 - taken);
+    taken = at;
+  }
+  return result += line.substr(taken);
 }
 
 }  // namespace
@@ -157,7 +155,7 @@ void Reader::finish() {
 }
 
 void Reader::takeLine(std::string_view line) {
-  if (hasStamp(line)) {
+  if (beginsWithTimeStamp(line)) {
     flushMessage();
     takeStamped(line);
     return;
@@ -198,7 +196,7 @@ void Reader::takeStamped(std::string_view line) {
 // True if the line completes the message that waits. Keeps it otherwise, as long as there is hope.
 bool Reader::continuesMessage(std::string_view line) {
   message_ += '\n';
-  message_ += line;
+  message_ += unmarked(line);
   lines_.emplace_back(line);
   std::string_view text = message_;
   Event event;
