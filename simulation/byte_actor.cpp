@@ -5,6 +5,7 @@
 
 #include "platform/clock.h"
 #include "platform/readiness.h"
+#include "platform/sim/world.h"
 #include "simulation/scenario.h"
 
 namespace {
@@ -66,22 +67,23 @@ int ByteActor::run() {
   if (role_.negotiates) outbox_.push_back({filled(negotiateBytes())});
   while (connected_) {
     const std::uint64_t now = platform::monotonicMilliseconds();
-    if (stage_.finishing) quietUntil_ = 0;
-    const bool quiet = quietUntil_ > now;
+    if (stage_.finishing) quietUntil_ = deafUntil_ = 0;
+    const bool quiet = quietUntil_ > now, deaf = quiet || deafUntil_ > now;
     // Whoever isn't known to the hub yet has nothing to ask it.
     while (connected_ && !quiet && pluginID_ != -1 && !orders_.empty()) {
       const Order order = orders_.front();
       orders_.pop_front();
       obey(order);
     }
-    if (connected_ && !quiet) read();
+    if (connected_ && !deaf) read();
     if (connected_ && stage_.finishing)
       for (; !offers_.empty(); offers_.pop_front()) answerOffer(offers_.front(), chance(70));
     if (connected_ && !quiet) write();
     if (connected_ && role_.life >= 0 && role_.life-- == 0) end();
     if (!connected_) break;
     bool failed = false;
-    platform::readiness().wait(quiet ? static_cast<int>(quietUntil_ - now) : -1, failed);
+    const std::uint64_t until = quiet ? quietUntil_ : deafUntil_;
+    platform::readiness().wait(deaf ? static_cast<int>(until - now) : -1, failed);
   }
   return 0;
 }
@@ -183,6 +185,9 @@ void ByteActor::obey(const Order& order) {
     case Act::hush:
       if (!stage_.finishing) quietUntil_ = platform::monotonicMilliseconds() + choice % 3000;
       break;
+    case Act::flood:
+      flood(choice);
+      break;
     case Act::disconnect:
       stage_.ledger.leave(*this, false);
       send("RequestHublinkDisconnect");
@@ -239,6 +244,33 @@ void ByteActor::sendPackets(std::uint64_t choice) {
   for (std::uint64_t count = 1 + (choice >> 8) % 12; count > 0; --count)
     outbox_.push_back(
         {linkPacket(*link, Ledger::packet(*link, packetSize(choice >> 16, count))), link});
+}
+
+// Questions whose answers come to more than the hub keeps for one who doesn't read; fewer of them
+// over a narrow network, which would take too long.
+void ByteActor::flood(std::uint64_t choice) {
+  if (stage_.finishing) return;
+  const std::size_t share = std::min<std::size_t>(stage_.world.weather.streamSize, 16384);
+  deafUntil_ = platform::monotonicMilliseconds() + choice / 8 % 3000;
+  switch (choice % 3) {
+    case 0:
+      for (std::size_t count = share; count > 0; --count)
+        outbox_.push_back({filled(hubMessageBytes("NumPersistentServices", nullptr, 0x01))});
+      break;
+    case 1:
+      for (std::size_t count = share / 512; count > 0; --count) {
+        numberQuestions_.push_back(++lastCookie_);
+        stage_.ledger.ask(*this, Question::numbers, lastCookie_);
+        send("ReserveRNBlock", {{"count", 20000}});
+      }
+      break;
+    default:
+      for (std::size_t count = share / 2; count > 0; --count) {
+        placeQuestions_.push_back(++lastCookie_);
+        stage_.ledger.ask(*this, Question::location, lastCookie_);
+        send("RequestLocation");
+      }
+  }
 }
 
 void ByteActor::answerOffer(const Offer& offer, bool accept) {

@@ -33,6 +33,7 @@ class ByteActor : public Actor {
   void request(std::uint64_t choice);
   void launch(std::uint64_t choice);
   void sendPackets(std::uint64_t choice);
+  void flood(std::uint64_t choice);
   void answerOffer(const Offer& offer, bool accept);
   void beginStart(std::int32_t cookie);
   void provide(const std::string& service);
@@ -51,7 +52,7 @@ class ByteActor : public Actor {
   platform::Socket socket_ = platform::kNoSocket;
   std::deque<Outgoing> outbox_;
   std::string input_;
-  std::uint64_t quietUntil_ = 0;  // ms
+  std::uint64_t quietUntil_ = 0, deafUntil_ = 0;  // ms; one who is deaf still writes
   std::int32_t lastCookie_ = 0;
   std::deque<std::int32_t> numberQuestions_;  // cookies, in order
   std::deque<std::int32_t> placeQuestions_;

@@ -15,6 +15,8 @@ constexpr std::uint64_t kLaunchPatience = 31000;
 constexpr std::size_t kMostActors = 24;
 // Bytes; small enough that a plugin which falls silent holds others up.
 constexpr std::int64_t kSmallBacklog = 20000;
+// What may come on top of that: an answer, and one turn of each of those who send.
+constexpr std::int64_t kBacklogSlack = 600000;
 
 }  // namespace
 
@@ -123,6 +125,10 @@ int Run::runHub() {
       ++passes_;
       const std::string fault = inspector.firstFault();
       if (!fault.empty()) world_.report(fault);
+      for (const auto& [serial, transport] : stpProcess().transportsBySerial)
+        if (transport->writeCount() > stpProcess().backlogLimit + kBacklogSlack)
+          world_.report("the hub keeps " + std::to_string(transport->writeCount()) +
+                        " bytes for one plugin");
     });
     if (inspector.connections() == 0 && !inspector.isEmpty())
       world_.report("the hub keeps something when all have gone: " + inspector.describe());

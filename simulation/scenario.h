@@ -24,6 +24,7 @@ enum class Act : std::uint8_t {
   persist,     ///< a plugin says whether the hub is to stay for it
   move,        ///< a plugin changes its working directory
   hush,        ///< a plugin reads and writes nothing for a while
+  flood,       ///< a plugin asks without end and reads nothing for a while
   disconnect,  ///< a plugin asks to be disconnected
   leave,       ///< a plugin closes its connection
   die,         ///< a plugin's process ends
