@@ -74,7 +74,10 @@ std::string HublinkInspector::firstFault() {
     if (!alive.contains(waiter.requester) || !ids.contains(id))
       return about("a launch waiter of somebody who has gone, plugin", id);
 
-  for (const HublinkConnection* connection : alive)
+  for (const HublinkConnection* connection : alive) {
+    const std::int32_t id = connection->getPluginID();
+    if (connection->usage().waiting.count != waitingRequests(id) + waitingStarts(id))
+      return about("a wrong count of what a plugin waits for, plugin", id);
     for (const PeerLink& link : connection->peerLinks) {
       const HublinkConnection* peer = hub_.connectionForPluginID(link.peerPluginID);
       if (!peer) return about("a link to somebody who has gone, RN", link.localRN);
@@ -84,6 +87,7 @@ std::string HublinkInspector::firstFault() {
           });
       if (!mirrored) return about("a link that its other side lacks, RN", link.localRN);
     }
+  }
   return {};
 }
 

@@ -118,6 +118,20 @@ TEST_F(SpecClass, TakesAGarbledRecordWithoutHarm) {
   EXPECT_EQ(near->peerEntry("Tell")->id, STP_NO_MESSAGE) << "it takes none";
 }
 
+TEST_F(SpecClass, KeepsABoundedNumberOfForeignMessages) {
+  std::string many = "msgs:(0x10002 )[ ";
+  for (int i = 0; i < 0x10002; ++i) many += "{ id:0x1 name:n" + std::to_string(i) + "  } ";
+  peerSays(many + "] ");
+  EXPECT_EQ(near->extraTable.size(), 65536u);
+  peerSays("msgs:(0x2 )[ { id:0x7 name:n8  } { id:0x7 name:n65536  }  ] ");
+  EXPECT_EQ(near->peerEntry("n8")->id, 7u);
+  EXPECT_EQ(near->peerEntry("n65536"), nullptr);
+  near = makeCounted<Side>();
+  for (const char letter : {'a', 'b', 'c'})
+    peerSays("msgs:(0x1 )[ { id:0x1 name:" + std::string(3 << 20, letter) + "  }  ] ");
+  EXPECT_EQ(near->extraTable.size(), 2u);
+}
+
 TEST_F(SpecClass, RefusesToSendBeforeItMay) {
   STPStatus status;
   near->sendNegotiate(true, nullptr, &status);

@@ -106,6 +106,10 @@ class Hublink : public ForwardingHandler {
   /// A connection has negotiated and is to be made active with the next pass.
   void negotiationFinished() { someHaveNegotiated = true; }
 
+  // --- What one plugin may take (hublink_bounds.cpp) ---
+  /// Whether a text that is kept isn't too long; if it is, that is logged.
+  bool isTextTaken(const HublinkConnection* sender, const char* text);
+
   // --- Small jobs (hublink_remote.cpp) ---
   void requestPluginConnect(HublinkConnection* requester, const char* host, std::int32_t peerPort,
                             std::int32_t cookie);
@@ -122,8 +126,8 @@ class Hublink : public ForwardingHandler {
                            std::int32_t cookie, bool clientStart, const char* workingDir);
   void startPluginEvent(HublinkConnection* sender, std::int32_t cookie, bool success,
                         const char* errorMessage);
-  void debugPlugin(const char* pluginName, bool doDebug, const char* debugger,
-                   const char* debuggerOpts);
+  void debugPlugin(const HublinkConnection* sender, const char* pluginName, bool doDebug,
+                   const char* debugger, const char* debuggerOpts);
   void setEnvironmentVariable(const char* variable, const char* value);
   /// No plugin ID is left. The hub has said so, and serves those whom it has.
   bool isUsedUp() const { return usedUp; }
@@ -158,6 +162,11 @@ class Hublink : public ForwardingHandler {
   void reapDead(Connections& connections, const char* stage);
   void takeDown(HublinkConnection* connection);
   void reapDeadTransports();
+
+  // What one plugin may take.
+  bool canReserve(const HublinkConnection* owner, std::int32_t count);
+  bool canRegister(const HublinkConnection* provider, std::int32_t count);
+  bool canWait(const HublinkConnection* requester);
 
   // Brokering.
   std::int32_t assignRN(HublinkConnection* owner) { return connectionsByRN.assign(owner); }
@@ -201,6 +210,7 @@ class Hublink : public ForwardingHandler {
     HublinkConnection* requester;
     std::int32_t cookie;           ///< the request's own
     std::int32_t pluginID;         ///< set aside for a service request; 0 for a plain launch
+    UsageShare share;              ///< of what the requester waits for, by a plain launch
     std::string serviceName = {};  ///< what the plugin is to provide, unless it is a plain launch
   };
   /// Who is to be told when a plugin that was started or connected to has negotiated.
@@ -208,6 +218,7 @@ class Hublink : public ForwardingHandler {
     HublinkConnection* requester;
     std::int32_t cookie;
     std::string failure;  ///< what the requester is told if that never happens
+    UsageShare share;     ///< of what it waits for
   };
 
   ServiceTable servicesByName;

@@ -1,18 +1,12 @@
 // Services and their RNs: who provides what, who waits for it, and what is left when a plugin goes.
 #include <algorithm>
+#include <cstring>
 
 #include "services/hublink/hublink.h"
 
-namespace {
-
-// A plugin may ask for this many RNs at once.
-constexpr std::int32_t kLargestBlock = 1048576;
-
-}  // namespace
-
 void Hublink::reserveRNBlock(HublinkConnection* owner, std::int32_t count) {
   std::vector<std::int32_t> list;
-  if (count > 0 && count <= kLargestBlock) {
+  if (count > 0 && canReserve(owner, count)) {
     list.reserve(static_cast<std::size_t>(count));
     connectionsByRN.assignBlock(owner, count, [&list](std::int32_t rn) { list.push_back(rn); });
   }
@@ -21,6 +15,10 @@ void Hublink::reserveRNBlock(HublinkConnection* owner, std::int32_t count) {
 
 void Hublink::registerServiceList(HublinkConnection* provider, const StringArray& names) {
   if (names.count <= 0) return;
+  if (!canRegister(provider, names.count)) {
+    provider->RNBlockReservedEvent({0, nullptr});
+    return;
+  }
   std::vector<std::int32_t> list;
   for (std::int32_t i = 0; i < names.count; ++i) list.push_back(assignRN(provider));
   // The plugin's only way to learn its RNs, and it must know them before it is asked for one.
@@ -29,7 +27,8 @@ void Hublink::registerServiceList(HublinkConnection* provider, const StringArray
     const char* name = names.data[i];
     if (!name) continue;
     const std::int32_t serviceRN = list[static_cast<std::size_t>(i)];
-    servicesByName.add(name, serviceRN);
+    const auto bytes = static_cast<std::int64_t>(std::strlen(name));
+    servicesByName.add(name, serviceRN, provider, provider->shareOf(&PluginUsage::services, bytes));
     comingProviders.erase({provider->getPluginID(), name});
     serviceRegistered(provider, name, serviceRN);
   }
@@ -98,9 +97,11 @@ void Hublink::askProvider(HublinkConnection* requester, HublinkConnection* provi
                           const char* serviceName, std::int32_t serviceRN, TextPairs pairs,
                           std::int32_t clientCookie) {
   const std::int32_t localRN = assignRN(requester);
-  const auto place =
-      pendingAccepts.emplace(provider, PendingAccept{requester, provider, serviceName, localRN,
-                                                     serviceRN, std::move(pairs), clientCookie});
+  UsageShare share = requester->shareOf(
+      &PluginUsage::waiting, static_cast<std::int64_t>(std::strlen(serviceName)) + pairs.bytes());
+  const auto place = pendingAccepts.emplace(
+      provider, PendingAccept{requester, provider, serviceName, localRN, serviceRN,
+                              std::move(pairs), clientCookie, std::move(share)});
   provider->ConnectionRequestedEvent(requester->getPluginID(), serviceRN, localRN,
                                      place->second.pairs.view());
   requester->getTransport()->waitFor(*provider->getTransport());
@@ -117,7 +118,8 @@ void Hublink::connectionAccepted(HublinkConnection* provider, std::int32_t servi
                                             nullptr, pending.clientCookie);
     if (accept) {
       provider->addPeerLink(pending.requester->getPluginID(), serviceRN, pending.localRN);
-      pending.requester->addPeerLink(provider->getPluginID(), pending.localRN, serviceRN);
+      pending.requester->addPeerLink(provider->getPluginID(), pending.localRN, serviceRN,
+                                     pending.requester->shareOf(&PluginUsage::connections));
     }
     pendingAccepts.erase(place);
     return;
@@ -140,6 +142,8 @@ void Hublink::purgeConnection(HublinkConnection* connection) {
     connection->setPersistent(false);
   }
   connectionsByRN.releaseAll(connection, [this](std::int32_t rn) { servicesByName.remove(rn); });
+  // Those whose RN it has given back.
+  if (connection->usage().services.count > 0) servicesByName.removeAllOf(connection);
   purgeRequests(connection);
   purgeAccepts(connection);
   purgeStarts(connection);
@@ -190,15 +194,15 @@ void Hublink::purgeStarts(HublinkConnection* connection) {
     place = own || lost ? launchWaiters.erase(place) : std::next(place);
   }
   for (auto place = clientStarts.begin(); place != clientStarts.end();) {
-    const ClientStart start = place->second;
-    if (start.requester != connection) {
+    if (place->second.requester != connection) {
       ++place;
       continue;
     }
+    const std::int32_t setAside = place->second.pluginID;
     place = clientStarts.erase(place);
-    if (start.pluginID == 0) continue;
-    failRequestsFor(start.pluginID);
-    unlearnedPluginIDs.push_back(start.pluginID);
+    if (setAside == 0) continue;
+    failRequestsFor(setAside);
+    unlearnedPluginIDs.push_back(setAside);
   }
   std::erase_if(comingProviders, [connection](const auto& coming) {
     return coming.first == connection->getPluginID();

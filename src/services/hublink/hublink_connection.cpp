@@ -1,6 +1,7 @@
 #include "services/hublink/hublink_connection.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "services/hublink/hublink.h"
 #include "services/hublink/prefer_ada.h"
@@ -69,8 +70,8 @@ bool HublinkConnection::isDead() const {
 }
 
 void HublinkConnection::addPeerLink(std::int32_t peerPluginID, std::int32_t localRN,
-                                    std::int32_t remoteRN) {
-  peerLinks.push_back({peerPluginID, localRN, remoteRN});
+                                    std::int32_t remoteRN, UsageShare share) {
+  peerLinks.push_back({peerPluginID, localRN, remoteRN, std::move(share)});
 }
 
 void HublinkConnection::removePeerLink(std::int32_t localRN, std::int32_t remoteRN) {
@@ -86,7 +87,7 @@ std::list<PeerLink> HublinkConnection::takePeerLinks() {
 
 void HublinkConnection::DebugPlugin(const char* plugin_name, bool do_debug, const char* debugger,
                                     const char* debugger_opts) {
-  hub->debugPlugin(plugin_name, do_debug, debugger, debugger_opts);
+  hub->debugPlugin(this, plugin_name, do_debug, debugger, debugger_opts);
 }
 
 void HublinkConnection::RequestLocation() {
@@ -139,7 +140,7 @@ void HublinkConnection::StartPluginEvent(std::int32_t cookie, bool success,
 }
 
 void HublinkConnection::SetWorkingDir(const char* working_dir) {
-  setWorkingDir(working_dir);
+  if (hub->isTextTaken(this, working_dir)) setWorkingDir(working_dir);
 }
 
 void HublinkConnection::ReserveRNBlock(std::int32_t count) {

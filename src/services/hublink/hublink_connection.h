@@ -11,6 +11,7 @@
 #include <string>
 
 #include "generated/hublink_router_impl.h"
+#include "services/hublink/plugin_usage.h"
 
 class Hublink;
 class STPLog;
@@ -20,6 +21,7 @@ struct PeerLink {
   std::int32_t peerPluginID;
   std::int32_t localRN;
   std::int32_t remoteRN;
+  UsageShare share;  ///< of the connections, at the side that has asked for it
 };
 
 class HublinkConnection : public virtual Hublink_router_Impl {
@@ -45,6 +47,11 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   const char* getWorkingDir() const { return workingDir.empty() ? nullptr : workingDir.c_str(); }
   void setWorkingDir(const char* directory) { workingDir = directory ? directory : ""; }
   std::int32_t getProcess() const { return process; }
+  const PluginUsage& usage() const { return *used; }
+  /// The part of a new entry in one of the hub's tables.
+  UsageShare shareOf(Usage PluginUsage::*kind, std::int64_t bytes = 0) const {
+    return {std::shared_ptr<Usage>(used, &((*used).*kind)), bytes};
+  }
   bool isPersistent() const { return persistent; }
   void setPersistent(bool flag) { persistent = flag; }
   /// A message to the hub has come; the plugin may send them before it has negotiated.
@@ -52,7 +59,8 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   /// True once the link is down; the next reaping takes the connection away.
   bool isDead() const;
 
-  void addPeerLink(std::int32_t peerPluginID, std::int32_t localRN, std::int32_t remoteRN);
+  void addPeerLink(std::int32_t peerPluginID, std::int32_t localRN, std::int32_t remoteRN,
+                   UsageShare share = {});
   /// Removes the first record that matches both values, if there is one.
   void removePeerLink(std::int32_t localRN, std::int32_t remoteRN);
   /// Gives the records away.
@@ -106,6 +114,7 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   std::string workingDir;
   bool persistent = false;
   bool spoken = false;
+  std::shared_ptr<PluginUsage> used = std::make_shared<PluginUsage>();
   std::list<PeerLink> peerLinks;
   std::unique_ptr<HubRefusal> hubRefusal;
 };

@@ -13,6 +13,7 @@
 #include "platform/process.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/launch_wait.h"
+#include "services/hublink/plugin_bounds.h"
 #include "stp_transport/child/stp_child_process.h"
 
 namespace {
@@ -123,14 +124,16 @@ std::int32_t Hublink::clientStartPlugin(HublinkConnection* requester,
 void Hublink::requestPluginLaunch(HublinkConnection* requester, const StringArray& argv,
                                   std::int32_t cookie, bool clientStart, const char* workingDir) {
   const std::vector<OptionalText> texts = textsOf(argv);
-  const std::int32_t started = clientStart ? clientStartPlugin(requester, texts, workingDir)
-                                           : launchPlugin(argumentsOf(texts), workingDir);
+  const std::int32_t started = !canWait(requester) ? -1
+                               : clientStart       ? clientStartPlugin(requester, texts, workingDir)
+                                                   : launchPlugin(argumentsOf(texts), workingDir);
   if (started == -1)
     requester->PluginConnectedEvent(cookie, -1, kLaunchFailure);
   else if (clientStart)
-    clientStarts[started] = {requester, cookie, 0};
+    clientStarts[started] = {requester, cookie, 0, requester->shareOf(&PluginUsage::waiting)};
   else
-    launchWaiters[started] = {requester, cookie, kLaunchFailure};
+    launchWaiters[started] = {requester, cookie, kLaunchFailure,
+                              requester->shareOf(&PluginUsage::waiting)};
 }
 
 void Hublink::startPluginEvent(HublinkConnection* sender, std::int32_t cookie, bool success,
@@ -162,10 +165,17 @@ void Hublink::startPluginEvent(HublinkConnection* sender, std::int32_t cookie, b
   if (start.pluginID != 0) unlearnedPluginIDs.push_back(start.pluginID);
 }
 
-void Hublink::debugPlugin(const char* pluginName, bool doDebug, const char* newDebugger,
-                          const char* newOptions) {
-  if (pluginName && doDebug) debugPlugins.insert(pluginName);
+void Hublink::debugPlugin(const HublinkConnection* sender, const char* pluginName, bool doDebug,
+                          const char* newDebugger, const char* newOptions) {
+  for (const char* text : {pluginName, newDebugger, newOptions})
+    if (!isTextTaken(sender, text)) return;
   if (pluginName && !doDebug) debugPlugins.erase(pluginName);
+  if (pluginName && doDebug) {
+    if (debugPlugins.size() < kMostDebugNames)
+      debugPlugins.insert(pluginName);
+    else if (!debugPlugins.contains(pluginName))
+      logInternal("Warning: Too many plugins to be debugged: ignored \"%s\".\n", pluginName);
+  }
   if (newDebugger) debugger = newDebugger;
   if (newOptions) debuggerOpts = newOptions;
 }

@@ -53,7 +53,7 @@ void Hublink::startProviderForConnection(HublinkConnection* requester,
     if (startCookie != -1) {
       // Stands in for the ID that the plugin will get when it connects.
       pluginID = nextPlugin();
-      clientStarts[startCookie] = {requester, request.clientCookie, pluginID, name};
+      clientStarts[startCookie] = {requester, request.clientCookie, pluginID, {}, name};
     }
   } else {
     pluginID = launchProvider(*record, name, request.workingDir);

@@ -12,7 +12,7 @@ void Hublink::requestPluginConnect(HublinkConnection* requester, const char* hos
       gen_asprintf("Hublink unable to connect to plugin on host %s and port %d.", host, peerPort);
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   const auto port16 = static_cast<std::uint16_t>(peerPort);
-  if (port16 == peerPort && pluginIDsLeft()) transport->connect(host, port16);
+  if (port16 == peerPort && pluginIDsLeft() && canWait(requester)) transport->connect(host, port16);
   if (!transport->isConnected()) {
     requester->PluginConnectedEvent(cookie, -1, failure);
     return;
@@ -21,7 +21,8 @@ void Hublink::requestPluginConnect(HublinkConnection* requester, const char* hos
   connection->refuseHub();
   logInternal("Created plugin ID %d on host %s, port %d.\n", connection->getPluginID(), host,
               peerPort);
-  launchWaiters[connection->getPluginID()] = {requester, cookie, failure.get()};
+  launchWaiters[connection->getPluginID()] = {requester, cookie, failure.get(),
+                                              requester->shareOf(&PluginUsage::waiting)};
 }
 
 void Hublink::requestValueOfName(HublinkConnection* asker, std::int32_t pluginID,

@@ -1,6 +1,17 @@
 // The two questions that a plugin asks of a service: for a connection to it, and for who provides
 // it.
+#include <cstring>
+
 #include "services/hublink/hublink.h"
+
+namespace {
+
+std::int64_t bytesOf(const char* serviceName, const char* workingDir) {
+  const std::size_t bytes = std::strlen(serviceName) + (workingDir ? std::strlen(workingDir) : 0);
+  return static_cast<std::int64_t>(bytes);
+}
+
+}  // namespace
 
 void Hublink::sendFailureReply(HublinkConnection* requester, const char* serviceName,
                                std::int32_t clientCookie) {
@@ -10,21 +21,25 @@ void Hublink::sendFailureReply(HublinkConnection* requester, const char* service
 
 void Hublink::addPendingRequest(HublinkConnection* requester, const ServiceRequest& request,
                                 std::int32_t pluginID) {
-  pendingRequests.push_back({requester, request.serviceName, pluginID, TextPairs(request.pairs),
-                             false, -1, optionalText(request.workingDir), request.clientCookie});
+  TextPairs pairs(request.pairs);
+  const std::int64_t bytes = bytesOf(request.serviceName, request.workingDir) + pairs.bytes();
+  pendingRequests.push_back({requester, request.serviceName, pluginID, std::move(pairs), false, -1,
+                             optionalText(request.workingDir), request.clientCookie,
+                             requester->shareOf(&PluginUsage::waiting, bytes)});
 }
 
 void Hublink::addPendingQuery(HublinkConnection* requester, std::int32_t cookie,
                               const char* serviceName, const char* workingDir) {
   pendingRequests.push_back(
-      {requester, serviceName, -1, TextPairs(), true, cookie, optionalText(workingDir), -1});
+      {requester, serviceName, -1, TextPairs(), true, cookie, optionalText(workingDir), -1,
+       requester->shareOf(&PluginUsage::waiting, bytesOf(serviceName, workingDir))});
 }
 
 void Hublink::requestServiceConnection(HublinkConnection* requester,
                                        const ServiceRequest& request) {
   const char* name = request.serviceName;
   const bool reuse = !request.noReuse && !request.clientStart;
-  if (!name) {
+  if (!name || !canWait(requester)) {
     sendFailureReply(requester, name, request.clientCookie);
     return;
   }
@@ -71,7 +86,7 @@ void Hublink::requestPluginIdForService(HublinkConnection* requester, std::int32
     const HublinkConnection* owner = connectionForRN(serviceRN);
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, owner ? owner->getPluginID() : -1,
                                             owner != nullptr);
-  } else if (!startupIfNotRunning || !serviceName) {
+  } else if (!startupIfNotRunning || !serviceName || !canWait(requester)) {
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, -1, false);
   } else if (isServicePending(serviceName, workingDir)) {
     addPendingQuery(requester, cookie, serviceName, workingDir);

@@ -13,6 +13,12 @@ StringArray TextPairs::view() const {
   return {static_cast<std::int32_t>(pointers_.size()), pointers_.data()};
 }
 
+std::int64_t TextPairs::bytes() const {
+  std::size_t bytes = texts_.size() * sizeof(OptionalText);
+  for (const OptionalText& text : texts_) bytes += text ? text->size() : 0;
+  return static_cast<std::int64_t>(bytes);
+}
+
 bool sameWorkingDir(const char* a, const char* b) {
   return a && b && gen_same_path(a, b);
 }

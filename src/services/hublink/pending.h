@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "generated/hublink_router_impl.h"
+#include "services/hublink/plugin_usage.h"
 
 class HublinkConnection;
 
@@ -32,6 +33,8 @@ class TextPairs {
   explicit TextPairs(const StringArray& texts);
   /// The texts as a message takes them, valid while this object isn't changed or moved.
   StringArray view() const;
+  /// What the texts take.
+  std::int64_t bytes() const;
 
  private:
   std::vector<OptionalText> texts_;
@@ -47,6 +50,7 @@ struct PendingRequest {
   std::int32_t queryCookie = -1;
   OptionalText workingDir;  ///< only a provider with this working directory will do
   std::int32_t clientCookie = -1;
+  UsageShare share;  ///< of what the requester waits for
 };
 
 struct PendingAccept {
@@ -57,6 +61,7 @@ struct PendingAccept {
   std::int32_t serviceRN = -1;
   TextPairs pairs;
   std::int32_t clientCookie = -1;
+  UsageShare share;  ///< of what the requester waits for
 };
 
 /// In order of arrival.

@@ -28,9 +28,24 @@ std::int32_t RNTable::assign(HublinkConnection* owner) {
   const std::int32_t rn = takeNext();
   Page& page = spellOut(static_cast<std::size_t>(rn) / kPageSize);
   HublinkConnection*& place = page.owners[static_cast<std::size_t>(rn) % kPageSize];
-  if (!place) ++page.used;
+  if (place)
+    note(place, -1);
+  else
+    ++page.used;
   place = owner;
+  note(owner, 1);
   return rn;
+}
+
+std::int64_t RNTable::count(const HublinkConnection* owner) const {
+  const auto place = counts_.find(owner);
+  return place == counts_.end() ? 0 : place->second;
+}
+
+void RNTable::note(const HublinkConnection* owner, std::int64_t change) {
+  const auto place = counts_.try_emplace(owner, 0).first;
+  place->second += change;
+  if (place->second == 0) counts_.erase(place);
 }
 
 void RNTable::assignBlock(HublinkConnection* owner, std::int32_t count,
@@ -45,20 +60,27 @@ void RNTable::assignBlock(HublinkConnection* owner, std::int32_t count,
     }
     const std::size_t index = static_cast<std::size_t>(next_) / kPageSize;
     if (index >= slots_.size()) slots_.resize(index + 1);
-    slots_[index].page.reset();
+    forget(index);
     slots_[index].whole = owner;
+    note(owner, kPageSize);
     live_.insert(index);
     for (std::size_t i = 0; i < kPageSize; ++i, --left) visit(takeNext());
   }
 }
 
 void RNTable::forget(std::size_t index) {
-  slots_[index] = Slot();
+  Slot& slot = slots_[index];
+  if (slot.whole) note(slot.whole, -static_cast<std::int64_t>(kPageSize));
+  if (slot.page && slot.page->used > 0)
+    for (const HublinkConnection* owner : slot.page->owners)
+      if (owner) note(owner, -1);
+  slot = Slot();
   live_.erase(index);
 }
 
 void RNTable::clear(std::size_t index, std::size_t place) {
   Page& page = spellOut(index);
+  note(page.owners[place], -1);
   page.owners[place] = nullptr;
   if (--page.used == 0) forget(index);
 }

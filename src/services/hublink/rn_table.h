@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <unordered_map>
 #include <vector>
 
 #include "stp_transport/wire/stp_wire.h"
@@ -37,6 +38,8 @@ class RNTable {
   }
   /// Takes back all RNs of `owner`, calling `visit` with those that were handed out one by one.
   void releaseAll(const HublinkConnection* owner, const std::function<void(std::int32_t)>& visit);
+  /// How many RNs it owns.
+  std::int64_t count(const HublinkConnection* owner) const;
   /// How many pages are held, for those who watch memory.
   std::size_t pages() const { return live_.size(); }
 
@@ -57,8 +60,10 @@ class RNTable {
   Page& spellOut(std::size_t index);
   void clear(std::size_t index, std::size_t place);
   void forget(std::size_t index);
+  void note(const HublinkConnection* owner, std::int64_t change);
 
   std::int32_t next_ = 0;
   std::vector<Slot> slots_;
   std::set<std::size_t> live_;  // the slots that own something
+  std::unordered_map<const HublinkConnection*, std::int64_t> counts_;
 };

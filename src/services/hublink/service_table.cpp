@@ -1,8 +1,11 @@
 #include "services/hublink/service_table.h"
 
-void ServiceTable::add(std::string_view name, std::int32_t serviceRN) {
+#include <utility>
+
+void ServiceTable::add(std::string_view name, std::int32_t serviceRN,
+                       const HublinkConnection* provider, UsageShare share) {
   remove(serviceRN);
-  byRN_[serviceRN] = byName_.emplace(name, serviceRN);
+  byRN_[serviceRN] = byName_.emplace(name, Entry{serviceRN, provider, std::move(share)});
 }
 
 void ServiceTable::remove(std::int32_t serviceRN) {
@@ -12,10 +15,21 @@ void ServiceTable::remove(std::int32_t serviceRN) {
   byRN_.erase(place);
 }
 
+void ServiceTable::removeAllOf(const HublinkConnection* provider) {
+  for (auto place = byName_.begin(); place != byName_.end();) {
+    if (place->second.provider != provider) {
+      ++place;
+      continue;
+    }
+    byRN_.erase(place->second.serviceRN);
+    place = byName_.erase(place);
+  }
+}
+
 std::int32_t ServiceTable::find(std::string_view name,
                                 const std::function<bool(std::int32_t)>& fits) const {
   const auto [first, last] = byName_.equal_range(name);
   for (auto entry = first; entry != last; ++entry)
-    if (fits(entry->second)) return entry->second;
+    if (fits(entry->second.serviceRN)) return entry->second.serviceRN;
   return -1;
 }

@@ -9,11 +9,19 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "services/hublink/plugin_usage.h"
+
+class HublinkConnection;
+
 class ServiceTable {
  public:
-  void add(std::string_view name, std::int32_t serviceRN);
+  /// `provider` is only told apart from others; `share` stays with the entry.
+  void add(std::string_view name, std::int32_t serviceRN, const HublinkConnection* provider,
+           UsageShare share);
   /// Removes the service of this RN; nothing happens if there is none.
   void remove(std::int32_t serviceRN);
+  /// Removes all that `provider` has registered, however many others there are.
+  void removeAllOf(const HublinkConnection* provider);
   /// The first RN registered under `name` that `fits`, or -1.
   std::int32_t find(std::string_view name, const std::function<bool(std::int32_t)>& fits) const;
   std::size_t size() const { return byName_.size(); }
@@ -21,7 +29,12 @@ class ServiceTable {
  private:
   friend class HublinkInspector;
 
-  using Names = std::multimap<std::string, std::int32_t, std::less<>>;
+  struct Entry {
+    std::int32_t serviceRN;
+    const HublinkConnection* provider;
+    UsageShare share;
+  };
+  using Names = std::multimap<std::string, Entry, std::less<>>;
   Names byName_;
   std::unordered_map<std::int32_t, Names::iterator> byRN_;
 };

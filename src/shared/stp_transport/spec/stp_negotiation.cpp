@@ -13,6 +13,11 @@ namespace {
 
 using Hold = CountedPtr<STPSpecClass>;
 
+// A peer may send records without end: of the messages that this side doesn't know so many are
+// kept, and so many bytes of their names, but for the last. The others count as not taken.
+constexpr std::size_t kMostExtraMessages = 65536;
+constexpr std::size_t kMostExtraBytes = 4 << 20;
+
 constexpr const char* kNoTagsDown = "[awaitTags]: virtual connection is down";
 constexpr const char* kReplyTimeout = "awaitNegotiate: timed out waiting for reply.";
 
@@ -146,8 +151,13 @@ void STPSpecClass::readMessages(STPReceivedMessage& message) {
 
 // A message of the peer that this side doesn't know.
 void STPSpecClass::takeMessageEntry(std::string_view name, std::uint32_t id, std::uint32_t flags) {
+  const bool isFull = extraTable.size() >= kMostExtraMessages || extraBytes_ >= kMostExtraBytes;
+  if (isFull && !extraIndex_.contains(name)) return;
   const auto [place, isNew] = extraIndex_.try_emplace(std::string(name), extraTable.size());
-  if (isNew) extraTable.push_back({place->first.c_str(), nullptr, id, flags});
+  if (isNew) {
+    extraTable.push_back({place->first.c_str(), nullptr, id, flags});
+    extraBytes_ += name.size();
+  }
   STPMessageEntry& entry = extraTable[place->second];
   entry.id = id;
   entry.flags = flags;

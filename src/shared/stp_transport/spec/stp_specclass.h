@@ -219,6 +219,7 @@ class STPSpecClass {
   bool messagesListed_ = false;
   // Positions in extraTable by name; the entries' names point to the keys.
   std::map<std::string, std::size_t, std::less<>> extraIndex_;
+  std::size_t extraBytes_ = 0;
   // Format strings that the peer has sent, by message name; entries point into them.
   std::map<std::string, std::string, std::less<>> peerFormats_;
 };
