@@ -31,6 +31,7 @@ class RecordRace {
   using Processes = std::vector<platform::sim::Process*>;
 
   int runHub(const std::vector<std::string>& arguments);
+  void startHub();
   /// The port that it finds; 0 before.
   std::uint16_t& startTool(int stay);
   int runTool(const std::string& name, int stay, std::uint16_t& port);
