@@ -11,7 +11,6 @@ namespace {
 
 constexpr int kNoEntry = 2, kNoProcess = 3, kTooBig = 7, kInvalid = 22;
 constexpr std::size_t kLongestVariable = 128 * 1024;
-constexpr std::uint64_t kNever = ~std::uint64_t{0};
 
 using sim::Process;
 using sim::World;
@@ -75,7 +74,7 @@ WaitOutcome waitForChildren(const ProcessId* children, std::size_t count, bool a
                             int milliseconds, std::size_t& ended) {
   World& world = World::current();
   const std::uint64_t limit =
-      milliseconds < 0 ? kNever : world.now() + static_cast<std::uint64_t>(milliseconds);
+      milliseconds < 0 ? sim::kNever : world.now() + static_cast<std::uint64_t>(milliseconds);
   std::vector<Process*> awaited;
   for (std::size_t i = 0; i < count; ++i) {
     awaited.push_back(childOf(world.self(), children[i]));

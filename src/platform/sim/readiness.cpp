@@ -7,8 +7,6 @@
 namespace platform {
 namespace {
 
-constexpr std::uint64_t kNever = ~std::uint64_t{0};
-
 using sim::Descriptor;
 using sim::World;
 
@@ -69,8 +67,8 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
   if (milliseconds != 0 && !process.killed && !news() && !process.woken) {
     process.idleCalls = 0;
     world.waitUntil(
-        milliseconds < 0 ? kNever : world.now() + static_cast<std::uint64_t>(milliseconds), news,
-        true);
+        milliseconds < 0 ? sim::kNever : world.now() + static_cast<std::uint64_t>(milliseconds),
+        news, true);
   }
   failed = process.killed;
   if (failed) return false;

@@ -16,7 +16,6 @@ constexpr int kMostIdleCalls = 20000;
 // Milliseconds that each call of a killed process seems to take.
 constexpr std::uint64_t kKilledStep = 100;
 constexpr int kKilledStatus = 128 + 9;
-constexpr std::uint64_t kNever = ~std::uint64_t{0};
 
 World* theWorld = nullptr;
 thread_local Process* thisProcess = nullptr;

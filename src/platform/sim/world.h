@@ -30,6 +30,9 @@ namespace platform::sim {
 
 struct Stream;
 
+/// The time of what doesn't happen by itself.
+constexpr std::uint64_t kNever = ~std::uint64_t{0};
+
 /// The body of a program: its arguments, its own name first, and its exit status.
 using Program = std::function<int(const std::vector<std::string>& arguments)>;
 

@@ -11,13 +11,6 @@
 
 namespace {
 
-// The platform tells the error in its result; the layer's callers look for it in `errno`.
-int plain(int result) {
-  if (result >= 0) return result;
-  errno = -result;
-  return -1;
-}
-
 bool isHere(const char* path) {
   return platform::testAccess(path, 0) == 0;
 }
@@ -44,7 +37,7 @@ V_how howToOpen(const char* mode) {
 }
 
 int openPlainly(const char* path, unsigned flags, unsigned mode) {
-  return plain(platform::openFile(path, flags, mode));
+  return gen_plain_result(platform::openFile(path, flags, mode));
 }
 
 int createPlainly(const char* path, unsigned mode) {
@@ -78,16 +71,22 @@ int enterInView(const char* path) {
     return 0;
   }
   platform::FileStatus status;
-  if (V_stat(path, &status) != 0) return plain(-ENOENT);
-  if (status.kind != platform::FileKind::directory) return plain(-ENOTDIR);
-  if (isHere(path)) return plain(result);
+  if (V_stat(path, &status) != 0) return gen_plain_result(-ENOENT);
+  if (status.kind != platform::FileKind::directory) return gen_plain_result(-ENOTDIR);
+  if (isHere(path)) return gen_plain_result(result);
   if (V_make_shadow_directory(path) != 0 || platform::changeDirectory(path) < 0)
-    return plain(-EPERM);
+    return gen_plain_result(-EPERM);
   enteredDirectory(path);
   return 0;
 }
 
 }  // namespace
+
+int gen_plain_result(int result) {
+  if (result >= 0) return result;
+  errno = -result;
+  return -1;
+}
 
 gen_text V_open_mode(const char* mode) {
   if (!mode) return {};
@@ -132,9 +131,9 @@ std::FILE* V_freopen(const char* path, const char* mode, std::FILE* stream) {
 }
 
 int V_access(const char* path, int mode) {
-  if (!gen_viewpath_active()) return plain(platform::testAccess(path, mode));
+  if (!gen_viewpath_active()) return gen_plain_result(platform::testAccess(path, mode));
   const gen_text name = V_from_root(path);
-  const int result = plain(platform::testAccess(name, mode));
+  const int result = gen_plain_result(platform::testAccess(name, mode));
   const int failure = errno;
   if (result == 0 || (failure != ENOENT && failure != ENOTDIR)) return result;
   // What can be copied up can be written, whatever its mode.
@@ -149,17 +148,17 @@ int V_access(const char* path, int mode) {
 int V_stat(const char* path, platform::FileStatus* buffer) {
   platform::FileStatus unused;
   platform::FileStatus& status = buffer ? *buffer : unused;
-  if (!gen_viewpath_active()) return plain(platform::fileStatus(path, status));
+  if (!gen_viewpath_active()) return gen_plain_result(platform::fileStatus(path, status));
   const gen_text name = V_from_root(path);
-  if (plain(platform::fileStatus(name, status)) == 0) return 0;
+  if (gen_plain_result(platform::fileStatus(name, status)) == 0) return 0;
   const auto ask = [&status](const char* lower) { return platform::fileStatus(lower, status); };
   return V_search(name, ask, true) ? 0 : -1;
 }
 
 int V_chdir(const char* path) {
   gen_forget_cwd();
-  if (!path || !*path) return plain(-ENOENT);
-  if (!gen_viewpath_active()) return plain(platform::changeDirectory(path));
+  if (!path || !*path) return gen_plain_result(-ENOENT);
+  if (!gen_viewpath_active()) return gen_plain_result(platform::changeDirectory(path));
   return enterInView(V_from_root(path));
 }
 
@@ -172,13 +171,13 @@ int V_creat(const char* path, unsigned mode) {
   const gen_text directory = V_directory_of(name);
   if (isLowerDirectory(directory) && V_make_shadow_directory(directory) == 0)
     return createPlainly(name, mode);
-  return plain(-failure);
+  return gen_plain_result(-failure);
 }
 
 int V_unlink(const char* path) {
-  if (!gen_viewpath_active()) return plain(platform::removeFile(path));
+  if (!gen_viewpath_active()) return gen_plain_result(platform::removeFile(path));
   const gen_text name = V_from_root(path);
   const int result = platform::removeFile(name);
   if (result >= 0) return 0;
-  return plain(!isHere(name) && V_access(name, 0) == 0 ? -EPERM : result);
+  return gen_plain_result(!isHere(name) && V_access(name, 0) == 0 ? -EPERM : result);
 }

@@ -13,6 +13,9 @@
 #include "indgen/memory.h"
 #include "platform/file.h"
 
+/// What the platform gave, in these operations' way: its error goes from the result to `errno`.
+int gen_plain_result(int result);
+
 /// A descriptor; `flags` are platform::OpenFlag, `mode` is for a file that is created.
 int V_open(const char* path, unsigned flags, unsigned mode = 0666);
 /// A stream that the caller closes; a missing path gives none. Besides the modes of the standard

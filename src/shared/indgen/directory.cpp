@@ -41,12 +41,6 @@ bool isDirectoryEntry(const gen_dir_walker& walker) {
   return V_stat(walker.path, &status) == 0 && status.kind == platform::FileKind::directory;
 }
 
-int plain(int result) {
-  if (result >= 0) return 0;
-  errno = -result;
-  return -1;
-}
-
 bool isRealDirectory(const char* path) {
   platform::FileStatus status;
   return platform::linkStatus(path, status) == 0 && status.kind == platform::FileKind::directory;
@@ -69,7 +63,7 @@ bool gen_is_directory(const char* path) {
 }
 
 int gen_make_directory(const char* path, unsigned mode) {
-  if (plain(platform::makeDirectory(path, mode)) == 0) return 0;
+  if (gen_plain_result(platform::makeDirectory(path, mode)) == 0) return 0;
   const int failure = errno;
   if (gen_is_directory(path)) return 0;
   errno = failure;
@@ -163,6 +157,6 @@ int gen_remove_tree(const char* path) {
   const gen_text own = path ? trimmed(path) : gen_text();
   if (!isRealDirectory(own)) return V_unlink(own);
   const int emptied = gen_empty_directory(own);
-  const int removed = plain(platform::removeDirectory(own));
+  const int removed = gen_plain_result(platform::removeDirectory(own));
   return emptied == 0 ? removed : -1;
 }

@@ -28,10 +28,6 @@ class ArgumentSource {
 
 constexpr int kMaxNumber = 1000000000;  // width and precision; leaves room to reckon in an int
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 // Reads and prints one format.
 class Engine {
  public:
@@ -97,7 +93,7 @@ class Engine {
       spec.width = static_cast<int>(std::min<std::int64_t>(width < 0 ? -width : width, kMaxNumber));
       return at + 1;
     }
-    return isDigit(*at) ? readNumber(at, spec.width) : at;
+    return gen_is_digit(*at) ? readNumber(at, spec.width) : at;
   }
 
   const char* readPrecision(const char* at, FormatSpec& spec) {
@@ -112,7 +108,8 @@ class Engine {
 
   static const char* readNumber(const char* at, int& number) {
     std::int64_t value = 0;
-    for (; isDigit(*at); ++at) value = std::min<std::int64_t>(value * 10 + (*at - '0'), kMaxNumber);
+    for (; gen_is_digit(*at); ++at)
+      value = std::min<std::int64_t>(value * 10 + (*at - '0'), kMaxNumber);
     number = static_cast<int>(value);
     return at;
   }

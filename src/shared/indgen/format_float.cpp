@@ -13,12 +13,12 @@ namespace {
 constexpr int kMaxPrecise = 56;      // digits from here on are printed as zeros
 constexpr int kMaxExponent = 20000;  // stops the scaling of what never gets small
 constexpr int kDefaultPrecision = 6;
-constexpr double kBlock = 1e8;  // the fraction gives its digits in blocks of 8
-constexpr int kBlockDigits = 8;
+constexpr double kDigitBlock = 1e8;  // the fraction gives its digits in blocks of 8
+constexpr int kDigitBlockDigits = 8;
 
 // The digits of a number without its sign and point.
 struct Digits {
-  char text[kMaxPrecise + 309 + 3 * kBlockDigits];  // 309: places before the point of a double
+  char text[kMaxPrecise + 309 + 3 * kDigitBlockDigits];  // 309: places before the point of a double
   int count = 0;
   int exponent = 0;  // digits in front of the point: 1 for 1.5, 0 for 0.5
 };
@@ -26,7 +26,7 @@ struct Digits {
 // Brings a value into [1, 1e8), or leaves a 0, and returns the exponent that it took out.
 int scale(double& value) {
   int exponent = 0;
-  if (value >= kBlock) {
+  if (value >= kDigitBlock) {
     constexpr struct {
       double limit, factor;
       int step;
@@ -83,10 +83,11 @@ Digits generateDigits(double value, int count, bool fixedMode) {
   if (fixedMode) digits.count += digits.exponent;
 
   while (end - start <= digits.count) {
-    fraction = std::modf(fraction * kBlock, &whole);
+    fraction = std::modf(fraction * kDigitBlock, &whole);
     auto block = static_cast<std::uint32_t>(whole);
-    for (int i = kBlockDigits; i-- > 0; block /= 10) end[i] = static_cast<char>('0' + block % 10);
-    end += kBlockDigits;
+    for (int i = kDigitBlockDigits; i-- > 0; block /= 10)
+      end[i] = static_cast<char>('0' + block % 10);
+    end += kDigitBlockDigits;
   }
   roundDigits(digits, fixedMode);
   return digits;

@@ -15,10 +15,6 @@ bool isLetter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 bool hasDrive(const char* path) {
   return path[0] != '\0' && path[1] == ':';
 }
@@ -143,9 +139,9 @@ const char* gen_extension(const char* path) {
   if (!mark) return nullptr;
   const char* extension = mark + 1;
   // The least that can stand before the second number is "x.so.1.".
-  if (!isDigit(*extension) || extension - base < 7) return extension;
+  if (!gen_is_digit(*extension) || extension - base < 7) return extension;
   const char* number = mark;
-  while (number > base && isDigit(number[-1])) --number;
+  while (number > base && gen_is_digit(number[-1])) --number;
   if (number == mark || number - base < 5) return extension;
   for (const char* library : {"so", "sa"}) {
     const char kind[] = {gen_extension_separator, library[0], library[1], gen_extension_separator};

@@ -18,9 +18,13 @@ constexpr bool gen_is_blank(char c) {
 constexpr bool gen_is_space(char c) {
   return gen_is_blank(c) || c == '\n' || c == '\r' || c == '\f';
 }
+/// An ASCII digit.
+constexpr bool gen_is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
 /// An ASCII letter or digit.
 constexpr bool gen_is_alnum(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  return gen_is_digit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 /// One ASCII letter in lower or upper case, anything else unchanged.
 constexpr char gen_lower_char(char c) {

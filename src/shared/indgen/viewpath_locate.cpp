@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t kBlock = 8192;
+constexpr std::size_t kCopyBlock = 8192;
 constexpr unsigned kAllWrite = 0222;
 constexpr unsigned kAnyDirectory = 0777;
 
@@ -45,7 +45,7 @@ class Descriptor {
 
 // 0, or a negative error number. Interrupted transfers go on inside the platform.
 int copyAll(int from, int to) {
-  char block[kBlock];
+  char block[kCopyBlock];
   for (;;) {
     const long count = platform::readDescriptor(from, block, sizeof block);
     if (count <= 0) return static_cast<int>(count);

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::size_t kBlock = 512;
+constexpr std::size_t kCompareBlock = 512;
 constexpr int kMostDrafts = 100;
 
 struct Close {
@@ -42,7 +42,7 @@ int finished(Stream stream, bool good) {
 }
 
 bool copied(std::FILE* from, std::FILE* to) {
-  char block[kBlock];
+  char block[kCompareBlock];
   std::size_t count;
   while ((count = std::fread(block, 1, sizeof block, from)) > 0)
     if (std::fwrite(block, 1, count, to) != count) return false;
@@ -61,10 +61,7 @@ bool nameBeside(const char* path, gen_text& name) {
 }
 
 int renamed(const char* from, const char* to) {
-  const int result = platform::renameFile(from, to);
-  if (result >= 0) return 0;
-  errno = -result;
-  return -1;
+  return gen_plain_result(platform::renameFile(from, to));
 }
 
 unsigned changeMode(const char* path, unsigned clear, unsigned set) {
@@ -202,11 +199,11 @@ int gen_files_differ(const char* a, const char* b) {
     return -1;
   }
   if (gen_file_size(a) != gen_file_size(b)) return 1;
-  char blockA[kBlock], blockB[kBlock];
+  char blockA[kCompareBlock], blockB[kCompareBlock];
   std::size_t count;
   do {
-    count = std::fread(blockA, 1, kBlock, first.get());
-    const std::size_t other = std::fread(blockB, 1, kBlock, second.get());
+    count = std::fread(blockA, 1, kCompareBlock, first.get());
+    const std::size_t other = std::fread(blockB, 1, kCompareBlock, second.get());
     if (std::ferror(first.get()) || std::ferror(second.get())) {
       gen_error("Could not open file: %s", std::ferror(first.get()) ? a : b);
       return -1;

@@ -16,7 +16,7 @@ namespace {
 // More than any file system takes for a name.
 constexpr std::size_t kLongestFileName = 65536;
 // A question to the file system, in units of work.
-constexpr std::size_t kFileCost = 256;
+constexpr std::size_t kTestedFileCost = 256;
 
 std::string withoutTrailingBlanks(const char* begin, const char* end) {
   while (end > begin && gen_is_blank(end[-1])) --end;
@@ -280,7 +280,7 @@ std::optional<std::string> simple_preprocessor::substituted(const char* name) {
 }
 
 std::uint32_t simple_preprocessor::fileReadable(const char* name) {
-  if (!budget_.spend(kFileCost)) return 0;
+  if (!budget_.spend(kTestedFileCost)) return 0;
   const std::optional<std::string> file = substituted(name);
   return file && V_access(file->c_str(), platform::accessRead) == 0;
 }

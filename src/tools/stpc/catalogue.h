@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace stpc {
@@ -21,6 +22,11 @@ struct Error {
   Position at;
   std::string text;
 };
+
+/// A text as messages show it.
+inline std::string quoted(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
 
 enum class Scalar { u1, u2, u4, u8, f4, f8, str, fn };
 

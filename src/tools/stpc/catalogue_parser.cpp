@@ -18,10 +18,6 @@ constexpr std::uint32_t kPacketBits = STP_WANTS_RESPONSE | STP_ONE_WAY | STP_IN_
 static_assert(STP_WANTS_RESPONSE == STP_ENTRY_TWO_WAY && STP_ONE_WAY == STP_ENTRY_ONE_WAY);
 constexpr std::uint32_t kLargestRN = 0x7FFFFFFF;
 
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
-
 class CatalogueParser {
  public:
   CatalogueParser(std::string_view source, Catalogue& catalogue, Error& error)

@@ -11,10 +11,6 @@ bool isNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
-
 class FormatParser {
  public:
   explicit FormatParser(const FormatText& format) : format_(format), rest_(format.text) {}

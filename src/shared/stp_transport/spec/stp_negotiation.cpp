@@ -21,10 +21,6 @@ constexpr std::size_t kMostExtraBytes = 4 << 20;
 constexpr const char* kNoTagsDown = "[awaitTags]: virtual connection is down";
 constexpr const char* kReplyTimeout = "awaitNegotiate: timed out waiting for reply.";
 
-void report(STPStatus* status, std::int32_t code, const char* text) {
-  if (status) status->set(code, text);
-}
-
 // Calls `visit` for each element of the array at the cursor, at most as many as the size in front
 // says. What `visit` leaves unread of an element is stepped over.
 template <class Visit>
@@ -59,11 +55,11 @@ STPMessageEntry* mergeStep(std::vector<STPMessageEntry>& table, std::size_t& fro
 
 void STPSpecClass::sendNegotiate(bool writeNow, RetryHandler*, STPStatus* status) {
   if (!transport) {
-    report(status, STP_MISUSE, "[sendNegotiate]: cannot send with NULL transport");
+    STPStatus::report(status, STP_MISUSE, "[sendNegotiate]: cannot send with NULL transport");
     return;
   }
   if (!sendUp) {
-    report(status, STP_FAILED, "[sendNegotiate]: virtual connection is down");
+    STPStatus::report(status, STP_FAILED, "[sendNegotiate]: virtual connection is down");
     return;
   }
   const Hold hold(this);
@@ -184,15 +180,15 @@ void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, const char* 
   if (retry) retry->start();
   while (!flag) {
     if (!isVirtualConnectionUp()) {
-      report(status, STP_FAILED, downText);
+      STPStatus::report(status, STP_FAILED, downText);
       break;
     }
     if (retry && !retry->shouldRetry()) {
       // The handler may have given up because the transport has failed, which says more.
       if (link->isClosed() && link->status().good()) link->serviceOnce(0);
       const bool hasFailed = !link->status().good();
-      report(status, hasFailed ? link->status().code : STP_TIMEOUT,
-             hasFailed ? link->status().message : kReplyTimeout);
+      STPStatus::report(status, hasFailed ? link->status().code : STP_TIMEOUT,
+                        hasFailed ? link->status().message : kReplyTimeout);
       break;
     }
     if (retry) {
@@ -208,11 +204,11 @@ void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, const char* 
 
 void STPSpecClass::awaitTags(RetryHandler* retry, STPStatus* status) {
   if (!transport) {
-    report(status, STP_MISUSE, "[awaitTags]: cannot receive tags on NULL transport");
+    STPStatus::report(status, STP_MISUSE, "[awaitTags]: cannot receive tags on NULL transport");
     return;
   }
   if (!receiveUp) {
-    report(status, STP_FAILED, kNoTagsDown);
+    STPStatus::report(status, STP_FAILED, kNoTagsDown);
     return;
   }
   const Hold hold(this);
@@ -242,7 +238,7 @@ void STPSpecClass::awaitNegotiate(RetryHandler* retry, STPStatus* status) {
 
 void STPSpecClass::fetchFormats(RetryHandler* retry, STPStatus* status) {
   if (!transport) {
-    report(status, STP_MISUSE, "Attempted send before negotiation is complete.");
+    STPStatus::report(status, STP_MISUSE, "Attempted send before negotiation is complete.");
     return;
   }
   const Hold hold(this);

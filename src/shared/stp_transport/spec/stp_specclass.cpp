@@ -10,10 +10,6 @@ namespace {
 
 using Hold = CountedPtr<STPSpecClass>;
 
-void report(STPStatus* status, std::int32_t code, const char* text) {
-  if (status) status->set(code, text);
-}
-
 }  // namespace
 
 bool STPSpecClass_HandleMessages::handleMessage(STPReceivedMessage& message, bool) {
@@ -105,15 +101,16 @@ void STPSpecClass::setLogs(STPLog* log) {
 
 bool STPSpecClass::canSend(bool needReceive, bool supported, STPStatus* status) {
   if (!transport || !negotiated) {
-    report(status, STP_MISUSE, "Attempted send before negotiation is complete.");
+    STPStatus::report(status, STP_MISUSE, "Attempted send before negotiation is complete.");
     return false;
   }
   if (!sendUp || (needReceive && !receiveUp)) {
-    report(status, STP_FAILED, "[send]: virtual connection is down");
+    STPStatus::report(status, STP_FAILED, "[send]: virtual connection is down");
     return false;
   }
   if (supported || (peerFlags & STP_TAKES_UNLISTED)) return true;
-  report(status, STP_UNSUPPORTED, "[send]: sending a message the other side does not support");
+  STPStatus::report(status, STP_UNSUPPORTED,
+                    "[send]: sending a message the other side does not support");
   return false;
 }
 

@@ -26,4 +26,8 @@ struct STPStatus {
     code = failure;
     message = text;
   }
+  /// The same, if the caller wants to know: `status` may be null.
+  static void report(STPStatus* status, std::int32_t failure, const char* text) {
+    if (status) status->set(failure, text);
+  }
 };

@@ -12,12 +12,6 @@ bool isWord(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-bool take(std::string_view& text, std::string_view word) {
-  if (!text.starts_with(word)) return false;
-  text.remove_prefix(word.size());
-  return true;
-}
-
 bool takeName(std::string_view& text, std::string& name) {
   const auto end = std::find_if_not(text.begin(), text.end(), isWord);
   const auto length = static_cast<std::size_t>(end - text.begin());

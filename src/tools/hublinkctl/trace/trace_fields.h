@@ -11,6 +11,13 @@
 
 namespace trace {
 
+/// Takes `word` from the front of `text`, if it stands there.
+inline bool take(std::string_view& text, std::string_view word) {
+  if (!text.starts_with(word)) return false;
+  text.remove_prefix(word.size());
+  return true;
+}
+
 /// Reads fields from the front of `text`, appends them, and gives what is left: empty if all could
 /// be read.
 std::string_view readFields(std::string_view text, std::vector<Field>& fields);

@@ -17,12 +17,6 @@ constexpr std::int64_t kEpoch = 11644473600;
 
 using Kind = Event::Kind;
 
-bool take(std::string_view& text, std::string_view word) {
-  if (!text.starts_with(word)) return false;
-  text.remove_prefix(word.size());
-  return true;
-}
-
 template <class Number>
 bool takeDecimal(std::string_view& text, Number& number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
