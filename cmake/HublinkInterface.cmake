@@ -33,6 +33,8 @@ function(hublink_interface name)
   target_include_directories(${name} PUBLIC ${folder})
   target_link_libraries(${name} PUBLIC Hublink::stp_transport)
   target_compile_options(${name} PRIVATE -fno-exceptions)
+  # Each side names its tables alike.
+  set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
   if(COMMAND hublink_compile_options)
     hublink_compile_options(${name})
   endif()

@@ -10,6 +10,8 @@ function(hublink_compile_options target)
   # GCC 12 sees overlaps in its own std::string where there are none.
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(${target} PRIVATE -Wno-restrict)
+    # It takes every release of a counted reference for the last one.
+    target_compile_options(${target} PRIVATE -Wno-use-after-free)
   endif()
   if(HUBLINK_SANITIZE)
     target_compile_options(${target} PUBLIC -fsanitize=address,undefined -fno-sanitize-recover=all

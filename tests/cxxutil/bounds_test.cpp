@@ -23,14 +23,14 @@ std::string numbered(const std::string& text, int count) {
 
 const std::string kWork = "macros and messages take too much work, giving up\n";
 
-struct Case {
+struct BoundsCase {
   const char* name;
   std::string text;
   std::string message;  // the last line, behind the position; empty if there is none
 };
 
 TEST(Bounds, AFileEndsInTimeWithAMessage) {
-  const Case cases[] = {
+  const BoundsCase cases[] = {
       {"DeepBlocks", repeated("a{", 200000), ""},
       {"DeepPath", repeated("a.", 200000) + "b=1", ""},
       {"OpenAndClose", repeated("a.b{", 50000) + repeated("}", 50000), ""},
@@ -61,7 +61,7 @@ TEST(Bounds, AFileEndsInTimeWithAMessage) {
   for (int i = 0; i < 30; ++i)
     scratch.write("f" + std::to_string(i),
                   repeated("%include \"f" + std::to_string(i + 1) + "\"\n", 2));
-  for (const Case& test : cases) {
+  for (const BoundsCase& test : cases) {
     SCOPED_TRACE(test.name);
     const std::string file = scratch.write("self", test.text);
     const auto start = std::chrono::steady_clock::now();

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr std::size_t kWork = 1 << 20;
+constexpr std::size_t kMostWork = 1 << 20;
 
-struct Case {
+struct EvaluatorCase {
   const char* expression;
   std::uint32_t value;
   std::string messages = "";
@@ -22,8 +22,8 @@ class EvaluatorTest : public testing::Test {
       macros.define_macro_text(text);
   }
 
-  void check(std::initializer_list<Case> cases, ut_evaluation mode = ut_evaluation::live) {
-    for (const Case& test : cases) {
+  void check(std::initializer_list<EvaluatorCase> cases, ut_evaluation mode = ut_evaluation::live) {
+    for (const EvaluatorCase& test : cases) {
       std::uint32_t value = 0;
       const std::string messages =
           reported(scratch, [&] { value = evaluator.evaluate(test.expression, mode); });
@@ -33,7 +33,7 @@ class EvaluatorTest : public testing::Test {
   }
 
   Scratch scratch;
-  ut_work_budget budget{kWork};
+  ut_work_budget budget{kMostWork};
   simple_preprocessor macros{'%', nullptr, nullptr, budget,
                              [](const char* message) { gen_error("%s", message); }};
   ut_simple_integer_evaluator evaluator{macros, budget};

@@ -6,7 +6,7 @@ namespace {
 
 using Settings = ut_options_database::Settings;
 
-struct Case {
+struct OptionsCase {
   const char* text;
   std::string tree;          // as it is written back
   std::string failure = "";  // line and message of the parse error
@@ -20,8 +20,8 @@ class OptionsTest : public testing::Test {
   }
 
   // Reads each text into a database of its own, and what was written of it into another.
-  void check(std::initializer_list<Case> cases, const Settings& settings = {}) {
-    for (const Case& test : cases) {
+  void check(std::initializer_list<OptionsCase> cases, const Settings& settings = {}) {
+    for (const OptionsCase& test : cases) {
       SCOPED_TRACE(test.text);
       ut_options_database options("test"), again("again");
       options.settings() = again.settings() = settings;

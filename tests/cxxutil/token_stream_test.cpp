@@ -10,7 +10,7 @@ namespace {
 
 using testing::ExitedWithCode;
 
-struct Case {
+struct TokenCase {
   const char* text;
   std::string tokens;  // joined by `|`, with a line end in front of the first of each line
   std::string messages = "";
@@ -31,8 +31,8 @@ class TokenStreamTest : public testing::Test {
     return result;
   }
 
-  void check(std::initializer_list<Case> cases) {
-    for (const Case& test : cases) {
+  void check(std::initializer_list<TokenCase> cases) {
+    for (const TokenCase& test : cases) {
       std::string result;
       EXPECT_EQ(reported(scratch, [&] { result = tokens(test.text); }), test.messages) << test.text;
       EXPECT_EQ(result, test.tokens) << test.text;

@@ -49,8 +49,6 @@ class ServiceDatabaseTest : public testing::Test {
   services::ReportCapture capture{findings, [] { return services::Place(); }};
 };
 
-}  // namespace
-
 TEST_F(ServiceDatabaseTest, EveryField) {
   scratch.write("common.inc",
                 "Services { { ExecName = \"${__DIR__}/other\" SharedObject = 7 } }\n");
@@ -166,3 +164,5 @@ TEST_F(ServiceDatabaseTest, Directory) {
   ServiceDatabase::read_directory(database, (scratch / "nowhere").c_str());
   EXPECT_EQ(database.plugins().size(), 2u);
 }
+
+}  // namespace

@@ -178,7 +178,7 @@ TEST(BinaryReader, KeepsToTheMessageWhateverLengthsSay) {
   EXPECT_EQ(reader.cursorOffset(), reader.capacity());
 }
 
-void readEverything(STPReceivedMessage& reader) {
+void readEveryTag(STPReceivedMessage& reader) {
   for (std::int32_t tag : {1, 48, 5, 6, 7, STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT}) {
     STPReceivedMessage::Range range;
     reader.enterStruct(tag, range);
@@ -207,7 +207,7 @@ TEST(BinaryReader, SurvivesDamage) {
   writeArguments(message);
   message.putArray(7, numbers, 3, 4);
   message.putU8(6, 1);
-  readDamaged(message, readEverything);
+  readDamaged(message, readEveryTag);
 }
 
 }  // namespace
