@@ -33,16 +33,16 @@ bool isWhole(const char* token, const char* text) {
   return std::strcmp(token, text) == 0;
 }
 
-std::string quoted(const std::string& token) {
+std::string inQuotes(const std::string& token) {
   return '"' + token + '"';
 }
 
 std::string operatorBehind(const std::string& name) {
-  return "\"=\", \"+=\", \".\" or \"{\" on the same line behind " + quoted(name);
+  return "\"=\", \"+=\", \".\" or \"{\" on the same line behind " + inQuotes(name);
 }
 
 std::string insteadOf(const char* expected, const char* token) {
-  return std::string(expected) + ", not " + (isString(token) ? token : quoted(token));
+  return std::string(expected) + ", not " + (isString(token) ? token : inQuotes(token));
 }
 
 // The number that a boolean word stands for.
