@@ -14,6 +14,7 @@ function(hublink_compile_options target)
     target_compile_options(${target} PRIVATE -Wno-use-after-free)
   endif()
   if(HUBLINK_SANITIZE)
+    target_compile_definitions(${target} PRIVATE HUBLINK_SANITIZE)
     target_compile_options(${target} PUBLIC -fsanitize=address,undefined -fno-sanitize-recover=all
                                             -fno-omit-frame-pointer)
     target_link_options(${target} PUBLIC -fsanitize=address,undefined)

@@ -56,8 +56,9 @@ TEST_F(ActiveHubTest, NameTellsInstallationsApart) {
   EXPECT_EQ(named(place + "+1"), recordName(nullptr, "+1", place.c_str()).get());
   const std::string hub = scratch.write("bin/hublink", "");
   for (const int built : {1700000000, 1700000001}) {
-    fs::last_write_time(hub, std::chrono::file_clock::from_sys(std::chrono::sys_time(
-                                 std::chrono::milliseconds(built * 1000LL + 900))));
+    fs::last_write_time(
+        hub, std::chrono::file_clock::from_sys(std::chrono::sys_time<std::chrono::milliseconds>(
+                 std::chrono::milliseconds(built * 1000LL + 900))));
     EXPECT_EQ(named(std::to_string(built) + place), recordName(nullptr, "", place.c_str()).get());
   }
   EXPECT_STREQ(recordName(nullptr, nullptr, nullptr), recordName(nullptr, "", gen_program_dir()));

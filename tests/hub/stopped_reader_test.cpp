@@ -10,7 +10,7 @@ namespace {
 constexpr std::int64_t kMiB = 1 << 20;
 // More than the allocator and the store of free buffers keep.
 constexpr std::int64_t kSlack = 6 * kMiB;
-#ifdef __SANITIZE_ADDRESS__
+#ifdef HUBLINK_SANITIZE
 constexpr std::int64_t kMuch = 128 * kMiB;
 #else
 constexpr std::int64_t kMuch = 1024 * kMiB;

@@ -139,14 +139,19 @@ TEST_F(FinderTest, RecordIsLeftToTheHubThatTookItLast) {
   inEach([&](Rivals& rivals, int) { rivals.guests.clear(); });
   inEach([&](Rivals& rivals, int) { rivals.start(hubs - hubs / 2, *choice.zone, directory); });
   enum { lives, idles, dies };
-  std::vector<std::pair<platform::ProcessId, std::uint16_t>> owners;
+  struct Owner {
+    platform::ProcessId process;
+    std::uint16_t port;
+  };
+  std::vector<Owner> owners;
   inEach([&](Rivals& rivals, int fate) {
-    const auto& [process, port] = owners.emplace_back(hubProcess(), findHub(choice));
-    EXPECT_NE(port, 0);
-    if (fate == dies) signalTo(process, "KILL");
+    const Owner& owner = owners.emplace_back(Owner{hubProcess(), findHub(choice)});
+    EXPECT_NE(owner.port, 0);
+    if (fate == dies) signalTo(owner.process, "KILL");
     std::erase_if(rivals.guests,
-                  [&](const auto& guest) { return fate != lives || guest->port != port; });
-    if (const auto& some = *rivals.hubs.back(); some.id() != process) signalTo(some.id(), "KILL");
+                  [&](const auto& guest) { return fate != lives || guest->port != owner.port; });
+    if (const auto& some = *rivals.hubs.back(); some.id() != owner.process)
+      signalTo(some.id(), "KILL");
   });
   auto owner = owners.begin();
   inEach([&](Rivals& rivals, int fate) {

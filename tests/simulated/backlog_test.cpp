@@ -110,7 +110,7 @@ class Backlog : public testing::Test {
   }
 
   platform::sim::World world;
-  const ServiceDatabase database;
+  const ServiceDatabase database{};
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> log{std::tmpfile(), std::fclose};
   platform::sim::Process* hub = nullptr;
   std::uint16_t port = 0;

@@ -58,7 +58,7 @@ class TogetherTest : public testing::TestWithParam<std::tuple<State, bool, bool>
   }
 
   platform::sim::World world;
-  const ServiceDatabase database;
+  const ServiceDatabase database{};
   std::uint16_t port = 0;
   std::vector<std::int32_t> plugins;  // after each of the hub's passes
   bool mayAsk = false;

@@ -65,13 +65,13 @@ class RecordTest : public testing::Test {
   void makeLock(int age) const {
     const std::chrono::seconds time(platform::unixMilliseconds() / 1000 - age);
     fs::last_write_time(scratch.write("a.lock", ""),
-                        std::chrono::file_clock::from_sys(std::chrono::sys_time(time)));
+                        std::chrono::file_clock::from_sys(std::chrono::sys_seconds(time)));
   }
 
   platform::sim::World world;
   const Scratch scratch;
   const std::string guarded = scratch / "a.b";
-  const ServiceDatabase database;
+  const ServiceDatabase database{};
   std::uint16_t port = 0;
   std::int32_t lastPluginID = 65535;
   int passes = 0;  // of the hub, at whose end its record was there

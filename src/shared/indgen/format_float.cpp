@@ -104,7 +104,7 @@ void addDigits(FieldText& text, const Digits& digits, int position, int count) {
   const int available = std::max(usableDigits(digits) - (position + leading), 0);
   const int real = std::min(available, count - leading);
   text.repeat('0', static_cast<std::size_t>(leading));
-  if (real > 0) text.add(digits.text + position + leading, static_cast<std::size_t>(real));
+  if (real > 0) text.add(digits.text + (position + leading), static_cast<std::size_t>(real));
   text.repeat('0', static_cast<std::size_t>(count - leading - real));
 }
 

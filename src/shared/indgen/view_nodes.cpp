@@ -19,35 +19,35 @@ struct ViewNodes {
   int count = 0;
   bool unresolved_view_nodes = false;
 };
-ViewNodes list;
+ViewNodes nodes;
 bool usesViewpath = false;
 
 void addEntry(std::string item) {
   const std::size_t last = item.find_last_not_of(kSeparators);
   item.resize(last == std::string::npos ? 1 : last + 1);
-  const auto place = static_cast<std::size_t>(list.count++);
+  const auto place = static_cast<std::size_t>(nodes.count++);
   std::string resolved;
   if (platform::resolvePath(item.c_str(), resolved) != 0) {
     resolved = item;
-    list.unresolved_view_nodes = true;
+    nodes.unresolved_view_nodes = true;
   }
-  list.resolved[place] = gen_strdup(resolved.c_str());
-  if (item[0] == '/' && item != resolved) list.written[place] = gen_strdup(item.c_str());
+  nodes.resolved[place] = gen_strdup(resolved.c_str());
+  if (item[0] == '/' && item != resolved) nodes.written[place] = gen_strdup(item.c_str());
 }
 
 }  // namespace
 
 int gen_set_view_nodes(const char* text) {
-  list = ViewNodes();
+  nodes = ViewNodes();
   std::string item;
-  while (list.count < gen_view_limit && V_next_item(text, ":;,", item)) addEntry(item);
-  return list.count;
+  while (nodes.count < gen_view_limit && V_next_item(text, ":;,", item)) addEntry(item);
+  return nodes.count;
 }
 
 int gen_view_nodes(const gen_text** resolved, const gen_text** written) {
-  if (resolved) *resolved = list.resolved.data();
-  if (written) *written = list.written.data();
-  return list.count;
+  if (resolved) *resolved = nodes.resolved.data();
+  if (written) *written = nodes.written.data();
+  return nodes.count;
 }
 
 void gen_use_viewpath_nodes() {
@@ -62,17 +62,17 @@ gen_text gen_view_relative_path(const char* path, int* index) {
     return V_relative_path(path);
   }
   entry = -1;
-  if (!path || list.count == 0) return {};
+  if (!path || nodes.count == 0) return {};
   gen_text joined;
-  if (*path != '/' && !list.unresolved_view_nodes) {
+  if (*path != '/' && !nodes.unresolved_view_nodes) {
     joined = gen_concat3(gen_getcwd(), "/", path);
     gen_clean_path(joined.data(), false);
     path = joined;
   }
-  for (int i = 0; i < list.count; ++i) {
+  for (int i = 0; i < nodes.count; ++i) {
     const auto place = static_cast<std::size_t>(i);
-    const char* rest = V_rest_below(path, list.resolved[place], kSeparators);
-    if (!rest) rest = V_rest_below(path, list.written[place], kSeparators);
+    const char* rest = V_rest_below(path, nodes.resolved[place], kSeparators);
+    if (!rest) rest = V_rest_below(path, nodes.written[place], kSeparators);
     if (!rest) continue;
     entry = i;
     return gen_strdup(rest);

@@ -53,7 +53,7 @@ class ut_options_reader {
   bool failed(const std::string& message, const std::string& expected);
 
   ut_token_stream& stream_;
-  const ut_options_database::Settings& settings_;
+  const ut_options_database::Settings settings_;
   ut_attribute_list& base_;
   ut_attribute_list* scope_;
   ut_attribute_list* current_;
