@@ -22,8 +22,8 @@ void gen_forget_cwd();
 
 /// -1 for a missing file or an empty name, 0 for a directory, 1 for anything else.
 int gen_file_kind(const char* path);
-/// True for a plain file, also behind links: opening one never waits for somebody else, as that of a
-/// pipe does.
+/// True for a plain file, also behind links: opening one never waits for somebody else, as that of
+/// a pipe does.
 bool gen_is_regular_file(const char* path);
 /// The program's file: a name with a directory part in absolute form; a bare one sought in the
 /// program's own directory, if asked, and in PATH. With `full` the result is a gen_full_path. None
