@@ -131,6 +131,7 @@ void Hublink::dropServiceConnection(HublinkConnection* sender, std::int32_t loca
   if (HublinkConnection* other = connectionForRN(serviceRN)) {
     other->removePeerLink(serviceRN, localRN);
     other->ConnectionDroppedEvent(serviceRN, localRN);
+    if (other != sender) sender->getTransport()->waitFor(*other->getTransport());
   }
   sender->removePeerLink(localRN, serviceRN);
 }
