@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "indgen/format_field.h"
+#include "indgen/text.h"
 
 namespace {
 
