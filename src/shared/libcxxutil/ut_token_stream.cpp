@@ -86,7 +86,7 @@ bool ut_token_stream::openFile(const char* name) {
   File file;
   file.stream.reset(V_fopen(name, "rt"));
   if (!file.stream) return false;
-  std::setvbuf(file.stream.get(), nullptr, _IONBF, 0);                   // chunks are buffer enough
+  std::setvbuf(file.stream.get(), nullptr, _IONBF, 0);  // chunks are buffer enough
   if (!readChunk(file) && std::ferror(file.stream.get())) return false;
   input_left_ -= kFileCost;
   file.name = name;
