@@ -8,4 +8,8 @@ namespace platform {
 /// of them.
 void returnFreedMemory();
 
+/// Gives what has been freed so far back to the system, also from between what is still in use
+/// (malloc_trim(3)). Takes time: for the end of a burst.
+void trimFreedMemory();
+
 }  // namespace platform

@@ -4,6 +4,7 @@
 // tells apart named below.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -45,6 +46,15 @@ bool parseAddress(const char* text, std::uint32_t& address);
 bool resolveHost(const char* name, std::uint32_t& address);
 
 Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count);
+/// Bytes that a gathered transfer takes together with others.
+struct Piece {
+  const void* bytes = nullptr;
+  std::int64_t count = 0;
+};
+inline constexpr std::size_t kMostPieces = 64;
+/// Sends the pieces, one to kMostPieces of them, one behind the other in one call, of which the
+/// last that are sent may be so in part.
+Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count);
 /// Up to `count` bytes; a count of 0 without wouldBlock is the end of the stream.
 Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count);
 

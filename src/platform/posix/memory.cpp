@@ -12,4 +12,8 @@ void returnFreedMemory() {
   mallopt(M_TRIM_THRESHOLD, 2 * kLargeBlock);
 }
 
+void trimFreedMemory() {
+  malloc_trim(0);
+}
+
 }  // namespace platform

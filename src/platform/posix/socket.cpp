@@ -9,7 +9,10 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <unistd.h>
+
+#include <array>
 
 #include "platform/clock.h"
 
@@ -141,6 +144,20 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
   ssize_t result = send(socket, bytes, static_cast<std::size_t>(count), MSG_NOSIGNAL);
   if (result < 0 && errno == ENOTSOCK)
     result = write(socket, bytes, static_cast<std::size_t>(count));
+  return outcomeOf(result);
+}
+
+Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count) {
+  if (count == 1) return sendBytes(socket, pieces->bytes, pieces->count);
+  std::array<iovec, kMostPieces> parts;
+  for (std::size_t i = 0; i < count; ++i)
+    parts[i] = {const_cast<void*>(pieces[i].bytes), static_cast<std::size_t>(pieces[i].count)};
+  msghdr message{};
+  message.msg_iov = parts.data();
+  message.msg_iovlen = count;
+  ssize_t result = sendmsg(socket, &message, MSG_NOSIGNAL);
+  if (result < 0 && errno == ENOTSOCK)
+    result = writev(socket, parts.data(), static_cast<int>(count));
   return outcomeOf(result);
 }
 

@@ -170,6 +170,15 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
   return {static_cast<std::int64_t>(size), 0, false};
 }
 
+// Cut at any byte, as any transfer is.
+Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count) {
+  std::string bytes;
+  for (std::size_t i = 0; i < count; ++i)
+    bytes.append(static_cast<const char*>(pieces[i].bytes),
+                 static_cast<std::size_t>(pieces[i].count));
+  return sendBytes(socket, bytes.data(), static_cast<std::int64_t>(bytes.size()));
+}
+
 Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
   World& world = World::current();
   world.idle();

@@ -37,9 +37,9 @@ struct STPByteBlock {
   }
   /// At least `size` bytes and the fill that may follow a packet at their end.
   static unsigned char* allocate(std::int64_t size);
-
- private:
+  /// Gives back a block of `size` bytes from allocate().
   static void discard(unsigned char* block, std::int64_t size);
 
+ private:
   std::int64_t size_ = 0;
 };

@@ -29,6 +29,7 @@
 #include "stp_transport/transport/stp_call_stack.h"
 #include "stp_transport/transport/stp_status.h"
 #include "stp_transport/transport/stp_transport_set.h"
+#include "stp_transport/transport/stp_write_queue.h"
 #include "stp_transport/wire/stp_wire.h"
 
 class STPChannel;
@@ -73,16 +74,19 @@ class STPTransport {
   /// Has this one wait like a sender to `target`, to which something was queued on its behalf, if
   /// that is congested.
   void waitFor(const STPTransport& target);
-  bool isWritePending() const { return connected_ && !inProcess_ && writeCount_ > 0; }
+  bool isWritePending() const { return connected_ && !inProcess_ && !writeQueue_.empty(); }
   /// Type and id of the last packet queued, each pointer optional; false if there was none.
   bool lastQueued(std::uint32_t* type, std::uint32_t* id) const;
   /// Dotted addresses of the other and of this end, owned by the transport and cached until the
   /// connection closes; null if not connected or not to be had.
   const char* peerName();
   const char* localName();
-  /// Bytes waiting to go out, and the capacities of both buffers, for those who watch memory.
-  std::int64_t writeCount() const { return writeCount_; }
-  std::int64_t writeCapacity() const { return writeCapacity_; }
+  /// Bytes waiting to go out, and the capacities for those and for input, for those who watch
+  /// memory.
+  std::int64_t writeCount() const { return writeCount_ + writeQueue_.count(); }
+  std::int64_t writeCapacity() const {
+    return hasSocket() ? writeQueue_.capacity() : writeCapacity_;
+  }
   std::int64_t readCapacity() const { return readCapacity_; }
 
   // --- Bytes and closing (stp_transport_bytes.cpp) ---
@@ -210,7 +214,7 @@ class STPTransport {
   // Bytes.
   enum class WriteResult { nothing, wrote, blocked, failed };
   WriteResult writeOnce();
-  std::int64_t sendSome(const unsigned char* bytes, std::int64_t count);
+  std::int64_t sendWaiting(const unsigned char* bytes = nullptr, std::int64_t count = 0);
   STPStatus writeFailure() const;
   void closeAfterWriteFailure();
   bool canWrite() const;
@@ -239,7 +243,10 @@ class STPTransport {
   void copyStatus(STPStatus* status) const;
 
   // Packets.
-  unsigned char* reserveWrite(std::int64_t total);
+  bool hasSocket() const { return connected_ && !inProcess_; }
+  void queueBytes(const unsigned char* bytes, std::int64_t count, std::int64_t fill = 0);
+  void appendToFields(const unsigned char* bytes, std::int64_t count);
+  void releaseFields();
   STPTransport* targetOf(const unsigned char* packet) const;
   STPPacketTest passOnFront();
   void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
@@ -296,6 +303,9 @@ class STPTransport {
   std::uint32_t lastType_ = 0;
   std::uint32_t lastId_ = 0;
 
+  STPWriteQueue writeQueue_;  // what waits for a socket
+  // What waits for the other end of a pair in one process, which reads it through these fields; or
+  // for a connection of either kind.
   std::int64_t writeOffset_ = 0;
   std::int64_t writeCount_ = 0;
   std::int64_t writeInitial_;

@@ -12,8 +12,10 @@
 
 namespace {
 
-// The most that one send call is offered.
-constexpr std::int64_t kSendLimit = 0x100000;
+// The most blocks of what waits that one send call is offered: about a mebibyte, so that one
+// receiver doesn't take a turn for itself.
+constexpr std::size_t kSendBlocks = 32;
+static_assert(kSendBlocks < platform::kMostPieces);
 // Free room, in bytes, below which the read buffer is moved or grown.
 constexpr std::int64_t kReadRoom = 1024;
 
@@ -50,36 +52,43 @@ const char* writeFailureText(int error) {
 
 }  // namespace
 
-// One call. What it took, 0 if the socket has no room or the write failed.
-std::int64_t STPTransport::sendSome(const unsigned char* bytes, std::int64_t count) {
-  const platform::Transfer sent = platform::sendBytes(fd_, bytes, count);
+// One call for what waits and, if that is offered whole, the bytes behind it from where they lie.
+// How many of those it took.
+std::int64_t STPTransport::sendWaiting(const unsigned char* bytes, std::int64_t count) {
+  std::array<platform::Piece, kSendBlocks + 1> pieces;
+  std::size_t used = writeQueue_.gather(pieces.data(), kSendBlocks);
+  std::int64_t offered = 0;
+  for (std::size_t i = 0; i < used; ++i) offered += pieces[i].count;
+  if (count > 0 && offered == writeQueue_.count()) {
+    pieces[used++] = {bytes, count};
+    offered += count;
+  }
+  const platform::Transfer sent = platform::sendGathered(fd_, pieces.data(), used);
   if (!sent.wouldBlock && sent.count <= 0) {
     writeFailed_ = true;
     writeError_ = sent.error;
-  } else if (sent.count < count) {
-    platform::readiness().clearWritable(fd_);
+    return 0;
   }
-  return sent.count;
+  if (sent.count < offered) platform::readiness().clearWritable(fd_);
+  const std::int64_t waited = std::min(sent.count, writeQueue_.count());
+  writeQueue_.drop(waited);
+  if (congested_ && writeQueue_.count() <= stpProcess().backlogLimit / 2) endCongestion();
+  return sent.count - waited;
 }
 
 STPTransport::WriteResult STPTransport::writeOnce() {
   if (!isWritePending()) return WriteResult::nothing;
   if (writeFailed_) return WriteResult::failed;
-  const std::int64_t sent =
-      sendSome(writeBuffer_.bytes + writeOffset_, std::min(writeCount_, kSendLimit));
+  const std::int64_t before = writeQueue_.count();
+  sendWaiting();
   if (writeFailed_) return WriteResult::failed;
-  if (sent == 0) return WriteResult::blocked;
-  writeOffset_ += sent;
-  writeCount_ -= sent;
-  if (congested_ && writeCount_ <= stpProcess().backlogLimit / 2) endCongestion();
-  if (writeCount_ == 0) {
-    writeOffset_ = 0;
-    if (writeCapacity_ != writeInitial_) {
-      writeCapacity_ = writeInitial_;
-      writeBuffer_.release();
-    }
-  }
-  return WriteResult::wrote;
+  return writeQueue_.count() == before ? WriteResult::blocked : WriteResult::wrote;
+}
+
+void STPTransport::releaseFields() {
+  writeCapacity_ = writeInitial_;
+  writeBuffer_.release();
+  writeOffset_ = writeCount_ = 0;
 }
 
 STPStatus STPTransport::writeFailure() const {
@@ -247,11 +256,11 @@ void STPTransport::closeConnection() {
   connected_ = false;
   writeFailed_ = false;
   writeError_ = 0;
-  writeCapacity_ = writeInitial_;
+  writeQueue_.clear();
+  releaseFields();
   readGoal_ = readCapacity_ = readInitial_;
-  writeBuffer_.release();
   readBuffer_.release();
-  writeOffset_ = writeCount_ = readOffset_ = readCount_ = 0;
+  readOffset_ = readCount_ = 0;
   needMore_ = false;
   heldBack_ = false;
   peerName_.clear();

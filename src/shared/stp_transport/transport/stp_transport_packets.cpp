@@ -52,9 +52,20 @@ std::unique_ptr<STPMessage> STPTransport::newResponse(std::int32_t source, std::
   return message;
 }
 
-// Room for `count` bytes behind the waiting ones, counted as written.
-unsigned char* STPTransport::reserveWrite(std::int64_t count) {
-  if (writeFailed_) writeOffset_ = writeCount_ = 0;  // what waits will never leave
+// Copies the bytes, and `fill` bytes of 0, behind the waiting ones.
+void STPTransport::queueBytes(const unsigned char* bytes, std::int64_t count, std::int64_t fill) {
+  static constexpr unsigned char kFill[STP_MAX_FILL] = {};
+  if (writeFailed_) writeQueue_.clear();  // what waits will never leave
+  if (hasSocket()) {
+    writeQueue_.append(bytes, count);
+    writeQueue_.append(kFill, fill);
+  } else {
+    appendToFields(bytes, count);
+    appendToFields(kFill, fill);
+  }
+}
+
+void STPTransport::appendToFields(const unsigned char* bytes, std::int64_t count) {
   if (writeCapacity_ < writeOffset_ + writeCount_ + count) {
     const std::int64_t capacity = writeCount_ + std::max(writeCount_, count);
     unsigned char* block = STPByteBlock::allocate(capacity);
@@ -65,9 +76,9 @@ unsigned char* STPTransport::reserveWrite(std::int64_t count) {
     writeOffset_ = 0;
   }
   writeBuffer_.require(writeCapacity_);
-  unsigned char* place = writeBuffer_.bytes + writeOffset_ + writeCount_;
+  std::memcpy(writeBuffer_.bytes + writeOffset_ + writeCount_, bytes,
+              static_cast<std::size_t>(count));
   writeCount_ += count;
-  return place;
 }
 
 std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
@@ -83,9 +94,7 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
   lastSequence_ = stpNextSequence(lastSequence_);
   message.finishMessage(lastSequence_);
   const std::int64_t total = std::int64_t{message.header.headerSize} + message.header.payloadSize;
-  unsigned char* place = reserveWrite(stpStoredSize(total));
-  std::memcpy(place, message.storage(), static_cast<std::size_t>(total));
-  clearFill(place, total);
+  queueBytes(message.storage(), total, stpStoredSize(total) - total);
   if (forwardingHandler_) beginCongestion();
   hasLast_ = true;
   lastType_ = message.header.type;
@@ -209,20 +218,19 @@ STPPacketTest STPTransport::passOnFront() {
 }
 
 // Passes `count` bytes at the front of the read buffer on to `target`: at once from where they lie
-// if they are the last of this turn and nothing waits before them, else behind what is to be
-// written at the end of the turn.
+// if they are the last of this turn, together with what waits before them, else behind what is to
+// be written at the end of the turn.
 void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isLast) {
   const unsigned char* bytes = readBuffer_.bytes + readOffset_;
   std::int64_t sent = 0;
-  if (isLast && target.connected_ && !target.inProcess_ && target.writeCount_ == 0 &&
-      !target.writeFailed_ && platform::readiness().isWritable(target.fd_))
-    sent = target.sendSome(bytes, count);
+  if (isLast && target.hasSocket() && !target.writeFailed_ &&
+      platform::readiness().isWritable(target.fd_))
+    sent = target.sendWaiting(bytes, count);
   readOffset_ += count;
   readCount_ -= count;
   relayed_ = true;
   if (sent == count) return;
-  std::memcpy(target.reserveWrite(count - sent), bytes + sent,
-              static_cast<std::size_t>(count - sent));
+  target.queueBytes(bytes + sent, count - sent);
   target.markUnflushed();
   target.beginCongestion();
   waitFor(target);

@@ -11,7 +11,8 @@
 // To be called when something has been queued. What waits for the other end of a pair in one
 // process goes without a word to this end.
 void STPTransport::beginCongestion() {
-  if (congested_ || !connected_ || inProcess_ || writeCount_ < stpProcess().backlogLimit) return;
+  if (congested_ || !connected_ || inProcess_ || writeQueue_.count() < stpProcess().backlogLimit)
+    return;
   congested_ = true;
   if (forwardingHandler_) forwardingHandler_->congestionChanged(this, true);
 }

@@ -83,10 +83,10 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
       copyStatus(status);
       return;
     }
-    const std::int64_t pending = writeCount_;
+    const std::int64_t pending = writeQueue_.count();
     flushMarked();
     // A write of its own is what this step was to bring: whoever waits for it doesn't sleep on.
-    if (writeCount_ < pending) timeout = 0;
+    if (writeQueue_.count() < pending) timeout = 0;
     bool failed = false;
     if (!canWrite() && !canRead()) platform::readiness().wait(timeout, failed);
     attendNews();
@@ -164,7 +164,7 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
 bool STPTransport::leaveStep(bool& hasEndedSending) {
   while (canWrite() && writeOnce() == WriteResult::wrote) continue;
   if (writeFailed_) return false;
-  if (writeCount_ == 0 && !hasEndedSending) {
+  if (writeQueue_.empty() && !hasEndedSending) {
     hasEndedSending = true;
     if (platform::endSending(fd_) != 0) return false;
   }

@@ -112,6 +112,8 @@ void STPTransport::bindFD(int fd, STPStatus* status) {
     status_.clear();
     fd_ = fd;
     connected_ = true;
+    writeQueue_.append(writeBuffer_.bytes + writeOffset_, writeCount_);  // was queued before
+    releaseFields();
     platform::makeNonBlocking(fd);
     platform::readiness().watch(fd);
     claim(fd);
