@@ -1,16 +1,13 @@
 #include "bench/crowd_measurement.h"
 
-#include <algorithm>
-
 #include "bench/crowd.h"
+#include "bench/lane_set.h"
 #include "bench/process_usage.h"
-#include "bench/statistics.h"
 #include "bench/stopwatch.h"
 
 namespace {
 
 constexpr int kStorm = 1000;
-constexpr std::uint32_t kParts = 4;  // of a run's round trips, in turn with the hub without a crowd
 
 class CrowdMeasurement : public Measurement {
  public:
@@ -20,14 +17,23 @@ class CrowdMeasurement : public Measurement {
   // A hub that has had a crowd once isn't the same again: each run has hubs of its own.
   bool open(std::string&) override { return true; }
 
-  bool run(int run, std::string& error) override {
-    const auto crowded = Lane::open(Path::hub, settings_.programs, error);
-    if (!crowded) return false;
+  bool run(std::string& error) override {
+    LaneSet lanes(settings_, {Path::hub, Path::hub});
+    if (!lanes.open(error)) return false;
+    const Lane& crowded = lanes[1];
     Crowd crowd;
-    if (!gather(*crowded, crowd, error)) return false;
+    if (!gather(crowded, crowd, error)) return false;
     if (!row(kMedian).isChosen && !row(kP99).isChosen) return true;
-    const auto alone = Lane::open(Path::hub, settings_.programs, error);
-    return alone && compare({alone.get(), crowded.get()}, run, error);
+    // The hub without a crowd has the place of the direct path.
+    const auto compare = [&](Lane& lane) {
+      RoundTripTimes times;
+      if (!measureRoundTrips(lane, settings_.size.roundTrips, times)) return false;
+      const Path column = &lane == &crowded ? Path::hub : Path::direct;
+      row(kMedian).add(column, times.median);
+      row(kP99).add(column, times.p99);
+      return true;
+    };
+    return lanes.verify(error) && lanes.measure(compare, error);
   }
 
  private:
@@ -45,32 +51,6 @@ class CrowdMeasurement : public Measurement {
     if (!error.empty()) return false;
     row(kStormTime).add(Path::hub, taken);
     row(kMemory).add(Path::hub, (*after - *before) / settings_.idlePlugins);
-    return true;
-  }
-
-  // Round trips on the hub without a crowd, which has the place of the direct path, and on the one
-  // with it.
-  bool compare(const std::array<Lane*, 2>& lanes, int run, std::string& error) {
-    constexpr std::array kColumns{Path::direct, Path::hub};
-    const std::uint32_t count = settings_.size.roundTrips / kParts;
-    std::array<std::vector<double>, 2> medians, p99s;
-    RoundTripTimes times;
-    for (std::uint32_t part = 0; part <= kParts; ++part) {
-      for (std::size_t i = 0; i < lanes.size(); ++i) {
-        const std::size_t which = (i + part + static_cast<std::size_t>(run)) % lanes.size();
-        if (!measureRoundTrips(lanes[which]->socket(), count, times)) {
-          error = lanes[which]->failure();
-          return false;
-        }
-        if (part == 0) continue;  // warms up
-        medians[which].push_back(times.median);
-        p99s[which].push_back(times.p99);
-      }
-    }
-    for (std::size_t i = 0; i < lanes.size(); ++i) {
-      row(kMedian).add(kColumns[i], medianOf(medians[i]));
-      row(kP99).add(kColumns[i], medianOf(p99s[i]));
-    }
     return true;
   }
 

@@ -14,45 +14,45 @@ const char* pathName(Path path) {
   return "";
 }
 
-Lane::Lane(Path path, const BenchPrograms& programs, int pairs) : path_(path), programs_(programs) {
-  for (int pair = 0; pair < pairs; ++pair) ends_.emplace_back(pair);
+Lane::Lane(Path path, const BenchPrograms& programs, FarEnds& farEnds)
+    : path_(path), programs_(programs), farEnds_(farEnds), number_(farEnds.nextPath()) {
+  for (std::size_t pair = 0; pair < farEnds.size(); ++pair)
+    ends_.emplace_back(static_cast<int>(pair));
 }
 
-std::unique_ptr<Lane> Lane::open(Path path, const BenchPrograms& programs, std::string& error,
-                                 int pairs) {
-  std::unique_ptr<Lane> lane(new Lane(path, programs, pairs));
+std::unique_ptr<Lane> Lane::open(Path path, const BenchPrograms& programs, FarEnds& farEnds,
+                                 std::string& error) {
+  std::unique_ptr<Lane> lane(new Lane(path, programs, farEnds));
   if (path == Path::hub ? lane->openHub(error) : lane->openPlain(error)) return lane;
-  error = std::string(pathName(path)) + ": " + error + lane->endedProcess();
+  error = error.empty() ? lane->failure()
+                        : std::string(pathName(path)) + ": " + error + lane->endedProcess();
   return nullptr;
 }
 
 std::string Lane::failure() const {
   std::string text = std::string(pathName(path_)) + ": ";
-  for (const End& end : ends_) {
-    if (end.socket->failure().empty()) continue;
-    text += end.socket->failure();
-    break;
+  for (std::size_t pair = 0; pair < pairs(); ++pair) {
+    const auto& socket = ends_[pair].socket;
+    const std::string& failure = socket ? socket->failure() : "";
+    text += failure.empty() ? farEnds_.orders(pair).failure() : failure;
+    if (!text.ends_with(": ")) break;
   }
   return text + endedProcess();
 }
 
 // All of them, since one often ends by the other's end.
 std::string Lane::endedProcess() const {
-  std::string text;
   int status = 0;
-  if (between_.ended(status))
-    text += std::string(" (the ") + pathName(path_) + " has ended with status " +
-            std::to_string(status) + ")";
-  for (const End& end : ends_)
-    if (end.farEnd.ended(status))
-      text += " (the far end has ended with status " + std::to_string(status) + ")";
-  return text;
+  if (!between_.ended(status)) return farEnds_.ended();
+  return std::string(" (the ") + pathName(path_) + " has ended with status " +
+         std::to_string(status) + ")" + farEnds_.ended();
 }
 
-bool Lane::startFarEnd(std::size_t pair, const char* role, std::uint16_t port, std::string& error) {
-  return ends_[pair].farEnd.start(
-      programs_.bench,
-      {"--role", role, "--port", std::to_string(port), "--pair", std::to_string(pair)}, error);
+bool Lane::announce(std::size_t pair, StreamOrder order, Order id) {
+  PacketSocket& orders = farEnds_.orders(pair);
+  order.path = number_;
+  return orders.send(makeStreamOrder(orders.route(), order, id)) &&
+         orders.receiveOrder(Order::ready);
 }
 
 LoopbackSocket Lane::acceptFrom(const LoopbackSocket& listener, const char* whom,
@@ -93,17 +93,17 @@ bool Lane::openPlain(std::string& error) {
   std::uint16_t farPort = platform::localPort(listener.get());
   if (path_ == Path::relay && !openRelay(listener, farPort, error)) return false;
   for (std::size_t pair = 0; pair < pairs(); ++pair) {
-    if (!startFarEnd(pair, kRolePlainEnd, farPort, error)) return false;
-    if (path_ == Path::direct) ends_[pair].connection = acceptFrom(listener, "the far end", error);
-    if (!ends_[pair].connection) return false;
-  }
-  for (End& end : ends_) {
+    End& end = ends_[pair];
+    PacketSocket& orders = farEnds_.orders(pair);
+    if (!orders.send(makeJoinOrder(orders.route(), {farPort, false})) ||
+        !orders.receiveOrder(Order::ready))
+      return false;
+    if (path_ == Path::direct) end.connection = acceptFrom(listener, "the far end", error);
+    if (!end.connection) return false;
     end.socket.emplace(end.connection.get(), Route{});
-    if (!platform::makeBlocking(end.connection.get(), kTransferLimit))
-      error = "the connection can't be made to wait";
-    else if (!end.socket->receiveOrder(Order::ready))
-      error = end.socket->failure();
-    if (!error.empty()) return false;
+    if (platform::makeBlocking(end.connection.get(), kTransferLimit)) continue;
+    error = "the connection can't be made to wait";
+    return false;
   }
   return true;
 }
@@ -123,8 +123,10 @@ bool Lane::openHub(std::string& error) {
   const auto givenUp = [this] { return platform::stopRequested() || !endedProcess().empty(); };
   for (std::size_t pair = 0; pair < pairs(); ++pair) {
     HubEnd& hub = ends_[pair].hub;
+    PacketSocket& orders = farEnds_.orders(pair);
     if ((pair > 0 && !hub.joinAsProvider(hubPort_, error)) ||
-        !startFarEnd(pair, kRoleHubEnd, hubPort_, error) || !hub.awaitRequester(givenUp, error))
+        !orders.send(makeJoinOrder(orders.route(), {hubPort_, true})) ||
+        !hub.awaitRequester(givenUp, error) || !orders.receiveOrder(Order::ready))
       return false;
     ends_[pair].socket.emplace(hub.takeOver(), hub.route());
   }

@@ -1,5 +1,5 @@
-// One lane of each path, opened once and then taken in turn, so that all are measured in the same
-// minute.
+// Lanes that are compared: opened once, to the same far ends, and then taken in turn block by
+// block, so that what the machine does meanwhile concerns neighbouring blocks alike.
 #pragma once
 
 #include <functional>
@@ -25,27 +25,30 @@ class ProcessorHold {
   bool holds_;
 };
 
-/// Sends small round trips and compared streams of both sizes: warms a path up, and makes sure that
-/// what is measured on it is really carried. False with the failure in the lane.
-bool verifyLane(Lane& lane, const RunSize& size);
-
-/// The same stream on every pair at once, each with a thread of its own. The seconds from the first
-/// byte until the last far end has told that its stream has arrived.
-bool measureStreams(Lane& lane, const StreamOrder& order, double& seconds);
-
 class LaneSet {
  public:
-  LaneSet(const Settings& settings, std::size_t pairs, Placement placement)
-      : settings_(settings), pairs_(pairs), placement_(placement) {}
+  LaneSet(const Settings& settings, std::vector<Path> paths, int pairs = 1,
+          Placement placement = Placement::anywhere)
+      : settings_(settings), paths_(std::move(paths)), pairs_(pairs), placement_(placement) {}
 
-  /// Opens and verifies the lanes, once. False with a text in `error`.
+  /// Opens the lanes, once. False with a text in `error`.
   bool open(std::string& error);
-  /// Measures on each lane; the one that comes first changes with `run`. False as above.
-  bool each(std::size_t run, const std::function<bool(Lane&)>& measure, std::string& error);
+  /// Warms them up, once, and makes sure that what is measured is really carried. False as above.
+  bool verify(std::string& error);
+  /// Measures block after block, to and fro over the lanes. False as above.
+  bool measure(const std::function<bool(Lane&)>& block, std::string& error);
+
+  /// The lane of the path with that place.
+  const Lane& operator[](std::size_t place) const { return *lanes_[place]; }
 
  private:
+  bool each(bool forwards, const std::function<bool(Lane&)>& block, std::string& error);
+
   const Settings& settings_;
-  std::size_t pairs_;
+  std::vector<Path> paths_;
+  int pairs_;
   Placement placement_;
+  bool verified_ = false;
+  std::unique_ptr<FarEnds> farEnds_;
   std::vector<std::unique_ptr<Lane>> lanes_;
 };

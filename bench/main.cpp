@@ -13,6 +13,7 @@
 #include "bench/relay.h"
 #include "bench/report.h"
 #include "bench/start_measurements.h"
+#include "bench/stuck_measurement.h"
 #include "indgen/program.h"
 #include "platform/host.h"
 #include "platform/process.h"
@@ -33,8 +34,7 @@ int fail(const std::string& text) {
 
 int runPart(const Part& part) {
   if (part.role == kRoleRelay) return runRelay(part.port, part.pairs);
-  if (part.role == kRolePlainEnd) return runPlainFarEnd(part.port);
-  if (part.role == kRoleHubEnd) return runHubFarEnd(part.port, part.pair);
+  if (part.role == kRoleFarEnd) return runFarEnd(part.port, part.pair);
   return fail("there is no part named " + part.role);
 }
 
@@ -51,7 +51,7 @@ bool measure(const Measurements& measurements, int runs, std::string& error) {
   for (int run = 0; run < runs; ++run)
     for (const auto& measurement : measurements) {
       if (platform::stopRequested()) error = "stopped";
-      if (!error.empty() || !measurement->run(run, error)) return false;
+      if (!error.empty() || !measurement->run(error)) return false;
     }
   return true;
 }
@@ -61,6 +61,7 @@ int drive(const Settings& settings, const std::string& only, const std::string& 
   platform::raiseDescriptorLimit();
   Measurements paths, starts;
   addPathMeasurements(settings, paths);
+  addStuckMeasurement(settings, paths);
   addCrowdMeasurement(settings, paths);
   addStartMeasurements(settings, starts);
   choose(paths, only);
@@ -75,9 +76,11 @@ int drive(const Settings& settings, const std::string& only, const std::string& 
     for (const auto& measurement : *next)
       for (const Row& row : measurement->rows())
         if (row.isChosen) rows.push_back(row);
-  std::printf("%s build, %u processors, %d runs: median (least..greatest)\n\n%s",
-              HUBLINK_BUILD_TYPE, std::thread::hardware_concurrency(), settings.runs,
-              tableOf(rows).c_str());
+  std::printf(
+      "%s build, %u processors, %d runs: median (least..greatest), ratios of neighbouring "
+      "blocks: median (quartiles)\n\n%s",
+      HUBLINK_BUILD_TYPE, std::thread::hardware_concurrency(), settings.runs,
+      tableOf(rows).c_str());
   if (!json.empty() && !writeJson(json, rows)) return fail(json + " can't be written");
   return 0;
 }
@@ -113,7 +116,9 @@ int main(int argc, char** argv) {
   if (quick) {
     settings.runs = 1;
     settings.size = {500, 20000, 200};
+    settings.blocks = 2;
     settings.idlePlugins = 1000;
+    settings.stuckBytes = 4 << 20;
   }
   try {
     return drive(settings, only, json);

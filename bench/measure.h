@@ -1,15 +1,16 @@
-// The measurements. Each is one run on one path; the caller goes round the paths.
+// The measurements. Each is one block on one path; the caller goes from path to path.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
-#include "bench/packet_socket.h"
+#include "bench/lane.h"
 
-/// How much one run does.
-struct RunSize {
-  std::uint32_t roundTrips = 20000;
+/// How much one block does.
+struct BlockSize {
+  std::uint32_t roundTrips = 3000;
   std::uint32_t smallPackets = 1000000;
-  std::uint32_t largePackets = 8000;
+  std::uint32_t largePackets = 2000;
 };
 
 inline constexpr std::int32_t kSmallPayload = 64;
@@ -20,16 +21,12 @@ struct RoundTripTimes {
   double p99 = 0;     ///< microseconds
 };
 
-/// Sends a packet of 64 bytes and waits for the one that comes back, `count` times. False with the
-/// failure in `socket`.
-bool measureRoundTrips(PacketSocket& socket, std::uint32_t count, RoundTripTimes& times);
+/// Sends a packet of 64 bytes on the first pair and waits for the one that comes back, `count`
+/// times, with `before` ahead of each if it is given. False with the failure in the lane.
+bool measureRoundTrips(Lane& lane, std::uint32_t count, RoundTripTimes& times,
+                       const std::function<bool()>& before = {});
 
-/// Sends a stream as fast as it goes, and stops the clock when the far end has told that all of it
-/// has arrived. With `order.compare` set the far end has compared every byte, and the time means
-/// nothing. False as above.
-bool measureStream(PacketSocket& socket, const StreamOrder& order, double& seconds);
-
-/// The two steps of it: the far end gets ready; then the stream goes, of which `batch` is a part
-/// that makeBatch has made, and has arrived.
-bool announceStream(PacketSocket& socket, const StreamOrder& order);
-bool carryStream(PacketSocket& socket, const StreamOrder& order, const Bytes& batch);
+/// Sends a stream on every pair at once, each from a thread of its own and as fast as it goes. The
+/// seconds from the first byte until the last far end has told that all of its stream has arrived.
+/// With `order.compare` set every byte is compared, and the time means nothing. False as above.
+bool measureStreams(Lane& lane, const StreamOrder& order, double& seconds);

@@ -14,8 +14,10 @@
 struct Settings {
   BenchPrograms programs;
   int runs = 7;
-  RunSize size;
+  std::size_t blocks = 6;  ///< on each path, in a run
+  BlockSize size;
   int idlePlugins = 5000;
+  std::int64_t stuckBytes = 250 << 20;  ///< what waits for a receiver before it is too much
 };
 
 class Measurement {
@@ -27,8 +29,8 @@ class Measurement {
 
   /// Makes ready what stays open between the runs. False with a text in `error`.
   virtual bool open(std::string& error) = 0;
-  /// Adds one value to each column of each chosen row. False with a text in `error`.
-  virtual bool run(int run, std::string& error) = 0;
+  /// Adds one value or several to each column of each chosen row. False with a text in `error`.
+  virtual bool run(std::string& error) = 0;
 
   std::vector<Row>& rows() { return rows_; }
   bool isChosen() const {

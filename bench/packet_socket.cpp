@@ -5,7 +5,17 @@
 
 namespace {
 
-constexpr std::int64_t kReceiveBytes = 2 * kBatchBytes;
+constexpr std::int64_t kReceiveBytes = 262144;
+
+Bytes makeOrder(const Route& route, Order id, std::initializer_list<std::uint32_t> words) {
+  Bytes packet = makePacket(route, id, 1, static_cast<std::int32_t>(4 * words.size()));
+  unsigned char* place = packet.data() + STP_HEADER_SIZE;
+  for (const std::uint32_t word : words) {
+    stpWriteWord(place, word);
+    place += 4;
+  }
+  return packet;
+}
 
 }  // namespace
 
@@ -41,18 +51,23 @@ Bytes makeBatch(const Route& route, std::int32_t payloadSize) {
   return batch;
 }
 
-Bytes makeStreamOrder(const Route& route, const StreamOrder& order) {
-  Bytes packet = makePacket(route, Order::stream, 1, 12);
-  unsigned char* payload = packet.data() + STP_HEADER_SIZE;
-  stpWriteWord(payload, static_cast<std::uint32_t>(order.payloadSize));
-  stpWriteWord(payload + 4, order.packets);
-  stpWriteWord(payload + 8, order.compare ? 1 : 0);
-  return packet;
+Bytes makeStreamOrder(const Route& route, const StreamOrder& order, Order id) {
+  return makeOrder(route, id,
+                   {static_cast<std::uint32_t>(order.payloadSize), order.packets,
+                    order.compare ? 1U : 0U, order.path});
 }
 
 StreamOrder readStreamOrder(const unsigned char* payload) {
   return {static_cast<std::int32_t>(stpReadWord(payload)), stpReadWord(payload + 4),
-          stpReadWord(payload + 8) != 0};
+          stpReadWord(payload + 8) != 0, stpReadWord(payload + 12)};
+}
+
+Bytes makeJoinOrder(const Route& route, const JoinOrder& order) {
+  return makeOrder(route, Order::join, {order.port, order.hub ? 1U : 0U});
+}
+
+JoinOrder readJoinOrder(const unsigned char* payload) {
+  return {static_cast<std::uint16_t>(stpReadWord(payload)), stpReadWord(payload + 4) != 0};
 }
 
 PacketSocket::PacketSocket(platform::Socket socket, const Route& route)

@@ -11,16 +11,18 @@
 #include "stp_transport/wire/stp_wire.h"
 
 /// What the driver fills its send buffer with: as many whole packets as go in here, at least one.
-inline constexpr std::int64_t kBatchBytes = 65536;
+inline constexpr std::int64_t kBatchBytes = 32768;
 
 /// Packet ids.
 enum class Order : std::uint32_t {
-  ready = 1,   ///< the sender waits for orders
-  echo = 2,    ///< to be sent back under the same sequence number
-  stream = 3,  ///< StreamOrder follows; then the stream comes
-  data = 4,    ///< part of a stream
-  taken = 5,   ///< the whole stream has arrived
-  garbled = 6  ///< a stream has arrived, but other bytes than those sent
+  ready = 1,    ///< what was ordered can begin
+  echo = 2,     ///< to be sent back under the same sequence number
+  stream = 3,   ///< StreamOrder follows; then the stream comes
+  data = 4,     ///< part of a stream
+  taken = 5,    ///< the whole stream has arrived
+  garbled = 6,  ///< a stream has arrived, but other bytes than those sent
+  join = 7,     ///< JoinOrder follows
+  echoes = 8    ///< StreamOrder follows; then its packets come, each to be sent back
 };
 
 /// The RNs of one end.
@@ -34,7 +36,14 @@ struct Route {
 struct StreamOrder {
   std::int32_t payloadSize = 0;  ///< bytes of each packet
   std::uint32_t packets = 0;
-  bool compare = false;  ///< compare every byte, which takes time
+  bool compare = false;    ///< compare every byte, which takes time
+  std::uint32_t path = 0;  ///< the path that it comes on, in the order of joining
+};
+
+/// Where the far end finds the beginning of a further path.
+struct JoinOrder {
+  std::uint16_t port = 0;
+  bool hub = false;  ///< by becoming a plugin
 };
 
 /// A packet whose payload depends on its sequence number.
@@ -46,8 +55,10 @@ inline std::int64_t streamBytes(const StreamOrder& order) {
 }
 
 /// A packet with `order` in its payload, and its reading.
-Bytes makeStreamOrder(const Route& route, const StreamOrder& order);
+Bytes makeStreamOrder(const Route& route, const StreamOrder& order, Order id = Order::stream);
 StreamOrder readStreamOrder(const unsigned char* payload);
+Bytes makeJoinOrder(const Route& route, const JoinOrder& order);
+JoinOrder readJoinOrder(const unsigned char* payload);
 
 class PacketSocket : public WaitingSocket {
  public:
@@ -59,6 +70,8 @@ class PacketSocket : public WaitingSocket {
 
   using WaitingSocket::send;
   bool send(const Bytes& packet) { return send(packet.data(), std::ssize(packet)); }
+  /// Sends a packet that says all by its id.
+  bool sendOrder(Order order) { return send(makePacket(route_, order, 1, 0)); }
   /// Sends the batch over and over until `total` bytes have gone.
   bool sendStream(const Bytes& batch, std::int64_t total);
   /// Takes the one packet that is on its way. A `patient` one waits without limit for its start.

@@ -9,25 +9,24 @@
 namespace {
 
 constexpr double kMillion = 1e6;
-constexpr std::size_t kPairs = 8;
+constexpr int kPairs = 8;
 
 // A measurement that goes over the lanes of a set.
 class PathMeasurement : public Measurement {
  public:
-  PathMeasurement(std::shared_ptr<LaneSet> lanes, const RunSize& size, std::vector<Row> rows)
+  PathMeasurement(std::shared_ptr<LaneSet> lanes, const BlockSize& size, std::vector<Row> rows)
       : Measurement(std::move(rows)), size_(size), lanes_(std::move(lanes)) {}
 
-  bool open(std::string& error) override { return lanes_->open(error); }
-  bool run(int run, std::string& error) override {
-    return lanes_->each(
-        static_cast<std::size_t>(run), [this](Lane& lane) { return measure(lane); }, error);
+  bool open(std::string& error) override { return lanes_->open(error) && lanes_->verify(error); }
+  bool run(std::string& error) override {
+    return lanes_->measure([this](Lane& lane) { return measure(lane); }, error);
   }
 
  protected:
   // Adds one value to each row. False with the failure in the lane.
   virtual bool measure(Lane& lane) = 0;
 
-  const RunSize size_;
+  const BlockSize size_;
 
  private:
   std::shared_ptr<LaneSet> lanes_;
@@ -41,14 +40,14 @@ class RoundTrips : public PathMeasurement {
  protected:
   bool measure(Lane& lane) override {
     RoundTripTimes times;
-    if (!measureRoundTrips(lane.socket(), size_.roundTrips, times)) return false;
+    if (!measureRoundTrips(lane, size_.roundTrips, times)) return false;
     row(0).add(lane.path(), times.median);
     row(1).add(lane.path(), times.p99);
     return true;
   }
 };
 
-// Rows: packets, processor time of the process between.
+// Rows: packets on all pairs together, processor time of the process between.
 class SmallPackets : public PathMeasurement {
  public:
   using PathMeasurement::PathMeasurement;
@@ -56,30 +55,15 @@ class SmallPackets : public PathMeasurement {
  protected:
   bool measure(Lane& lane) override {
     const auto before = processorMilliseconds(lane.between());
+    const auto each = static_cast<std::uint32_t>(size_.smallPackets / lane.pairs());
     double seconds = 0;
-    if (!measureStream(lane.socket(), {kSmallPayload, size_.smallPackets, false}, seconds))
-      return false;
-    const double millions = size_.smallPackets / kMillion;
+    if (!measureStreams(lane, {kSmallPayload, each}, seconds)) return false;
+    const double millions = static_cast<double>(each * lane.pairs()) / kMillion;
     row(0).add(lane.path(), millions / seconds);
     if (lane.between() == 0) return true;
     const auto after = processorMilliseconds(lane.between());
     if (!before || !after) return lane.socket().fail("its processor time isn't told");
     row(1).add(lane.path(), (*after - *before) / millions);
-    return true;
-  }
-};
-
-// Row: packets on all pairs together.
-class Pairs : public PathMeasurement {
- public:
-  using PathMeasurement::PathMeasurement;
-
- protected:
-  bool measure(Lane& lane) override {
-    const auto each = static_cast<std::uint32_t>(size_.smallPackets / lane.pairs());
-    double seconds = 0;
-    if (!measureStreams(lane, {kSmallPayload, each, false}, seconds)) return false;
-    row(0).add(lane.path(), static_cast<double>(each * lane.pairs()) / kMillion / seconds);
     return true;
   }
 };
@@ -92,8 +76,7 @@ class LargePackets : public PathMeasurement {
  protected:
   bool measure(Lane& lane) override {
     double seconds = 0;
-    if (!measureStream(lane.socket(), {kLargePayload, size_.largePackets, false}, seconds))
-      return false;
+    if (!measureStreams(lane, {kLargePayload, size_.largePackets}, seconds)) return false;
     const double bytes = static_cast<double>(size_.largePackets) * kLargePayload;
     row(0).add(lane.path(), bytes / kMillion / seconds);
     return true;
@@ -103,9 +86,10 @@ class LargePackets : public PathMeasurement {
 }  // namespace
 
 void addPathMeasurements(const Settings& settings, Measurements& measurements) {
-  const auto single = std::make_shared<LaneSet>(settings, 1, Placement::anywhere);
-  const auto pinned = std::make_shared<LaneSet>(settings, 1, Placement::oneProcessor);
-  const auto pairs = std::make_shared<LaneSet>(settings, kPairs, Placement::anywhere);
+  const std::vector<Path> all(kPaths.begin(), kPaths.end());
+  const auto single = std::make_shared<LaneSet>(settings, all);
+  const auto pinned = std::make_shared<LaneSet>(settings, all, 1, Placement::oneProcessor);
+  const auto pairs = std::make_shared<LaneSet>(settings, all, kPairs);
   const auto add = [&]<class Kind>(const std::shared_ptr<LaneSet>& lanes, std::vector<Row> rows,
                                    std::type_identity<Kind>) {
     measurements.push_back(std::make_unique<Kind>(lanes, settings.size, std::move(rows)));
@@ -124,8 +108,9 @@ void addPathMeasurements(const Settings& settings, Measurements& measurements) {
       std::type_identity<SmallPackets>());
   add(pairs,
       {{"eight_pairs_packets_per_second", "packets of 64 bytes, eight pairs at once", "million/s",
-        2}},
-      std::type_identity<Pairs>());
+        2},
+       {"eight_pairs_processor_time", "  CPU time in between for a million of them", "ms", 0}},
+      std::type_identity<SmallPackets>());
   add(single, {{"megabytes_per_second", "packets of 64 KiB", "MB/s", 0}},
       std::type_identity<LargePackets>());
 }

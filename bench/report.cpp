@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kTitle = 52, kUnit = 10, kValue = 23, kRatio = 11;
+constexpr std::size_t kTitle = 52, kUnit = 10, kValue = 23, kRatio = 20;
 
 std::string padded(std::string text, std::size_t width, bool left = false) {
   const std::string blanks(width > text.size() ? width - text.size() : 0, ' ');
@@ -23,26 +23,32 @@ std::string number(double value, int decimals) {
 }
 
 std::string cell(const Row& row, Path path) {
-  const std::vector<double>& runs = row.of(path);
-  if (runs.empty()) return "-";
-  const auto [least, most] = std::minmax_element(runs.begin(), runs.end());
-  return number(medianOf(runs), row.decimals) + " (" + number(*least, row.decimals) + ".." +
+  const std::vector<double>& blocks = row.of(path);
+  if (blocks.empty()) return "-";
+  const auto [least, most] = std::minmax_element(blocks.begin(), blocks.end());
+  return number(medianOf(blocks), row.decimals) + " (" + number(*least, row.decimals) + ".." +
          number(*most, row.decimals) + ")";
 }
 
 std::string ratio(const Row& row, Path other) {
-  const std::optional<double> value = row.hubRatio(other);
-  return value ? number(*value, 2) + "x" : "-";
+  const std::optional<Ratio> value = row.hubRatio(other);
+  if (!value) return "-";
+  return number(value->median, 2) + "x (" + number(value->lowerQuartile, 2) + ".." +
+         number(value->upperQuartile, 2) + ")";
+}
+
+nlohmann::ordered_json jsonOf(const Ratio& ratio) {
+  return {{"median", ratio.median}, {"quartiles", {ratio.lowerQuartile, ratio.upperQuartile}}};
 }
 
 }  // namespace
 
-std::optional<double> Row::hubRatio(Path other) const {
+std::optional<Ratio> Row::hubRatio(Path other) const {
   std::vector<double> ratios;
-  for (std::size_t run = 0; run < std::min(of(Path::hub).size(), of(other).size()); ++run)
-    ratios.push_back(of(Path::hub)[run] / of(other)[run]);
+  for (std::size_t i = 0; i < std::min(of(Path::hub).size(), of(other).size()); ++i)
+    ratios.push_back(of(Path::hub)[i] / of(other)[i]);
   if (ratios.empty()) return std::nullopt;
-  return medianOf(std::move(ratios));
+  return Ratio{medianOf(ratios), quantileOf(ratios, 0.25), quantileOf(ratios, 0.75)};
 }
 
 std::string tableOf(const std::vector<Row>& rows) {
@@ -77,9 +83,9 @@ bool writeJson(const std::string& file, const std::vector<Row>& rows) {
     if (!row.yardstick.empty()) entry["direct_is"] = row.yardstick;
     for (const Path path : kPaths)
       if (!row.of(path).empty())
-        entry[pathName(path)] = {{"median", medianOf(row.of(path))}, {"runs", row.of(path)}};
-    if (const auto ratio = row.hubRatio(Path::direct)) entry["hub_to_direct"] = *ratio;
-    if (const auto ratio = row.hubRatio(Path::relay)) entry["hub_to_relay"] = *ratio;
+        entry[pathName(path)] = {{"median", medianOf(row.of(path))}, {"blocks", row.of(path)}};
+    if (const auto ratio = row.hubRatio(Path::direct)) entry["hub_to_direct"] = jsonOf(*ratio);
+    if (const auto ratio = row.hubRatio(Path::relay)) entry["hub_to_relay"] = jsonOf(*ratio);
     all["rows"].push_back(entry);
   }
   std::ofstream out(file);

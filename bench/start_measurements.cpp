@@ -102,11 +102,11 @@ class StartMeasurement : public Measurement {
     return true;
   }
 
-  bool run(int run, std::string& error) override {
+  bool run(std::string& error) override {
     constexpr std::array kColumns{Path::direct, Path::hub};
     std::array<std::vector<double>, 2> times;
     for (std::size_t turn = 0; turn < kRepetitions * starts_.size(); ++turn) {
-      const std::size_t which = (turn + static_cast<std::size_t>(run)) % starts_.size();
+      const std::size_t which = turn % starts_.size();
       if (!starts_[which]) continue;
       const auto taken = starts_[which](*tree_, error);
       if (!taken) return false;

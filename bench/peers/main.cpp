@@ -20,7 +20,7 @@ struct Settings {
   int runs = 5;
   int windowKiB = 4096;
   std::vector<std::string> peers;  ///< all, if there are none
-  RunSize size;
+  BlockSize size{20000, 1000000, 8000};
 
   std::int64_t window() const { return static_cast<std::int64_t>(windowKiB) * 1024; }
   bool wanted(const PeerKind& kind) const {
@@ -39,10 +39,10 @@ int fail(const std::string& text) {
   return 1;
 }
 
-bool openLines(const Settings& settings, const ScratchDirectory& scratch, std::vector<Line>& lines,
-               std::string& error) {
+bool openLines(const Settings& settings, const ScratchDirectory& scratch, FarEnds& farEnds,
+               std::vector<Line>& lines, std::string& error) {
   for (const Path path : kPaths) {
-    auto lane = Lane::open(path, settings.programs, error);
+    auto lane = Lane::open(path, settings.programs, farEnds, error);
     if (!lane) return false;
     lines.push_back({pathName(path), makeRow(std::move(lane))});
   }
@@ -85,9 +85,10 @@ void printTable(const std::vector<Line>& lines, const Row& hub) {
 int drive(const Settings& settings) {
   platform::installStopSignals();
   const ScratchDirectory scratch;
-  std::vector<Line> lines;
   std::string error;
-  if (!openLines(settings, scratch, lines, error)) return fail(error);
+  const auto farEnds = FarEnds::start(settings.programs, 1, error);
+  std::vector<Line> lines;
+  if (!farEnds || !openLines(settings, scratch, *farEnds, lines, error)) return fail(error);
   std::vector<Row*> rows;
   for (const Line& line : lines)
     if (line.row) rows.push_back(line.row.get());

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "bench/loopback.h"
+#include "bench/far_end.h"
 #include "bench/peers/peer_measure.h"
 
 /// A directory of this run, gone with this object.
@@ -21,9 +21,6 @@ class ScratchDirectory {
  private:
   std::filesystem::path path_;
 };
-
-/// The far end's part of this program, for the command line of its process.
-inline constexpr const char* kRoleFarEnd = "far-end";
 
 /// The executable of a kind's broker, `self` if that is this program; empty if it isn't installed.
 std::string brokerProgram(const PeerKind& kind, const std::string& self);

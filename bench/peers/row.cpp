@@ -11,10 +11,10 @@ class LaneRow : public Row {
  public:
   explicit LaneRow(std::unique_ptr<Lane> lane) : lane_(std::move(lane)) {}
   bool roundTrips(std::uint32_t count, RoundTripTimes& times) override {
-    return ::measureRoundTrips(lane_->socket(), count, times);
+    return ::measureRoundTrips(*lane_, count, times);
   }
   bool stream(const StreamOrder& order, double& seconds) override {
-    return measureStream(lane_->socket(), order, seconds);
+    return measureStreams(*lane_, order, seconds);
   }
   std::string failure() const override { return lane_->failure(); }
 
@@ -47,7 +47,7 @@ std::uint32_t countOf(std::uint32_t count, double seconds, std::uint32_t most) {
 
 }  // namespace
 
-bool Row::verify(const RunSize& most) {
+bool Row::verify(const BlockSize& most) {
   RoundTripTimes times;
   double small = 0, large = 0;
   const std::uint32_t smallCount = std::min(most.smallPackets, kComparedSmall);

@@ -34,7 +34,7 @@ class Row {
   virtual std::string failure() const = 0;
 
   /// Makes sure that every byte arrives, and finds out how much a run of about a second is.
-  bool verify(const RunSize& most);
+  bool verify(const BlockSize& most);
   bool measureRoundTrips();
   bool measureSmallMessages();
   bool measureLargeMessages();
@@ -46,7 +46,7 @@ class Row {
     values_[static_cast<std::size_t>(quantity)].add(value);
   }
 
-  RunSize size_;
+  BlockSize size_;
   std::array<Values, kQuantities> values_;
 };
 
