@@ -145,6 +145,8 @@ TEST_F(StreamTest, LastWordsArrive) {
     RawPeer peer(port);
     if (round % 3 == 0) peer.next();
     if (round % 3 == 1) peer.negotiate();
+    // One that goes before it is accepted is nobody's: this pass sees it, the next one takes it.
+    if (round % 3 == 2) settle(), settle();
     const std::string words =
         packetBytes({.destination = rn}, std::to_string(round) + std::string(50000, 'w'));
     ASSERT_TRUE(peer.send(words));

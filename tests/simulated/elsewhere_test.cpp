@@ -69,4 +69,55 @@ TEST(Elsewhere, OnlyRequestersOnTheHubsMachineGetWhatIsLocalToIt) {
   EXPECT_EQ(world.fault(), "");
 }
 
+TEST(Elsewhere, OtherUsersOfTheHubsMachineAreRefusedAndFillNoLog) {
+  platform::sim::World world;
+  const Scratch scratch;
+  ServiceDatabase database;
+  const std::string name = scratch / "log";
+  std::uint16_t port = 0;
+  world.start("hub", [&](const auto&) {
+    std::FILE* log = std::fopen(name.c_str(), "w");
+    {
+      Hublink hub(database, 0, nullptr, log);
+      hub.startListening(true, nullptr);
+      port = hub.getPort();
+      while (!platform::stopRequested()) hub.servicePass(500);
+    }
+    std::fclose(log);
+    return 0;
+  });
+  world.settle();
+  int ids = 0;
+  const auto come = [&](std::uint32_t user, std::uint32_t address) {
+    world
+        .start(
+            "plugin",
+            [&](const auto&) {
+              HublinkPlugin plugin;
+              std::string error;
+              if (plugin.connect(port, error)) ids = ids * 10 + plugin.pluginID();
+              return 0;
+            },
+            address)
+        .user = user;
+    world.settle();
+  };
+  for (int i = 0; i < 20; ++i) come(65534, kHere);
+  for (const std::uint32_t user : {1000u, 0u}) come(user, kHere);
+  come(65534, kElsewhere);
+  EXPECT_EQ(ids, 123) << "the hub's own user, root, and whoever is elsewhere";
+  world.pass(2000);
+  come(1001, kHere);
+  world.endAll();
+  EXPECT_EQ(world.fault(), "");
+  const std::string log = contents(name);
+  const auto lines = [&log](const std::string& text) {
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at) ++count;
+    return count;
+  };
+  EXPECT_EQ(lines(": user 65534.\n"), 3u);
+  EXPECT_EQ(lines(": user 1001.\n"), 1u);
+}
+
 }  // namespace

@@ -58,6 +58,7 @@ Socket openStream() {
   if (world.self().killed) return kNoSocket;
   auto stream = std::make_shared<Stream>();
   stream->address = world.self().address;
+  stream->user = world.self().user;
   return world.open(world.self(), {std::move(stream)});
 }
 
@@ -103,8 +104,10 @@ int connectStream(Socket socket, std::uint32_t, std::uint16_t port, int) {
   if (!listener || world.chance(world.weather.refusal)) return error::refused;
   auto far = std::make_shared<Stream>();
   far->port = port;
+  far->user = listener->user;
+  near->withinMachine = far->withinMachine = near->address == listener->address;
   // A machine is its own loopback.
-  far->address = near->address == listener->address ? kLoopback : listener->address;
+  far->address = near->withinMachine ? kLoopback : listener->address;
   far->peerAddress = near->address;
   near->peerAddress = far->address;
   near->port = world.freePort();

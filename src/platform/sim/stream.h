@@ -12,6 +12,7 @@ namespace platform::sim {
 struct Stream {
   std::uint32_t address = 0;  ///< of the machine that it is on
   std::uint16_t port = 0;     ///< its own
+  std::uint32_t user = 0;     ///< that its process acts as
   int owner = 0;              ///< the process that holds it; 0 before it was accepted
   int descriptor = -1;        ///< there
 
@@ -22,6 +23,7 @@ struct Stream {
   // Connected.
   std::weak_ptr<Stream> peer;  ///< gone once the other side has closed
   bool connected = false;
+  bool withinMachine = false;  ///< both ends are on one
   std::uint32_t peerAddress = 0;
   std::string inbox;          ///< sent by the other side and not yet read
   std::size_t arrived = 0;    ///< bytes of it that a read can have

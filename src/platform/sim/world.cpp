@@ -69,6 +69,7 @@ Process& World::launch(const std::string& name, const Program& program, Process*
   process.parent = parent;
   if (parent) {
     process.address = parent->address;
+    process.user = parent->user;
     process.environment = parent->environment;
   }
   process.descriptors.resize(3);  // the standard streams

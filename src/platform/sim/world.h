@@ -81,6 +81,7 @@ struct Process {
   std::string name;
   Process* parent = nullptr;
   std::uint32_t address = 0x7F000001;  ///< of its machine
+  std::uint32_t user = 1000;           ///< that it acts as, and its children
   std::map<std::string, std::string> environment;
   std::vector<Descriptor> descriptors;  ///< by number
   int descriptorsAtEnd = 0;             ///< sockets left open when the program returned

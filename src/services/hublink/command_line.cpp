@@ -6,7 +6,7 @@
 const char* const kUsage =
     "Usage: %s [-port <port>|-connect_hublink <port>] [-log <log file>] "
     "[-hl_log_internal <log file> [-not_shared]\n"
-    "       [-hl_zone <zone>] [-loopback_only]\n";
+    "       [-hl_zone <zone>] [-loopback_only] [-any_user]\n";
 
 const char* const kOptionHelp =
     "The hub of a suite of development tools: brokers named services between plugins.\n"
@@ -16,6 +16,7 @@ const char* const kOptionHelp =
     "the\n"
     "                                first plugin, then listen on a free port\n"
     "  -loopback_only                listen on 127.0.0.1 alone\n"
+    "  -any_user                     take connections of other users of this machine too\n"
     "  -hl_zone <zone>               the name by which tools find the hub\n"
     "  -not_shared                   let nobody find it, and stop as soon as no plugin keeps it "
     "up\n"
@@ -23,11 +24,14 @@ const char* const kOptionHelp =
     "  -hl_log_internal <log file>   the hub's own log, with a trace of every message\n"
     "  --help, --version             alone on the line: tell this, or the version, and end\n"
     "\n"
-    "Without -loopback_only whoever reaches the port can have programs started as this user.\n";
+    "Who is connected can have programs started as this user. From this machine these are the\n"
+    "user's own processes and root's; without -loopback_only it is whoever reaches the port from\n"
+    "another machine.\n";
 
 namespace {
 
-enum class Option { none, port, connect, zone, log, internalLog, notShared, loopbackOnly };
+// Those from `notShared` on take no value.
+enum class Option { none, port, connect, zone, log, internalLog, notShared, loopbackOnly, anyUser };
 
 Option optionOf(const char* argument) {
   static constexpr struct {
@@ -39,7 +43,8 @@ Option optionOf(const char* argument) {
                   {"log", Option::log},
                   {"hl_log_internal", Option::internalLog},
                   {"not_shared", Option::notShared},
-                  {"loopback_only", Option::loopbackOnly}};
+                  {"loopback_only", Option::loopbackOnly},
+                  {"any_user", Option::anyUser}};
   if (argument[0] != '-') return Option::none;
   for (const auto& entry : kOptions)
     if (gen_equal_nocase(argument + 1, entry.name)) return entry.option;
@@ -52,11 +57,10 @@ CommandLine parseCommandLine(int argc, char** argv) {
   CommandLine line;
   for (int i = 1; i < argc; ++i) {
     const Option option = optionOf(argv[i]);
-    if (option == Option::none) continue;
-    if (option == Option::notShared || option == Option::loopbackOnly) {
-      (option == Option::notShared ? line.notShared : line.loopbackOnly) = true;
-      continue;
-    }
+    if (option == Option::notShared) line.notShared = true;
+    if (option == Option::loopbackOnly) line.loopbackOnly = true;
+    if (option == Option::anyUser) line.anyUser = true;
+    if (option == Option::none || option >= Option::notShared) continue;
     if (i + 1 == argc) {
       line.missingValue = argv[i];
       break;

@@ -11,6 +11,7 @@ struct CommandLine {
   const char* internalLogFile = nullptr;
   bool notShared = false;
   bool loopbackOnly = false;           ///< listen on 127.0.0.1 alone
+  bool anyUser = false;                ///< take connections of every user of this machine
   const char* missingValue = nullptr;  ///< the option that stood last without its value
 };
 

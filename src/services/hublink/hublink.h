@@ -60,6 +60,8 @@ class Hublink : public ForwardingHandler {
   /// Opens the listening socket, on 127.0.0.1 alone with `loopbackOnly`, and, unless `notShared`,
   /// makes the active hub record. False on failure.
   bool startListening(bool notShared, const char* zone, bool loopbackOnly = false);
+  /// Whether it takes connections of other users of this machine than its own and root.
+  void setAnyUser(bool flag) { anyUser = flag; }
   /// One pass: accepts, looks at a negotiation, serves all transports for at most `timeout` ms, and
   /// reaps what has died. A failure of the serving stands in `status`, which may be null; the pass
   /// is complete all the same.
@@ -154,6 +156,7 @@ class Hublink : public ForwardingHandler {
                                    const char* name, const char* workingDir);
   void acceptNewConnections();
   bool acceptNewConnection();
+  bool mayConnect(STPTransport* client);
   void acceptFailed();
   void stepNegotiation();
   void becomeActive(HublinkConnection* connection);
@@ -240,7 +243,10 @@ class Hublink : public ForwardingHandler {
   std::uint64_t reapedClosings = 0;  // the process's count when the hub last reaped
   bool acceptBroken = false;         // the last accept failed
   std::uint64_t acceptRetryAt = 0;   // ms of the steady clock
-  std::int32_t nextPluginID = 0;     // the last one handed out for the first time
+  bool anyUser = false;
+  std::uint64_t refusalsSince = 0;  // ms of the steady clock
+  int refusals = 0;                 // since then
+  std::int32_t nextPluginID = 0;    // the last one handed out for the first time
   std::int32_t lastPluginID = 65535;
   std::deque<std::int32_t> unlearnedPluginIDs;  // handed out, but known to nobody, and free again
   bool usedUp = false;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/clock.h"
+#include "platform/credentials.h"
 #include "platform/process.h"
 #include "services/hublink/hublink.h"
 #include "stp_transport/transport/stp_process_state.h"
@@ -14,6 +15,9 @@ namespace {
 constexpr int kMostAccepts = 256;
 // Milliseconds after which an accept that failed is tried again.
 constexpr std::uint64_t kAcceptRetry = 500;
+// Lines about refused connections in each of these spans of milliseconds.
+constexpr int kMostRefusalLines = 3;
+constexpr std::uint64_t kRefusalSpan = 1000;
 
 }  // namespace
 
@@ -83,9 +87,13 @@ bool Hublink::acceptNewConnection() {
   }
   acceptBroken = false;
   if (!accepted) return false;
-  logInternal("Accepted new connection.\n");
   CountedPtr<STPTransport> client(listener);
   freshListener();
+  if (!mayConnect(client.get())) {
+    client->disconnect();
+    return true;
+  }
+  logInternal("Accepted new connection.\n");
   if (pluginIDsLeft()) {
     addConnection(client, 0, nullptr, nullptr);
   } else {
@@ -93,6 +101,25 @@ bool Hublink::acceptNewConnection() {
     client->disconnect();
   }
   return true;
+}
+
+// Whoever is connected can have programs started as this user: that is for nobody else on this
+// machine. One whose user can't be told has mostly gone already, and may be anybody.
+bool Hublink::mayConnect(STPTransport* client) {
+  if (anyUser) return true;
+  const platform::PeerUser peer = platform::userOfClient(client->fileDescriptor());
+  if (peer.kind == platform::PeerUser::Kind::elsewhere || peer.isOwn()) return true;
+  // A stranger who comes again and again doesn't fill the log.
+  const std::uint64_t now = platform::monotonicMilliseconds();
+  if (now - refusalsSince >= kRefusalSpan) {
+    refusalsSince = now;
+    refusals = 0;
+  }
+  if (++refusals > kMostRefusalLines) return false;
+  const std::string user =
+      peer.kind == platform::PeerUser::Kind::known ? std::to_string(peer.user) : "unknown";
+  logInternal("Refused a connection to port %u: user %s.\n", port, user.c_str());
+  return false;
 }
 
 // The transport that waited is idle now and goes with the next reaping; the socket itself is sound.

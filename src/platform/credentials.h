@@ -1,0 +1,37 @@
+// Whose process is at the other end of a connection within this machine. The system is asked, not
+// the peer.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/socket.h"
+
+namespace platform {
+
+/// The system's number of a user.
+using UserId = std::uint32_t;
+inline constexpr UserId kRoot = 0;
+
+/// The user that this process acts as.
+UserId currentUser();
+
+/// What is known of the process at the other end.
+struct PeerUser {
+  enum class Kind {
+    elsewhere,  ///< it isn't on this machine
+    known,      ///< it acts as `user`, or did when the connection was made
+    unknown,    ///< it is on this machine, and the system can't tell, or it has closed already
+  };
+  Kind kind = Kind::unknown;
+  UserId user = 0;  ///< only if known
+
+  /// A process of this user or of root, who could do what it asks for anyway.
+  bool isOwn() const { return kind == Kind::known && (user == currentUser() || user == kRoot); }
+};
+
+/// Of a connection that was accepted: who has made it.
+PeerUser userOfClient(Socket accepted);
+/// Of a connection that was made: who has accepted it, or listens there and is about to.
+PeerUser userOfServer(Socket connected);
+
+}  // namespace platform
