@@ -15,6 +15,8 @@ constexpr std::uint64_t kLaunchPatience = 31000;
 constexpr std::size_t kMostActors = 24;
 // Bytes; small enough that a plugin which falls silent holds others up.
 constexpr std::int64_t kSmallBacklog = 20000;
+// And so small that a plugin which is slow for a moment does.
+constexpr std::int64_t kSmallHold = 5000;
 // What may come on top of that: an answer, and one turn of each of those who send.
 constexpr std::int64_t kBacklogSlack = 600000;
 
@@ -113,6 +115,7 @@ int Run::runChild(ActorRole role, bool isLibrary, const std::vector<std::string>
 int Run::runHub() {
   {
     if (scenario_.seed % 2 == 1) stpProcess().backlogLimit = kSmallBacklog;
+    if (scenario_.seed % 4 < 2) stpProcess().holdLimit = kSmallHold;
     Hublink hub(database_, 0, nullptr, nullptr);
     HublinkInspector inspector(hub);
     inspector_ = &inspector;

@@ -42,6 +42,7 @@ class Backlog : public testing::Test {
       port = running.getPort();
       while (!platform::stopRequested()) {
         running.servicePass(500);
+        ++passes;
         for (const auto& [serial, transport] : stpProcess().transportsBySerial)
           most = std::max(most, transport->writeCount());
       }
@@ -116,7 +117,7 @@ class Backlog : public testing::Test {
   std::uint16_t port = 0;
   std::int64_t most = 0;  // bytes that have waited for one receiver
   std::int32_t deaf = 0;  // the plugin's ID
-  int received = 0;
+  int received = 0, passes = 0;
   bool unsent = false;  // the wait has travelled back to the sender
 };
 
@@ -146,6 +147,33 @@ TEST_F(Backlog, StopsTheSenderAndNobodyElse) {
   EXPECT_GE(begun, 1);
   EXPECT_LT(begun, kPackets / 4);
   EXPECT_EQ(count("Plugin ID 1 no longer holds others up"), begun);
+}
+
+// Nor does it hold up the other links of the sender for more than a moment: until the limit its
+// packets to others get through, and the hub sleeps meanwhile.
+TEST_F(Backlog, LetsTheSendersOtherLinksGoOn) {
+  startHub(std::int64_t{1} << 30);
+  startPlugin(deafFor(10000));
+  startPlugin(echo);
+  std::uint64_t longest = 0;
+  int echoes = 0, passesBefore = 0;
+  startPlugin([&](HublinkPlugin& plugin) {
+    const auto stuck = plugin.requestService(queryFor("Deaf")).link;
+    const auto link = plugin.requestService(queryFor("Echo")).link;
+    const std::string packet(kPacket, 'x');
+    passesBefore = passes;
+    for (HublinkLink::Packet answer; echoes < 200 && stuck && link; ++echoes) {
+      const std::uint64_t start = platform::monotonicMilliseconds();
+      stuck->send(packet.data(), packet.size());
+      if (!link->send("hello", 5) || !link->receive(answer, 5000)) break;
+      longest = std::max(longest, platform::monotonicMilliseconds() - start);
+    }
+  });
+  world.pass(2 * STPBacklog::kPatience);
+  EXPECT_EQ(echoes, 200);
+  EXPECT_EQ(longest, STPBacklog::kPatience) << "the one time that the receiver stops";
+  EXPECT_GT(most, 190 * static_cast<std::int64_t>(kPacket));
+  EXPECT_LT(passes - passesBefore, 3000);
 }
 
 // Who asks and doesn't read the answers is answered no more, and who asks of somebody who doesn't

@@ -26,8 +26,13 @@ struct STPProcessState {
   std::vector<STPTransport*> byDescriptor;
   /// How often a transport has stopped being connected or listening.
   std::uint64_t closings = 0;
-  /// Bytes waiting to be written to a transport from which on those who send to it aren't read.
+  /// Bytes waiting to be written to a transport from which on those who send to it aren't read as
+  /// long as it takes bytes quickly.
+  std::int64_t holdLimit = 256 << 10;
+  /// The same however slow it is.
   std::int64_t backlogLimit = std::int64_t{256} << 20;
+  /// Those that hold up who sends to them because of the former.
+  std::vector<STPTransport*> holding;
   /// Transports that a packet has been queued on since they were last flushed.
   std::vector<STPTransport*> unflushed;
 };

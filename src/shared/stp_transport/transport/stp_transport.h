@@ -25,6 +25,7 @@
 #include "stp_transport/message/stp_received_message.h"
 #include "stp_transport/transport/counted_ptr.h"
 #include "stp_transport/transport/response_listener.h"
+#include "stp_transport/transport/stp_backlog.h"
 #include "stp_transport/transport/stp_byte_block.h"
 #include "stp_transport/transport/stp_call_stack.h"
 #include "stp_transport/transport/stp_status.h"
@@ -72,7 +73,7 @@ class STPTransport {
   /// send to it aren't read, and what it asks of this end itself isn't handled.
   bool isCongested() const { return congested_; }
   /// Has this one wait like a sender to `target`, to which something was queued on its behalf, if
-  /// that is congested.
+  /// that is congested or holds its senders up.
   void waitFor(const STPTransport& target);
   bool isWritePending() const { return connected_ && !inProcess_ && !writeQueue_.empty(); }
   /// Type and id of the last packet queued, each pointer optional; false if there was none.
@@ -252,8 +253,11 @@ class STPTransport {
   void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
   void deliverFront(const STPPacketTest& test);
   bool canRelay() const;
-  void beginCongestion();
+  void noteQueued();
+  void noteWritten(std::int64_t count);
   void endCongestion();
+  void endHold();
+  static bool waitForNews(int timeout, bool& failed);
   bool isStalled() const;
   bool isOverfull() const;
   bool hasInput() const;
@@ -327,8 +331,10 @@ class STPTransport {
   bool needMore_ = false;
   bool relayed_ = false;  // the latest packet was passed on
   bool congested_ = false;
-  std::uintptr_t stalledOn_ = 0;  // the serial of the congested transport that this one sends to
-  bool heldBack_ = false;         // a packet to be delivered has been left for a later step
+  STPBacklog backlog_;             // how this one keeps up, and whom it holds up for it
+  std::uintptr_t stalledOn_ = 0;   // the serial of the transport that this one waits for
+  std::uint32_t stalledTurn_ = 0;  // and which of its holds that is
+  bool heldBack_ = false;          // a packet to be delivered has been left for a later step
 
   KeptMessages responses_;
   KeptMessages unclaimed_;

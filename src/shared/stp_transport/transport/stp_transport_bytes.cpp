@@ -72,7 +72,7 @@ std::int64_t STPTransport::sendWaiting(const unsigned char* bytes, std::int64_t 
   if (sent.count < offered) platform::readiness().clearWritable(fd_);
   const std::int64_t waited = std::min(sent.count, writeQueue_.count());
   writeQueue_.drop(waited);
-  if (congested_ && writeQueue_.count() <= stpProcess().backlogLimit / 2) endCongestion();
+  noteWritten(waited);
   return sent.count - waited;
 }
 
@@ -246,6 +246,8 @@ void STPTransport::closeConnection() {
     closeSocket(fd_);
   }
   if (congested_) endCongestion();
+  endHold();
+  backlog_.reset();
   stalledOn_ = 0;
   ++stpProcess().closings;
   attend();

@@ -95,7 +95,7 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
   message.finishMessage(lastSequence_);
   const std::int64_t total = std::int64_t{message.header.headerSize} + message.header.payloadSize;
   queueBytes(message.storage(), total, stpStoredSize(total) - total);
-  if (forwardingHandler_) beginCongestion();
+  if (forwardingHandler_) noteQueued();
   hasLast_ = true;
   lastType_ = message.header.type;
   lastId_ = message.header.id;
@@ -187,7 +187,7 @@ STPTransport* STPTransport::targetOf(const unsigned char* packet) const {
 
 // Passes on the packets at the front of the read buffer, those that follow each other to one
 // receiver together. Ends before the first that is for this end, is not complete or not valid, and
-// tells which; or, as if more had to come, when the receiver is congested.
+// tells which; or, as if more had to come, when this end has to wait for the receiver.
 STPPacketTest STPTransport::passOnFront() {
   STPTransport* target = nullptr;
   std::int64_t run = 0;  // bytes at the front that are for `target`
@@ -229,10 +229,11 @@ void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isL
   readOffset_ += count;
   readCount_ -= count;
   relayed_ = true;
+  stalledOn_ = 0;
   if (sent == count) return;
   target.queueBytes(bytes + sent, count - sent);
   target.markUnflushed();
-  target.beginCongestion();
+  target.noteQueued();
   waitFor(target);
 }
 

@@ -1,8 +1,10 @@
-// What relaying asks beyond passing packets on. A receiver that doesn't read stops those who send
-// to it, so that the wait travels back to them, and isn't answered any more itself; what it sends
-// to others is passed on all the same, since it may be blocked on just that. And relaying goes on
-// while something else is waited for: on each connection nothing overtakes its first packet that is
-// to be delivered here.
+// What relaying asks beyond passing packets on. A receiver that is slower than those who send to it
+// has them wait a little (stp_backlog.h); one that doesn't read stops them for good, so that the
+// wait travels back to them, and isn't answered any more itself; what it sends to others is passed
+// on all the same, since it may be blocked on just that. And relaying goes on while something else
+// is waited for: on each connection nothing overtakes its first packet that is to be delivered
+// here.
+#include "platform/clock.h"
 #include "platform/readiness.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_transport.h"
@@ -10,11 +12,54 @@
 // Packets are taken whole, so that a backlog passes the limit by one packet and one read at most.
 // To be called when something has been queued. What waits for the other end of a pair in one
 // process goes without a word to this end.
-void STPTransport::beginCongestion() {
-  if (congested_ || !connected_ || inProcess_ || writeQueue_.count() < stpProcess().backlogLimit)
-    return;
+void STPTransport::noteQueued() {
+  if (!hasSocket()) return;
+  const std::int64_t waiting = writeQueue_.count();
+  if (backlog_.isTooMuch(waiting)) {
+    backlog_.hold(platform::monotonicMilliseconds());
+    stpProcess().holding.push_back(this);
+  }
+  if (congested_ || waiting < stpProcess().backlogLimit) return;
   congested_ = true;
   if (forwardingHandler_) forwardingHandler_->congestionChanged(this, true);
+}
+
+void STPTransport::noteWritten(std::int64_t count) {
+  const std::int64_t waiting = writeQueue_.count();
+  if (backlog_.isWatched()) {
+    const bool wasHeld = backlog_.isHeld();
+    backlog_.took(count, waiting, platform::monotonicMilliseconds());
+    if (wasHeld && !backlog_.isHeld()) endHold();
+  }
+  if (congested_ && waiting <= stpProcess().backlogLimit / 2) endCongestion();
+}
+
+void STPTransport::endHold() {
+  std::erase(stpProcess().holding, this);
+}
+
+// Sleeps until there is something new, or the time is up, or a receiver has had its time to show
+// that it is quick: one that can take more hasn't. False as the readiness set says.
+bool STPTransport::waitForNews(int timeout, bool& failed) {
+  std::vector<STPTransport*>& holding = stpProcess().holding;
+  if (!holding.empty() && timeout != 0) {
+    const std::uint64_t now = platform::monotonicMilliseconds();
+    for (const STPTransport* one : holding) {
+      if (one->canWrite()) continue;
+      const std::uint64_t deadline = one->backlog_.deadline();
+      const int due = deadline > now ? static_cast<int>(deadline - now) : 0;
+      if (timeout < 0 || due < timeout) timeout = due;
+    }
+  }
+  const bool went = platform::readiness().wait(timeout, failed);
+  if (!holding.empty()) {
+    const std::uint64_t now = platform::monotonicMilliseconds();
+    std::erase_if(holding, [now](STPTransport* one) {
+      if (!one->canWrite()) one->backlog_.expire(now);
+      return !one->backlog_.isHeld();
+    });
+  }
+  return went;
 }
 
 void STPTransport::endCongestion() {
@@ -28,11 +73,15 @@ bool STPTransport::isStalled() const {
   if (stalledOn_ == 0 || writeFailed_ || platform::readiness().isHungUp(fd_)) return false;
   const auto& transports = stpProcess().transportsBySerial;
   const auto place = transports.find(stalledOn_);
-  return place != transports.end() && place->second->congested_;
+  if (place == transports.end()) return false;
+  const STPTransport& target = *place->second;
+  return target.congested_ || (target.backlog_.isHeld() && target.backlog_.turn() == stalledTurn_);
 }
 
 void STPTransport::waitFor(const STPTransport& target) {
-  if (target.congested_) stalledOn_ = target.serial_;
+  if (!target.congested_ && !target.backlog_.isHeld()) return;
+  stalledOn_ = target.serial_;
+  stalledTurn_ = target.backlog_.turn();
 }
 
 // Each answer to this end would add to what isn't read. A plugin's own queue stops nothing: its
@@ -78,7 +127,7 @@ void STPTransport::serviceOnceRelaying(int timeout, const STPTransportSet& other
     if (other.canRelay() || (other.canWrite() && !other.writeFailed_)) timeout = 0;
   });
   bool failed = false;
-  if (!canRead() && !canWrite()) platform::readiness().wait(timeout, failed);
+  if (!canRead() && !canWrite()) waitForNews(timeout, failed);
   attendNews();
   forEachOther([](STPTransport& other) {
     // A write that fails is left to the connection's own turn.

@@ -88,7 +88,7 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
     // A write of its own is what this step was to bring: whoever waits for it doesn't sleep on.
     if (writeQueue_.count() < pending) timeout = 0;
     bool failed = false;
-    if (!canWrite() && !canRead()) platform::readiness().wait(timeout, failed);
+    if (!canWrite() && !canRead()) waitForNews(timeout, failed);
     attendNews();
     if (failed)
       closeWithFailure(STP_FAILED, "[serviceOnce]: select error, closing connection");
@@ -131,7 +131,7 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
     }
   }
   bool failed = false;
-  if (!platform::readiness().wait(timeout, failed)) {
+  if (!STPTransport::waitForNews(timeout, failed)) {
     if (failed && status) status->set(STP_FAILED, "[serviceFirst]: select error");
     return;
   }
