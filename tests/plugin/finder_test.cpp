@@ -9,6 +9,7 @@
 
 #include "indgen/temporary.h"
 #include "platform/clock.h"
+#include "platform/credentials.h"
 #include "stp_transport/transport/stp_socket.h"
 #include "support/hub_process.h"
 
@@ -203,6 +204,39 @@ TEST_F(FinderTest, TellsWhyThereIsNone) {
   EXPECT_EQ(joinOrStartHub(plugin, choice, error), HubSearch::failed);
   EXPECT_THAT(error, HasSubstr("can't be started: [launch]: Program died"));
   EXPECT_FALSE(std::filesystem::exists(directory / ("svc_" + *choice.zone + ".lock")));
+}
+
+// The record is this user's own, but its port is a stranger's by now.
+TEST_F(FinderTest, AHubOfAnotherUserIsNone) {
+  if (platform::currentUser() != platform::kRoot)
+    GTEST_SKIP() << "becoming another user takes root";
+  std::uint16_t listening = 0;
+  const int socket = getFreeListenSocket(&listening, nullptr, true);
+  const HubProcess strange({"--reuid=65534", "--regid=65534", "--clear-groups", choice.program,
+                            "-connect_hublink", std::to_string(listening), "-not_shared"},
+                           directory, 0, "setpriv");
+  const auto link = makeCounted<STPTransport>();
+  TimeoutSTPRetryHandler retry(link.get(), kPatience);
+  link->listenOnFD(socket, true, &retry);
+  HublinkPlugin insider;
+  ASSERT_TRUE(insider.attach(link.get(), error, kPatience)) << error << strange.printed();
+  std::int32_t port = 0;
+  insider.requestLocation([&](const auto&, std::int32_t at) { port = at; });
+  ASSERT_TRUE(insider.serveUntil([&] { return port != 0; }, kPatience));
+
+  const auto port16 = static_cast<std::uint16_t>(port);
+  const std::string refusal =
+      "the hub on port " + std::to_string(port) + " runs as another user (65534)";
+  EXPECT_FALSE(plugin.connect(port16, error));
+  EXPECT_EQ(error, refusal);
+  directory.write("svc_" + *choice.zone, "Port = " + std::to_string(port) +
+                                             "\nPid = " + std::to_string(strange.id()) + "\n");
+  EXPECT_EQ(joinHub(plugin, choice, error), HubSearch::none);
+  EXPECT_EQ(error, refusal);
+  choice.anyUser = true;
+  EXPECT_EQ(joinHub(plugin, choice, error), HubSearch::joined) << error;
+  choice.anyUser = false;
+  EXPECT_EQ(joinOrStartHub(plugin, choice, error), HubSearch::started) << error;
 }
 
 }  // namespace

@@ -66,6 +66,9 @@ HubSearch join(HublinkPlugin& plugin, std::uint16_t port, std::string& error, in
     error = "there is no hub";
     return HubSearch::none;
   }
+  // A stranger's is no hub to this user, who may have one of his own started.
+  if (plugin.judgeHub(*transport, port, error) != HublinkPlugin::HubUser::taken)
+    return HubSearch::none;
   const std::uint64_t end =
       platform::monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
   if (plugin.attach(transport.get(), error, milliseconds)) return HubSearch::joined;
@@ -92,6 +95,7 @@ HubSearch start(HublinkPlugin& plugin, const HubChoice& choice, std::string& err
   child.addArgument(program.c_str());
   child.addArgument("-connect_hublink");
   if (choice.loopbackOnly) child.addArgument("-loopback_only");
+  if (choice.anyUser) child.addArgument("-any_user");
   if (choice.zone) {
     child.addArgument("-hl_zone");
     child.addArgument(choice.zone->c_str());
@@ -137,6 +141,7 @@ HubRecord readHubRecord(const HubChoice& choice) {
 
 HubSearch joinHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                   int milliseconds) {
+  plugin.setAnyUser(choice.anyUser);
   return join(plugin, findHub(choice), error, milliseconds);
 }
 
@@ -147,6 +152,7 @@ HubSearch joinHubOnPort(HublinkPlugin& plugin, std::uint16_t port, std::string& 
 
 HubSearch joinOrStartHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                          int milliseconds) {
+  plugin.setAnyUser(choice.anyUser);
   const RecordKey key(choice);
   HubSearch outcome = join(plugin, key.find(), error, milliseconds);
   if (outcome != HubSearch::none) return outcome;

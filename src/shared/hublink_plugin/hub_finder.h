@@ -27,6 +27,8 @@ struct HubChoice {
   std::string program;
   /// Whether a hub that is started can be reached from this machine alone.
   bool loopbackOnly = true;
+  /// Whether a hub that runs as another user is taken; one that is started takes every user then.
+  bool anyUser = false;
   /// Further options for a hub that is started.
   std::vector<std::string> arguments;
 };

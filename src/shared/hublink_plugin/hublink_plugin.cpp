@@ -6,6 +6,7 @@
 #include "indgen/number.h"
 #include "indgen/text.h"
 #include "platform/clock.h"
+#include "platform/credentials.h"
 
 namespace {
 
@@ -105,12 +106,30 @@ bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* 
   STPStatus status;
   for (;;) {
     transport->connect(host, port, &status);
-    if (status.good()) return attach(transport.get(), error, countdown.left());
-    if (countdown.left() == 0) break;
+    error = status.message;
+    if (status.good()) {
+      const HubUser user = judgeHub(*transport, port, error);
+      if (user == HubUser::taken) return attach(transport.get(), error, countdown.left());
+      transport->disconnect();
+      if (user == HubUser::stranger) return false;
+    }
+    if (countdown.left() == 0) return false;
     platform::sleepMilliseconds(kConnectPause);
   }
-  error = status.message;
-  return false;
+}
+
+HublinkPlugin::HubUser HublinkPlugin::judgeHub(const STPTransport& transport, std::uint16_t port,
+                                               std::string& error) const {
+  if (anyUser_) return HubUser::taken;
+  const platform::PeerUser hub = platform::userOfServer(transport.fileDescriptor());
+  if (hub.kind == platform::PeerUser::Kind::elsewhere || hub.isOwn()) return HubUser::taken;
+  error = "the hub on port " + std::to_string(port);
+  if (hub.kind == platform::PeerUser::Kind::unknown) {
+    error += " has gone, or its user can't be told";
+    return HubUser::gone;
+  }
+  error += " runs as another user (" + std::to_string(hub.user) + ")";
+  return HubUser::stranger;
 }
 
 bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int milliseconds) {

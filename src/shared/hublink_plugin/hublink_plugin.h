@@ -84,6 +84,9 @@ class HublinkPlugin {
   HublinkPlugin(const HublinkPlugin&) = delete;
   HublinkPlugin& operator=(const HublinkPlugin&) = delete;
 
+  /// Whether a hub of this machine that runs as another user than this one or root is taken too. At
+  /// first it isn't: it could have anything done in its plugins.
+  void setAnyUser(bool flag) { anyUser_ = flag; }
   /// Connects to the hub on `port` of `host`, negotiates and learns the plugin ID. A hub that isn't
   /// there yet is tried again until `milliseconds` have passed (negative: no limit). False with a
   /// text in `error`. A connection that this plugin has is ended first.
@@ -92,6 +95,11 @@ class HublinkPlugin {
   /// The same on a transport that is connected to a hub already; the plugin takes a reference to
   /// it.
   bool attach(STPTransport* transport, std::string& error, int milliseconds = 5000);
+  /// What is known of the hub at the other end of a connection that this process has made.
+  enum class HubUser { taken, gone, stranger };
+  /// Whether this plugin takes it; if not, there is a text in `error`. A hub that has gone again
+  /// may be followed by another one.
+  HubUser judgeHub(const STPTransport& transport, std::uint16_t port, std::string& error) const;
   /// Ends the connection, after writing what is queued as far as that goes without waiting. As at
   /// any end of it, links end, services go, and open questions are answered as failed.
   void disconnect();
@@ -191,6 +199,7 @@ class HublinkPlugin {
   CountedPtr<HublinkPluginSpec> spec_;
   std::int32_t pluginID_ = -1;
   bool stopped_ = false;
+  bool anyUser_ = false;
   bool logKept_ = false;
   std::map<std::int32_t, Service> services_;            // by serviceRN
   std::deque<RNHandler> rnHandlers_;                    // in the order of the questions
