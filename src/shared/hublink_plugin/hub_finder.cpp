@@ -67,8 +67,7 @@ HubSearch join(HublinkPlugin& plugin, std::uint16_t port, std::string& error, in
     return HubSearch::none;
   }
   // A stranger's is no hub to this user, who may have one of his own started.
-  if (plugin.judgeHub(*transport, port, error) != HublinkPlugin::HubUser::taken)
-    return HubSearch::none;
+  if (!plugin.takesHub(*transport, port, error)) return HubSearch::none;
   const std::uint64_t end =
       platform::monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
   if (plugin.attach(transport.get(), error, milliseconds)) return HubSearch::joined;

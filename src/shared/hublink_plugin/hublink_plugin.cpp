@@ -106,30 +106,25 @@ bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* 
   STPStatus status;
   for (;;) {
     transport->connect(host, port, &status);
+    if (status.good())
+      return takesHub(*transport, port, error) && attach(transport.get(), error, countdown.left());
     error = status.message;
-    if (status.good()) {
-      const HubUser user = judgeHub(*transport, port, error);
-      if (user == HubUser::taken) return attach(transport.get(), error, countdown.left());
-      transport->disconnect();
-      if (user == HubUser::stranger) return false;
-    }
     if (countdown.left() == 0) return false;
     platform::sleepMilliseconds(kConnectPause);
   }
 }
 
-HublinkPlugin::HubUser HublinkPlugin::judgeHub(const STPTransport& transport, std::uint16_t port,
-                                               std::string& error) const {
-  if (anyUser_) return HubUser::taken;
+bool HublinkPlugin::takesHub(const STPTransport& transport, std::uint16_t port,
+                             std::string& error) const {
+  if (anyUser_) return true;
   const platform::PeerUser hub = platform::userOfServer(transport.fileDescriptor());
-  if (hub.kind == platform::PeerUser::Kind::elsewhere || hub.isOwn()) return HubUser::taken;
+  if (hub.kind == platform::PeerUser::Kind::elsewhere || hub.isOwn()) return true;
   error = "the hub on port " + std::to_string(port);
-  if (hub.kind == platform::PeerUser::Kind::unknown) {
+  if (hub.kind == platform::PeerUser::Kind::known)
+    error += " runs as another user (" + std::to_string(hub.user) + ")";
+  else
     error += " has gone, or its user can't be told";
-    return HubUser::gone;
-  }
-  error += " runs as another user (" + std::to_string(hub.user) + ")";
-  return HubUser::stranger;
+  return false;
 }
 
 bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int milliseconds) {

@@ -95,11 +95,9 @@ class HublinkPlugin {
   /// The same on a transport that is connected to a hub already; the plugin takes a reference to
   /// it.
   bool attach(STPTransport* transport, std::string& error, int milliseconds = 5000);
-  /// What is known of the hub at the other end of a connection that this process has made.
-  enum class HubUser { taken, gone, stranger };
-  /// Whether this plugin takes it; if not, there is a text in `error`. A hub that has gone again
-  /// may be followed by another one.
-  HubUser judgeHub(const STPTransport& transport, std::uint16_t port, std::string& error) const;
+  /// Whether this plugin takes the hub at the other end of a connection that this process has made;
+  /// if not, there is a text in `error`.
+  bool takesHub(const STPTransport& transport, std::uint16_t port, std::string& error) const;
   /// Ends the connection, after writing what is queued as far as that goes without waiting. As at
   /// any end of it, links end, services go, and open questions are answered as failed.
   void disconnect();
