@@ -10,6 +10,7 @@
 #include "indgen/spawn.h"
 #include "pair.h"
 #include "platform/clock.h"
+#include "platform/credentials.h"
 #include "platform/file.h"
 #include "platform/readiness.h"
 
@@ -96,6 +97,19 @@ TEST_F(ChildProcessTest, ConnectsBackToThePortAmongItsArguments) {
   transport->disconnect();
   const platform::ProcessId process = child.process();
   EXPECT_EQ(gen_wait_processes(nullptr, true, 10000, &process, 1), process);
+}
+
+TEST_F(ChildProcessTest, AStrangerAtThePortIsSentAway) {
+  if (platform::currentUser() != platform::kRoot)
+    GTEST_SKIP() << "becoming another user takes root";
+  const std::string script =
+      std::string(
+          "setpriv --reuid=65534 --regid=65534 --clear-groups bash -c '"
+          "exec 3<>/dev/tcp/localhost/$0; echo strange >&3; cat <&3' ${@: -1} 2>&1; ") +
+      kConnect;
+  setScript(script.c_str());
+  ASSERT_EQ(launch(), "");
+  EXPECT_THAT(said(), testing::MatchesRegex(".*,localhost,[0-9]+,"));
 }
 
 TEST_F(ChildProcessTest, FailedLaunchesLeaveNothingOpenAndCanBeRepeated) {

@@ -20,12 +20,15 @@ class PrivatePort {
   std::uint16_t number() const { return number_; }
   /// Has a transport wait for the client.
   void listenWith(STPTransport* transport, STPStatus* status);
-  /// The transport has taken its client and closed the socket.
-  void connected();
+  /// Whether the transport has a client now, with the socket closed. A client of another user than
+  /// this one or root is closed unread, and the wait goes on.
+  bool tryAccept(STPStatus* status);
   /// Closes the socket and ends the transport's wait, if there is any.
   void close();
 
  private:
+  void forget();
+
   int socket_ = 0;
   std::uint16_t number_ = 0;
   CountedPtr<STPTransport> transport_;

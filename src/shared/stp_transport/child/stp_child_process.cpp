@@ -164,8 +164,7 @@ bool STPChildProcess::pollLaunch(STPStatus* status) {
   if (platform::childEnded(process_, exitStatus)) {
     status->set(STP_LAUNCH_FAILED, "[launch]: Program died before connecting.");
   } else {
-    childConnected_ = transport_->tryAccept(true, status);
-    if (childConnected_) port_.connected();
+    childConnected_ = port_.tryAccept(status);
   }
   if (!status->good()) endFailedLaunch();
   return childConnected_;
