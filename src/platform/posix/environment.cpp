@@ -17,7 +17,7 @@ namespace platform {
 namespace {
 
 // What the system takes at most for one text and for all texts of a program that it starts.
-constexpr std::size_t kLongestText = 128 * 1024, kMostTexts = 6 * 1024 * 1024;
+constexpr std::size_t kLongestText = std::size_t{128} << 10, kMostTexts = std::size_t{6} << 20;
 
 // The variables that were set here, in the form in which the environment points to them: the C
 // library would keep every value that a variable has ever had. The environment points to them until

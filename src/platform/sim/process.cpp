@@ -10,7 +10,7 @@ namespace platform {
 namespace {
 
 constexpr int kNoEntry = 2, kNoProcess = 3, kTooBig = 7, kInvalid = 22;
-constexpr std::size_t kLongestVariable = 128 * 1024;
+constexpr std::size_t kLongestVariable = std::size_t{128} << 10;
 
 using sim::Process;
 using sim::World;
