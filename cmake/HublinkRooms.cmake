@@ -7,6 +7,11 @@ function(hublink_compile_options target)
   if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
     target_compile_options(${target} PRIVATE -Wno-sign-conversion)
   endif()
+  # Of sources that are compiled together GCC takes all for headers, where a name of the file's own
+  # would be a fault.
+  if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+  endif()
   # GCC 12 sees overlaps in its own std::string where there are none.
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(${target} PRIVATE -Wno-restrict)
