@@ -49,6 +49,34 @@ TEST_F(StoppedReaderTest, GetsAllLater) {
   }
 }
 
+// Its end lies behind what nobody reads.
+TEST_F(StoppedReaderTest, TheEndOfAStoppedSenderIsNoticed) {
+  startHub();
+  auto [from, to] = joinTwo();
+  const platform::Socket socket = from.peer.blockingSocket();
+  std::uint32_t packets = 0;  // sent whole
+  std::int64_t total = 0;
+  for (bool isStopped = false; !isStopped;) {
+    ASSERT_LT(total, 400 * kMiB);
+    const std::string bytes = filled(numbered(to.rn, packets));
+    std::size_t at = 0;
+    while (at < bytes.size() && !isStopped) {
+      const platform::Transfer sent = platform::sendBytes(
+          socket, bytes.data() + at, static_cast<std::int64_t>(bytes.size() - at));
+      ASSERT_EQ(sent.error, 0);
+      at += static_cast<std::size_t>(sent.count);
+      total += sent.count;
+      isStopped = sent.wouldBlock && total > 256 * kMiB;
+    }
+    packets += at == bytes.size() ? 1 : 0;
+  }
+  EXPECT_EQ(first->counts(), "3/3");
+  from.peer.close();
+  awaitCounts("2/2");
+  for (std::uint32_t i = 0; i < packets; ++i)
+    ASSERT_TRUE(to.peer.next().bytes == numbered(to.rn, i)) << i;
+}
+
 TEST_F(StoppedReaderTest, ALinkCostsTheSameHoweverMuchItHasCarried) {
   startHub();
   RawEnds little = joinTwo(), much = joinTwo();

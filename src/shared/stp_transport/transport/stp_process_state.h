@@ -33,6 +33,10 @@ struct STPProcessState {
   std::int64_t backlogLimit = std::int64_t{256} << 20;
   /// Those that hold up who sends to them because of the former.
   std::vector<STPTransport*> holding;
+  /// Serial numbers of those who aren't read because of the latter, and when it is time to see
+  /// whether their peers have gone, in ms of the steady clock.
+  std::vector<std::uintptr_t> stopped;
+  std::uint64_t nextLook = 0;
   /// Transports that a packet has been queued on since they were last flushed.
   std::vector<STPTransport*> unflushed;
 };

@@ -258,6 +258,7 @@ class STPTransport {
   void endCongestion();
   void endHold();
   static bool waitForNews(int timeout, bool& failed);
+  static void lookAtStopped();
   bool isStalled() const;
   bool isOverfull() const;
   bool hasInput() const;
@@ -334,6 +335,8 @@ class STPTransport {
   STPBacklog backlog_;             // how this one keeps up, and whom it holds up for it
   std::uintptr_t stalledOn_ = 0;   // the serial of the transport that this one waits for
   std::uint32_t stalledTurn_ = 0;  // and which of its holds that is
+  bool stopped_ = false;           // stands in the process's list of those who aren't read
+  bool peerGone_ = false;          // is known without having been read
   bool heldBack_ = false;          // a packet to be delivered has been left for a later step
 
   KeptMessages responses_;

@@ -256,7 +256,7 @@ void STPTransport::closeConnection() {
   lastSequence_ = 1;
   fd_ = -1;
   connected_ = false;
-  writeFailed_ = false;
+  writeFailed_ = peerGone_ = false;
   writeError_ = 0;
   writeQueue_.clear();
   releaseFields();

@@ -5,9 +5,25 @@
 // is waited for: on each connection nothing overtakes its first packet that is to be delivered
 // here.
 #include "platform/clock.h"
+#include "platform/credentials.h"
 #include "platform/readiness.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_transport.h"
+
+namespace {
+
+// How often those who aren't read are looked at, in ms.
+constexpr std::uint64_t kLookInterval = 100;
+
+using PeerKind = platform::PeerUser::Kind;
+
+STPTransport* transportOf(std::uintptr_t serial) {
+  const auto& transports = stpProcess().transportsBySerial;
+  const auto place = transports.find(serial);
+  return place != transports.end() ? place->second : nullptr;
+}
+
+}  // namespace
 
 // Packets are taken whole, so that a backlog passes the limit by one packet and one read at most.
 // To be called when something has been queued. What waits for the other end of a pair in one
@@ -51,7 +67,12 @@ bool STPTransport::waitForNews(int timeout, bool& failed) {
       if (timeout < 0 || due < timeout) timeout = due;
     }
   }
+  if (!stpProcess().stopped.empty()) {
+    const int most = static_cast<int>(kLookInterval);
+    if (timeout < 0 || timeout > most) timeout = most;
+  }
   const bool went = platform::readiness().wait(timeout, failed);
+  lookAtStopped();
   if (!holding.empty()) {
     const std::uint64_t now = platform::monotonicMilliseconds();
     std::erase_if(holding, [now](STPTransport* one) {
@@ -67,21 +88,43 @@ void STPTransport::endCongestion() {
   if (forwardingHandler_) forwardingHandler_->congestionChanged(this, false);
 }
 
+// The end of a stream lies behind what isn't read, and no event announces it as long as that
+// doesn't fit into the socket.
+void STPTransport::lookAtStopped() {
+  STPProcessState& process = stpProcess();
+  if (process.stopped.empty()) return;
+  const std::uint64_t now = platform::monotonicMilliseconds();
+  if (now < process.nextLook) return;
+  std::erase_if(process.stopped, [](std::uintptr_t serial) {
+    STPTransport* one = transportOf(serial);
+    if (!one) return true;
+    const STPTransport* target = transportOf(one->stalledOn_);
+    one->stopped_ = target && target->congested_;
+    // A system that can't tell of the receiver can't tell of this one either.
+    one->peerGone_ = one->stopped_ && platform::userOfClient(one->fd_).kind == PeerKind::unknown &&
+                     platform::userOfClient(target->fd_).kind == PeerKind::known;
+    return !one->stopped_;
+  });
+  process.nextLook = platform::monotonicMilliseconds() + kLookInterval;
+}
+
 // One whose peer has gone has no more to send than what lies in its socket, and that is still to be
 // passed on.
 bool STPTransport::isStalled() const {
-  if (stalledOn_ == 0 || writeFailed_ || platform::readiness().isHungUp(fd_)) return false;
-  const auto& transports = stpProcess().transportsBySerial;
-  const auto place = transports.find(stalledOn_);
-  if (place == transports.end()) return false;
-  const STPTransport& target = *place->second;
-  return target.congested_ || (target.backlog_.isHeld() && target.backlog_.turn() == stalledTurn_);
+  if (stalledOn_ == 0 || writeFailed_ || peerGone_ || platform::readiness().isHungUp(fd_))
+    return false;
+  const STPTransport* target = transportOf(stalledOn_);
+  return target && (target->congested_ ||
+                    (target->backlog_.isHeld() && target->backlog_.turn() == stalledTurn_));
 }
 
 void STPTransport::waitFor(const STPTransport& target) {
   if (!target.congested_ && !target.backlog_.isHeld()) return;
   stalledOn_ = target.serial_;
   stalledTurn_ = target.backlog_.turn();
+  if (!target.congested_ || stopped_) return;
+  stopped_ = true;
+  stpProcess().stopped.push_back(serial_);
 }
 
 // Each answer to this end would add to what isn't read. A plugin's own queue stops nothing: its
