@@ -108,8 +108,10 @@ bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* 
     transport->connect(host, port, &status);
     if (status.good())
       return takesHub(*transport, port, error) && attach(transport.get(), error, countdown.left());
-    error = status.message;
-    if (countdown.left() == 0) return false;
+    if (countdown.left() == 0) {
+      error = status.message;
+      return false;
+    }
     platform::sleepMilliseconds(kConnectPause);
   }
 }
