@@ -23,7 +23,7 @@
 namespace {
 
 constexpr std::size_t kBatch = 250;
-constexpr int kLongestScenario = 20;  // seconds of real time
+constexpr int kLongestScenario = 60;  // seconds of real time
 // One scenario of ten, by the end of its seed, is about the hub's record.
 constexpr std::uint64_t kRecordRaces = 9;
 

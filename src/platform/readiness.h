@@ -58,11 +58,18 @@ class ReadinessSet {
   }
   /// A read would have blocked: nothing is left, whatever was known.
   void drained(int descriptor) { clear(descriptor, kReadable); }
-  void clearWritable(int descriptor) { clear(descriptor, kWritable); }
+  void clearWritable(int descriptor) {
+    clear(descriptor, kWritable);
+    if (flags(descriptor) & kWatched) flags_[static_cast<std::size_t>(descriptor)] |= kFull;
+  }
+  /// A write hasn't fitted, and no room has been announced since.
+  bool isFull(int descriptor) const {
+    return (flags(descriptor) & (kFull | kWritable | kAlways)) == kFull;
+  }
 
  private:
   static constexpr std::uint8_t kWatched = 1, kReadable = 2, kWritable = 4, kHungUp = 8,
-                                kAlways = 16, kProcess = 32;
+                                kAlways = 16, kProcess = 32, kFull = 64;
   std::uint8_t flags(int descriptor) const {
     const auto index = static_cast<std::size_t>(descriptor);
     return index < flags_.size() ? flags_[index] : std::uint8_t{0};

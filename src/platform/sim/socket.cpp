@@ -173,10 +173,12 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
   return {static_cast<std::int64_t>(size), 0, false};
 }
 
-// Cut at any byte, as any transfer is.
+// Cut at any byte, as any transfer is. No more is gathered than is needed to see that it is too much.
 Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count) {
+  const Stream* stream = streamOf(socket);
+  const std::size_t room = stream ? stream->room(World::current().weather.streamSize) : 0;
   std::string bytes;
-  for (std::size_t i = 0; i < count; ++i)
+  for (std::size_t i = 0; i < count && bytes.size() <= room; ++i)
     bytes.append(static_cast<const char*>(pieces[i].bytes),
                  static_cast<std::size_t>(pieces[i].count));
   return sendBytes(socket, bytes.data(), static_cast<std::int64_t>(bytes.size()));
