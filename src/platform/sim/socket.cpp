@@ -133,7 +133,7 @@ bool resolveHost(const char* name, std::uint32_t& address) {
   return std::string(name) == "localhost" || name == hostName();
 }
 
-Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
+Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count) {
   World& world = World::current();
   world.idle();
   Stream* stream = streamOf(socket);
@@ -141,21 +141,27 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
   if (!stream->connected) return failure(error::notConnected);
   const std::shared_ptr<Stream> other = stream->peer.lock();
   if (stream->sendingEnded || stream->reset) return failure(error::brokenPipe);
-  auto size = static_cast<std::size_t>(count);
+  std::size_t offered = 0;
+  for (std::size_t i = 0; i < count; ++i) offered += static_cast<std::size_t>(pieces[i].count);
   if (!other) {
     // The first bytes to somebody who has gone are lost without a word; the reset comes back.
     stream->reset = true;
     world.announce(world.entry(socket)->stream);
-    return {count, 0, false};
+    return {static_cast<std::int64_t>(offered), 0, false};
   }
   const std::size_t room = stream->room(world.weather.streamSize);
   if (room == 0 || !stream->roomComes) {
     stream->wantsRoom = true;
     return blocked();
   }
+  std::size_t size = offered;
   if (size > 1 && world.chance(world.weather.partialTransfer)) size = world.upTo(size - 1);
   size = std::min(size, room);
-  other->inbox.append(static_cast<const char*>(bytes), size);
+  for (std::size_t i = 0, left = size; left > 0; ++i) {
+    const std::size_t part = std::min(left, static_cast<std::size_t>(pieces[i].count));
+    other->inbox.append(static_cast<const char*>(pieces[i].bytes), part);
+    left -= part;
+  }
   const bool some = world.chance(world.weather.partialTransfer);
   if (some) {
     other->arrived += world.upTo(other->inbox.size() - other->arrived) - 1;
@@ -164,7 +170,7 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
     other->arrived = other->inbox.size();
   }
   world.announce(other);
-  if (size < static_cast<std::size_t>(count)) {
+  if (size < offered) {
     stream->wantsRoom = true;
     stream->roomComes = false;
     world.later(world.entry(socket)->stream);
@@ -173,15 +179,9 @@ Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
   return {static_cast<std::int64_t>(size), 0, false};
 }
 
-// Cut at any byte, as any transfer is. No more is gathered than is needed to see that it is too much.
-Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count) {
-  const Stream* stream = streamOf(socket);
-  const std::size_t room = stream ? stream->room(World::current().weather.streamSize) : 0;
-  std::string bytes;
-  for (std::size_t i = 0; i < count && bytes.size() <= room; ++i)
-    bytes.append(static_cast<const char*>(pieces[i].bytes),
-                 static_cast<std::size_t>(pieces[i].count));
-  return sendBytes(socket, bytes.data(), static_cast<std::int64_t>(bytes.size()));
+Transfer sendBytes(Socket socket, const void* bytes, std::int64_t count) {
+  const Piece piece{bytes, count};
+  return sendGathered(socket, &piece, 1);
 }
 
 Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
