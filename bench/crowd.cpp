@@ -38,7 +38,7 @@ Crowd::~Crowd() {
 bool Crowd::join(std::uint16_t port, int count) {
   for (int i = 0; i < count; ++i) {
     auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
-    transport->connect("127.0.0.1", port);
+    transport->connect("127.0.0.1", port, nullptr, false);
     if (!transport->isConnected()) return false;
     auto plugin = makeCounted<IdlePlugin>(known_);
     plugin->setTransport(transport.get(), 2, 1);

@@ -18,7 +18,7 @@ class CrowdMeasurement : public Measurement {
   bool open(std::string&) override { return true; }
 
   bool run(std::string& error) override {
-    LaneSet lanes(settings_, {Path::hub, Path::hub});
+    LaneSet lanes(settings_, Road::tcp, {Path::hub, Path::hub});
     if (!lanes.open(error)) return false;
     const Lane& crowded = lanes[1];
     Crowd crowd;

@@ -17,14 +17,14 @@ struct PathEnd {
 bool join(PathEnd& end, const JoinOrder& order) {
   if (order.hub) {
     std::string error;
-    if (end.hub.joinAsRequester(order.port, error)) {
+    if (end.hub.joinAsRequester(order.port, order.road, error)) {
       end.socket.emplace(end.hub.takeOver(), end.hub.route());
       return true;
     }
     std::fprintf(stderr, "hublink_bench: far end: %s\n", error.c_str());
     return false;
   }
-  end.connection = LoopbackSocket::connectedTo(order.port);
+  end.connection = LoopbackSocket::connectedTo(order.port, order.road);
   end.socket.emplace(end.connection.get(), Route{}.reversed());
   return end.connection && platform::makeBlocking(end.connection.get(), kTransferLimit);
 }
@@ -86,11 +86,10 @@ std::unique_ptr<FarEnds> FarEnds::start(const BenchPrograms& programs, int pairs
 bool FarEnds::startOne(const BenchPrograms& programs, int pair, std::string& error) {
   One& one = all_.emplace_back();
   const LoopbackSocket listener = LoopbackSocket::listening();
-  if (!one.process.start(
-          programs.bench,
-          {"--role", kRoleFarEnd, "--port", std::to_string(platform::localPort(listener.get())),
-           "--pair", std::to_string(pair)},
-          error))
+  if (!one.process.start(programs.bench,
+                         {"--role", kRoleFarEnd, "--port", std::to_string(listener.port()),
+                          "--pair", std::to_string(pair)},
+                         error))
     return false;
   one.connection = listener.accept([this] { return !ended().empty(); });
   one.orders.emplace(one.connection.get(), Route{});

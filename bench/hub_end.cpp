@@ -11,25 +11,31 @@ constexpr std::string_view kGreeting = "ready";
 
 }  // namespace
 
-bool HubEnd::joinAsFirst(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error) {
+bool joinAsFirst(HublinkPlugin& plugin, LoopbackSocket connection, std::uint16_t& hubPort,
+                 std::string& error) {
   const auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   transport->bindFD(connection.release());
-  if (!plugin_.attach(transport.get(), error, kStartLimit)) return false;
+  if (!plugin.attach(transport.get(), error, kStartLimit)) return false;
   hubPort = 0;
-  plugin_.requestLocation([&hubPort](const std::string&, std::int32_t port) {
+  plugin.requestLocation([&hubPort](const std::string&, std::int32_t port) {
     hubPort = static_cast<std::uint16_t>(port);
   });
-  plugin_.serveUntil([&hubPort] { return hubPort != 0; }, kStartLimit);
-  if (hubPort != 0) return provide(error);
-  error = "the hub doesn't tell its port";
-  return false;
+  plugin.serveUntil([&hubPort] { return hubPort != 0; }, kStartLimit);
+  if (hubPort == 0) error = "the hub doesn't tell its port";
+  return error.empty();
 }
 
-bool HubEnd::joinAsProvider(std::uint16_t port, std::string& error) {
-  return plugin_.connect(port, error, "127.0.0.1", kStartLimit) && provide(error);
+bool HubEnd::connect(std::uint16_t port, Road road, std::string& error) {
+  plugin_.setTcpOnly(road == Road::tcp);
+  if (!plugin_.connect(port, error, "127.0.0.1", kStartLimit)) return false;
+  // A connection by name has no port.
+  if ((platform::localPort(plugin_.descriptor()) == 0) != (road == Road::local))
+    error = "the hub was reached by another road than asked for";
+  return error.empty();
 }
 
-bool HubEnd::provide(std::string& error) {
+bool HubEnd::joinAsProvider(std::uint16_t port, Road road, std::string& error) {
+  if (!connect(port, road, error)) return false;
   if (plugin_.registerService(
           service_, [this](const std::shared_ptr<HublinkLink>& link) { link_ = link; }) < 0)
     error = "the hub doesn't take the service";
@@ -48,8 +54,8 @@ bool HubEnd::awaitRequester(const std::function<bool()>& givenUp, std::string& e
   return error.empty();
 }
 
-bool HubEnd::joinAsRequester(std::uint16_t port, std::string& error) {
-  if (!plugin_.connect(port, error, "127.0.0.1", kStartLimit)) return false;
+bool HubEnd::joinAsRequester(std::uint16_t port, Road road, std::string& error) {
+  if (!connect(port, road, error)) return false;
   ServiceQuery query;
   query.serviceName = service_;
   const ServiceReply reply = plugin_.requestService(query, kStartLimit);

@@ -12,21 +12,24 @@
 #include "bench/packet_socket.h"
 #include "hublink_plugin/hublink_plugin.h"
 
+/// Becomes the first plugin of the hub that has connected on `connection`, so that it stays up, and
+/// learns its port. False with a text in `error`.
+bool joinAsFirst(HublinkPlugin& plugin, LoopbackSocket connection, std::uint16_t& hubPort,
+                 std::string& error);
+
 class HubEnd {
  public:
   /// Each pair of ends has a service of its own.
   explicit HubEnd(int pair) : service_("Bench" + std::to_string(pair)) {}
 
-  /// Becomes the first plugin of the hub that has connected on `connection`, provides the service,
-  /// and learns the hub's port. False with a text in `error`.
-  bool joinAsFirst(LoopbackSocket connection, std::uint16_t& hubPort, std::string& error);
-  /// Becomes a further plugin, of the hub on `port`, and provides the service.
-  bool joinAsProvider(std::uint16_t port, std::string& error);
+  /// Becomes a plugin of the hub on `port`, reached by `road`, and provides the service. False with
+  /// a text in `error`.
+  bool joinAsProvider(std::uint16_t port, Road road, std::string& error);
   /// Waits until the requester has said that it is ready, at most kStartLimit or until `givenUp`.
   bool awaitRequester(const std::function<bool()>& givenUp, std::string& error);
   /// Becomes a plugin of the hub on `port`, asks for the service, and tells the provider that it is
   /// ready.
-  bool joinAsRequester(std::uint16_t port, std::string& error);
+  bool joinAsRequester(std::uint16_t port, Road road, std::string& error);
 
   /// RNs of the link, once it is up.
   Route route() const { return {link_->localRN(), link_->remoteRN()}; }
@@ -35,7 +38,7 @@ class HubEnd {
   platform::Socket takeOver();
 
  private:
-  bool provide(std::string& error);
+  bool connect(std::uint16_t port, Road road, std::string& error);
 
   std::string service_;
   HublinkPlugin plugin_;

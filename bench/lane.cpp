@@ -10,19 +10,25 @@ const char* pathName(Path path) {
       return "relay";
     case Path::hub:
       return "hub";
+    case Path::tcpRelay:
+      return "TCP relay";
   }
   return "";
 }
 
-Lane::Lane(Path path, const BenchPrograms& programs, FarEnds& farEnds)
-    : path_(path), programs_(programs), farEnds_(farEnds), number_(farEnds.nextPath()) {
+Lane::Lane(Path path, Road road, const BenchPrograms& programs, FarEnds& farEnds)
+    : path_(path),
+      road_(path == Path::tcpRelay ? Road::tcp : road),
+      programs_(programs),
+      farEnds_(farEnds),
+      number_(farEnds.nextPath()) {
   for (std::size_t pair = 0; pair < farEnds.size(); ++pair)
     ends_.emplace_back(static_cast<int>(pair));
 }
 
-std::unique_ptr<Lane> Lane::open(Path path, const BenchPrograms& programs, FarEnds& farEnds,
-                                 std::string& error) {
-  std::unique_ptr<Lane> lane(new Lane(path, programs, farEnds));
+std::unique_ptr<Lane> Lane::open(Path path, Road road, const BenchPrograms& programs,
+                                 FarEnds& farEnds, std::string& error) {
+  std::unique_ptr<Lane> lane(new Lane(path, road, programs, farEnds));
   if (path == Path::hub ? lane->openHub(error) : lane->openPlain(error)) return lane;
   error = error.empty() ? lane->failure()
                         : std::string(pathName(path)) + ": " + error + lane->endedProcess();
@@ -63,11 +69,10 @@ LoopbackSocket Lane::acceptFrom(const LoopbackSocket& listener, const char* whom
 }
 
 bool Lane::openRelay(const LoopbackSocket& listener, std::uint16_t& farPort, std::string& error) {
-  if (!between_.start(
-          programs_.bench,
-          {"--role", kRoleRelay, "--port", std::to_string(platform::localPort(listener.get())),
-           "--pairs", std::to_string(pairs())},
-          error))
+  if (!between_.start(programs_.bench,
+                      {"--role", kRoleRelay, "--port", std::to_string(listener.port()), "--pairs",
+                       std::to_string(pairs()), "--road", std::to_string(static_cast<int>(road_))},
+                      error))
     return false;
   for (End& end : ends_) {
     end.connection = acceptFrom(listener, "the relay", error);
@@ -85,17 +90,17 @@ bool Lane::openRelay(const LoopbackSocket& listener, std::uint16_t& farPort, std
 }
 
 bool Lane::openPlain(std::string& error) {
-  const LoopbackSocket listener = LoopbackSocket::listening();
+  const LoopbackSocket listener = LoopbackSocket::listening(road_);
   if (!listener) {
     error = "no port can be opened";
     return false;
   }
-  std::uint16_t farPort = platform::localPort(listener.get());
-  if (path_ == Path::relay && !openRelay(listener, farPort, error)) return false;
+  std::uint16_t farPort = listener.port();
+  if (path_ != Path::direct && !openRelay(listener, farPort, error)) return false;
   for (std::size_t pair = 0; pair < pairs(); ++pair) {
     End& end = ends_[pair];
     PacketSocket& orders = farEnds_.orders(pair);
-    if (!orders.send(makeJoinOrder(orders.route(), {farPort, false})) ||
+    if (!orders.send(makeJoinOrder(orders.route(), {farPort, false, road_})) ||
         !orders.receiveOrder(Order::ready))
       return false;
     if (path_ == Path::direct) end.connection = acceptFrom(listener, "the far end", error);
@@ -114,18 +119,17 @@ bool Lane::openHub(std::string& error) {
     error = "there is no hub to be measured at " + programs_.hub;
     return false;
   }
-  const std::string port = std::to_string(platform::localPort(listener.get()));
+  const std::string port = std::to_string(listener.port());
   if (!between_.start(programs_.hub, {"-connect_hublink", port, "-not_shared"}, error))
     return false;
   LoopbackSocket connection = acceptFrom(listener, "the hub", error);
-  if (!connection || !ends_.front().hub.joinAsFirst(std::move(connection), hubPort_, error))
-    return false;
+  if (!connection || !joinAsFirst(keeper_, std::move(connection), hubPort_, error)) return false;
   const auto givenUp = [this] { return platform::stopRequested() || !endedProcess().empty(); };
   for (std::size_t pair = 0; pair < pairs(); ++pair) {
     HubEnd& hub = ends_[pair].hub;
     PacketSocket& orders = farEnds_.orders(pair);
-    if ((pair > 0 && !hub.joinAsProvider(hubPort_, error)) ||
-        !orders.send(makeJoinOrder(orders.route(), {hubPort_, true})) ||
+    if (!hub.joinAsProvider(hubPort_, road_, error) ||
+        !orders.send(makeJoinOrder(orders.route(), {hubPort_, true, road_})) ||
         !hub.awaitRequester(givenUp, error) || !orders.receiveOrder(Order::ready))
       return false;
     ends_[pair].socket.emplace(hub.takeOver(), hub.route());

@@ -12,8 +12,9 @@
 #include "bench/far_end.h"
 #include "bench/hub_end.h"
 
-enum class Path { direct, relay, hub };
-inline constexpr std::array kPaths{Path::direct, Path::relay, Path::hub};
+/// The last one is a relay by TCP beside paths by the local road, the yardstick of those.
+enum class Path { direct, relay, hub, tcpRelay };
+inline constexpr std::array kPaths{Path::direct, Path::relay, Path::hub, Path::tcpRelay};
 const char* pathName(Path path);
 
 inline constexpr const char* kRoleRelay = "relay";
@@ -22,10 +23,10 @@ inline constexpr const char* kRoleRelay = "relay";
 /// ends that it leads to; each of the driver's may be used on a thread of its own.
 class Lane {
  public:
-  /// Starts the process and leads to `farEnds`, which must outlive the lane; null with a text in
-  /// `error`.
-  static std::unique_ptr<Lane> open(Path path, const BenchPrograms& programs, FarEnds& farEnds,
-                                    std::string& error);
+  /// Starts the process and leads to `farEnds`, which must outlive the lane, by `road`; null with a
+  /// text in `error`.
+  static std::unique_ptr<Lane> open(Path path, Road road, const BenchPrograms& programs,
+                                    FarEnds& farEnds, std::string& error);
   /// Dismisses the far ends, since a hub that is to end waits for its plugins.
   ~Lane() { farEnds_.dismiss(); }
   Lane(const Lane&) = delete;
@@ -55,7 +56,7 @@ class Lane {
     std::optional<PacketSocket> socket;
   };
 
-  Lane(Path path, const BenchPrograms& programs, FarEnds& farEnds);
+  Lane(Path path, Road road, const BenchPrograms& programs, FarEnds& farEnds);
   bool openRelay(const LoopbackSocket& listener, std::uint16_t& farPort, std::string& error);
   bool openPlain(std::string& error);
   bool openHub(std::string& error);
@@ -64,10 +65,12 @@ class Lane {
   std::string endedProcess() const;
 
   Path path_;
+  Road road_;
   const BenchPrograms& programs_;
   FarEnds& farEnds_;
   std::uint32_t number_;  // of the path, for the far ends
   std::uint16_t hubPort_ = 0;
   BenchProcess between_;
+  HublinkPlugin keeper_;  // the hub's first plugin, for whose sake it stays up
   std::deque<End> ends_;
 };

@@ -30,7 +30,7 @@ bool LaneSet::open(std::string& error) {
   farEnds_ = FarEnds::start(settings_.programs, pairs_, error);
   if (!farEnds_) return false;
   for (const Path path : paths_) {
-    auto lane = Lane::open(path, settings_.programs, *farEnds_, error);
+    auto lane = Lane::open(path, road_, settings_.programs, *farEnds_, error);
     if (!lane) return false;
     lanes_.push_back(std::move(lane));
   }

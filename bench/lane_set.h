@@ -27,9 +27,13 @@ class ProcessorHold {
 
 class LaneSet {
  public:
-  LaneSet(const Settings& settings, std::vector<Path> paths, int pairs = 1,
+  LaneSet(const Settings& settings, Road road, std::vector<Path> paths, int pairs = 1,
           Placement placement = Placement::anywhere)
-      : settings_(settings), paths_(std::move(paths)), pairs_(pairs), placement_(placement) {}
+      : settings_(settings),
+        road_(road),
+        paths_(std::move(paths)),
+        pairs_(pairs),
+        placement_(placement) {}
 
   /// Opens the lanes, once. False with a text in `error`.
   bool open(std::string& error);
@@ -45,6 +49,7 @@ class LaneSet {
   bool each(bool forwards, const std::function<bool(Lane&)>& block, std::string& error);
 
   const Settings& settings_;
+  Road road_;
   std::vector<Path> paths_;
   int pairs_;
   Placement placement_;

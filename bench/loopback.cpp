@@ -13,12 +13,18 @@ constexpr int kAcceptPause = 100;  // ms between two looks at what makes it futi
 constexpr int kOrderlyEnd = 2000;  // ms for a child that was asked to end
 constexpr int kStandardError = 2;
 
+std::string nameOf(std::uint16_t number) {
+  return "hublink_bench/" + std::to_string(number);
+}
+
 }  // namespace
 
-LoopbackSocket::LoopbackSocket(LoopbackSocket&& other) noexcept : socket_(other.release()) {}
+LoopbackSocket::LoopbackSocket(LoopbackSocket&& other) noexcept
+    : socket_(other.release()), port_(other.port_) {}
 
 LoopbackSocket& LoopbackSocket::operator=(LoopbackSocket&& other) noexcept {
   std::swap(socket_, other.socket_);
+  std::swap(port_, other.port_);
   return *this;
 }
 
@@ -30,16 +36,28 @@ platform::Socket LoopbackSocket::release() {
   return std::exchange(socket_, platform::kNoSocket);
 }
 
-LoopbackSocket LoopbackSocket::listening() {
+LoopbackSocket LoopbackSocket::listening(Road road) {
+  if (road == Road::local) {
+    for (std::uint16_t number = 1; number != 0; ++number) {
+      LoopbackSocket made(platform::listenOnName(nameOf(number)));
+      made.port_ = number;
+      if (made) return made;
+    }
+    return {};
+  }
   LoopbackSocket made(platform::openStream());
   if (!made || !platform::bindPort(made.get(), 0, true) || !platform::listenOn(made.get()))
     return {};
+  made.port_ = platform::localPort(made.get());
   return made;
 }
 
-LoopbackSocket LoopbackSocket::connectedTo(std::uint16_t port) {
-  LoopbackSocket made(platform::openStream());
-  if (!made || platform::connectStream(made.get(), kLoopback, port, kStartLimit) != 0) return {};
+LoopbackSocket LoopbackSocket::connectedTo(std::uint16_t port, Road road) {
+  LoopbackSocket made(road == Road::local ? platform::connectToName(nameOf(port))
+                                          : platform::openStream());
+  if (!made) return {};
+  if (road == Road::tcp && platform::connectStream(made.get(), kLoopback, port, kStartLimit) != 0)
+    return {};
   platform::setStreamOptions(made.get());
   return made;
 }

@@ -25,6 +25,7 @@ struct Part {
   std::string role;
   std::uint16_t port = 0;
   int pair = 0, pairs = 1;
+  int road = 0;
 };
 
 int fail(const std::string& text) {
@@ -33,7 +34,7 @@ int fail(const std::string& text) {
 }
 
 int runPart(const Part& part) {
-  if (part.role == kRoleRelay) return runRelay(part.port, part.pairs);
+  if (part.role == kRoleRelay) return runRelay(part.port, part.pairs, static_cast<Road>(part.road));
   if (part.role == kRoleFarEnd) return runFarEnd(part.port, part.pair);
   return fail("there is no part named " + part.role);
 }
@@ -110,6 +111,7 @@ int main(int argc, char** argv) {
   app.add_option("--port", part.port)->group("");
   app.add_option("--pair", part.pair)->group("");
   app.add_option("--pairs", part.pairs)->group("");
+  app.add_option("--road", part.road)->group("");
   CLI11_PARSE(app, argc, argv);
 
   if (!part.role.empty()) return runPart(part);

@@ -63,11 +63,13 @@ StreamOrder readStreamOrder(const unsigned char* payload) {
 }
 
 Bytes makeJoinOrder(const Route& route, const JoinOrder& order) {
-  return makeOrder(route, Order::join, {order.port, order.hub ? 1U : 0U});
+  return makeOrder(route, Order::join,
+                   {order.port, order.hub ? 1U : 0U, static_cast<std::uint32_t>(order.road)});
 }
 
 JoinOrder readJoinOrder(const unsigned char* payload) {
-  return {static_cast<std::uint16_t>(stpReadWord(payload)), stpReadWord(payload + 4) != 0};
+  return {static_cast<std::uint16_t>(stpReadWord(payload)), stpReadWord(payload + 4) != 0,
+          static_cast<Road>(stpReadWord(payload + 8))};
 }
 
 PacketSocket::PacketSocket(platform::Socket socket, const Route& route)

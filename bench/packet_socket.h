@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "bench/loopback.h"
 #include "bench/waiting_socket.h"
 #include "stp_transport/wire/stp_wire.h"
 
@@ -44,6 +45,7 @@ struct StreamOrder {
 struct JoinOrder {
   std::uint16_t port = 0;
   bool hub = false;  ///< by becoming a plugin
+  Road road = Road::tcp;
 };
 
 /// A packet whose payload depends on its sequence number.

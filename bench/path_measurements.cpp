@@ -85,13 +85,22 @@ class LargePackets : public PathMeasurement {
 
 }  // namespace
 
-void addPathMeasurements(const Settings& settings, Measurements& measurements) {
-  const std::vector<Path> all(kPaths.begin(), kPaths.end());
-  const auto single = std::make_shared<LaneSet>(settings, all);
-  const auto pinned = std::make_shared<LaneSet>(settings, all, 1, Placement::oneProcessor);
-  const auto pairs = std::make_shared<LaneSet>(settings, all, kPairs);
+namespace {
+
+// The rows of one road, whose keys and titles begin as `key` and `title` say.
+void addRoad(const Settings& settings, Road road, const std::string& key, const std::string& title,
+             Measurements& measurements) {
+  std::vector<Path> paths{Path::direct, Path::relay, Path::hub};
+  if (road == Road::local) paths.push_back(Path::tcpRelay);
+  const auto single = std::make_shared<LaneSet>(settings, road, paths);
+  const auto pinned = std::make_shared<LaneSet>(settings, road, paths, 1, Placement::oneProcessor);
+  const auto pairs = std::make_shared<LaneSet>(settings, road, paths, kPairs);
   const auto add = [&]<class Kind>(const std::shared_ptr<LaneSet>& lanes, std::vector<Row> rows,
                                    std::type_identity<Kind>) {
+    for (Row& row : rows) {
+      row.key = key + row.key;
+      if (!row.title.starts_with(' ')) row.title = title + row.title;
+    }
     measurements.push_back(std::make_unique<Kind>(lanes, settings.size, std::move(rows)));
   };
   add(single,
@@ -113,4 +122,11 @@ void addPathMeasurements(const Settings& settings, Measurements& measurements) {
       std::type_identity<SmallPackets>());
   add(single, {{"megabytes_per_second", "packets of 64 KiB", "MB/s", 0}},
       std::type_identity<LargePackets>());
+}
+
+}  // namespace
+
+void addPathMeasurements(const Settings& settings, Measurements& measurements) {
+  addRoad(settings, Road::tcp, "", "", measurements);
+  addRoad(settings, Road::local, "local_", "local road: ", measurements);
 }

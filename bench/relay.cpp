@@ -2,7 +2,6 @@
 
 #include <vector>
 
-#include "bench/loopback.h"
 #include "bench/waiting_socket.h"
 #include "platform/readiness.h"
 #include "stp_transport/wire/stp_wire.h"
@@ -60,13 +59,13 @@ void relay(std::vector<Flow>& flows) {
 
 }  // namespace
 
-int runRelay(std::uint16_t port, int pairs) {
-  const LoopbackSocket listener = LoopbackSocket::listening();
+int runRelay(std::uint16_t port, int pairs, Road road) {
+  const LoopbackSocket listener = LoopbackSocket::listening(road);
   if (!listener) return 1;
   std::vector<LoopbackSocket> connections;
-  for (int i = 0; i < pairs; ++i) connections.push_back(LoopbackSocket::connectedTo(port));
+  for (int i = 0; i < pairs; ++i) connections.push_back(LoopbackSocket::connectedTo(port, road));
   unsigned char word[4];
-  stpWriteWord(word, platform::localPort(listener.get()));
+  stpWriteWord(word, listener.port());
   if (platform::sendBytes(connections.front().get(), word, 4).count != 4) return 1;
   for (int i = 0; i < pairs; ++i) connections.push_back(listener.accept([] { return false; }));
   std::vector<Flow> flows;

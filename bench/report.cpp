@@ -10,6 +10,7 @@
 namespace {
 
 constexpr std::size_t kTitle = 52, kUnit = 10, kValue = 23, kRatio = 20;
+constexpr std::array kShown{Path::direct, Path::relay, Path::hub};
 
 std::string padded(std::string text, std::size_t width, bool left = false) {
   const std::string blanks(width > text.size() ? width - text.size() : 0, ' ');
@@ -53,8 +54,9 @@ std::optional<Ratio> Row::hubRatio(Path other) const {
 
 std::string tableOf(const std::vector<Row>& rows) {
   std::string table = padded("", kTitle + kUnit);
-  for (const Path path : kPaths) table += ' ' + padded(pathName(path), kValue);
-  table += padded("hub/direct", kRatio) + padded("hub/relay", kRatio) + '\n';
+  for (const Path path : kShown) table += ' ' + padded(pathName(path), kValue);
+  table += padded("hub/direct", kRatio) + padded("hub/relay", kRatio) +
+           padded("hub/TCP relay", kRatio) + '\n';
   std::vector<std::string> notes;
   for (const Row& row : rows) {
     std::string title = row.title;
@@ -64,9 +66,10 @@ std::string tableOf(const std::vector<Row>& rows) {
       title += " [" + std::to_string(note - notes.begin() + 1) + "]";
     }
     table += padded(title, kTitle, true) + padded(row.unit, kUnit, true);
-    for (const Path path : kPaths) table += ' ' + padded(cell(row, path), kValue);
-    table +=
-        padded(ratio(row, Path::direct), kRatio) + padded(ratio(row, Path::relay), kRatio) + '\n';
+    for (const Path path : kShown) table += ' ' + padded(cell(row, path), kValue);
+    for (const Path path : {Path::direct, Path::relay, Path::tcpRelay})
+      table += padded(ratio(row, path), kRatio);
+    table += '\n';
   }
   for (std::size_t i = 0; i < notes.size(); ++i)
     table += (i == 0 ? "\n[" : "[") + std::to_string(i + 1) + "] direct: " + notes[i] + '\n';
@@ -86,6 +89,7 @@ bool writeJson(const std::string& file, const std::vector<Row>& rows) {
         entry[pathName(path)] = {{"median", medianOf(row.of(path))}, {"blocks", row.of(path)}};
     if (const auto ratio = row.hubRatio(Path::direct)) entry["hub_to_direct"] = jsonOf(*ratio);
     if (const auto ratio = row.hubRatio(Path::relay)) entry["hub_to_relay"] = jsonOf(*ratio);
+    if (const auto ratio = row.hubRatio(Path::tcpRelay)) entry["hub_to_tcp_relay"] = jsonOf(*ratio);
     all["rows"].push_back(entry);
   }
   std::ofstream out(file);

@@ -31,7 +31,8 @@ struct Row {
   std::optional<Ratio> hubRatio(Path other) const;
 };
 
-/// Medians, least and greatest values of the blocks, and the hub's ratios to the other paths.
+/// Medians, least and greatest values of the blocks, but for those of the relay by TCP beside
+/// another road, and the hub's ratios to the other paths.
 std::string tableOf(const std::vector<Row>& rows);
 /// The same with the value of every block. False if the file can't be written.
 bool writeJson(const std::string& file, const std::vector<Row>& rows);

@@ -14,7 +14,7 @@ class StuckMeasurement : public Measurement {
   bool run(std::string& error) override {
     const auto farEnds = FarEnds::start(settings_.programs, 2, error);
     if (!farEnds) return false;
-    const auto lane = Lane::open(Path::hub, settings_.programs, *farEnds, error);
+    const auto lane = Lane::open(Path::hub, Road::tcp, settings_.programs, *farEnds, error);
     if (!lane) return false;
     // The far end of the other pair never gets an order to read.
     PacketSocket& socket = lane->socket();

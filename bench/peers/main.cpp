@@ -42,7 +42,7 @@ int fail(const std::string& text) {
 bool openLines(const Settings& settings, const ScratchDirectory& scratch, FarEnds& farEnds,
                std::vector<Line>& lines, std::string& error) {
   for (const Path path : kPaths) {
-    auto lane = Lane::open(path, settings.programs, farEnds, error);
+    auto lane = Lane::open(path, Road::tcp, settings.programs, farEnds, error);
     if (!lane) return false;
     lines.push_back({pathName(path), makeRow(std::move(lane))});
   }

@@ -1,7 +1,8 @@
 // The one place where the program sleeps: which descriptors can be read or written.
 //
-// A descriptor is registered once, edge-triggered for both directions, and not touched again until
-// it closes. What a wait has learnt is remembered here for each descriptor until somebody has used
+// A descriptor is registered once, edge-triggered, and counts as writable until a write hasn't
+// fitted: only from then on room is announced, since some sockets would announce it whenever the
+// peer has read. What a wait has learnt is remembered here for each descriptor until somebody has used
 // it up, so that a step on one connection loses nothing of what it sees for the others: a reader
 // clears `readable` when a read has emptied the socket, a writer clears `writable` when a write no
 // longer fits.
@@ -58,22 +59,16 @@ class ReadinessSet {
   }
   /// A read would have blocked: nothing is left, whatever was known.
   void drained(int descriptor) { clear(descriptor, kReadable); }
-  void clearWritable(int descriptor) {
-    clear(descriptor, kWritable);
-    if (flags(descriptor) & kWatched) flags_[static_cast<std::size_t>(descriptor)] |= kFull;
-  }
-  /// A write hasn't fitted, and no room has been announced since.
-  bool isFull(int descriptor) const {
-    return (flags(descriptor) & (kFull | kWritable | kAlways)) == kFull;
-  }
+  void clearWritable(int descriptor);
 
  private:
   static constexpr std::uint8_t kWatched = 1, kReadable = 2, kWritable = 4, kHungUp = 8,
-                                kAlways = 16, kProcess = 32, kFull = 64;
+                                kAlways = 16, kProcess = 32, kArmed = 64;
   std::uint8_t flags(int descriptor) const {
     const auto index = static_cast<std::size_t>(descriptor);
     return index < flags_.size() ? flags_[index] : std::uint8_t{0};
   }
+  void arm(int descriptor, bool room);
   void clear(int descriptor, std::uint8_t flag) {
     if ((flags(descriptor) & kWatched) && !(flags(descriptor) & kAlways))
       flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~flag);

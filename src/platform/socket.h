@@ -1,4 +1,4 @@
-// IPv4 stream sockets. Every call is one system call or a few, and none of them blocks but
+// Stream sockets: IPv4, and by a name within this machine. Every call is one system call or a few, and none of them blocks but
 // connectStream (which has a limit), resolveHost, and transfers on a socket that was given to
 // makeBlocking. Every failure is a value: errors are errno numbers, with the ones that a caller
 // tells apart named below.
@@ -29,7 +29,8 @@ struct Transfer {
 
 /// A new non-blocking stream socket that children don't inherit; kNoSocket on failure.
 Socket openStream();
-/// Sets SO_REUSEADDR and TCP_NODELAY; failures are not looked at.
+/// Sets what suits a connection of packets: SO_REUSEADDR and TCP_NODELAY, or, within this machine,
+/// as large a send buffer as everybody may have. Failures are not looked at.
 void setStreamOptions(Socket socket);
 /// Binds to every local address, or only 127.0.0.1, on `port` (0: the system picks). True if bound.
 bool bindPort(Socket socket, std::uint16_t port, bool loopbackOnly);
@@ -40,6 +41,15 @@ bool listenOn(Socket socket);
 Socket acceptFrom(Socket listener, Transfer& outcome);
 /// Connects within `milliseconds`; 0, or the error.
 int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int milliseconds);
+/// A socket that listens on a name in the abstract namespace of this machine (unix(7)): the name
+/// lies in no file system and goes with the socket. kNoSocket if somebody has it already, or on
+/// failure.
+Socket listenOnName(const std::string& name);
+/// A non-blocking socket that is connected to whoever listens on the name, and that children don't
+/// inherit; kNoSocket if nobody takes it at once.
+Socket connectToName(const std::string& name);
+/// Whether an IPv4 address in host order is one of this machine's.
+bool isOwnAddress(std::uint32_t address);
 /// A dotted address in host order; false if the text isn't one.
 bool parseAddress(const char* text, std::uint32_t& address);
 /// The first IPv4 address of a host name in host order; false if it can't be resolved.
@@ -72,7 +82,8 @@ int closeStream(Socket socket);
 
 /// Port of the local end in host order, 0 if it can't be had.
 std::uint16_t localPort(Socket socket);
-/// Dotted address of either end, empty if it can't be had.
+/// Dotted address of either end, empty if it can't be had. Of a connection by name it is that of
+/// the loopback.
 std::string localAddress(Socket socket);
 std::string peerAddress(Socket socket);
 

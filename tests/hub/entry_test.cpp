@@ -20,7 +20,8 @@ TEST_F(EntryTest, RefusesToStart) {
   const std::string nobody = std::to_string(freePort());
   const std::string usage =
       "Usage: hublink [-port <port>|-connect_hublink <port>] [-log <log file>] [-hl_log_internal "
-      "<log file> [-not_shared]\n       [-hl_zone <zone>] [-loopback_only] [-any_user]\n";
+      "<log file> [-not_shared]\n       [-hl_zone <zone>] [-loopback_only] [-any_user] "
+      "[-tcp_only]\n";
   const std::string noPort =
       "Error: Must specify a port that the hublink listens on or connects to.\n";
   const std::string inUse =
@@ -64,6 +65,12 @@ TEST_F(EntryTest, TellsItsOptionsAndItsVersion) {
     EXPECT_EQ(asked.waitForEnd(), 0);
     EXPECT_THAT(asked.printed(), StartsWith(told));
   }
+}
+
+TEST_F(EntryTest, LeavesTheLocalRoadOutWhenToldTo) {
+  startHub({"-tcp_only"});
+  EXPECT_TRUE(RawPeer(port, true).ends());
+  EXPECT_EQ(join()->id, 2) << "the library goes by TCP then";
 }
 
 TEST_F(EntryTest, ListeningHubWithoutRecordStopsAfterOnePass) {

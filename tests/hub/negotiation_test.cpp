@@ -188,6 +188,7 @@ TEST_F(NegotiationTest, PeersThatNeverNegotiateHoldNobodyUp) {
   startHub();
   std::vector<RawPeer> silent;
   for (int i = 0; i < 20; ++i) silent.emplace_back(port);
+  awaitCounts("21/1");
   const Plugin later = connectPlugin();
   EXPECT_EQ(later->next(), "PluginId 22");
   awaitCounts("22/2");

@@ -12,6 +12,20 @@ using ::testing::Not;
 
 namespace {
 
+// A stranger who knows the hub's other socket: what he does, and the port.
+const char* const kLocalStranger = R"(
+use Socket;
+socket(my $peer, AF_UNIX, SOCK_STREAM, 0) or die;
+my $name = pack_sockaddr_un("\0hublink/0/$ARGV[1]");
+if ($ARGV[0] eq "connect") {
+  connect($peer, $name) or die;
+  exit(sysread($peer, my $byte, 1) ? 1 : 0);
+}
+bind($peer, $name) && listen($peer, 9) or die;
+syswrite(STDOUT, "has it\n");
+sleep;
+)";
+
 class StrangerTest : public HubTest {
  protected:
   void SetUp() override {
@@ -39,6 +53,11 @@ class StrangerTest : public HubTest {
     ASSERT_TRUE(platform::childEnded(child, status));
     EXPECT_EQ(status, 0) << script;
   }
+  HubProcess localStranger(const char* act, std::uint16_t at) const {
+    return HubProcess({"--reuid=65534", "--regid=65534", "--clear-groups", "perl", "-e",
+                       kLocalStranger, act, std::to_string(at)},
+                      directory, 0, "setpriv");
+  }
   std::string logged() const { return contents(directory / "internal"); }
   std::string refusal(const std::string& user) const {
     return "Refused a connection to port " + std::to_string(port) + ": user " + user + ".\n";
@@ -55,6 +74,30 @@ TEST_F(StrangerTest, GetsNothing) {
   settle();
   EXPECT_THAT(logged(), HasSubstr(refusal("65534")));
   EXPECT_EQ(join()->id, 2) << "he has used up no ID";
+}
+
+TEST_F(StrangerTest, GetsNothingByTheLocalRoad) {
+  startHub({"-hl_log_internal", directory / "internal"});
+  EXPECT_EQ(localStranger("connect", port).waitForEnd(), 0);
+  settle();
+  EXPECT_THAT(logged(), HasSubstr(refusal("65534")));
+  EXPECT_EQ(join()->id, 2);
+}
+
+TEST_F(StrangerTest, WhoHoldsTheNameOfAPortHoldsNothingElse) {
+  port = freePort();
+  const HubProcess stranger = localStranger("hold", port);
+  await([&] { return stranger.printed() == "has it\n"; });
+  HubProcess reached({"-port", std::to_string(port), "-hl_log_internal", directory / "internal"},
+                     directory);
+  auto link = makeCounted<STPTransport>();
+  await([&] {
+    link->connect("127.0.0.1", port);
+    return link->isConnected();
+  });
+  EXPECT_NE(platform::localPort(link->fileDescriptor()), 0) << "it is the port itself";
+  makeCounted<TestPlugin>(link.get())->next();
+  EXPECT_THAT(logged(), HasSubstr("Local socket of port " + std::to_string(port)));
 }
 
 // A connection whose owner has gone stands in the system's table as one of root.

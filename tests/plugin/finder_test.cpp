@@ -180,7 +180,7 @@ TEST_F(FinderTest, JoinsWhatIsThereAndStartsWhatIsNot) {
   EXPECT_EQ(joinOrStartHub(second, choice, error), HubSearch::joined) << error;
   EXPECT_EQ(second.pluginID(), 2);
   STPStatus status;
-  EXPECT_EQ(connectToServer("127.0.0.2", port, &status), 0) << "it is on this address alone";
+  EXPECT_EQ(connectToServer("127.0.0.2", port, &status, false), 0) << "it is on this address alone";
 
   signalTo(hubProcess(), "STOP");
   HublinkPlugin third;
@@ -191,7 +191,7 @@ TEST_F(FinderTest, JoinsWhatIsThereAndStartsWhatIsNot) {
   choice.loopbackOnly = false;
   EXPECT_TRUE(connectToHub(third, choice, error)) << error;
   EXPECT_EQ(third.pluginID(), 1);
-  const int open = connectToServer("127.0.0.2", findHub(choice), &status);
+  const int open = connectToServer("127.0.0.2", findHub(choice), &status, false);
   EXPECT_TRUE(status.good());
   closeSocket(open);
 }

@@ -13,6 +13,7 @@
 #include "platform/credentials.h"
 #include "platform/file.h"
 #include "platform/readiness.h"
+#include "stp_transport/child/private_port.h"
 
 namespace {
 
@@ -47,6 +48,26 @@ class NotingHandler : public RetryHandler {
   void finish() override { calls += "finish"; }
   std::string calls;
 };
+
+TEST(PrivatePort, TakesOneClientByEitherRoad) {
+  for (const bool byLocalRoad : {false, true}) {
+    PrivatePort port;
+    STPStatus status;
+    port.open(&status);
+    const auto waiting = makeCounted<STPTransport>(), client = makeCounted<STPTransport>();
+    port.listenWith(waiting.get(), &status);
+    EXPECT_FALSE(port.tryAccept(&status));
+    client->connect("localhost", port.number(), &status, byLocalRoad);
+    EXPECT_EQ(platform::localPort(client->fileDescriptor()) == 0, byLocalRoad);
+    waiting->serviceOnce(STP_WAIT_STEP);
+    EXPECT_TRUE(port.tryAccept(&status));
+    EXPECT_STREQ(waiting->peerName(), "127.0.0.1");
+    EXPECT_STREQ(client->localName(), "127.0.0.1");
+    const auto late = makeCounted<STPTransport>();
+    late->connect("localhost", port.number(), &status);
+    EXPECT_STREQ(status.message, "[ConnectToServer]: connection refused");
+  }
+}
 
 class ChildProcessTest : public testing::Test {
  protected:

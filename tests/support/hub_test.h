@@ -15,6 +15,8 @@
 
 using Plugin = CountedPtr<TestPlugin>;
 
+inline constexpr std::int64_t kMiB = 1 << 20;
+
 /// Waits for one client on a port of this machine that the system picks, told to `ready` before.
 CountedPtr<STPTransport> awaitClient(const std::function<void(std::uint16_t)>& ready);
 /// A port of this machine where nobody listens.
@@ -40,15 +42,16 @@ class HubTest : public ::testing::Test {
   /// A plugin that knows its ID.
   Plugin join();
   /// A peer that knows its ID.
-  RawPeer joinRaw();
+  RawPeer joinRaw(bool byLocalRoad = false);
   /// One RN of a peer's own.
   static std::int32_t reserveRN(RawPeer& peer);
-  RawEnds joinTwo();
+  RawEnds joinTwo(bool byLocalRoad = false);
   /// Lets the hub do all that was sent to it before, as far as it has come.
   void settle() { first->counts(); }
   /// Serves the plugins until `done`; false if that takes too long.
   static bool await(const std::function<bool()>& done);
-  /// Waits until the hub has no more than that much memory.
+  /// Waits until the hub has no more memory than that, but for what the allocator and the stores of
+  /// blocks keep.
   void awaitMemory(std::int64_t bytes) const;
   /// Waits until the hub, asked by `asker` or `first`, counts that many plugins: "persistent/all".
   void awaitCounts(const std::string& counts, const Plugin& asker = Plugin());

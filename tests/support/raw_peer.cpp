@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/readiness.h"
+#include "stp_transport/transport/stp_socket.h"
 
 namespace {
 
@@ -132,9 +133,10 @@ STPReceivedMessage Packet::read() const {
           static_cast<std::int32_t>(word(1))};
 }
 
-RawPeer::RawPeer(std::uint16_t port) : socket_(platform::openStream()) {
+RawPeer::RawPeer(std::uint16_t port, bool byLocalRoad)
+    : socket_(byLocalRoad ? platform::connectToName(stpLocalName(port)) : platform::openStream()) {
   constexpr std::uint32_t kLoopback = 0x7F000001;
-  if (platform::connectStream(socket_, kLoopback, port, kPatience) != 0) {
+  if (!byLocalRoad && platform::connectStream(socket_, kLoopback, port, kPatience) != 0) {
     close();
     return;
   }

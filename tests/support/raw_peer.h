@@ -73,7 +73,7 @@ struct Packet {
 class RawPeer {
  public:
   /// Connects to a port of this machine.
-  explicit RawPeer(std::uint16_t port);
+  explicit RawPeer(std::uint16_t port, bool byLocalRoad = false);
   RawPeer(RawPeer&& other) noexcept;
   RawPeer& operator=(RawPeer&&) = delete;
   ~RawPeer() { close(); }

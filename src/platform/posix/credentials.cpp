@@ -1,5 +1,6 @@
-// A TCP connection within this machine has both its ends in the kernel's socket table, each with
-// the user whose process has made it. The table is asked for one entry by its four numbers over
+// The kernel keeps with a socket of this machine's abstract namespace who is at the other end. A TCP
+// connection within this machine has both its ends in the kernel's socket table, each with the user
+// whose process has made it. The table is asked for one entry by its four numbers over
 // netlink, or read as a text where that isn't to be had.
 //
 // The end of a process that has closed its socket, or hasn't accepted it yet, may stand in the
@@ -46,20 +47,6 @@ struct FileCloser {
   void operator()(FILE* file) const { fclose(file); }
 };
 
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
-
 using NameCall = int (*)(int, sockaddr*, socklen_t*);
 
 bool endOf(NameCall call, Socket socket, End& end) {
@@ -70,16 +57,24 @@ bool endOf(NameCall call, Socket socket, End& end) {
   return address.sin_family == AF_INET;
 }
 
-// Addresses that a socket can be bound to are this machine's. Where the system lets any address be
-// bound, connections from elsewhere pass for local ones of nobody, which errs on the safe side.
+// Where any address passes for this machine's, connections from elsewhere are local ones of nobody,
+// which errs on the safe side.
 bool isOfThisMachine(in_addr_t address, in_addr_t own) {
-  if (address == own || ntohl(address) >> 24 == IN_LOOPBACKNET) return true;
-  const Descriptor probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  sockaddr_in end{};
-  end.sin_family = AF_INET;
-  end.sin_addr.s_addr = address;
-  return bind(probe.number(), reinterpret_cast<sockaddr*>(&end), sizeof end) == 0 ||
-         errno != EADDRNOTAVAIL;
+  return address == own || isOwnAddress(ntohl(address));
+}
+
+// Who was at the other end of a connection by name when it was made.
+bool askSocket(Socket socket, PeerUser& peer) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  sockaddr_storage end{};
+  socklen_t endSize = sizeof end;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&end), &endSize) != 0 ||
+      end.ss_family != AF_UNIX)
+    return false;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0)
+    peer = {PeerUser::Kind::known, credentials.uid};
+  return true;
 }
 
 // What came of asking.
@@ -188,6 +183,8 @@ UserId currentUser() {
 }
 
 PeerUser userOfClient(Socket accepted) {
+  PeerUser peer;
+  if (askSocket(accepted, peer)) return peer;
   End near, far;
   if (!endOf(getsockname, accepted, near) || !endOf(getpeername, accepted, far)) return {};
   if (!isOfThisMachine(far.address, near.address)) return {PeerUser::Kind::elsewhere};
@@ -199,6 +196,8 @@ PeerUser userOfClient(Socket accepted) {
 // Between its arrival and the accept the other end has no owner yet: whoever listens there is it.
 // It may be accepted, and the listener closed, between two looks.
 PeerUser userOfServer(Socket connected) {
+  PeerUser peer;
+  if (askSocket(connected, peer)) return peer;
   End near, far;
   if (!endOf(getsockname, connected, near) || !endOf(getpeername, connected, far)) return {};
   if (!isOfThisMachine(far.address, near.address)) return {PeerUser::Kind::elsewhere};

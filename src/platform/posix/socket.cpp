@@ -7,11 +7,14 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <stddef.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 
 #include "platform/clock.h"
@@ -40,6 +43,34 @@ sockaddr* generic(sockaddr_in& address) {
   return reinterpret_cast<sockaddr*>(&address);
 }
 
+// How much may wait in a socket within this machine, whose bytes count with what holds them: cut by
+// the system to what it lets everybody have. It is memory only while something waits.
+constexpr int kLocalSendBuffer = 1 << 20;
+
+struct NameAddress {
+  explicit NameAddress(const std::string& name) {
+    address.sun_family = AF_UNIX;
+    // The zero in front makes it a name and no path.
+    const std::size_t count = std::min(name.size(), sizeof address.sun_path - 1);
+    std::copy_n(name.data(), count, address.sun_path + 1);
+    size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + count);
+  }
+  const sockaddr* generic() const { return reinterpret_cast<const sockaddr*>(&address); }
+
+  sockaddr_un address{};
+  socklen_t size = 0;
+};
+
+Socket openLocalStream() {
+  return ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+}
+
+bool isLocal(Socket socket) {
+  int domain = 0;
+  socklen_t size = sizeof domain;
+  return getsockopt(socket, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
+}
+
 Transfer outcomeOf(ssize_t result) {
   Transfer transfer;
   if (result >= 0)
@@ -59,6 +90,7 @@ bool nameOf(NameCall call, Socket socket, sockaddr_in& address) {
 }
 
 std::string dotted(NameCall call, Socket socket) {
+  if (isLocal(socket)) return "127.0.0.1";
   sockaddr_in address{};
   char text[INET_ADDRSTRLEN] = "";
   if (!nameOf(call, socket, address)) return {};
@@ -89,6 +121,10 @@ Socket openStream() {
 }
 
 void setStreamOptions(Socket socket) {
+  if (isLocal(socket)) {
+    setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &kLocalSendBuffer, sizeof kLocalSendBuffer);
+    return;
+  }
   const int on = 1;
   setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -119,6 +155,35 @@ int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int 
   if (connect(socket, generic(server), sizeof server) == 0) return 0;
   if (errno != EINPROGRESS && errno != EINTR) return errno;
   return finishConnect(socket, milliseconds);
+}
+
+Socket listenOnName(const std::string& name) {
+  const NameAddress address(name);
+  const Socket socket = openLocalStream();
+  if (socket < 0) return kNoSocket;
+  if (bind(socket, address.generic(), address.size) == 0 && listenOn(socket)) return socket;
+  close(socket);
+  return kNoSocket;
+}
+
+Socket connectToName(const std::string& name) {
+  const NameAddress address(name);
+  const Socket socket = openLocalStream();
+  if (socket < 0) return kNoSocket;
+  if (connect(socket, address.generic(), address.size) == 0) return socket;
+  close(socket);
+  return kNoSocket;
+}
+
+// Addresses that a socket can be bound to are this machine's. Where the system lets any address be
+// bound, all of them pass for its own.
+bool isOwnAddress(std::uint32_t address) {
+  if (address >> 24 == IN_LOOPBACKNET) return true;
+  const int probe = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in end = addressOf(address, 0);
+  const bool isOwn = bind(probe, generic(end), sizeof end) == 0 || errno != EADDRNOTAVAIL;
+  if (probe >= 0) close(probe);
+  return isOwn;
 }
 
 bool parseAddress(const char* text, std::uint32_t& address) {

@@ -39,7 +39,7 @@ void ReadinessSet::watch(int descriptor) {
   if (!entry || entry->watchedBy == set_) return;
   const auto index = static_cast<std::size_t>(descriptor);
   if (index >= flags_.size()) flags_.resize(index + 64);
-  flags_[index] = kWatched;
+  flags_[index] = kWatched | kWritable;
   entry->watchedBy = set_;
   entry->announced = false;
 }
@@ -52,6 +52,10 @@ void ReadinessSet::forget(int descriptor) {
   if (!(flags(descriptor) & kWatched)) return;
   flags_[static_cast<std::size_t>(descriptor)] = 0;
   if (Descriptor* entry = World::current().entry(descriptor)) entry->watchedBy = -1;
+}
+
+void ReadinessSet::clearWritable(int descriptor) {
+  clear(descriptor, kWritable);
 }
 
 bool ReadinessSet::wait(int milliseconds, bool& failed) {

@@ -120,6 +120,18 @@ int connectStream(Socket socket, std::uint32_t, std::uint16_t port, int) {
   return 0;
 }
 
+Socket listenOnName(const std::string&) {
+  return kNoSocket;
+}
+
+Socket connectToName(const std::string&) {
+  return kNoSocket;
+}
+
+bool isOwnAddress(std::uint32_t address) {
+  return address == kLoopback || address == World::current().self().address;
+}
+
 bool parseAddress(const char* text, std::uint32_t& address) {
   unsigned a = 0, b = 0, c = 0, d = 0;
   char rest = 0;

@@ -6,7 +6,7 @@
 const char* const kUsage =
     "Usage: %s [-port <port>|-connect_hublink <port>] [-log <log file>] "
     "[-hl_log_internal <log file> [-not_shared]\n"
-    "       [-hl_zone <zone>] [-loopback_only] [-any_user]\n";
+    "       [-hl_zone <zone>] [-loopback_only] [-any_user] [-tcp_only]\n";
 
 const char* const kOptionHelp =
     "The hub of a suite of development tools: brokers named services between plugins.\n"
@@ -17,6 +17,8 @@ const char* const kOptionHelp =
     "                                first plugin, then listen on a free port\n"
     "  -loopback_only                listen on 127.0.0.1 alone\n"
     "  -any_user                     take connections of other users of this machine too\n"
+    "  -tcp_only                     leave out the socket by which programs of this machine reach\n"
+    "                                the hub more quickly than by its port\n"
     "  -hl_zone <zone>               the name by which tools find the hub\n"
     "  -not_shared                   let nobody find it, and stop as soon as no plugin keeps it "
     "up\n"
@@ -31,7 +33,18 @@ const char* const kOptionHelp =
 namespace {
 
 // Those from `notShared` on take no value.
-enum class Option { none, port, connect, zone, log, internalLog, notShared, loopbackOnly, anyUser };
+enum class Option {
+  none,
+  port,
+  connect,
+  zone,
+  log,
+  internalLog,
+  notShared,
+  loopbackOnly,
+  anyUser,
+  tcpOnly
+};
 
 Option optionOf(const char* argument) {
   static constexpr struct {
@@ -44,7 +57,8 @@ Option optionOf(const char* argument) {
                   {"hl_log_internal", Option::internalLog},
                   {"not_shared", Option::notShared},
                   {"loopback_only", Option::loopbackOnly},
-                  {"any_user", Option::anyUser}};
+                  {"any_user", Option::anyUser},
+                  {"tcp_only", Option::tcpOnly}};
   if (argument[0] != '-') return Option::none;
   for (const auto& entry : kOptions)
     if (gen_equal_nocase(argument + 1, entry.name)) return entry.option;
@@ -60,6 +74,7 @@ CommandLine parseCommandLine(int argc, char** argv) {
     if (option == Option::notShared) line.notShared = true;
     if (option == Option::loopbackOnly) line.loopbackOnly = true;
     if (option == Option::anyUser) line.anyUser = true;
+    if (option == Option::tcpOnly) line.tcpOnly = true;
     if (option == Option::none || option >= Option::notShared) continue;
     if (i + 1 == argc) {
       line.missingValue = argv[i];

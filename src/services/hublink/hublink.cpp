@@ -4,7 +4,6 @@
 
 #include "platform/clock.h"
 #include "platform/process.h"
-#include "stp_transport/transport/stp_socket.h"
 
 namespace {
 
@@ -24,7 +23,6 @@ Hublink::~Hublink() {
   activeConnections.clear();
   negotiatingConnections.clear();
   for (STPTransport* transport : transports) transport->release();
-  if (listenSocket != 0) closeListenSocket(listenSocket, nullptr);
 }
 
 bool Hublink::connectToPeer(const char* host, std::uint32_t peerPort) {
@@ -38,24 +36,21 @@ bool Hublink::connectToPeer(const char* host, std::uint32_t peerPort) {
 
 bool Hublink::openListener(bool loopbackOnly) {
   STPStatus status;
-  if (port != 0) {
-    listenSocket = getListenSocket(static_cast<std::uint16_t>(port), &status, loopbackOnly);
-  } else {
-    std::uint16_t freePort = 0;
-    listenSocket = getFreeListenSocket(&freePort, &status, loopbackOnly);
-    port = freePort;
-  }
-  if (!status.good()) return false;
+  if (!entrance.open(static_cast<std::uint16_t>(port), &status, loopbackOnly, !tcpOnly))
+    return false;
+  port = entrance.port();
+  if (!tcpOnly && entrance.local() == 0)
+    logInternal("Local socket of port %u can't be had: plugins connect by TCP.\n", port);
   freshListener();
   return listener != nullptr;
 }
 
-// A new transport for the next client on the listening socket.
+// A new transport for the next client.
 void Hublink::freshListener() {
   listener = nullptr;
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
-  transport->startListenOnFD(listenSocket, &status);
+  transport->startListenOn(entrance, &status);
   if (!status.good()) return;
   listener = transport.get();
   transport->addRef();

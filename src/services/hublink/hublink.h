@@ -29,6 +29,7 @@
 #include "services/hublink/service_database.h"
 #include "services/hublink/service_table.h"
 #include "stp_transport/transport/counted_ptr.h"
+#include "stp_transport/transport/stp_listener.h"
 #include "stp_transport/transport/stp_transport.h"
 
 /// The fields of RequestServiceConnection, valid while the message is handled.
@@ -57,7 +58,9 @@ class Hublink : public ForwardingHandler {
   // --- Life (hublink.cpp) ---
   /// Connects to a tool that listens, which becomes the first plugin. False on failure.
   bool connectToPeer(const char* host, std::uint32_t peerPort);
-  /// Opens the listening socket, on 127.0.0.1 alone with `loopbackOnly`, and, unless `notShared`,
+  /// Whether it leaves out the socket of this machine beside its port.
+  void setTcpOnly(bool flag) { tcpOnly = flag; }
+  /// Opens the hub's port, on 127.0.0.1 alone with `loopbackOnly`, and, unless `notShared`,
   /// makes the active hub record. False on failure.
   bool startListening(bool notShared, const char* zone, bool loopbackOnly = false);
   /// Whether it takes connections of other users of this machine than its own and root.
@@ -239,11 +242,12 @@ class Hublink : public ForwardingHandler {
   std::set<std::pair<std::int32_t, std::string>> comingProviders;
   STPTransport* listener = nullptr;  // stands in `transports`, or null after a failed set-up
   std::uint32_t port;
-  int listenSocket = 0;
+  STPListener entrance;
   std::uint64_t reapedClosings = 0;  // the process's count when the hub last reaped
   bool acceptBroken = false;         // the last accept failed
   std::uint64_t acceptRetryAt = 0;   // ms of the steady clock
   bool anyUser = false;
+  bool tcpOnly = false;
   std::uint64_t refusalsSince = 0;  // ms of the steady clock
   int refusals = 0;                 // since then
   std::int32_t nextPluginID = 0;    // the last one handed out for the first time

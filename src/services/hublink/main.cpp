@@ -52,6 +52,7 @@ std::unique_ptr<Hublink> setUp(const ServiceDatabase& database, const CommandLin
   auto hub =
       std::make_unique<Hublink>(database, line.connectMode ? 0 : line.port, log, internalFile);
   hub->setAnyUser(line.anyUser);
+  hub->setTcpOnly(line.tcpOnly);
   const bool ready = (!line.connectMode || hub->connectToPeer("localhost", line.port)) &&
                      hub->startListening(line.notShared, line.zone, line.loopbackOnly);
   if (ready) return hub;

@@ -57,11 +57,16 @@ class RecordLock {
   bool held_;
 };
 
+void setUp(HublinkPlugin& plugin, const HubChoice& choice) {
+  plugin.setAnyUser(choice.anyUser);
+  plugin.setTcpOnly(choice.tcpOnly);
+}
+
 // A hub that is about to end may close the connection: then there is none, as if nobody listened.
 HubSearch join(HublinkPlugin& plugin, std::uint16_t port, std::string& error, int milliseconds) {
   const auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
-  if (port != 0) transport->connect(kThisMachine, port, &status);
+  if (port != 0) plugin.reach(*transport, kThisMachine, port, &status);
   if (port == 0 || !status.good()) {
     error = "there is no hub";
     return HubSearch::none;
@@ -95,6 +100,7 @@ HubSearch start(HublinkPlugin& plugin, const HubChoice& choice, std::string& err
   child.addArgument("-connect_hublink");
   if (choice.loopbackOnly) child.addArgument("-loopback_only");
   if (choice.anyUser) child.addArgument("-any_user");
+  if (choice.tcpOnly) child.addArgument("-tcp_only");
   if (choice.zone) {
     child.addArgument("-hl_zone");
     child.addArgument(choice.zone->c_str());
@@ -140,7 +146,7 @@ HubRecord readHubRecord(const HubChoice& choice) {
 
 HubSearch joinHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                   int milliseconds) {
-  plugin.setAnyUser(choice.anyUser);
+  setUp(plugin, choice);
   return join(plugin, findHub(choice), error, milliseconds);
 }
 
@@ -151,7 +157,7 @@ HubSearch joinHubOnPort(HublinkPlugin& plugin, std::uint16_t port, std::string& 
 
 HubSearch joinOrStartHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                          int milliseconds) {
-  plugin.setAnyUser(choice.anyUser);
+  setUp(plugin, choice);
   const RecordKey key(choice);
   HubSearch outcome = join(plugin, key.find(), error, milliseconds);
   if (outcome != HubSearch::none) return outcome;

@@ -29,6 +29,8 @@ struct HubChoice {
   bool loopbackOnly = true;
   /// Whether a hub that runs as another user is taken; one that is started takes every user then.
   bool anyUser = false;
+  /// Whether the local road is left out, by this program and by a hub that is started.
+  bool tcpOnly = false;
   /// Further options for a hub that is started.
   std::vector<std::string> arguments;
 };

@@ -105,7 +105,7 @@ bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* 
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
   for (;;) {
-    transport->connect(host, port, &status);
+    reach(*transport, host, port, &status);
     if (status.good())
       return takesHub(*transport, port, error) && attach(transport.get(), error, countdown.left());
     if (countdown.left() == 0) {
@@ -114,6 +114,11 @@ bool HublinkPlugin::connect(std::uint16_t port, std::string& error, const char* 
     }
     platform::sleepMilliseconds(kConnectPause);
   }
+}
+
+void HublinkPlugin::reach(STPTransport& transport, const char* host, std::uint16_t port,
+                          STPStatus* status) const {
+  transport.connect(host, port, status, !tcpOnly_);
 }
 
 bool HublinkPlugin::takesHub(const STPTransport& transport, std::uint16_t port,

@@ -87,6 +87,8 @@ class HublinkPlugin {
   /// Whether a hub of this machine that runs as another user than this one or root is taken too. At
   /// first it isn't: it could have anything done in its plugins.
   void setAnyUser(bool flag) { anyUser_ = flag; }
+  /// Whether a hub of this machine is reached by its port alone.
+  void setTcpOnly(bool flag) { tcpOnly_ = flag; }
   /// Connects to the hub on `port` of `host`, negotiates and learns the plugin ID. A hub that isn't
   /// there yet is tried again until `milliseconds` have passed (negative: no limit). False with a
   /// text in `error`. A connection that this plugin has is ended first.
@@ -95,6 +97,9 @@ class HublinkPlugin {
   /// The same on a transport that is connected to a hub already; the plugin takes a reference to
   /// it.
   bool attach(STPTransport* transport, std::string& error, int milliseconds = 5000);
+  /// Connects a transport to a hub as this plugin's are.
+  void reach(STPTransport& transport, const char* host, std::uint16_t port,
+             STPStatus* status) const;
   /// Whether this plugin takes the hub at the other end of a connection that this process has made;
   /// if not, there is a text in `error`.
   bool takesHub(const STPTransport& transport, std::uint16_t port, std::string& error) const;
@@ -198,6 +203,7 @@ class HublinkPlugin {
   std::int32_t pluginID_ = -1;
   bool stopped_ = false;
   bool anyUser_ = false;
+  bool tcpOnly_ = false;
   bool logKept_ = false;
   std::map<std::int32_t, Service> services_;            // by serviceRN
   std::deque<RNHandler> rnHandlers_;                    // in the order of the questions

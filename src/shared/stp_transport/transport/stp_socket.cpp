@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "indgen/find.h"
+#include "platform/credentials.h"
 #include "platform/readiness.h"
 #include "platform/socket.h"
 
@@ -11,7 +13,24 @@ void report(STPStatus* status, std::int32_t code, const char* text) {
   if (status) status->set(code, text);
 }
 
+// Somebody else may hold the name.
+int connectToName(std::uint16_t port) {
+  const platform::Socket fd = platform::connectToName(stpLocalName(port));
+  if (fd == platform::kNoSocket || platform::userOfServer(fd).isOwn()) return fd;
+  platform::closeStream(fd);
+  return platform::kNoSocket;
+}
+
 }  // namespace
+
+bool stpUsesLocalRoad() {
+  static const bool isWanted = gen_getenv("HUBLINK_TCP_ONLY", nullptr) == nullptr;
+  return isWanted;
+}
+
+std::string stpLocalName(std::uint16_t port) {
+  return "hublink/" + std::to_string(platform::currentUser()) + "/" + std::to_string(port);
+}
 
 int getListenSocket(std::uint16_t port, STPStatus* status, bool loopbackOnly) {
   report(status, STP_OK, "");
@@ -58,12 +77,20 @@ int acceptClient(int listenFD, bool closeListener, STPStatus* status) {
   return fd;
 }
 
-int connectToServer(const char* host, std::uint16_t port, STPStatus* status) {
+int connectToServer(const char* host, std::uint16_t port, STPStatus* status,
+                    bool takesLocalRoad) {
   report(status, STP_OK, "");
   std::uint32_t address = 0;
   if (!host || (!platform::parseAddress(host, address) && !platform::resolveHost(host, address))) {
     report(status, STP_FAILED, "[connectToServer]: Unable to resolve host");
     return 0;
+  }
+  if (takesLocalRoad && stpUsesLocalRoad() && platform::isOwnAddress(address)) {
+    const platform::Socket local = connectToName(port);
+    if (local != platform::kNoSocket) {
+      platform::setStreamOptions(local);
+      return local;
+    }
   }
   const platform::Socket fd = platform::openStream();
   const int failure = fd < 0 ? -1 : platform::connectStream(fd, address, port, STP_CONNECT_LIMIT);

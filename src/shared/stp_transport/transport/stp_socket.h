@@ -1,8 +1,12 @@
-// TCP sockets as transports use them, with the texts of their failures. A socket of 0 or below is
-// no result; callers go by the status.
+// Sockets as transports use them, with the texts of their failures. A socket of 0 or below is no
+// result; callers go by the status.
+//
+// There are two roads to a process of this machine: TCP, and a socket with a name of this machine
+// (the local road), which is quicker. Once connected, they don't differ.
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "stp_transport/transport/stp_status.h"
 
@@ -17,7 +21,14 @@ int getFreeListenSocket(std::uint16_t* port, STPStatus* status, bool loopbackOnl
 void closeListenSocket(int fd, STPStatus* status);
 /// A new connection, or -1. With a good status nobody was there.
 int acceptClient(int listenFD, bool closeListener, STPStatus* status);
-/// A connected socket, or 0.
-int connectToServer(const char* host, std::uint16_t port, STPStatus* status);
+/// A connected socket, or 0. If the host is this machine and a process of this user or of root
+/// listens on the name beside the port, it is reached by that, else by TCP.
+int connectToServer(const char* host, std::uint16_t port, STPStatus* status,
+                    bool takesLocalRoad = true);
+
+/// False if the environment variable HUBLINK_TCP_ONLY is set, for measurements.
+bool stpUsesLocalRoad();
+/// The name beside a port of this user's.
+std::string stpLocalName(std::uint16_t port);
 /// Shuts down and closes; failures are printed to the standard error stream.
 void closeSocket(int fd);

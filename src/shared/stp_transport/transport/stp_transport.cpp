@@ -23,7 +23,7 @@ STPTransport::~STPTransport() {
   STPProcessState& process = stpProcess();
   process.transportsBySerial.erase(serial_);
   process.attention.remove(serial_);
-  if (listening_) disclaim(listenFD_);
+  if (listening_) forgetClients();
   if (unflushed_) std::erase(process.unflushed, this);
 }
 

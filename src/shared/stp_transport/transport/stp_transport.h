@@ -34,6 +34,7 @@
 #include "stp_transport/wire/stp_wire.h"
 
 class STPChannel;
+class STPListener;
 
 /// Initial size in bytes of both buffers of every transport in this system.
 inline constexpr std::int32_t STP_BUFFER_SIZE = 32768;
@@ -139,12 +140,16 @@ class STPTransport {
   void setChainSite(std::uint16_t site) { calls_.setSite(site); }
 
   // --- Sockets (stp_transport_sockets.cpp) ---
-  void connect(const char* host, std::uint16_t port, STPStatus* status = nullptr);
+  /// By either road (stp_socket.h), or by TCP alone.
+  void connect(const char* host, std::uint16_t port, STPStatus* status = nullptr,
+               bool takesLocalRoad = true);
   /// Opens a port, waits for one client, becomes its transport and closes the port.
   void listen(std::uint16_t port, RetryHandler* retry, STPStatus* status = nullptr);
   void listenOnFD(int fd, bool closeListener, RetryHandler* retry, STPStatus* status = nullptr);
   /// Begins listening without waiting.
   void startListenOnFD(int fd, STPStatus* status = nullptr);
+  /// The same on both sockets of a listener, which must stay open for as long.
+  void startListenOn(const STPListener& listener, STPStatus* status = nullptr);
   /// Ends listening; the socket stays open and is the caller's alone.
   void stopListening();
   /// Whether a client was accepted. Nobody being there is no failure.
@@ -229,6 +234,9 @@ class STPTransport {
   void restAt(std::size_t place);
   /// Has the transports that the readiness set has news of looked at.
   static void attendNews();
+  void watchForClients(int fd);
+  void forgetClients();
+  int takeClient(bool closeListener);
   /// Events of a descriptor are this transport's from now on, or nobody's.
   void claim(int fd);
   void disclaim(int fd);
@@ -297,6 +305,7 @@ class STPTransport {
 
   bool listening_ = false;
   int listenFD_ = -1;
+  int localListenFD_ = -1;  // beside it, or -1
   bool clientWaiting_ = false;
   bool connected_ = false;
   int fd_ = -1;

@@ -127,6 +127,7 @@ bool STPTransport::canRead() const {
   // A client that is known to wait is somebody else's to take.
   if (listening_ && clientWaiting_) return false;
   const int fd = fileDescriptor();
+  if (listening_ && platform::readiness().isReadable(localListenFD_)) return true;
   return fd >= 0 && platform::readiness().isReadable(fd) && !isStalled() && !mustHandleFirst();
 }
 

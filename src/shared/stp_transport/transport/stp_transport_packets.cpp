@@ -142,7 +142,7 @@ std::uint32_t STPTransport::postMessage(STPMessage& message, int attempts, STPSt
   } else if (sequence != 0) {
     const STPDepthGuard sending(stpProcess().sendDepth);
     for (int i = 0; i < attempts && isWritePending() && status_.good(); ++i) {
-      if (platform::readiness().isFull(fd_)) break;
+      if (!platform::readiness().isWritable(fd_)) break;
       // A failure closes the connection only in its own turn of the loop, after its read.
       if (writeOnce() == WriteResult::failed) status_ = writeFailure();
     }

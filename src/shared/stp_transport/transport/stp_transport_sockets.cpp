@@ -1,17 +1,19 @@
 // Binding a transport to a socket, with the guards of its states.
 #include "platform/readiness.h"
 #include "platform/socket.h"
+#include "stp_transport/transport/stp_listener.h"
 #include "stp_transport/transport/stp_process_state.h"
 #include "stp_transport/transport/stp_socket.h"
 #include "stp_transport/transport/stp_transport.h"
 
-void STPTransport::connect(const char* host, std::uint16_t port, STPStatus* status) {
+void STPTransport::connect(const char* host, std::uint16_t port, STPStatus* status,
+                           bool takesLocalRoad) {
   if (connected_) {
     status_.set(STP_MISUSE, "[connect]: Already connected");
   } else if (listening_) {
     status_.set(STP_MISUSE, "[connect]: Already listening as server");
   } else {
-    const int fd = connectToServer(host, port, &status_);
+    const int fd = connectToServer(host, port, &status_, takesLocalRoad);
     if (status_.good()) bindFD(fd);
   }
   copyStatus(status);
@@ -55,18 +57,44 @@ void STPTransport::startListenOnFD(int fd, STPStatus* status) {
     listening_ = true;
     listenFD_ = fd;
     clientWaiting_ = false;
-    platform::readiness().watch(fd);
-    claim(fd);
+    watchForClients(fd);
   }
   copyStatus(status);
+}
+
+void STPTransport::startListenOn(const STPListener& listener, STPStatus* status) {
+  startListenOnFD(listener.tcp(), status);
+  if (!status_.good() || listener.local() == 0) return;
+  localListenFD_ = listener.local();
+  watchForClients(localListenFD_);
+}
+
+void STPTransport::watchForClients(int fd) {
+  platform::readiness().watch(fd);
+  claim(fd);
+}
+
+void STPTransport::forgetClients() {
+  disclaim(listenFD_);
+  disclaim(localListenFD_);
+  localListenFD_ = -1;
 }
 
 void STPTransport::stopListening() {
   if (!listening_) return;
   listening_ = clientWaiting_ = false;
-  disclaim(listenFD_);
+  forgetClients();
   ++stpProcess().closings;
   attend();
+}
+
+// Each transport takes one client: turn about, so that neither road starves the other.
+int STPTransport::takeClient(bool closeListener) {
+  if (localListenFD_ < 0) return acceptClient(listenFD_, closeListener, &status_);
+  const bool localFirst = serial_ % 2 == 0;
+  const int first = acceptClient(localFirst ? localListenFD_ : listenFD_, false, &status_);
+  if (first >= 0 || !status_.good()) return first;
+  return acceptClient(localFirst ? listenFD_ : localListenFD_, false, &status_);
 }
 
 bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
@@ -83,7 +111,7 @@ bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
   }
   clientWaiting_ = false;
   attend();
-  const int fd = acceptClient(listenFD_, closeListener, &status_);
+  const int fd = takeClient(closeListener);
   // Whoever was there has gone again: no failure, and the wait goes on.
   if (fd < 0 && status_.good()) {
     copyStatus(status);
@@ -92,7 +120,7 @@ bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
   // It goes on as the client's: only without one has it ended.
   const bool hasClient = status_.good();
   listening_ = false;
-  disclaim(listenFD_);
+  forgetClients();
   if (hasClient) {
     bindFD(fd);
   } else {
