@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace platform {
@@ -20,6 +21,7 @@ struct FileStatus {
   std::int64_t modifiedMilliseconds = 0;  ///< since 1970 in UTC
   std::uint64_t device = 0, inode = 0;    ///< together they tell whether two names are one file
   bool isOwn = false;                     ///< belongs to the user of this process
+  bool isRoots = false;                   ///< belongs to root
 };
 
 /// Flags of openFile, to be combined with `|`.
@@ -30,6 +32,8 @@ enum OpenFlag : unsigned {
   openCreate = 8,
   openExclusive = 16,  ///< with openCreate: fails if the file exists
   openTruncate = 32,
+  openOwn =
+      64,  ///< fails with EPERM or ELOOP unless it is a regular file of this user, and no link
 };
 
 /// Bits of an access test; a test of 0 asks only whether the file exists.
@@ -44,6 +48,9 @@ long readDescriptor(int descriptor, void* bytes, unsigned long count);
 
 /// A descriptor that children don't inherit. `mode` is used for a file that is created.
 int openFile(const char* path, unsigned flags, unsigned mode);
+/// A stream that owns the descriptor from now on, for a mode of the standard library that suits it.
+/// Null, with `errno` set and the descriptor closed, if there is none to be had.
+std::FILE* streamOn(int descriptor, const char* mode);
 /// Closes a descriptor that is no socket: 0 or the error.
 int closeDescriptor(int descriptor);
 int fileStatus(const char* path, FileStatus& status);

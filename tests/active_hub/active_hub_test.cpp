@@ -12,6 +12,7 @@
 #include "indgen/host.h"
 #include "indgen/program.h"
 #include "indgen/scratch.h"
+#include "platform/credentials.h"
 #include "platform/host.h"
 #include "platform/process.h"
 
@@ -28,6 +29,13 @@ class ActiveHubTest : public testing::Test {
     gen_temporary_directory(directory);
   }
 
+  static std::string process() { return std::to_string(platform::currentProcess()); }
+  std::string own() const { return scratch / "hublink_" + std::to_string(platform::currentUser()); }
+  static void giveAway(const std::string& path) {
+    EXPECT_EQ(std::system(("chown 65534 '" + path + "'").c_str()), 0);
+  }
+
+  static constexpr fs::perms kReadAndWritten = fs::perms::owner_read | fs::perms::owner_write;
   const Scratch scratch;
 };
 
@@ -70,10 +78,11 @@ TEST_F(ActiveHubTest, RecordAndItsLockStandInTheTemporaryDirectory) {
   for (const auto& [zone, file, lock] : cases) {
     EXPECT_EQ(recordPath(zone).get(), scratch / file);
     ActiveHubRecord record(65535, zone, nullptr, nullptr);
-    EXPECT_EQ(contents(scratch / file),
-              "Port = 65535\nPid = " + std::to_string(platform::currentProcess()) + "\n");
+    EXPECT_EQ(contents(scratch / file), "Port = 65535\nPid = " + process() + "\n");
     EXPECT_TRUE(lockActiveHub(zone, nullptr, nullptr));
     EXPECT_EQ(fs::file_size(scratch / lock), 0u);
+    for (const char* const made : {file, lock})
+      EXPECT_EQ(fs::status(scratch / made).permissions(), kReadAndWritten) << made;
     EXPECT_FALSE(record.lock());
     unlockActiveHub(zone, nullptr, nullptr);
     EXPECT_TRUE(record.lock());
@@ -87,15 +96,15 @@ TEST_F(ActiveHubTest, RecordAndItsLockStandInTheTemporaryDirectory) {
 
 TEST_F(ActiveHubTest, RecordOfAnotherHubStays) {
   ActiveHubRecord record(7000, "x", nullptr, nullptr);
-  const std::string process = "Pid = " + std::to_string(platform::currentProcess());
-  for (const std::string& text : {"Port = 7001\n" + process, std::string("Port = 7000\nPid = 1")}) {
+  for (const std::string& text :
+       {"Port = 7001\nPid = " + process(), std::string("Port = 7000\nPid = 1")}) {
     scratch.write("svc_x", text);
     EXPECT_FALSE(record.remove());
     EXPECT_EQ(contents(scratch / "svc_x"), text);
   }
 }
 
-TEST_F(ActiveHubTest, WhatOthersPutThereIsNoRecordAndNoLock) {
+TEST_F(ActiveHubTest, LinksAreNoRecords) {
   const std::string victim = scratch.write("victim", "");
   { ActiveHubRecord record(7000, "real", nullptr, nullptr); }
   fs::create_symlink(scratch / "svc_real", scratch / "svc_x");
@@ -105,17 +114,59 @@ TEST_F(ActiveHubTest, WhatOthersPutThereIsNoRecordAndNoLock) {
   { ActiveHubRecord record(7000, "x", nullptr, nullptr); }
   EXPECT_EQ(contents(victim), "");
   EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 7000);
-  // Only the superuser can play another user.
+}
+
+// What can't be replaced stands for what another user has put there.
+TEST_F(ActiveHubTest, RecordGoesToAPlaceOfTheUsersOwn) {
+  fs::create_directory(scratch / "svc_x");
+  ActiveHubRecord record(7000, "x", nullptr, nullptr);
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 7000);
+  EXPECT_EQ(activeHubPlace("x", nullptr, nullptr).get(), own() + "/svc_x");
+  EXPECT_EQ(fs::status(own()).permissions(), fs::perms::owner_all);
+  EXPECT_EQ(fs::status(own() + "/svc_x").permissions(), kReadAndWritten);
+  // A place that others can enter may hold anything.
+  fs::permissions(own(), fs::perms::others_exec, fs::perm_options::add);
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 0);
+  fs::permissions(own(), fs::perms::owner_all);
+  // One in the usual place comes first.
+  fs::remove(scratch / "svc_x");
+  { ActiveHubRecord later(7001, "x", nullptr, nullptr); }
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 7001);
+  removeActiveHub("x", nullptr, nullptr);
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 7000);
+  EXPECT_TRUE(record.remove());
+  EXPECT_FALSE(fs::exists(own() + "/svc_x"));
+}
+
+TEST_F(ActiveHubTest, WhatOthersPutThereIsNoRecordAndNoLock) {
+  if (platform::currentUser() != platform::kRoot)
+    GTEST_SKIP() << "giving files to another user takes root";
+  const std::string record = scratch.write("svc_x", "Port = 7\nPid = " + process());
   const std::string lock = scratch.write("svc_x.lock", "");
-  const std::string giveAway = "chown 65534 '" + scratch / "svc_x' '" + lock + "' 2>/dev/null";
-  if (std::system(giveAway.c_str()) != 0) GTEST_SKIP();
+  fs::last_write_time(lock, fs::file_time_type::clock::now() - std::chrono::hours(1));
+  EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 7);
+  giveAway(record);
+  giveAway(lock);
   EXPECT_EQ(findActiveHub("x", nullptr, nullptr), 0);
   removeActiveHub("x", nullptr, nullptr);
-  EXPECT_TRUE(fs::exists(scratch / "svc_x"));
-  fs::last_write_time(lock, fs::file_time_type::clock::now() - std::chrono::hours(1));
-  EXPECT_TRUE(lockActiveHub("x", nullptr, nullptr));
-  unlockActiveHub("x", nullptr, nullptr);
+  EXPECT_TRUE(fs::exists(record));
+  const auto lockIt = [&] { return lockFile(record.c_str(), 0, 60); };
+  EXPECT_TRUE(lockIt());
+  EXPECT_FALSE(lockIt()) << "the lock in the user's own place counts";
+  fs::remove(lock);
+  EXPECT_FALSE(lockIt()) << "also when that other user's has gone";
+  EXPECT_FALSE(fs::exists(lock));
+  unlockFile(record.c_str());
+  EXPECT_TRUE(lockIt());
   EXPECT_TRUE(fs::exists(lock));
+  EXPECT_FALSE(lockIt());
+  unlockFile(record.c_str());
+  EXPECT_TRUE(fs::is_empty(own()));
+  EXPECT_EQ(whyNoActiveHub("x", nullptr, nullptr), "");
+  giveAway(own());
+  EXPECT_EQ(whyNoActiveHub("x", nullptr, nullptr), record + " belongs to another user, and " +
+                                                       own() +
+                                                       " isn't a directory of this user's alone");
 }
 
 TEST_F(ActiveHubTest, OnlyAHubThatLivesIsFound) {
@@ -126,7 +177,7 @@ TEST_F(ActiveHubTest, OnlyAHubThatLivesIsFound) {
   fs::remove_all(scratch.path());
   { ActiveHubRecord record(7000, nullptr, "+", nullptr); }
   EXPECT_EQ(found(), 7000);
-  const std::string own = "Pid = " + std::to_string(platform::currentProcess()) + "\n";
+  const std::string own = "Pid = " + process() + "\n";
   for (const std::string& text : {std::string("Port = 7000\n"), own, "Port = 70000\n" + own,
                                   std::string("Port = 7000\nPid = 2147483647\n")}) {
     std::ofstream(path) << text;

@@ -39,8 +39,24 @@ TEST_F(LogTest, TellsOnceThatALogIsFull) {
   expectedPrint = full;
 }
 
+TEST_F(LogTest, IsNobodyElses) {
+  const std::string victim = directory.write("victim", "kept");
+  std::filesystem::create_symlink(victim, internal);
+  directory.write("plain", "kept");
+  if (std::system(("chown -h 65534 '" + internal + "' '" + plain + "' 2>&-").c_str()) != 0)
+    GTEST_SKIP() << "giving files to another user takes root";
+  startHub({"-hl_log_internal", internal, "-log", plain});
+  for (const std::string& name : {plain, internal})
+    expectedPrint += "Warning: Unable to open log file " + name + ": it belongs to another user.\n";
+  settle();
+  EXPECT_EQ(contents(plain) + contents(internal), "keptkept");
+}
+
 TEST_F(LogTest, InternalLogHoldsEveryMessageAndTheHubsOwnLines) {
   startHub({"-hl_log_internal", internal, "-log", plain});
+  using std::filesystem::perms;
+  for (const std::string& name : {internal, plain})
+    EXPECT_EQ(std::filesystem::status(name).permissions(), perms::owner_read | perms::owner_write);
   Plugin second = connectPlugin();
   EXPECT_EQ(second->next(), "StartLogging");
   EXPECT_EQ(second->next(), "PluginId 2");

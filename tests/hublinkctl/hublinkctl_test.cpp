@@ -8,6 +8,7 @@
 
 #include "hublink_plugin/hublink_plugin.h"
 #include "platform/clock.h"
+#include "platform/credentials.h"
 #include "support/hub_test.h"
 #include "tools/hublinkctl/exit_code.h"
 
@@ -15,6 +16,7 @@ using hublinkctl::ExitCode;
 using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
+using ::testing::StartsWith;
 
 namespace {
 
@@ -121,6 +123,45 @@ class HublinkctlTest : public HubTest {
   HublinkPlugin provider;
   std::vector<platform::ProcessId> started;  // by start
 };
+
+// Root's files are in the way of another user's tools, who have to agree all the same.
+TEST_F(HublinkctlTest, NeedsNoFileThatAnotherUserHas) {
+  if (platform::currentUser() != platform::kRoot)
+    GTEST_SKIP() << "becoming another user takes root";
+  namespace fs = std::filesystem;
+  fs::permissions(directory.path(), fs::perms::all | fs::perms::sticky_bit);
+  const std::string foreign = "Port = 7\nPid = " + std::to_string(platform::currentProcess());
+  const std::string record = directory.write("svc_z", foreign);
+  fs::last_write_time(directory.write("svc_z.lock", ""),
+                      fs::file_time_type::clock::now() - std::chrono::hours(1));
+  const std::string own = directory / "hublink_65534";
+  const auto beginAsStranger = [&](const std::vector<std::string>& command) {
+    std::vector<std::string> line = {"--reuid=65534", "--regid=65534", "--clear-groups", HUBLINKCTL,
+                                     "--hub",         executable,      "--zone",         "z"};
+    line.insert(line.end(), command.begin(), command.end());
+    return std::make_unique<HubProcess>(line, directory, 0, "setpriv");
+  };
+  const auto isTold = [&](const std::string& command, ExitCode code, const std::string& text) {
+    const auto tool = beginAsStranger({command});
+    EXPECT_EQ(endOf(*tool), code) << command;
+    EXPECT_THAT(tool->printed(), HasSubstr(text)) << command;
+  };
+  isTold("status", ExitCode::noHub, "hublinkctl: there is no hub\n");
+  const auto stay = beginAsStranger({"start", "--stay"});
+  ASSERT_TRUE(await([&] { return stay->printed().find("process: ") != std::string::npos; }));
+  EXPECT_THAT(stay->printed(), StartsWith("started: yes\n")) << "and no word about the lock";
+  isTold("start", ExitCode::fine, "started: no\n");
+  isTold("find", ExitCode::fine, "record: " + own + "/svc_z\n");
+  const std::string written = contents(own + "/svc_z");
+  started.push_back(std::stoi(written.substr(written.find("Pid = ") + 6)));
+  EXPECT_EQ(contents(record), foreign);
+  fs::rename(own, directory / "moved");
+  fs::create_directory(own);
+  for (const char* const command : {"find", "status", "start"})
+    isTold(command, ExitCode::noHub,
+           "hublinkctl: there is no hub: " + record + " belongs to another user, and " + own +
+               " isn't a directory of this user's alone\n");
+}
 
 TEST_F(HublinkctlTest, TellsWhatAHubKnows) {
   startHubWithProvider();

@@ -34,6 +34,7 @@ int statusOf(int result, const struct stat& found, FileStatus& status) {
   status.device = found.st_dev;
   status.inode = found.st_ino;
   status.isOwn = found.st_uid == geteuid();
+  status.isRoots = found.st_uid == 0;
   return 0;
 }
 
@@ -69,7 +70,25 @@ int openFile(const char* path, unsigned flags, unsigned mode) {
   if (flags & openCreate) system |= O_CREAT;
   if (flags & openExclusive) system |= O_EXCL;
   if (flags & openTruncate) system |= O_TRUNC;
-  return outcome(open(path, system, static_cast<mode_t>(mode)));
+  // Nobody is to have this process wait at a pipe of his either.
+  if (flags & openOwn) system |= O_NOFOLLOW | O_NONBLOCK;
+  const int descriptor = open(path, system, static_cast<mode_t>(mode));
+  if (descriptor < 0 || !(flags & openOwn)) return outcome(descriptor);
+  struct stat found {};
+  if (fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode) && found.st_uid == geteuid())
+    return descriptor;
+  close(descriptor);
+  return -EPERM;
+}
+
+FILE* streamOn(int descriptor, const char* mode) {
+  FILE* stream = fdopen(descriptor, mode);
+  if (!stream) {
+    const int failure = errno;
+    close(descriptor);
+    errno = failure;
+  }
+  return stream;
 }
 
 int closeDescriptor(int descriptor) {

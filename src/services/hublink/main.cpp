@@ -8,6 +8,7 @@
 #include "indgen/access.h"
 #include "indgen/config_dirs.h"
 #include "indgen/memory.h"
+#include "indgen/own_file.h"
 #include "indgen/path.h"
 #include "indgen/program.h"
 #include "platform/memory.h"
@@ -25,14 +26,16 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// A log can be followed while the hub runs: each line goes out when it is complete.
+// A log can be followed while the hub runs: each line goes out when it is complete. It holds what
+// is nobody else's business.
 File openLog(const char* name) {
   if (!name) return nullptr;
-  File file(V_fopen(name, "w"));
+  File file(gen_open_log_file(name));
   if (file)
     std::setvbuf(file.get(), nullptr, _IOLBF, BUFSIZ);
   else
-    std::fprintf(stderr, "Warning: Unable to open log file %s: %s.\n", name, std::strerror(errno));
+    std::fprintf(stderr, "Warning: Unable to open log file %s: %s.\n", name,
+                 errno == EPERM ? "it belongs to another user" : std::strerror(errno));
   return file;
 }
 

@@ -4,10 +4,12 @@
 
 #include "active_hub/lock_file.h"
 #include "active_hub/md5_text.h"
+#include "active_hub/own_place.h"
 #include "indgen/access.h"
 #include "indgen/directory.h"
 #include "indgen/find.h"
 #include "indgen/host.h"
+#include "indgen/own_file.h"
 #include "indgen/path.h"
 #include "indgen/program.h"
 #include "indgen/report.h"
@@ -30,17 +32,25 @@ constexpr int kToolWait = 20;  // seconds
 
 // Another user's file says nothing to this one, and neither does a link, whoever may have put it
 // into a directory that all users share.
-bool isOwnFile(const char* path) {
-  platform::FileStatus status;
-  return platform::linkStatus(path, status) == 0 && status.isOwn &&
-         status.kind == platform::FileKind::file;
+ActiveHub readRecord(const char* path) {
+  ut_options_database database(kTitle);
+  if (!database.read(path, gen_open_own_file(path))) return {};
+  return {database.int32_value("Port", -1), database.int32_value("Pid", -1)};
 }
 
-ActiveHub readRecord(const char* path) {
-  if (!isOwnFile(path)) return {};
-  ut_options_database database(kTitle);
-  if (!database.read(path)) return {};
-  return {database.int32_value("Port", -1), database.int32_value("Pid", -1)};
+// Something else than a record, which can't be replaced by one.
+bool isTaken(const char* path) {
+  platform::FileStatus status;
+  return platform::linkStatus(path, status) == 0 && !gen_is_own_file(path);
+}
+
+// Where the record lies, or would: the usual place, or else the user's own.
+gen_text placeOf(const gen_text& name) {
+  gen_text usual = recordPath(name);
+  if (gen_is_own_file(usual)) return usual;
+  gen_text own = ownPlaceOf(usual);
+  const bool isThere = hasOwnPlace(usual) && gen_is_own_file(own);
+  return isThere || gen_is_foreign(usual) ? std::move(own) : std::move(usual);
 }
 
 }  // namespace
@@ -72,9 +82,17 @@ ActiveHubRecord::ActiveHubRecord(std::uint32_t port, const char* zone, const cha
   ut_options_database database(kTitle);
   database.add_or_replace_int32("Port", ownPort);
   database.add_or_replace_int32("Pid", platform::currentProcess());
-  const gen_text path = recordPath(name);
   const auto write = [&database](std::FILE* stream) { return database.write(stream); };
-  if (gen_replace_file(path, write) != 0) gen_error("failed when writing %s", path.get());
+  const auto writeTo = [&](gen_text place) {
+    path = std::move(place);
+    return gen_replace_file(path, write, true) == 0;
+  };
+  const gen_text usual = recordPath(name);
+  if (writeTo(recordPath(name)) ||
+      (isTaken(usual) && makeOwnPlace(usual) && writeTo(ownPlaceOf(usual))))
+    return;
+  const std::string reason = whyNoPlace(usual);
+  gen_error("failed when writing %s%s%s", path.get(), reason.empty() ? "" : ": ", reason.c_str());
 }
 
 bool ActiveHubRecord::lock() {
@@ -86,11 +104,11 @@ void ActiveHubRecord::unlock() {
 }
 
 bool ActiveHubRecord::remove() {
-  return gen_remove_file_if(recordPath(name), [this](const char* path) { return names(path); });
+  return gen_remove_file_if(path, [this](const char* file) { return names(file); });
 }
 
-bool ActiveHubRecord::names(const char* path) const {
-  const ActiveHub hub = readRecord(path);
+bool ActiveHubRecord::names(const char* file) const {
+  const ActiveHub hub = readRecord(file);
   return hub.process == platform::currentProcess() && hub.port == ownPort;
 }
 
@@ -99,8 +117,19 @@ std::uint16_t ActiveHub::livePort() const {
   return static_cast<std::uint16_t>(port);
 }
 
+gen_text activeHubPlace(const char* zone, const char* suffix, const char* programPath) {
+  return placeOf(recordName(zone, suffix, programPath));
+}
+
+std::string whyNoActiveHub(const char* zone, const char* suffix, const char* programPath) {
+  const gen_text path = recordPath(recordName(zone, suffix, programPath));
+  const std::string reason = whyNoPlace(path);
+  return reason.empty() ? whyNoLock(path) : reason;
+}
+
 ActiveHub readActiveHub(const char* zone, const char* suffix, const char* programPath) {
-  return readRecord(recordPath(recordName(zone, suffix, programPath)));
+  const gen_text place = activeHubPlace(zone, suffix, programPath);
+  return place ? readRecord(place) : ActiveHub();
 }
 
 std::uint16_t findActiveHub(const char* zone, const char* suffix, const char* programPath) {
@@ -116,6 +145,6 @@ void unlockActiveHub(const char* zone, const char* suffix, const char* programPa
 }
 
 void removeActiveHub(const char* zone, const char* suffix, const char* programPath) {
-  const gen_text path = recordPath(recordName(zone, suffix, programPath));
-  if (isOwnFile(path)) V_unlink(path);
+  const gen_text place = activeHubPlace(zone, suffix, programPath);
+  if (gen_is_own_file(place)) V_unlink(place);
 }

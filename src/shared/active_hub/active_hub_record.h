@@ -6,26 +6,28 @@
 // machine. So each user and each installation has a hub of its own. `zone` and `programPath` may be
 // null, `suffix` null or empty; without a `programPath` the directory of the running program
 // counts. A lock beside the file guards its removal. A file that belongs to another user, or is a
-// link, is no record.
+// link, is no record: if it can't be replaced, the record goes to the user's own place
+// (own_place.h), which is looked into whenever there is no record in the usual one.
 //
 // The file is a text of attributes, one on a line: `Port` and `Pid`.
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "indgen/memory.h"
 
 /// The name of the record: a copy of `zone` if there is one, else the digest of all that makes an
 /// installation.
 gen_text recordName(const char* zone, const char* suffix, const char* programPath);
-/// The path of the record of this name.
+/// The path of the record of this name, where nobody else has put something.
 gen_text recordPath(const char* name);
 
 /// The hub's own hold on its record. The file isn't kept open, and outlives this object.
 class ActiveHubRecord {
  public:
-  /// Writes the record, whole or not at all. A failure is reported and leaves a hub that nobody can
-  /// find.
+  /// Writes the record, whole or not at all, for this user alone to read. A failure is reported and
+  /// leaves a hub that nobody can find.
   ActiveHubRecord(std::uint32_t port, const char* zone, const char* suffix,
                   const char* programPath);
   /// Takes the lock without waiting; one older than 60 seconds is broken. True if it was got.
@@ -36,9 +38,10 @@ class ActiveHubRecord {
   bool remove();
 
  private:
-  bool names(const char* path) const;
+  bool names(const char* file) const;
 
   gen_text name;
+  gen_text path;  // where it was written
   std::int32_t ownPort;
 };
 
@@ -52,6 +55,11 @@ struct ActiveHub {
   /// The port of a hub whose process runs, or 0.
   std::uint16_t livePort() const;
 };
+/// The path at which the record lies, or would lie now.
+gen_text activeHubPlace(const char* zone, const char* suffix, const char* programPath);
+/// What another user has put in the way of every record of this name, or of its lock; empty if
+/// there can be both.
+std::string whyNoActiveHub(const char* zone, const char* suffix, const char* programPath);
 ActiveHub readActiveHub(const char* zone, const char* suffix, const char* programPath);
 /// The port of a hub that runs, or 0. A record whose process has gone stays where it is.
 std::uint16_t findActiveHub(const char* zone, const char* suffix, const char* programPath);

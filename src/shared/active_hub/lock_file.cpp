@@ -2,7 +2,9 @@
 
 #include <cstdint>
 
+#include "active_hub/own_place.h"
 #include "indgen/access.h"
+#include "indgen/own_file.h"
 #include "indgen/path.h"
 #include "indgen/report.h"
 #include "indgen/whole_file.h"
@@ -11,7 +13,8 @@
 
 namespace {
 
-constexpr unsigned kLockMode = 0660;
+// Whoever can write to a lock can keep it young.
+constexpr unsigned kLockMode = 0600;
 constexpr int kPause = 100;  // ms between two tries
 
 gen_text lockPath(const char* path) {
@@ -22,14 +25,8 @@ std::int64_t secondsNow() {
   return platform::unixMilliseconds() / 1000;
 }
 
-// Another user's lock guards nothing of this one's, and could otherwise keep it out for ever.
-bool isForeign(const char* lock) {
-  platform::FileStatus status;
-  return platform::linkStatus(lock, status) == 0 && !status.isOwn;
-}
-
 void breakIfStale(const char* lock, int staleSeconds) {
-  if (staleSeconds == kLockNeverStale || isForeign(lock)) return;
+  if (staleSeconds == kLockNeverStale || gen_is_foreign(lock)) return;
   const auto isStale = [staleSeconds](const char* file) {
     platform::FileStatus status;
     return V_stat(file, &status) == 0 &&
@@ -50,13 +47,30 @@ bool makeLock(const char* lock) {
   return true;
 }
 
+// One try. Who finds the usual lock in another user's hands has the one in the user's own place
+// instead. That other user may come and go, so once there is such a place everybody has both.
+bool tryLock(const char* lock) {
+  const bool made = makeLock(lock);
+  if (!made && !gen_is_foreign(lock)) return false;
+  if (made ? !hasOwnPlace(lock) : !makeOwnPlace(lock)) return true;
+  const gen_text own = ownPlaceOf(lock);
+  if (makeLock(own)) {
+    if (made || gen_is_foreign(lock)) return true;
+    V_unlink(own);
+  } else if (made) {
+    V_unlink(lock);
+  }
+  return false;
+}
+
 }  // namespace
 
 bool lockFile(const char* path, int waitSeconds, int staleSeconds) {
   const gen_text lock = lockPath(path);
   breakIfStale(lock, staleSeconds);
+  if (hasOwnPlace(lock)) breakIfStale(ownPlaceOf(lock), staleSeconds);
   const std::int64_t start = secondsNow();
-  while (!makeLock(lock) && !isForeign(lock)) {
+  while (!tryLock(lock)) {
     if (waitSeconds == 0) return false;
     platform::sleepMilliseconds(kPause);
     if (waitSeconds != kWaitForLock && start + waitSeconds <= secondsNow()) return false;
@@ -64,8 +78,13 @@ bool lockFile(const char* path, int waitSeconds, int staleSeconds) {
   return true;
 }
 
+std::string whyNoLock(const char* path) {
+  return whyNoPlace(lockPath(path));
+}
+
 bool unlockFile(const char* path) {
   const gen_text lock = lockPath(path);
-  if (!isForeign(lock)) V_unlink(lock);
+  if (hasOwnPlace(lock)) V_unlink(ownPlaceOf(lock));
+  if (!gen_is_foreign(lock)) V_unlink(lock);
   return true;
 }

@@ -30,8 +30,11 @@ class RecordKey {
   bool isKnown() const { return zone_ || directory_; }
   HubRecord read() const {
     if (!isKnown()) return {};
-    return {recordPath(recordName(zone(), nullptr, directory())).get(),
-            readActiveHub(zone(), nullptr, directory())};
+    return {activeHubPlace(zone(), nullptr, directory()).get(),
+            readActiveHub(zone(), nullptr, directory()), whyNone()};
+  }
+  std::string whyNone() const {
+    return isKnown() ? whyNoActiveHub(zone(), nullptr, directory()) : std::string();
   }
   std::uint16_t find() const { return read().hub.livePort(); }
 
@@ -79,6 +82,13 @@ HubSearch join(HublinkPlugin& plugin, std::uint16_t port, std::string& error, in
   if (platform::monotonicMilliseconds() < end) return HubSearch::none;
   error = "the hub on port " + std::to_string(port) + " doesn't answer";
   return HubSearch::silent;
+}
+
+HubSearch join(HublinkPlugin& plugin, const RecordKey& key, std::string& error, int milliseconds) {
+  const HubSearch outcome = join(plugin, key.find(), error, milliseconds);
+  const std::string reason = outcome == HubSearch::none ? key.whyNone() : std::string();
+  if (!reason.empty()) error += ": " + reason;
+  return outcome;
 }
 
 // The new hub connects to this process, which so is its first plugin, before it listens and writes
@@ -147,7 +157,7 @@ HubRecord readHubRecord(const HubChoice& choice) {
 HubSearch joinHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                   int milliseconds) {
   setUp(plugin, choice);
-  return join(plugin, findHub(choice), error, milliseconds);
+  return join(plugin, RecordKey(choice), error, milliseconds);
 }
 
 HubSearch joinHubOnPort(HublinkPlugin& plugin, std::uint16_t port, std::string& error,
@@ -159,12 +169,14 @@ HubSearch joinOrStartHub(HublinkPlugin& plugin, const HubChoice& choice, std::st
                          int milliseconds) {
   setUp(plugin, choice);
   const RecordKey key(choice);
-  HubSearch outcome = join(plugin, key.find(), error, milliseconds);
+  HubSearch outcome = join(plugin, key, error, milliseconds);
   if (outcome != HubSearch::none) return outcome;
+  // A hub that nobody can find is of no use to the next tool, nor is one to be started by two.
+  if (!key.whyNone().empty()) return HubSearch::failed;
   // Without a name for its record there is no program either, as the start will tell.
   if (!key.isKnown()) return start(plugin, choice, error, milliseconds);
   const RecordLock lock(key);
-  outcome = join(plugin, key.find(), error, milliseconds);
+  outcome = join(plugin, key, error, milliseconds);
   if (outcome != HubSearch::none) return outcome;
   if (lock.held()) return start(plugin, choice, error, milliseconds);
   error = "somebody else has been starting a hub for 20 seconds";

@@ -44,6 +44,8 @@ std::uint16_t findHub(const HubChoice& choice);
 struct HubRecord {
   std::string path;  ///< empty without a zone and a program, from which it would follow
   ActiveHub hub;
+  /// What another user has put in the way of every record of this name; mostly empty.
+  std::string obstacle;
 };
 HubRecord readHubRecord(const HubChoice& choice);
 

@@ -30,13 +30,19 @@ struct WantedName {
   const char* extension;
 };
 
+// A link that leads nowhere takes its name too.
+bool isTaken(const char* path) {
+  platform::FileStatus status;
+  return V_access(path, 0) == 0 || platform::linkStatus(path, status) == 0;
+}
+
 // Fills in the names of a stem; false if one of them is taken.
 bool fillIn(const char* stem, WantedName (&names)[3]) {
   for (const WantedName& name : names) {
     if (!name.buffer) continue;
     const char* extension = name.extension ? name.extension : "";
     *name.buffer = gen_concat(stem, *extension == '.' ? extension + 1 : extension);
-    if (V_access(*name.buffer, 0) == 0) return false;
+    if (isTaken(*name.buffer)) return false;
   }
   return true;
 }
@@ -109,7 +115,7 @@ const char* gen_temporary_name(const char* directory, gen_text& buffer, const ch
 }
 
 gen_text gen_unique_name(const char* directory) {
-  return firstFree(directory, [](const char* path) { return V_access(path, 0) == 0; });
+  return firstFree(directory, isTaken);
 }
 
 gen_text gen_make_unique_directory(const char* directory, unsigned mode) {

@@ -8,6 +8,7 @@
 #include "indgen/access.h"
 #include "indgen/directory.h"
 #include "indgen/format.h"
+#include "indgen/own_file.h"
 #include "indgen/path.h"
 #include "indgen/temporary.h"
 #include "indgen/text.h"
@@ -142,12 +143,13 @@ int gen_rename(const char* from, const char* to) {
   return renamed(from, to);
 }
 
-int gen_replace_file(const char* path, const std::function<bool(std::FILE*)>& write) {
+int gen_replace_file(const char* path, const std::function<bool(std::FILE*)>& write,
+                     bool isPrivate) {
   gen_text draft;
   Stream stream;
   // A name that was free may be taken by now.
   for (int tries = 0; !stream && tries < kMostDrafts && nameBeside(path, draft); ++tries) {
-    stream = opened(draft, "wx");
+    stream = isPrivate ? Stream(gen_make_own_file(draft)) : opened(draft, "wx");
     if (!stream && errno != EEXIST) return -1;
   }
   if (!stream) return -1;

@@ -22,8 +22,10 @@ int gen_copy_to_stream(const char* path, std::FILE* stream);
 int gen_rename(const char* from, const char* to);
 /// Makes the file `path` of what `write` puts into a stream. That is a new file beside it, which
 /// takes the name at once and whole: nobody sees a part of it, a link at `path` goes and isn't
-/// followed, and a failure, with its reason in errno, leaves what was there.
-int gen_replace_file(const char* path, const std::function<bool(std::FILE*)>& write);
+/// followed, and a failure, with its reason in errno, leaves what was there. If it `isPrivate`,
+/// only this user can read it.
+int gen_replace_file(const char* path, const std::function<bool(std::FILE*)>& write,
+                     bool isPrivate = false);
 /// Renames, or if that fails copies and removes.
 int gen_move_file(const char* from, const char* to);
 /// Refused for a directory. A file that can't be removed is made writable and tried again.

@@ -11,6 +11,12 @@
 #include "libcxxutil/ut_options_writer.h"
 #include "libcxxutil/ut_token_stream.h"
 
+namespace {
+
+constexpr bool kFatalErrors = false, kFilenameTokens = true;
+
+}  // namespace
+
 ut_options_database::ut_options_database(const char* title,
                                          const ut_preprocessor_callbacks* callbacks,
                                          bool owns_callbacks)
@@ -39,12 +45,21 @@ bool ut_options_database::read(const char* file, ut_attribute_list& node) {
   if (callbacks_ && callbacks_->include_filter &&
       !callbacks_->include_filter(callbacks_->context, file, 0))
     return true;
-  constexpr bool kFatalErrors = false, kFilenameTokens = true;
   ut_token_stream stream(kFatalErrors, kFilenameTokens, &macros_, callbacks_);
-  if (!stream.open(file)) {
-    open_failed_ = true;
-    return false;
-  }
+  return stream.open(file) ? parse(stream, node) : failToOpen();
+}
+
+bool ut_options_database::read(const char* file, std::FILE* stream) {
+  ut_token_stream tokens(kFatalErrors, kFilenameTokens, &macros_, callbacks_);
+  return tokens.open(file, stream) ? parse(tokens, *this) : failToOpen();
+}
+
+bool ut_options_database::failToOpen() {
+  open_failed_ = true;
+  return false;
+}
+
+bool ut_options_database::parse(ut_token_stream& stream, ut_attribute_list& node) {
   const bool parsed = ut_options_reader(stream, settings_, node).read();
   if (!parsed) parse_failed_ = true;
   files_read_.insert(files_read_.end(), stream.opened_files().begin(), stream.opened_files().end());

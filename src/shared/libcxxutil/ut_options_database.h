@@ -13,6 +13,8 @@
 #include "libcxxutil/ut_macro_table.h"
 #include "libcxxutil/ut_preprocessor_callbacks.h"
 
+class ut_token_stream;
+
 class ut_options_database : public ut_attribute_list {
  public:
   /// An empty tree; `title` is kept and nothing else. `callbacks` may be null.
@@ -38,6 +40,8 @@ class ut_options_database : public ut_attribute_list {
   /// isn't reported, or at the first syntax error, which is; what was parsed before stays.
   bool read(const char* file);
   bool read(const char* file, ut_attribute_list& node);
+  /// The same for a stream on `file`, which is closed.
+  bool read(const char* file, std::FILE* stream);
   bool open_failed() const { return open_failed_; }
   bool parse_failed() const { return parse_failed_; }
   bool had_errors() const { return open_failed_ || parse_failed_; }
@@ -62,6 +66,8 @@ class ut_options_database : public ut_attribute_list {
 
  private:
   const char* only_file() const override;
+  bool parse(ut_token_stream& stream, ut_attribute_list& node);
+  bool failToOpen();
 
   const std::string title_;
   ut_macro_table macros_;

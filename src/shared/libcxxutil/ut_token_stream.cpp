@@ -45,6 +45,14 @@ bool ut_token_stream::open(const char* file) {
   return openFile(file);
 }
 
+bool ut_token_stream::open(const char* file, std::FILE* stream) {
+  File opened;
+  opened.stream.reset(stream);
+  if (!file || !stream || !main_file_.empty()) return false;
+  main_file_ = file;
+  return enterFile(file, std::move(opened));
+}
+
 const char* ut_token_stream::position() {
   if (!files_.empty())
     position_text_ =
@@ -85,7 +93,10 @@ bool ut_token_stream::openFile(const char* name) {
   if (!gen_is_regular_file(name)) return false;
   File file;
   file.stream.reset(V_fopen(name, "rt"));
-  if (!file.stream) return false;
+  return file.stream && enterFile(name, std::move(file));
+}
+
+bool ut_token_stream::enterFile(const char* name, File file) {
   std::setvbuf(file.stream.get(), nullptr, _IONBF, 0);  // chunks are buffer enough
   if (!readChunk(file) && std::ferror(file.stream.get())) return false;
   input_left_ -= kFileCost;

@@ -32,6 +32,8 @@ class ut_token_stream {
 
   /// False if a file was opened before, or this one can't be; a directory can't.
   bool open(const char* file);
+  /// The same for a stream on it, which is this one's from now on.
+  bool open(const char* file, std::FILE* stream);
   const char* main_file() const { return main_file_.c_str(); }
 
   /// The next token, or null at the end of the input. A string keeps its quotes and escapes; it has
@@ -83,6 +85,7 @@ class ut_token_stream {
   };
 
   bool openFile(const char* name);
+  bool enterFile(const char* name, File file);
   void closeFile();
   bool readLogicalLine();
   bool readRawLine(File& file);

@@ -36,6 +36,8 @@ bool find(Session& session, const Options& options) {
   if (options.json && !session.print({{"found", false}, {"record", path}})) return false;
   if (record.path.empty())
     return session.fail(ExitCode::noHub, "the hub's program isn't found, and no zone is named");
+  if (!record.obstacle.empty())
+    return session.fail(ExitCode::noHub, "there is no hub: " + record.obstacle);
   if (record.hub.process <= 0)
     return session.fail(ExitCode::noHub, "there is no hub: no record " + record.path);
   return session.fail(ExitCode::noHub, "there is no hub: its process " +
