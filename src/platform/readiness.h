@@ -74,7 +74,12 @@ class ReadinessSet {
       flags_[static_cast<std::size_t>(descriptor)] &= static_cast<std::uint8_t>(~flag);
   }
 
+  int look(int milliseconds, bool& failed);
+  bool setAlarm(std::uint64_t latest);
+
   int set_;
+  int alarm_ = -1;             // a timer, -1 before it is needed
+  std::uint64_t alarmAt_ = 0;  // ms of the steady clock; 0 if it isn't set
   std::vector<std::uint8_t> flags_;  // by descriptor
   std::vector<int> news_;
   bool processEnded_ = false;

@@ -23,7 +23,9 @@ class FakeHub : public IdleSubject {
     ++tries;
     return lockFree;
   }
+  std::int64_t now() const override { return time; }
   bool persistent = false, shared = true, lockFree = true;
+  std::int64_t time = 0;
   int tries = 0;
 };
 
@@ -55,19 +57,23 @@ TEST(IdleLogicTest, SharedHubRemovesItsRecordOnceThenStops) {
   FakeHub hub;
   hub.lockFree = false;
   IdleLogic logic;
-  EXPECT_TRUE(logic.afterPass(hub, 1000));
-  EXPECT_TRUE(logic.afterPass(hub, 1000));
-  EXPECT_TRUE(logic.afterPass(hub, 1000));  // no time has passed since the clock started
+  const auto goesOn = [&](std::int64_t time) {
+    hub.time = time;
+    return logic.afterPass(hub);
+  };
+  EXPECT_TRUE(goesOn(1000));
+  EXPECT_TRUE(goesOn(1000));
+  EXPECT_TRUE(goesOn(1000));  // no time has passed since the clock started
   EXPECT_EQ(hub.tries, 0);
-  EXPECT_TRUE(logic.afterPass(hub, 1001));
+  EXPECT_TRUE(goesOn(1001));
   hub.lockFree = true;
-  EXPECT_TRUE(logic.afterPass(hub, 1002));
-  EXPECT_TRUE(logic.afterPass(hub, 4999));
+  EXPECT_TRUE(goesOn(1002));
+  EXPECT_TRUE(goesOn(4999));
   EXPECT_EQ(hub.tries, 2);
   hub.persistent = true;  // somebody came back
-  EXPECT_TRUE(logic.afterPass(hub, 6000));
+  EXPECT_TRUE(goesOn(6000));
   hub.persistent = false;
-  for (const std::int64_t now : {7000, 7500, 11000}) EXPECT_TRUE(logic.afterPass(hub, now)) << now;
-  EXPECT_FALSE(logic.afterPass(hub, 11001));
+  for (const std::int64_t now : {7000, 7500, 11000}) EXPECT_TRUE(goesOn(now)) << now;
+  EXPECT_FALSE(goesOn(11001));
   EXPECT_EQ(hub.tries, 2);
 }

@@ -2,21 +2,27 @@
 
 #include <errno.h>
 #include <sys/epoll.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <array>
+
+#include "platform/clock.h"
 
 namespace platform {
 
 namespace {
 
 constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP | EPOLLET;
+// Milliseconds from which on a wait is ended by the alarm.
+constexpr int kLongWait = 100;
 
 }  // namespace
 
 ReadinessSet::ReadinessSet() : set_(epoll_create1(EPOLL_CLOEXEC)) {}
 
 ReadinessSet::~ReadinessSet() {
+  if (alarm_ >= 0) close(alarm_);
   if (set_ >= 0) close(set_);
 }
 
@@ -69,13 +75,50 @@ void ReadinessSet::arm(int descriptor, bool room) {
   epoll_ctl(set_, EPOLL_CTL_MOD, descriptor, &event);
 }
 
+// To start and stop a timer in each wait would cost a hop between two plugins as much as a twentieth
+// of its time. Waits that are long begin one after the other and mostly end early: one alarm, set
+// for the first of them, serves those behind it too.
 bool ReadinessSet::wait(int milliseconds, bool& failed) {
+  if (milliseconds < kLongWait) return look(milliseconds, failed) >= 0;
+  const std::uint64_t end = monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
+  while (setAlarm(end)) {
+    const int found = look(-1, failed);
+    if (found != 0 || monotonicMilliseconds() >= end) return found >= 0;
+  }
+  return look(milliseconds, failed) >= 0;
+}
+
+// False if there is no timer to be had.
+bool ReadinessSet::setAlarm(std::uint64_t latest) {
+  if (alarmAt_ != 0 && alarmAt_ <= latest) return true;
+  if (alarm_ < 0) {
+    alarm_ = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLET;
+    event.data.fd = alarm_;
+    if (alarm_ < 0 || epoll_ctl(set_, EPOLL_CTL_ADD, alarm_, &event) != 0) return false;
+  }
+  itimerspec when{};
+  when.it_value.tv_sec = static_cast<time_t>(latest / 1000);
+  when.it_value.tv_nsec = static_cast<long>(latest % 1000 * 1000000);
+  if (timerfd_settime(alarm_, TFD_TIMER_ABSTIME, &when, nullptr) != 0) return false;
+  alarmAt_ = latest;
+  return true;
+}
+
+// One look at the set: how many events there were beside the alarm, or -1 as wait() says.
+int ReadinessSet::look(int milliseconds, bool& failed) {
   std::array<epoll_event, 256> events;
   const int count = epoll_wait(set_, events.data(), static_cast<int>(events.size()), milliseconds);
   failed = count < 0 && errno != EINTR;
-  if (count < 0) return false;
+  int found = count;
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = events[static_cast<std::size_t>(i)];
+    if (event.data.fd == alarm_) {
+      alarmAt_ = 0;
+      --found;
+      continue;
+    }
     std::uint8_t& known = flags_[static_cast<std::size_t>(event.data.fd)];
     // Room that nobody lacks is news of a peer that reads: it isn't asked for any more.
     if ((event.events & EPOLLOUT) && (known & kArmed) && (known & kWritable))
@@ -86,7 +129,7 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
     if (known & kProcess) processEnded_ = true;
     news_.push_back(event.data.fd);
   }
-  return true;
+  return found;
 }
 
 ReadinessSet& readiness() {

@@ -227,7 +227,10 @@ Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count) {
 }
 
 Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
-  return outcomeOf(read(socket, bytes, static_cast<std::size_t>(count)));
+  ssize_t result = recv(socket, bytes, static_cast<std::size_t>(count), 0);
+  if (result < 0 && errno == ENOTSOCK)
+    result = read(socket, bytes, static_cast<std::size_t>(count));
+  return outcomeOf(result);
 }
 
 bool makeBlocking(Socket socket, int milliseconds) {

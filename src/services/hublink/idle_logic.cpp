@@ -1,6 +1,6 @@
 #include "services/hublink/idle_logic.h"
 
-bool IdleLogic::afterPass(IdleSubject& subject, std::int64_t now) {
+bool IdleLogic::afterPass(IdleSubject& subject) {
   if (!recordRemoved_ && subject.isUsedUp()) recordRemoved_ = subject.removeRecord();
   const bool idle = !subject.hasPersistentPlugin();
   if (idle && !idleConfirmed_) {
@@ -9,7 +9,7 @@ bool IdleLogic::afterPass(IdleSubject& subject, std::int64_t now) {
       idleConfirmed_ = true;
     } else {
       idleSeen_ = true;
-      idleSince_ = now;
+      idleSince_ = subject.now();
     }
     return true;
   }
@@ -18,7 +18,7 @@ bool IdleLogic::afterPass(IdleSubject& subject, std::int64_t now) {
     idleConfirmed_ = false;
     return true;
   }
-  const std::int64_t since = now - idleSince_;
+  const std::int64_t since = subject.now() - idleSince_;
   if (!recordRemoved_ && since > 0) recordRemoved_ = subject.removeRecord();
   return since <= kLimit;
 }

@@ -19,6 +19,8 @@ class IdleSubject {
   virtual bool isUsedUp() const = 0;
   /// Removes the record under its lock, if it is the hub's own; false if the lock can't be got.
   virtual bool removeRecord() = 0;
+  /// The wall clock in milliseconds.
+  virtual std::int64_t now() const = 0;
 };
 
 class IdleLogic {
@@ -26,8 +28,8 @@ class IdleLogic {
   /// Milliseconds without a persistent plugin after which a shared hub stops.
   static constexpr std::int64_t kLimit = 4000;
 
-  /// Called after each pass with the wall clock in milliseconds; false if the hub is to stop.
-  bool afterPass(IdleSubject& subject, std::int64_t now);
+  /// Called after each pass; false if the hub is to stop.
+  bool afterPass(IdleSubject& subject);
 
  private:
   bool idleSeen_ = false;
