@@ -155,6 +155,9 @@ TEST_F(HublinkctlTest, NeedsNoFileThatAnotherUserHas) {
   const std::string written = contents(own + "/svc_z");
   started.push_back(std::stoi(written.substr(written.find("Pid = ") + 6)));
   EXPECT_EQ(contents(record), foreign);
+  const std::string status = "--port " + written.substr(7, written.find('\n') - 7) + " status";
+  check({{status, ExitCode::noHub, " runs as another user (65534)\n"},
+         {status + " --any-user", ExitCode::fine, "\nplugins: 1\n"}});
   fs::rename(own, directory / "moved");
   fs::create_directory(own);
   for (const char* const command : {"find", "status", "start"})

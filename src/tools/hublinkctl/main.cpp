@@ -44,6 +44,8 @@ void addOptions(CLI::App& app, Options& options) {
                  "The hub that listens on this port of 127.0.0.1, wherever its record is")
       ->type_name("N")
       ->check(within(1, 65535));
+  app.add_flag("--any-user", options.choice.anyUser,
+               "Take a hub that runs as another user; one that is started takes every user too");
   app.add_option("--timeout", options.timeoutSeconds, "How long to wait for the hub and its answer")
       ->type_name("SECONDS")
       ->capture_default_str()
@@ -57,9 +59,10 @@ int run(int argc, char** argv) {
       "Finds a hub, looks into it and has it do things. It never keeps a hub up, except by "
       "`start --stay`.",
       "hublinkctl");
-  app.footer(std::string("--zone, --hub, --port and --timeout may stand before and behind the "
-                         "subcommand.\n\n") +
-             kExitCodeHelp);
+  app.footer(
+      std::string("--zone, --hub, --port, --any-user and --timeout may stand before and behind the "
+                  "subcommand.\n\n") +
+      kExitCodeHelp);
   app.fallthrough();
   app.require_subcommand(1);
   addToolOptions(app);

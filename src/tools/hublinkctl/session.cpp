@@ -51,6 +51,7 @@ int Session::left() const {
 
 bool Session::join() {
   std::string error;
+  plugin_.setAnyUser(options_.choice.anyUser);
   const HubSearch outcome = options_.port != 0
                                 ? joinHubOnPort(plugin_, options_.port, error, left())
                                 : joinHub(plugin_, options_.choice, error, left());
