@@ -5,6 +5,7 @@
 #include "indgen/scratch.h"
 #include "platform/sim/world.h"
 #include "services/hublink/hublink.h"
+#include "stp_transport/transport/stp_socket.h"
 
 namespace {
 
@@ -108,6 +109,35 @@ TEST(Elsewhere, OtherUsersOfTheHubsMachineAreRefusedAndFillNoLog) {
   come(65534, kElsewhere);
   EXPECT_EQ(ids, 123) << "the hub's own user, root, and whoever is elsewhere";
   world.pass(2000);
+  // Those to whom the hub is told to connect are no exception.
+  std::string answers;
+  for (const std::uint32_t user : {65534u, 1000u}) {
+    std::uint16_t listening = 0;
+    world
+        .start("listener",
+               [&](const auto&) {
+                 const int socket = getFreeListenSocket(&listening, nullptr, true);
+                 const auto link = makeCounted<STPTransport>();
+                 link->listenOnFD(socket, true, nullptr);
+                 std::string error;
+                 return HublinkPlugin().attach(link.get(), error) ? 0 : 1;
+               })
+        .user = user;
+    world.settle();
+    world.start("asker", [&](const auto&) {
+      HublinkPlugin plugin;
+      std::string error;
+      if (!plugin.connect(port, error)) return 1;
+      bool answered = false;
+      plugin.requestPluginConnect("localhost", listening, [&](std::int32_t id, const auto& text) {
+        answers += std::to_string(id) + text.substr(0, 25) + ";";
+        answered = true;
+      });
+      return plugin.serveUntil([&] { return answered; }, -1) ? 0 : 1;
+    });
+    world.settle();
+  }
+  EXPECT_EQ(answers, "-1Hublink unable to connect;6;");
   come(1001, kHere);
   world.endAll();
   EXPECT_EQ(world.fault(), "");
@@ -117,7 +147,8 @@ TEST(Elsewhere, OtherUsersOfTheHubsMachineAreRefusedAndFillNoLog) {
     for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at) ++count;
     return count;
   };
-  EXPECT_EQ(lines(": user 65534.\n"), 3u);
+  EXPECT_EQ(lines(": user 65534.\n"), 4u);
+  EXPECT_EQ(lines("Refused to connect to port "), 1u);
   EXPECT_EQ(lines(": user 1001.\n"), 1u);
 }
 

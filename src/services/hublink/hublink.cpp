@@ -29,7 +29,7 @@ bool Hublink::connectToPeer(const char* host, std::uint32_t peerPort) {
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
   transport->connect(host, static_cast<std::uint16_t>(peerPort), &status);
-  if (!status.good()) return false;
+  if (!status.good() || !mayConnectTo(*transport, peerPort)) return false;
   addConnection(transport, 0, nullptr, nullptr)->refuseHub();
   return true;
 }

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "active_hub/active_hub_record.h"
+#include "platform/credentials.h"
 #include "platform/process.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/hublink_connection.h"
@@ -159,7 +160,9 @@ class Hublink : public ForwardingHandler {
                                    const char* name, const char* workingDir);
   void acceptNewConnections();
   bool acceptNewConnection();
-  bool mayConnect(STPTransport* client);
+  bool mayConnect(const STPTransport& client);
+  bool mayConnectTo(const STPTransport& server, std::uint32_t peerPort);
+  bool takesUser(const platform::PeerUser& peer, const char* what, std::uint32_t atPort);
   void acceptFailed();
   void stepNegotiation();
   void becomeActive(HublinkConnection* connection);

@@ -89,7 +89,7 @@ bool Hublink::acceptNewConnection() {
   if (!accepted) return false;
   CountedPtr<STPTransport> client(listener);
   freshListener();
-  if (!mayConnect(client.get())) {
+  if (!mayConnect(*client)) {
     client->disconnect();
     return true;
   }
@@ -105,9 +105,18 @@ bool Hublink::acceptNewConnection() {
 
 // Whoever is connected can have programs started as this user: that is for nobody else on this
 // machine. One whose user can't be told has mostly gone already, and may be anybody.
-bool Hublink::mayConnect(STPTransport* client) {
-  if (anyUser) return true;
-  const platform::PeerUser peer = platform::userOfClient(client->fileDescriptor());
+bool Hublink::mayConnect(const STPTransport& client) {
+  return anyUser ||
+         takesUser(platform::userOfClient(client.fileDescriptor()), "a connection to", port);
+}
+
+// Whom the hub connects to itself can have as much done.
+bool Hublink::mayConnectTo(const STPTransport& server, std::uint32_t peerPort) {
+  return anyUser ||
+         takesUser(platform::userOfServer(server.fileDescriptor()), "to connect to", peerPort);
+}
+
+bool Hublink::takesUser(const platform::PeerUser& peer, const char* what, std::uint32_t atPort) {
   if (peer.kind == platform::PeerUser::Kind::elsewhere || peer.isOwn()) return true;
   // A stranger who comes again and again doesn't fill the log.
   const std::uint64_t now = platform::monotonicMilliseconds();
@@ -118,7 +127,7 @@ bool Hublink::mayConnect(STPTransport* client) {
   if (++refusals > kMostRefusalLines) return false;
   const std::string user =
       peer.kind == platform::PeerUser::Kind::known ? std::to_string(peer.user) : "unknown";
-  logInternal("Refused a connection to port %u: user %s.\n", port, user.c_str());
+  logInternal("Refused %s port %u: user %s.\n", what, atPort, user.c_str());
   return false;
 }
 

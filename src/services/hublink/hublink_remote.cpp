@@ -13,6 +13,7 @@ void Hublink::requestPluginConnect(HublinkConnection* requester, const char* hos
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   const auto port16 = static_cast<std::uint16_t>(peerPort);
   if (port16 == peerPort && pluginIDsLeft() && canWait(requester)) transport->connect(host, port16);
+  if (transport->isConnected() && !mayConnectTo(*transport, port16)) transport->disconnect();
   if (!transport->isConnected()) {
     requester->PluginConnectedEvent(cookie, -1, failure);
     return;
