@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <cstring>
-#include <random>
 
 #include "stp/pair.h"
 
@@ -117,43 +115,6 @@ TEST(Transport, BuffersGoBackAfterLargeMessages) {
   EXPECT_EQ(recorder.texts.front(), large);
   EXPECT_EQ(pair.a->writeCapacity(), 0);
   EXPECT_LE(pair.b->readCapacity(), STP_LARGE_BLOCK);
-}
-
-// One stream cut into random pieces, with headers of every size, odd payloads and fill.
-TEST(Transport, ParsesAStreamHoweverItIsCut) {
-  std::mt19937 random(20);
-  for (int round = 0; round < 200; ++round) {
-    std::vector<unsigned char> stream;
-    std::vector<std::int32_t> sizes;
-    for (int i = 0; i < 40; ++i) {
-      const auto headerSize = static_cast<std::int32_t>(32 + 4 * (random() % 25));
-      const auto payload =
-          static_cast<std::int32_t>(random() % 20 == 0 ? random() % 70000 : random() % 40);
-      std::vector<unsigned char> packet(
-          static_cast<std::size_t>(stpStoredSize(headerSize + payload)), 0xEE);
-      std::fill(packet.begin(), packet.begin() + headerSize, 0);
-      stpWriteWord(&packet[0], static_cast<std::uint32_t>(headerSize));
-      stpWriteWord(&packet[4], static_cast<std::uint32_t>(payload));
-      stpWriteWord(&packet[8], 2);
-      stpWriteWord(&packet[12], 1);
-      stpWriteWord(&packet[24], STP_BINARY);
-      stream.insert(stream.end(), packet.begin(), packet.end());
-      sizes.push_back(payload);
-    }
-    const Pair pair = inProcessPair();
-    Recorder recorder;
-    pair.b->addListener(2, 1, &recorder, STP_BINARY);
-    for (std::size_t at = 0; at < stream.size();) {
-      const std::size_t piece = std::min<std::size_t>(
-          {stream.size() - at, 1 + random() % (round % 2 ? 7 : 30000), 30000});
-      feed(*pair.a, &stream[at], piece);
-      pair.b->handleRead();
-      at += piece;
-    }
-    ASSERT_EQ(recorder.headers.size(), sizes.size());
-    for (std::size_t i = 0; i < sizes.size(); ++i)
-      ASSERT_EQ(recorder.headers[i].payloadSize, sizes[i]);
-  }
 }
 
 // What a peer has sent before it went is delivered, also when it takes nothing any more.

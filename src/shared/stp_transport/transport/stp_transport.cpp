@@ -10,9 +10,7 @@ STPTransport::STPTransport(std::int32_t initialSize)
     : serial_(++stpProcess().lastSerial),
       writeInitial_(initialSize),
       writeCapacity_(initialSize),
-      readInitial_(initialSize),
-      readGoal_(initialSize),
-      readCapacity_(initialSize) {
+      input_(initialSize) {
   stpProcess().transportsBySerial.emplace(serial_, this);
   attend();
 }

@@ -28,6 +28,7 @@
 #include "stp_transport/transport/stp_backlog.h"
 #include "stp_transport/transport/stp_byte_block.h"
 #include "stp_transport/transport/stp_call_stack.h"
+#include "stp_transport/transport/stp_read_buffer.h"
 #include "stp_transport/transport/stp_status.h"
 #include "stp_transport/transport/stp_transport_set.h"
 #include "stp_transport/transport/stp_write_queue.h"
@@ -89,7 +90,7 @@ class STPTransport {
   std::int64_t writeCapacity() const {
     return hasSocket() ? writeQueue_.capacity() : writeCapacity_;
   }
-  std::int64_t readCapacity() const { return readCapacity_; }
+  std::int64_t readCapacity() const { return input_.capacity(); }
 
   // --- Bytes and closing (stp_transport_bytes.cpp) ---
   /// One non-blocking step each.
@@ -241,8 +242,6 @@ class STPTransport {
   void claim(int fd);
   void disclaim(int fd);
   void drainThenClose(STPStatus* status);
-  void makeReadRoom(std::int64_t wanted);
-  void adaptReads(std::int64_t received, std::int64_t room);
   bool receiveFromSocket();
   bool receiveInProcess();
   void leavePair();
@@ -269,12 +268,12 @@ class STPTransport {
   static void lookAtStopped();
   bool isStalled() const;
   bool isOverfull() const;
-  bool hasInput() const;
+  /// Something has been read that may be a packet and hasn't been taken.
+  bool hasInput() const { return heldBack_ || input_.hasInput(); }
   /// A relay reads no more than it handles.
   bool mustHandleFirst() const { return forwardingHandler_ && hasInput(); }
   void relayInput();
   void retryDeferred();
-  void finishInput();
   void markUnflushed();
 
   // Delivery.
@@ -332,14 +331,7 @@ class STPTransport {
   bool unflushed_ = false;  // stands in the process's list of those to be flushed
   bool attended_ = false;   // stands in the process's list of those that may have something to do
 
-  std::int64_t readOffset_ = 0;
-  std::int64_t readCount_ = 0;  // below 0 while the fill of a taken packet is still to come
-  std::int64_t readInitial_;
-  std::int64_t readGoal_;  // the capacity that the latest reads call for
-  std::int64_t readCapacity_;
-  STPByteBlock readBuffer_;
-  bool needMore_ = false;
-  bool relayed_ = false;  // the latest packet was passed on
+  STPReadBuffer input_;
   bool congested_ = false;
   STPBacklog backlog_;             // how this one keeps up, and whom it holds up for it
   std::uintptr_t stalledOn_ = 0;   // the serial of the transport that this one waits for

@@ -16,8 +16,6 @@ namespace {
 // receiver doesn't take a turn for itself.
 constexpr std::size_t kSendBlocks = 32;
 static_assert(kSendBlocks < platform::kMostPieces);
-// Free room, in bytes, below which the read buffer is moved or grown.
-constexpr std::int64_t kReadRoom = 1024;
 
 struct ErrorText {
   int error;
@@ -163,7 +161,7 @@ void STPTransport::handleRead(STPStatus* status) {
     clientWaiting_ = true;
   } else if (connected_) {
     // What a step within a handler has left comes before what is to be read, which may be the end.
-    if (readCount_ > 0 && !needMore_) parseInput();
+    if (input_.mayHavePacket()) parseInput();
     if (connected_ && !isStalled() && !mustHandleFirst() &&
         (inProcess_ ? receiveInProcess() : receiveFromSocket()))
       parseInput();
@@ -171,49 +169,10 @@ void STPTransport::handleRead(STPStatus* status) {
   copyStatus(status);
 }
 
-// Brings the unparsed bytes to the front, in a larger block if there is too little room behind them
-// for `wanted` bytes or a read of the usual size.
-void STPTransport::makeReadRoom(std::int64_t wanted) {
-  // While the fill of a taken packet is still to come the count is below 0, and the place of the
-  // next byte lies in front of the offset.
-  const std::int64_t kept = std::max<std::int64_t>(readCount_, 0);
-  const std::int64_t offset = readCount_ < 0 ? 4 : 0;
-  const std::int64_t enough = 2 * kept + wanted;
-  if (enough < readCapacity_ && readGoal_ <= readCapacity_) {
-    if (kept > 0)
-      std::memmove(readBuffer_.bytes, readBuffer_.bytes + readOffset_,
-                   static_cast<std::size_t>(kept));
-  } else {
-    const std::int64_t capacity = readGoal_ + enough;
-    unsigned char* block = STPByteBlock::allocate(capacity);
-    if (kept > 0)
-      std::memcpy(block, readBuffer_.bytes + readOffset_, static_cast<std::size_t>(kept));
-    readBuffer_.adopt(block, capacity);
-    readCapacity_ = capacity;
-  }
-  readOffset_ = offset;
-}
-
-// A read that finds more than there is room for is followed by larger ones, one that finds little
-// by small ones again. What is delivered here costs more than its reading: those who send much of
-// it have no longer turns than others.
-void STPTransport::adaptReads(std::int64_t received, std::int64_t room) {
-  if (received == room && relayed_)
-    readGoal_ = std::max(readInitial_, STP_LARGE_BLOCK);
-  else if (received < readInitial_ / 2 || !relayed_)
-    readGoal_ = readInitial_;
-}
-
 // False if the connection was closed.
 bool STPTransport::receiveFromSocket() {
-  // Much has been taken from the front, and little is to be moved there; or no room is left.
-  if ((readOffset_ > readCapacity_ / 2 && readCount_ < readCapacity_ / 4) ||
-      readOffset_ + readCount_ + kReadRoom >= readCapacity_)
-    makeReadRoom(0);
-  readBuffer_.require(readCapacity_);
-  const std::int64_t place = readOffset_ + readCount_;
-  const std::int64_t room = readCapacity_ - place;
-  const platform::Transfer received = platform::receiveBytes(fd_, readBuffer_.bytes + place, room);
+  const STPReadBuffer::Room room = input_.room();
+  const platform::Transfer received = platform::receiveBytes(fd_, room.bytes, room.size);
   if (received.error == platform::error::interrupted) return true;
   if (received.error != 0) {
     closeWithFailure(STP_FAILED, "[handleRead]: read failed, closing connection");
@@ -227,10 +186,8 @@ bool STPTransport::receiveFromSocket() {
     closeWithFailure(STP_PEER_CLOSED, "[handleRead]: peer has closed connection");
     return false;
   }
-  if (received.count < room) platform::readiness().clearReadable(fd_);
-  adaptReads(received.count, room);
-  needMore_ = false;
-  readCount_ += received.count;
+  if (received.count < room.size) platform::readiness().clearReadable(fd_);
+  input_.add(received.count);
   return true;
 }
 
@@ -261,10 +218,7 @@ void STPTransport::closeConnection() {
   writeError_ = 0;
   writeQueue_.clear();
   releaseFields();
-  readGoal_ = readCapacity_ = readInitial_;
-  readBuffer_.release();
-  readOffset_ = readCount_ = 0;
-  needMore_ = false;
+  input_.clear();
   heldBack_ = false;
   peerName_.clear();
   localName_.clear();

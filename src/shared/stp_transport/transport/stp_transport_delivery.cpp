@@ -8,8 +8,6 @@
 
 namespace {
 
-// Bytes that the read buffer must hold before there may be something to parse.
-constexpr std::int64_t kParsable = 40;
 // A peer that sends what nobody listens for or waits for must not fill the memory: of such messages
 // this many are kept at most, and behind the latest no more than this many bytes together.
 constexpr std::size_t kStrayMessages = 4096;
@@ -136,11 +134,6 @@ bool STPTransport::canDeliver(const STPReceivedMessage& message) const {
   if (partner_ && partner_->awaited_.contains(header.sequence)) return true;
   const STPCallContext& context = currentContext();
   return header.chain == context.chain() && depth > context.callDepth;
-}
-
-// Something has been read that may be a packet and hasn't been taken.
-bool STPTransport::hasInput() const {
-  return heldBack_ || (readCount_ >= kParsable && !needMore_);
 }
 
 bool STPTransport::hasDeliverable() const {

@@ -84,14 +84,11 @@ bool STPTransport::receiveInProcess() {
   }
   const std::int64_t count = *peerWriteCount_;
   if (count <= 0) return true;
-  if (readCapacity_ < readOffset_ + readCount_ + count) makeReadRoom(count);
-  readBuffer_.require(readCapacity_);
-  std::memcpy(readBuffer_.bytes + readOffset_ + readCount_, *peerWriteBuffer_ + *peerWriteOffset_,
+  std::memcpy(input_.roomFor(count).bytes, *peerWriteBuffer_ + *peerWriteOffset_,
               static_cast<std::size_t>(count));
+  input_.add(count);
   *peerWriteCount_ = 0;
   *peerWriteOffset_ = 0;
-  needMore_ = false;
-  readCount_ += count;
   return true;
 }
 

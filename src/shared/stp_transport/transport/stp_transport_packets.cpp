@@ -14,11 +14,6 @@ namespace {
 constexpr std::uint64_t kTurnMilliseconds = 10;
 constexpr std::int64_t kTurnBytes = 65536;
 
-// Sets the fill behind a packet of `total` bytes to 0.
-void clearFill(unsigned char* packet, std::int64_t total) {
-  for (std::int64_t i = total; i < stpStoredSize(total); ++i) packet[i] = 0;
-}
-
 }  // namespace
 
 std::unique_ptr<STPMessage> STPTransport::newMessage(std::int32_t source, std::int32_t destination,
@@ -159,7 +154,7 @@ void STPTransport::parseInput() {
   if (!isOverfull()) retryDeferred();
   const std::uint64_t turnEnd = platform::monotonicMilliseconds() + kTurnMilliseconds;
   std::int64_t turnBytes = 0;
-  while (readCount_ > 0 && !needMore_ && !isStalled()) {
+  while (input_.mayHavePacket() && !isStalled()) {
     const STPPacketTest test = passOnFront();
     if (test.state == STPPacketState::invalid) {
       closeWithFailure(STP_FAILED, "[handleRead]: remote host sent invalid packet");
@@ -176,7 +171,7 @@ void STPTransport::parseInput() {
         (turnBytes >= kTurnBytes || platform::monotonicMilliseconds() >= turnEnd))
       break;
   }
-  finishInput();
+  input_.settle();
 }
 
 // Null for a packet that is for this end.
@@ -194,10 +189,10 @@ STPPacketTest STPTransport::passOnFront() {
   std::int64_t run = 0;  // bytes at the front that are for `target`
   std::uint32_t runDestination = 0;
   for (;;) {
-    unsigned char* packet = readBuffer_.bytes + readOffset_ + run;
-    const STPPacketTest test = stpTestPacket(packet, readCount_ - run);
+    const STPPacketTest test = input_.test(run);
     STPTransport* next = nullptr;
     if (test.state == STPPacketState::complete) {
+      const unsigned char* packet = input_.front() + run;
       const std::uint32_t destination = stpReadWord(packet + STP_DESTINATION_OFFSET);
       next = target && destination == runDestination ? target : targetOf(packet);
       runDestination = destination;
@@ -208,11 +203,11 @@ STPPacketTest STPTransport::passOnFront() {
       run = 0;
     }
     if (!next) {
-      needMore_ = test.state == STPPacketState::incomplete && readCount_ > 0;
+      if (test.state == STPPacketState::incomplete) input_.awaitMore();
       return test;
     }
     const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
-    clearFill(readBuffer_.bytes + readOffset_ + run, total);  // that of the last may still come
+    input_.clearFill(run, total);
     target = next;
     run += stpStoredSize(total);
   }
@@ -222,14 +217,12 @@ STPPacketTest STPTransport::passOnFront() {
 // if they are the last of this turn, together with what waits before them, else behind what is to
 // be written at the end of the turn.
 void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isLast) {
-  const unsigned char* bytes = readBuffer_.bytes + readOffset_;
+  const unsigned char* bytes = input_.front();
   std::int64_t sent = 0;
   if (isLast && target.hasSocket() && !target.writeFailed_ &&
       platform::readiness().isWritable(target.fd_))
     sent = target.sendWaiting(bytes, count);
-  readOffset_ += count;
-  readCount_ -= count;
-  relayed_ = true;
+  input_.take(count, STPReadBuffer::Use::relayed);
   stalledOn_ = 0;
   if (sent == count) return;
   target.queueBytes(bytes + sent, count - sent);
@@ -241,12 +234,11 @@ void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isL
 // Delivers the packet at the front of the read buffer here. The buffer is in a sound state before
 // anything is called that may come back.
 void STPTransport::deliverFront(const STPPacketTest& test) {
-  heldBack_ = relayed_ = false;
+  heldBack_ = false;
   const std::int64_t stored = stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
-  auto message = std::make_unique<STPReceivedMessage>(readBuffer_.bytes + readOffset_,
-                                                      test.headerSize, test.payloadSize);
-  readOffset_ += stored;
-  readCount_ -= stored;
+  auto message =
+      std::make_unique<STPReceivedMessage>(input_.front(), test.headerSize, test.payloadSize);
+  input_.take(stored, STPReadBuffer::Use::delivered);
   dispatchMessage(std::move(message));
 }
 
@@ -265,16 +257,6 @@ void STPTransport::retryDeferred() {
     --offers;
     dispatchMessage(std::move(message));
     place = deferredMessages_.begin();
-  }
-}
-
-void STPTransport::finishInput() {
-  if (readCount_ != 0) return;
-  readOffset_ = 0;
-  needMore_ = false;
-  if (readCapacity_ != readGoal_) {
-    readCapacity_ = readGoal_;
-    readBuffer_.release();
   }
 }
 

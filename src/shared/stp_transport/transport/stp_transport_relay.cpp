@@ -143,10 +143,10 @@ bool STPTransport::canRelay() const {
 // Passes on what the read buffer holds, up to the first packet that has to wait.
 void STPTransport::relayInput() {
   if (!connected_ || inProcess_) return;
-  while (readCount_ > 0 && !needMore_ && !heldBack_ && !isStalled()) {
+  while (input_.mayHavePacket() && !heldBack_ && !isStalled()) {
     heldBack_ = passOnFront().state != STPPacketState::incomplete;
   }
-  if (!heldBack_) finishInput();
+  if (!heldBack_) input_.settle();
 }
 
 void STPTransport::serviceOnceRelaying(int timeout, const STPTransportSet& others,

@@ -31,13 +31,13 @@ void STPTransport::restAt(std::size_t place) {
   attended_ = false;
   stpProcess().attention.removeAt(place);
   if (writeCount_ == 0) writeBuffer_.release();
-  if (readCount_ == 0) readBuffer_.release();
+  input_.rest();
 }
 
 // In doubt true: what a message that was put off waits for can change without a word to this
 // transport, and so can what a pair in one process has to read.
 bool STPTransport::needsAttention() const {
-  return isClosed() || inProcess_ || heldBack_ || (readCount_ > 0 && !needMore_) ||
+  return isClosed() || inProcess_ || heldBack_ || input_.mayHavePacket() ||
          !deferredMessages_.empty() || isStalled() || canRead() || canWrite();
 }
 

@@ -1,0 +1,70 @@
+#include "stp_transport/transport/stp_read_buffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+// Brings the bytes to the front, in a larger block if there is too little room behind them for
+// `wanted` bytes or a read of the usual size.
+void STPReadBuffer::makeRoom(std::int64_t wanted) {
+  const std::int64_t kept = count();
+  // The place of the next byte, which may be fill, lies in the block.
+  const std::int64_t offset = count_ < 0 ? STP_MAX_FILL + 1 : 0;
+  const std::int64_t enough = 2 * kept + wanted;
+  if (enough < capacity_ && goal_ <= capacity_) {
+    if (kept > 0) std::memmove(block_.bytes, front(), static_cast<std::size_t>(kept));
+  } else {
+    const std::int64_t capacity = goal_ + enough;
+    unsigned char* block = STPByteBlock::allocate(capacity);
+    if (kept > 0) std::memcpy(block, front(), static_cast<std::size_t>(kept));
+    block_.adopt(block, capacity);
+    capacity_ = capacity;
+  }
+  offset_ = offset;
+}
+
+STPReadBuffer::Room STPReadBuffer::freeRoom() {
+  block_.require(capacity_);
+  const std::int64_t end = offset_ + count_;
+  return {block_.bytes + end, capacity_ - end};
+}
+
+STPReadBuffer::Room STPReadBuffer::room() {
+  // Much has been taken from the front, and little is to be moved there; or no room is left.
+  if ((offset_ > capacity_ / 2 && count_ < capacity_ / 4) ||
+      offset_ + count_ + kLeastRoom >= capacity_)
+    makeRoom(0);
+  return freeRoom();
+}
+
+STPReadBuffer::Room STPReadBuffer::roomFor(std::int64_t wanted) {
+  if (capacity_ < offset_ + count_ + wanted) makeRoom(wanted);
+  return freeRoom();
+}
+
+// What is delivered here costs more than its reading: those who send much of it have no longer
+// turns than others.
+void STPReadBuffer::add(std::int64_t count) {
+  const bool isFull = offset_ + count_ + count == capacity_;
+  if (isFull && use_ == Use::relayed)
+    goal_ = std::max(initial_, STP_LARGE_BLOCK);
+  else if (count < initial_ / 2 || use_ == Use::delivered)
+    goal_ = initial_;
+  needMore_ = false;
+  count_ += count;
+}
+
+void STPReadBuffer::settle() {
+  if (count_ != 0) return;
+  offset_ = 0;
+  needMore_ = false;
+  if (capacity_ == goal_) return;
+  capacity_ = goal_;
+  block_.release();
+}
+
+void STPReadBuffer::clear() {
+  block_.release();
+  goal_ = capacity_ = initial_;
+  offset_ = count_ = 0;
+  needMore_ = false;
+}
