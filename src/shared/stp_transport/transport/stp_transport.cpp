@@ -21,7 +21,7 @@ STPTransport::~STPTransport() {
   STPProcessState& process = stpProcess();
   process.transportsBySerial.erase(serial_);
   process.attention.remove(serial_);
-  if (listening_) forgetClients();
+  if (isListening()) endListening();
   if (unflushed_) std::erase(process.unflushed, this);
 }
 
@@ -38,16 +38,16 @@ void STPTransport::release() {
 bool STPTransport::lastQueued(std::uint32_t* type, std::uint32_t* id) const {
   if (type) *type = lastType_;
   if (id) *id = lastId_;
-  return hasLast_;
+  return lastType_ != 0;
 }
 
 const char* STPTransport::peerName() {
-  if (peerName_.empty() && connected_ && !inProcess_) peerName_ = platform::peerAddress(fd_);
+  if (peerName_.empty() && hasSocket()) peerName_ = platform::peerAddress(fd_);
   return peerName_.empty() ? nullptr : peerName_.c_str();
 }
 
 const char* STPTransport::localName() {
-  if (localName_.empty() && connected_ && !inProcess_) localName_ = platform::localAddress(fd_);
+  if (localName_.empty() && hasSocket()) localName_ = platform::localAddress(fd_);
   return localName_.empty() ? nullptr : localName_.c_str();
 }
 

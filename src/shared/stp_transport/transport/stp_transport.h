@@ -65,19 +65,19 @@ class STPTransport {
   void clearStatus() { status_.clear(); }
   /// The descriptor is no socket: it is closed without a shutdown.
   void setPlainFD() { plainFD_ = true; }
-  bool isConnected() const { return connected_; }
-  bool isListening() const { return listening_; }
-  bool isClosed() const { return !connected_ && !listening_; }
-  bool isInProcess() const { return inProcess_; }
-  /// The connected socket, else the listening one, else -1.
-  int fileDescriptor() const { return connected_ ? fd_ : listening_ ? listenFD_ : -1; }
+  bool isConnected() const { return link_ >= Link::paired; }
+  bool isListening() const { return link_ == Link::listening || link_ == Link::clientWaiting; }
+  bool isClosed() const { return link_ == Link::closed; }
+  bool isInProcess() const { return link_ == Link::paired; }
+  /// The connected or listening socket, else -1.
+  int fileDescriptor() const { return fd_; }
   /// More bytes wait to be written than the limit allows: until half of that has gone those who
   /// send to it aren't read, and what it asks of this end itself isn't handled.
   bool isCongested() const { return congested_; }
   /// Has this one wait like a sender to `target`, to which something was queued on its behalf, if
   /// that is congested or holds its senders up.
   void waitFor(const STPTransport& target);
-  bool isWritePending() const { return connected_ && !inProcess_ && !writeQueue_.empty(); }
+  bool isWritePending() const { return hasSocket() && !writeQueue_.empty(); }
   /// Type and id of the last packet queued, each pointer optional; false if there was none.
   bool lastQueued(std::uint32_t* type, std::uint32_t* id) const;
   /// Dotted addresses of the other and of this end, owned by the transport and cached until the
@@ -202,6 +202,20 @@ class STPTransport {
   friend class STPChannel;
   friend void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* status);
 
+  /// What this end is joined to. The order counts: from `paired` on it is connected, from
+  /// `connected` on by a socket, and behind that there is nothing more to come than the peer's last
+  /// words.
+  enum class Link : std::uint8_t {
+    closed,         ///< to nothing: it may become any of the next
+    listening,      ///< to a listening socket
+    clientWaiting,  ///< the same, and somebody has been seen there
+    paired,         ///< to another transport, in memory
+    connected,      ///< to a peer, by a socket
+    abandoned,      ///< its peer is known to have gone, without its end having been read
+    draining,       ///< a write has failed: it is read to its end before it is closed, since the
+                    ///< peer's last words may still lie in the socket
+  };
+
   using ListenerKey = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
   using MessageQueue = std::list<std::unique_ptr<STPReceivedMessage>>;
   using ChannelKey = std::pair<std::int32_t, std::int32_t>;
@@ -236,7 +250,7 @@ class STPTransport {
   /// Has the transports that the readiness set has news of looked at.
   static void attendNews();
   void watchForClients(int fd);
-  void forgetClients();
+  void endListening();
   int takeClient(bool closeListener);
   /// Events of a descriptor are this transport's from now on, or nobody's.
   void claim(int fd);
@@ -251,7 +265,7 @@ class STPTransport {
   void copyStatus(STPStatus* status) const;
 
   // Packets.
-  bool hasSocket() const { return connected_ && !inProcess_; }
+  bool hasSocket() const { return link_ >= Link::connected; }
   void queueBytes(const unsigned char* bytes, std::int64_t count, std::int64_t fill = 0);
   void appendToFields(const unsigned char* bytes, std::int64_t count);
   void releaseFields();
@@ -302,18 +316,15 @@ class STPTransport {
   std::uint32_t lastSequence_ = 1;
   std::uintptr_t serial_ = 0;
 
-  bool listening_ = false;
-  int listenFD_ = -1;
-  int localListenFD_ = -1;  // beside it, or -1
-  bool clientWaiting_ = false;
-  bool connected_ = false;
-  int fd_ = -1;
-  bool plainFD_ = false;
+  Link link_ = Link::closed;
+  int fd_ = -1;           // of the link, if it has a socket
+  int localFD_ = -1;      // beside it, if it listens by both roads
+  bool plainFD_ = false;  // it is no socket
+  int writeError_ = 0;    // the system's, or 0 for an end: why it is draining
   std::string peerName_;
   std::string localName_;
 
-  bool hasLast_ = false;
-  std::uint32_t lastType_ = 0;
+  std::uint32_t lastType_ = 0;  // 0 for none: no packet has that
   std::uint32_t lastId_ = 0;
 
   STPWriteQueue writeQueue_;  // what waits for a socket
@@ -324,10 +335,6 @@ class STPTransport {
   std::int64_t writeInitial_;
   std::int64_t writeCapacity_;
   STPByteBlock writeBuffer_;
-  // A write has failed, with the system's error or 0 for an end: the connection is read to its end
-  // before it is closed, since the peer's last words may still lie in the socket.
-  bool writeFailed_ = false;
-  int writeError_ = 0;
   bool unflushed_ = false;  // stands in the process's list of those to be flushed
   bool attended_ = false;   // stands in the process's list of those that may have something to do
 
@@ -337,7 +344,6 @@ class STPTransport {
   std::uintptr_t stalledOn_ = 0;   // the serial of the transport that this one waits for
   std::uint32_t stalledTurn_ = 0;  // and which of its holds that is
   bool stopped_ = false;           // stands in the process's list of those who aren't read
-  bool peerGone_ = false;          // is known without having been read
   bool heldBack_ = false;          // a packet to be delivered has been left for a later step
 
   KeptMessages responses_;
@@ -349,7 +355,6 @@ class STPTransport {
   std::list<std::pair<std::int32_t, std::int32_t>> syncs_;
   ForwardingHandler* forwardingHandler_ = nullptr;
 
-  bool inProcess_ = false;
   STPTransport* partner_ = nullptr;  // the other end, if it is one of this process's
   std::int64_t* peerWriteOffset_ = nullptr;
   std::int64_t* peerWriteCount_ = nullptr;

@@ -63,7 +63,7 @@ std::int64_t STPTransport::sendWaiting(const unsigned char* bytes, std::int64_t 
   }
   const platform::Transfer sent = platform::sendGathered(fd_, pieces.data(), used);
   if (!sent.wouldBlock && sent.count <= 0) {
-    writeFailed_ = true;
+    link_ = Link::draining;
     writeError_ = sent.error;
     return 0;
   }
@@ -76,10 +76,10 @@ std::int64_t STPTransport::sendWaiting(const unsigned char* bytes, std::int64_t 
 
 STPTransport::WriteResult STPTransport::writeOnce() {
   if (!isWritePending()) return WriteResult::nothing;
-  if (writeFailed_) return WriteResult::failed;
+  if (link_ == Link::draining) return WriteResult::failed;
   const std::int64_t before = writeQueue_.count();
   sendWaiting();
-  if (writeFailed_) return WriteResult::failed;
+  if (link_ == Link::draining) return WriteResult::failed;
   return writeQueue_.count() == before ? WriteResult::blocked : WriteResult::wrote;
 }
 
@@ -117,16 +117,15 @@ void STPTransport::handleWrite(STPStatus* status) {
 }
 
 bool STPTransport::canWrite() const {
-  return isWritePending() && (writeFailed_ || platform::readiness().isWritable(fd_));
+  return isWritePending() && (link_ == Link::draining || platform::readiness().isWritable(fd_));
 }
 
 bool STPTransport::canRead() const {
-  if (inProcess_) return connected_ && (!peerWriteCount_ || *peerWriteCount_ > 0);
+  if (isInProcess()) return !peerWriteCount_ || *peerWriteCount_ > 0;
   // A client that is known to wait is somebody else's to take.
-  if (listening_ && clientWaiting_) return false;
-  const int fd = fileDescriptor();
-  if (listening_ && platform::readiness().isReadable(localListenFD_)) return true;
-  return fd >= 0 && platform::readiness().isReadable(fd) && !isStalled() && !mustHandleFirst();
+  if (fd_ < 0 || link_ == Link::clientWaiting) return false;
+  if (link_ == Link::listening && platform::readiness().isReadable(localFD_)) return true;
+  return platform::readiness().isReadable(fd_) && !isStalled() && !mustHandleFirst();
 }
 
 // This transport's own turn: the write first, then the read.
@@ -149,7 +148,7 @@ void STPTransport::drainThenClose(STPStatus* status) {
   if (mustHandleFirst()) return;
   platform::readiness().markReadable(fd_);
   handleRead();
-  if (connected_ && !platform::readiness().isReadable(fd_) && !mustHandleFirst())
+  if (isConnected() && !platform::readiness().isReadable(fd_) && !mustHandleFirst())
     closeAfterWriteFailure();
   copyStatus(status);
 }
@@ -157,13 +156,13 @@ void STPTransport::drainThenClose(STPStatus* status) {
 void STPTransport::handleRead(STPStatus* status) {
   const Hold hold(this);
   status_.clear();
-  if (listening_) {
-    clientWaiting_ = true;
-  } else if (connected_) {
+  if (isListening()) {
+    link_ = Link::clientWaiting;
+  } else if (isConnected()) {
     // What a step within a handler has left comes before what is to be read, which may be the end.
     if (input_.mayHavePacket()) parseInput();
-    if (connected_ && !isStalled() && !mustHandleFirst() &&
-        (inProcess_ ? receiveInProcess() : receiveFromSocket()))
+    if (isConnected() && !isStalled() && !mustHandleFirst() &&
+        (isInProcess() ? receiveInProcess() : receiveFromSocket()))
       parseInput();
   }
   copyStatus(status);
@@ -192,8 +191,8 @@ bool STPTransport::receiveFromSocket() {
 }
 
 void STPTransport::closeConnection() {
-  if (!connected_) return;
-  if (inProcess_) {
+  if (!isConnected()) return;
+  if (isInProcess()) {
     leavePair();
   } else if (plainFD_) {
     disclaim(fd_);
@@ -213,8 +212,7 @@ void STPTransport::closeConnection() {
   awaited_.clear();
   lastSequence_ = 1;
   fd_ = -1;
-  connected_ = false;
-  writeFailed_ = peerGone_ = false;
+  link_ = Link::closed;
   writeError_ = 0;
   writeQueue_.clear();
   releaseFields();

@@ -26,13 +26,12 @@ void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWr
                                    unsigned char** peerWriteBuffer, Notify notify,
                                    std::uintptr_t notifyArgument) {
   if (!transport) return;
-  if (!transport->inProcess_)
+  if (!transport->isInProcess())
     transport->closeConnection();
   else if (transport->peerWriteCount_ != peerWriteCount)
     transport->leavePair();
   transport->stopListening();
-  transport->inProcess_ = true;
-  transport->connected_ = true;
+  transport->link_ = Link::paired;
   transport->attend();
   transport->peerWriteOffset_ = peerWriteOffset;
   transport->peerWriteCount_ = peerWriteCount;
@@ -60,7 +59,6 @@ void STPTransport::leavePair() {
     partner_->peerWriteBuffer_ = nullptr;
   }
   partner_ = nullptr;
-  inProcess_ = false;
   peerWriteOffset_ = peerWriteCount_ = peerWriteCapacity_ = nullptr;
   peerWriteBuffer_ = nullptr;
   notify_ = nullptr;

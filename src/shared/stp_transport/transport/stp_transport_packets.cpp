@@ -50,7 +50,7 @@ std::unique_ptr<STPMessage> STPTransport::newResponse(std::int32_t source, std::
 // Copies the bytes, and `fill` bytes of 0, behind the waiting ones.
 void STPTransport::queueBytes(const unsigned char* bytes, std::int64_t count, std::int64_t fill) {
   static constexpr unsigned char kFill[STP_MAX_FILL] = {};
-  if (writeFailed_) writeQueue_.clear();  // what waits will never leave
+  if (link_ == Link::draining) writeQueue_.clear();  // what waits will never leave
   if (hasSocket()) {
     writeQueue_.append(bytes, count);
     writeQueue_.append(kFill, fill);
@@ -91,7 +91,6 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
   const std::int64_t total = std::int64_t{message.header.headerSize} + message.header.payloadSize;
   queueBytes(message.storage(), total, stpStoredSize(total) - total);
   if (forwardingHandler_) noteQueued();
-  hasLast_ = true;
   lastType_ = message.header.type;
   lastId_ = message.header.id;
   markUnflushed();
@@ -110,7 +109,7 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
   const bool isOneWay = (message.header.flags & STP_ONE_WAY) != 0;
   if (!isOneWay) awaited_.insert(sequence);
   bool failed = false;
-  if (inProcess_ && notify_) {
+  if (isInProcess() && notify_) {
     notify_(notifyArgument_);
   } else {
     const STPDepthGuard sending(stpProcess().sendDepth);
@@ -132,7 +131,7 @@ std::uint32_t STPTransport::postMessage(STPMessage& message, int attempts, STPSt
   const Hold hold(this);
   status_.clear();
   const std::uint32_t sequence = enqueueMessage(message);
-  if (sequence != 0 && inProcess_ && notify_) {
+  if (sequence != 0 && isInProcess() && notify_) {
     notify_(notifyArgument_);
   } else if (sequence != 0) {
     const STPDepthGuard sending(stpProcess().sendDepth);
@@ -219,7 +218,7 @@ STPPacketTest STPTransport::passOnFront() {
 void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isLast) {
   const unsigned char* bytes = input_.front();
   std::int64_t sent = 0;
-  if (isLast && target.hasSocket() && !target.writeFailed_ &&
+  if (isLast && target.hasSocket() && target.link_ != Link::draining &&
       platform::readiness().isWritable(target.fd_))
     sent = target.sendWaiting(bytes, count);
   input_.take(count, STPReadBuffer::Use::relayed);

@@ -100,9 +100,12 @@ void STPTransport::lookAtStopped() {
     if (!one) return true;
     const STPTransport* target = transportOf(one->stalledOn_);
     one->stopped_ = target && target->congested_;
+    if (one->link_ != Link::connected && one->link_ != Link::abandoned) return !one->stopped_;
     // A system that can't tell of the receiver can't tell of this one either.
-    one->peerGone_ = one->stopped_ && platform::userOfClient(one->fd_).kind == PeerKind::unknown &&
-                     platform::userOfClient(target->fd_).kind == PeerKind::known;
+    const bool isGone = one->stopped_ &&
+                        platform::userOfClient(one->fd_).kind == PeerKind::unknown &&
+                        platform::userOfClient(target->fd_).kind == PeerKind::known;
+    one->link_ = isGone ? Link::abandoned : Link::connected;
     return !one->stopped_;
   });
   process.nextLook = platform::monotonicMilliseconds() + kLookInterval;
@@ -111,7 +114,7 @@ void STPTransport::lookAtStopped() {
 // One whose peer has gone has no more to send than what lies in its socket, and that is still to be
 // passed on.
 bool STPTransport::isStalled() const {
-  if (stalledOn_ == 0 || writeFailed_ || peerGone_ || platform::readiness().isHungUp(fd_))
+  if (stalledOn_ == 0 || link_ > Link::connected || platform::readiness().isHungUp(fd_))
     return false;
   const STPTransport* target = transportOf(stalledOn_);
   return target && (target->congested_ ||
@@ -130,19 +133,19 @@ void STPTransport::waitFor(const STPTransport& target) {
 // Each answer to this end would add to what isn't read. A plugin's own queue stops nothing: its
 // peer may be stopped by the same rule.
 bool STPTransport::isOverfull() const {
-  return congested_ && forwardingHandler_ && !writeFailed_;
+  return congested_ && forwardingHandler_ && link_ != Link::draining;
 }
 
 // A connection whose front packet has to wait isn't read any further: what comes behind it stays
 // with the sender.
 bool STPTransport::canRelay() const {
-  return connected_ && !inProcess_ && !heldBack_ && !writeFailed_ && !isStalled() &&
+  return hasSocket() && link_ != Link::draining && !heldBack_ && !isStalled() &&
          platform::readiness().isReadable(fd_);
 }
 
 // Passes on what the read buffer holds, up to the first packet that has to wait.
 void STPTransport::relayInput() {
-  if (!connected_ || inProcess_) return;
+  if (!hasSocket()) return;
   while (input_.mayHavePacket() && !heldBack_ && !isStalled()) {
     heldBack_ = passOnFront().state != STPPacketState::incomplete;
   }
@@ -167,7 +170,7 @@ void STPTransport::serviceOnceRelaying(int timeout, const STPTransportSet& other
   forEachOther([](STPTransport& other) { other.relayInput(); });
   flushMarked();
   forEachOther([&](STPTransport& other) {
-    if (other.canRelay() || (other.canWrite() && !other.writeFailed_)) timeout = 0;
+    if (other.canRelay() || (other.canWrite() && other.link_ != Link::draining)) timeout = 0;
   });
   bool failed = false;
   if (!canRead() && !canWrite()) waitForNews(timeout, failed);

@@ -37,7 +37,7 @@ void STPTransport::restAt(std::size_t place) {
 // In doubt true: what a message that was put off waits for can change without a word to this
 // transport, and so can what a pair in one process has to read.
 bool STPTransport::needsAttention() const {
-  return isClosed() || inProcess_ || heldBack_ || input_.mayHavePacket() ||
+  return isClosed() || isInProcess() || heldBack_ || input_.mayHavePacket() ||
          !deferredMessages_.empty() || isStalled() || canRead() || canWrite();
 }
 
@@ -72,7 +72,7 @@ void STPTransport::serviceOnce(int timeout, STPStatus* status) {
   status_.clear();
   if (isClosed()) {
     status_.set(STP_FAILED, "[serviceOnce]: not bound and not listening.");
-  } else if (inProcess_) {
+  } else if (isInProcess()) {
     handleRead();
   } else {
     if (stpProcess().sendDepth == 0 && hasDeliverable()) {
@@ -163,7 +163,7 @@ void serviceFirst(int timeout, const STPTransportSet& transports, STPStatus* sta
 // is read until the peer ends too.
 bool STPTransport::leaveStep(bool& hasEndedSending) {
   while (canWrite() && writeOnce() == WriteResult::wrote) continue;
-  if (writeFailed_) return false;
+  if (link_ == Link::draining) return false;
   if (writeQueue_.empty() && !hasEndedSending) {
     hasEndedSending = true;
     if (platform::endSending(fd_) != 0) return false;

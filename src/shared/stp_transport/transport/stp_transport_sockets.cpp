@@ -8,9 +8,9 @@
 
 void STPTransport::connect(const char* host, std::uint16_t port, STPStatus* status,
                            bool takesLocalRoad) {
-  if (connected_) {
+  if (isConnected()) {
     status_.set(STP_MISUSE, "[connect]: Already connected");
-  } else if (listening_) {
+  } else if (isListening()) {
     status_.set(STP_MISUSE, "[connect]: Already listening as server");
   } else {
     const int fd = connectToServer(host, port, &status_, takesLocalRoad);
@@ -21,9 +21,9 @@ void STPTransport::connect(const char* host, std::uint16_t port, STPStatus* stat
 
 void STPTransport::listen(std::uint16_t port, RetryHandler* retry, STPStatus* status) {
   const Hold hold(this);
-  if (connected_) {
+  if (isConnected()) {
     status_.set(STP_MISUSE, "[listen]: Already connected");
-  } else if (listening_) {
+  } else if (isListening()) {
     status_.set(STP_MISUSE, "[listen]: Already listening as server");
   } else {
     const int fd = getListenSocket(port, &status_);
@@ -48,15 +48,14 @@ void STPTransport::listenOnFD(int fd, bool closeListener, RetryHandler* retry, S
 }
 
 void STPTransport::startListenOnFD(int fd, STPStatus* status) {
-  if (connected_) {
+  if (isConnected()) {
     status_.set(STP_MISUSE, "[startListenOnFD]: Already connected");
-  } else if (listening_) {
+  } else if (isListening()) {
     status_.set(STP_MISUSE, "[startListenOnFD]: Already listening as server");
   } else {
     status_.clear();
-    listening_ = true;
-    listenFD_ = fd;
-    clientWaiting_ = false;
+    link_ = Link::listening;
+    fd_ = fd;
     watchForClients(fd);
   }
   copyStatus(status);
@@ -65,8 +64,8 @@ void STPTransport::startListenOnFD(int fd, STPStatus* status) {
 void STPTransport::startListenOn(const STPListener& listener, STPStatus* status) {
   startListenOnFD(listener.tcp(), status);
   if (!status_.good() || listener.local() == 0) return;
-  localListenFD_ = listener.local();
-  watchForClients(localListenFD_);
+  localFD_ = listener.local();
+  watchForClients(localFD_);
 }
 
 void STPTransport::watchForClients(int fd) {
@@ -74,42 +73,42 @@ void STPTransport::watchForClients(int fd) {
   claim(fd);
 }
 
-void STPTransport::forgetClients() {
-  disclaim(listenFD_);
-  disclaim(localListenFD_);
-  localListenFD_ = -1;
+void STPTransport::endListening() {
+  disclaim(fd_);
+  disclaim(localFD_);
+  fd_ = localFD_ = -1;
+  link_ = Link::closed;
 }
 
 void STPTransport::stopListening() {
-  if (!listening_) return;
-  listening_ = clientWaiting_ = false;
-  forgetClients();
+  if (!isListening()) return;
+  endListening();
   ++stpProcess().closings;
   attend();
 }
 
 // Each transport takes one client: turn about, so that neither road starves the other.
 int STPTransport::takeClient(bool closeListener) {
-  if (localListenFD_ < 0) return acceptClient(listenFD_, closeListener, &status_);
+  if (localFD_ < 0) return acceptClient(fd_, closeListener, &status_);
   const bool localFirst = serial_ % 2 == 0;
-  const int first = acceptClient(localFirst ? localListenFD_ : listenFD_, false, &status_);
+  const int first = acceptClient(localFirst ? localFD_ : fd_, false, &status_);
   if (first >= 0 || !status_.good()) return first;
-  return acceptClient(localFirst ? listenFD_ : localListenFD_, false, &status_);
+  return acceptClient(localFirst ? fd_ : localFD_, false, &status_);
 }
 
 bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
-  if (connected_ || !listening_) {
-    status_.set(STP_MISUSE, connected_ ? "[tryAccept]: Already connected"
-                                       : "[tryAccept]: Not listening as server");
+  if (!isListening()) {
+    status_.set(STP_MISUSE, isConnected() ? "[tryAccept]: Already connected"
+                                          : "[tryAccept]: Not listening as server");
     copyStatus(status);
     return false;
   }
   status_.clear();
-  if (!clientWaiting_) {
+  if (link_ != Link::clientWaiting) {
     copyStatus(status);
     return false;
   }
-  clientWaiting_ = false;
+  link_ = Link::listening;
   attend();
   const int fd = takeClient(closeListener);
   // Whoever was there has gone again: no failure, and the wait goes on.
@@ -119,8 +118,7 @@ bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
   }
   // It goes on as the client's: only without one has it ended.
   const bool hasClient = status_.good();
-  listening_ = false;
-  forgetClients();
+  endListening();
   if (hasClient) {
     bindFD(fd);
   } else {
@@ -132,14 +130,14 @@ bool STPTransport::tryAccept(bool closeListener, STPStatus* status) {
 }
 
 void STPTransport::bindFD(int fd, STPStatus* status) {
-  if (connected_) {
+  if (isConnected()) {
     status_.set(STP_MISUSE, "[bindFD]: Already bound");
-  } else if (listening_) {
+  } else if (isListening()) {
     status_.set(STP_MISUSE, "[bindFD]: Already listening");
   } else {
     status_.clear();
     fd_ = fd;
-    connected_ = true;
+    link_ = Link::connected;
     writeQueue_.append(writeBuffer_.bytes + writeOffset_, writeCount_);  // was queued before
     releaseFields();
     platform::makeNonBlocking(fd);
@@ -152,13 +150,13 @@ void STPTransport::bindFD(int fd, STPStatus* status) {
 void STPTransport::serveOnPort(std::uint16_t port, STPStatus* status) {
   const Hold hold(this);
   listen(port, nullptr);
-  while (status_.good() && connected_) serviceOnce(STP_WAIT_STEP);
+  while (status_.good() && isConnected()) serviceOnce(STP_WAIT_STEP);
   copyStatus(status);
 }
 
 void STPTransport::serveOnFD(int fd, STPStatus* status) {
   const Hold hold(this);
   bindFD(fd);
-  while (status_.good() && connected_) serviceOnce(STP_WAIT_STEP);
+  while (status_.good() && isConnected()) serviceOnce(STP_WAIT_STEP);
   copyStatus(status);
 }
