@@ -3,6 +3,7 @@
 #include "stp/pair.h"
 #include "stp_transport/retry/stp_retryhandler.h"
 #include "stp_transport/transport/stp_channel.h"
+#include "stp_transport/transport/stp_delivery.h"
 
 namespace {
 
@@ -18,30 +19,40 @@ struct PumpBoth : RetryHandler {
   int rounds = 0;
 };
 
-STPReceivedMessage incoming(std::uint32_t flags, std::uint32_t chain, std::uint32_t depth,
-                            std::uint32_t responseTo = 0, std::int32_t source = 2) {
+// An empty packet from RN 2, or another, to 1.
+STPDelivery::Message incoming(std::uint32_t flags, std::uint32_t chain, std::uint32_t depth,
+                              std::uint32_t responseTo = 0, std::int32_t source = 2) {
   unsigned char packet[STP_HEADER_SIZE];
   STPHeader header;
   header.headerSize = STP_HEADER_SIZE;
   header.sourceRN = source;
+  header.destinationRN = 1;
   header.type = STP_BINARY;
   header.flags = flags;
   header.chain = chain;
   header.depth = depth;
   header.responseTo = responseTo;
   stpWriteHeader(packet, header);
-  return STPReceivedMessage(packet, STP_HEADER_SIZE, 0);
+  return std::make_unique<STPReceivedMessage>(packet, STP_HEADER_SIZE, 0);
+}
+
+// One that can be told from others by its sequence number.
+STPDelivery::Message arrival(std::uint32_t sequence, std::uint32_t responseTo = 0,
+                             std::uint32_t depth = 0) {
+  auto message = incoming(0, 0, depth, responseTo);
+  message->header.sequence = sequence;
+  return message;
 }
 
 TEST(Delivery, DecidesByDepthFlagsAndChain) {
-  const Transport transport = makeCounted<STPTransport>();
+  STPDelivery delivery;
   STPProcessState& process = stpProcess();
   const auto may = [&](std::uint32_t flags, std::uint32_t chain, std::uint32_t depth,
                        std::uint32_t responseTo = 0) {
-    return transport->canDeliver(incoming(flags, chain, depth, responseTo));
+    return delivery.canDeliver(*incoming(flags, chain, depth, responseTo));
   };
   EXPECT_TRUE(may(STP_IN_CHAIN_ONLY, 99, 1)) << "nobody is in a call";
-  transport->enterCall(0x00050002, 1, STP_HOLD_OTHERS);
+  delivery.enterCall(0x00050002, 1, STP_HOLD_OTHERS);
   EXPECT_TRUE(may(0, 99, 1)) << "by default a message runs nested";
   EXPECT_FALSE(may(STP_IN_CHAIN_ONLY, 0x00050003, 2)) << "another chain";
   EXPECT_FALSE(may(STP_IN_CHAIN_ONLY, 0x00060002, 2)) << "another site";
@@ -58,25 +69,23 @@ TEST(Delivery, DecidesByDepthFlagsAndChain) {
   }
   process.holdDepth = 0;
   // A response at depth 2 from this sender has arrived and goes first, while its call is open.
-  const auto call = [&] {
-    const auto question = transport->newMessage(1, 2, STP_BINARY, 0, STP_WANTS_RESPONSE);
-    return transport->sendMessage(*question, nullptr);
-  };
-  const auto answer = [&](std::uint32_t sequence) {
-    transport->dispatchMessage(std::make_unique<STPReceivedMessage>(
-        incoming(0, 0, 2, sequence).storage(), STP_HEADER_SIZE, 0));
-  };
-  const std::uint32_t answered = call();
-  answer(answered);
+  delivery.expect(8);
+  delivery.dispatch(arrival(1, 8, 2));
   EXPECT_FALSE(may(STP_ANY_TIME, 0x00050002, 2));
-  EXPECT_TRUE(transport->canDeliver(incoming(STP_ANY_TIME, 0x00050002, 2, 0, 3)));
-  EXPECT_TRUE(transport->awaitResponse(answered, nullptr));
-  STPRetryHandler impatient;
-  const std::uint32_t late = call();
-  EXPECT_FALSE(transport->awaitResponse(late, &impatient));
-  answer(late);
+  EXPECT_TRUE(delivery.canDeliver(*incoming(STP_ANY_TIME, 0x00050002, 2, 0, 3)));
+  EXPECT_TRUE(delivery.takeResponse(8));
+  delivery.dispatch(arrival(2, 8, 2));
+  delivery.giveUp(8);
   EXPECT_TRUE(may(STP_ANY_TIME, 0x00050002, 2)) << "nobody collects what came too late";
-  transport->leaveCall();
+  // The other end is blocked on this very message.
+  STPDelivery other;
+  delivery.setOtherEnd(&other);
+  const auto own = arrival(9);
+  own->header.flags = STP_IN_CHAIN_ONLY;
+  EXPECT_FALSE(delivery.canDeliver(*own));
+  other.expect(9);
+  EXPECT_TRUE(delivery.canDeliver(*own));
+  delivery.leaveCall();
 }
 
 TEST(Delivery, ChainsRequestsAndResponses) {
@@ -95,37 +104,58 @@ TEST(Delivery, ChainsRequestsAndResponses) {
 }
 
 TEST(Delivery, ListenersComeAndGoWhileTheyAreCalled) {
-  const Pair pair = inProcessPair();
+  STPDelivery delivery;
   Recorder first, second, third;
-  first.then = [&](STPReceivedMessage&) { pair.b->removeListener(&second); };
+  first.then = [&](STPReceivedMessage&) { delivery.removeListener(&second); };
   for (Recorder* listener : {&first, &second, &third})
-    pair.b->addListener(2, 1, listener, STP_BINARY);
-  pair.b->addListener(2, 1, nullptr, STP_BINARY);
-  pair.a->enqueueMessage(*textMessage(*pair.a, STP_BINARY, "x"));
-  pair.b->handleRead();
+    delivery.addListener(2, 1, listener, STP_BINARY);
+  delivery.addListener(2, 1, nullptr, STP_BINARY);
+  delivery.dispatch(arrival(5));
   EXPECT_EQ(first.texts.size(), 1u);
   EXPECT_TRUE(second.texts.empty());
   EXPECT_EQ(third.exclusives, std::vector<bool>{false});
 }
 
 TEST(Delivery, KeepsWhatComesEarlyAndWhatIsRefused) {
-  const Pair pair = inProcessPair();
+  STPDelivery delivery;
   Recorder recorder;
-  pair.a->enqueueMessage(*textMessage(*pair.a, STP_ASCII, "early"));
-  pair.b->handleRead();
-  EXPECT_FALSE(pair.b->redispatchUnclaimed(2, 1, STP_BINARY));
-  pair.b->addListener(2, 1, &recorder, STP_ASCII);
-  EXPECT_TRUE(pair.b->redispatchUnclaimed(2, 1, STP_ASCII));
+  delivery.dispatch(arrival(1));
+  EXPECT_FALSE(delivery.redispatchUnclaimed(2, 1, STP_ASCII));
+  delivery.addListener(2, 1, &recorder, STP_BINARY);
+  EXPECT_TRUE(delivery.redispatchUnclaimed(2, 1, STP_BINARY));
   recorder.refuse = true;
-  for (const char* text : {"one", "two"})
-    pair.a->enqueueMessage(*textMessage(*pair.a, STP_ASCII, text));
-  pair.b->handleRead();
-  EXPECT_TRUE(pair.b->hasDeliverable());
-  pair.b->parseInput();  // refused again, and the call ends all the same
+  for (const std::uint32_t sequence : {2u, 3u}) delivery.dispatch(arrival(sequence));
+  EXPECT_TRUE(delivery.hasDeliverable());
+  delivery.retryDeferred();  // refused again, and the call ends all the same
+  struct Told : ResponseListener {
+    bool handleMessage(STPReceivedMessage&, bool) override { return true; }
+    void connectionEnded() override { owner->removeListener(this), ++count; }
+    STPDelivery* owner = nullptr;
+    int count = 0;
+  } told;
+  told.owner = &delivery;
+  for (const std::int32_t source : {1, 3}) delivery.addListener(source, 1, &told, STP_BINARY);
+  delivery.connectionEnded();
+  EXPECT_EQ(told.count, 1);
   recorder.refuse = false;
-  pair.b->parseInput();
-  EXPECT_EQ(recorder.texts, (std::vector<std::string>{"early", "one", "two"}));
-  EXPECT_FALSE(pair.b->hasDeliverable());
+  delivery.retryDeferred();
+  std::vector<std::uint32_t> sequences;
+  for (const STPHeader& header : recorder.headers) sequences.push_back(header.sequence);
+  EXPECT_EQ(sequences, (std::vector<std::uint32_t>{1, 2, 3}));
+  EXPECT_FALSE(delivery.hasDeferred());
+}
+
+// No flood of what nobody waits for takes the answer away, nor does it stay.
+TEST(Delivery, DropsStraysAndNoAnswer) {
+  STPDelivery delivery;
+  delivery.expect(8);
+  delivery.dispatch(arrival(1, 8));
+  for (std::uint32_t i = 0; i < 5000; ++i) delivery.dispatch(arrival(i, i ? 77 : 76));
+  EXPECT_TRUE(delivery.takeResponse(8));
+  EXPECT_FALSE(delivery.takeResponse(76)) << "the oldest goes first";
+  EXPECT_TRUE(delivery.takeResponse(77));
+  delivery.connectionEnded();
+  EXPECT_FALSE(delivery.takeResponse(77));
 }
 
 // The other side calls back in the chain before it answers; an unrelated message waits.
@@ -158,8 +188,6 @@ TEST(Delivery, AWaitRunsItsOwnChainAndHoldsBackTheRest) {
     auto response = pair.b->newResponse(1, 2, request.header.sequence, 0);
     response->putString(1, "answer");
     pair.b->enqueueMessage(*response);
-    // No flood of what nobody waits for takes the answer away.
-    for (int i = 0; i < 5000; ++i) pair.b->enqueueMessage(*pair.b->newResponse(1, 2, 77, 0));
   };
   PumpBoth pump(pair.a, pair.b);
   const auto request = textMessage(*pair.a, STP_BINARY, "question", STP_WANTS_RESPONSE);

@@ -27,7 +27,7 @@
 #include "stp_transport/transport/response_listener.h"
 #include "stp_transport/transport/stp_backlog.h"
 #include "stp_transport/transport/stp_byte_block.h"
-#include "stp_transport/transport/stp_call_stack.h"
+#include "stp_transport/transport/stp_delivery.h"
 #include "stp_transport/transport/stp_read_buffer.h"
 #include "stp_transport/transport/stp_status.h"
 #include "stp_transport/transport/stp_transport_set.h"
@@ -121,11 +121,13 @@ class STPTransport {
   // --- Delivery (stp_transport_delivery.cpp) ---
   /// `source` and `destination` as they stand in an incoming header. A null listener is ignored.
   void addListener(std::int32_t source, std::int32_t destination, ResponseListener* listener,
-                   std::uint32_t type);
-  void removeListener(ResponseListener* listener);
+                   std::uint32_t type) {
+    delivery_.addListener(source, destination, listener, type);
+  }
+  void removeListener(ResponseListener* listener) { delivery_.removeListener(listener); }
   void dispatchMessage(std::unique_ptr<STPReceivedMessage> message);
   /// Whether a message may run now or must wait for its turn.
-  bool canDeliver(const STPReceivedMessage& message) const;
+  bool canDeliver(const STPReceivedMessage& message) const { return delivery_.canDeliver(message); }
   /// Whether there is parsing or delivery to be done that no socket event will announce.
   bool hasDeliverable() const;
   /// The response to `sequence`, or null with the reason in the status. Closes the call that
@@ -134,11 +136,13 @@ class STPTransport {
                                                     STPStatus* status = nullptr);
   /// Dispatches again the first message that found no listener; false if there is none.
   bool redispatchUnclaimed(std::int32_t source, std::int32_t destination, std::uint32_t type);
-  void enterCall(std::uint32_t chain, std::uint32_t depth, std::uint32_t flags);
-  void leaveCall();
-  const STPCallContext& currentContext() const { return calls_.current(); }
-  const STPCallContext& requestContext();
-  void setChainSite(std::uint16_t site) { calls_.setSite(site); }
+  void enterCall(std::uint32_t chain, std::uint32_t depth, std::uint32_t flags) {
+    delivery_.enterCall(chain, depth, flags);
+  }
+  void leaveCall() { delivery_.leaveCall(); }
+  const STPCallContext& currentContext() const { return delivery_.currentContext(); }
+  const STPCallContext& requestContext() { return delivery_.requestContext(lastSequence_ + 1); }
+  void setChainSite(std::uint16_t site) { delivery_.setChainSite(site); }
 
   // --- Sockets (stp_transport_sockets.cpp) ---
   /// By either road (stp_socket.h), or by TCP alone.
@@ -216,17 +220,7 @@ class STPTransport {
                     ///< peer's last words may still lie in the socket
   };
 
-  using ListenerKey = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
-  using MessageQueue = std::list<std::unique_ptr<STPReceivedMessage>>;
   using ChannelKey = std::pair<std::int32_t, std::int32_t>;
-  /// Messages that nobody has taken yet.
-  struct KeptMessages {
-    MessageQueue queue;
-    std::int64_t bytes = 0;  ///< that they hold
-
-    std::unique_ptr<STPReceivedMessage> take(MessageQueue::iterator place);
-    void clear() { *this = KeptMessages(); }
-  };
 
   ~STPTransport();
 
@@ -287,15 +281,7 @@ class STPTransport {
   /// A relay reads no more than it handles.
   bool mustHandleFirst() const { return forwardingHandler_ && hasInput(); }
   void relayInput();
-  void retryDeferred();
   void markUnflushed();
-
-  // Delivery.
-  std::size_t countListeners(const ListenerKey& key) const;
-  void callListeners(const ListenerKey& key, STPReceivedMessage& message);
-  void tellConnectionEnded();
-  void trimStrays(KeptMessages& kept);
-  std::unique_ptr<STPReceivedMessage> takeResponse(std::uint32_t sequence);
 
   // Waiting.
   void waitStep(RetryHandler* retry);
@@ -346,12 +332,7 @@ class STPTransport {
   bool stopped_ = false;           // stands in the process's list of those who aren't read
   bool heldBack_ = false;          // a packet to be delivered has been left for a later step
 
-  KeptMessages responses_;
-  KeptMessages unclaimed_;
-  MessageQueue deferredMessages_;
-  STPCallStack calls_;
-  std::set<std::uint32_t> awaited_;  // calls that are sent and whose response may be collected
-  std::multimap<ListenerKey, ResponseListener*> listeners_;
+  STPDelivery delivery_;
   std::list<std::pair<std::int32_t, std::int32_t>> syncs_;
   ForwardingHandler* forwardingHandler_ = nullptr;
 

@@ -208,8 +208,6 @@ void STPTransport::closeConnection() {
   stalledOn_ = 0;
   ++stpProcess().closings;
   attend();
-  responses_.clear();
-  awaited_.clear();
   lastSequence_ = 1;
   fd_ = -1;
   link_ = Link::closed;
@@ -220,7 +218,7 @@ void STPTransport::closeConnection() {
   heldBack_ = false;
   peerName_.clear();
   localName_.clear();
-  if (!deferredMessages_.empty()) tellConnectionEnded();
+  delivery_.connectionEnded();
 }
 
 void STPTransport::closeWithFailure(std::int32_t code, const char* text) {

@@ -48,6 +48,8 @@ void STPTransport::findPartner() {
     if (&other->writeCount_ != peerWriteCount_ || other->peerWriteCount_ != &writeCount_) continue;
     partner_ = other;
     other->partner_ = this;
+    delivery_.setOtherEnd(&other->delivery_);
+    other->delivery_.setOtherEnd(&delivery_);
   }
 }
 
@@ -55,10 +57,12 @@ void STPTransport::findPartner() {
 void STPTransport::leavePair() {
   if (partner_ && partner_->partner_ == this) {
     partner_->partner_ = nullptr;
+    partner_->delivery_.setOtherEnd(nullptr);
     partner_->peerWriteOffset_ = partner_->peerWriteCount_ = partner_->peerWriteCapacity_ = nullptr;
     partner_->peerWriteBuffer_ = nullptr;
   }
   partner_ = nullptr;
+  delivery_.setOtherEnd(nullptr);
   peerWriteOffset_ = peerWriteCount_ = peerWriteCapacity_ = nullptr;
   peerWriteBuffer_ = nullptr;
   notify_ = nullptr;

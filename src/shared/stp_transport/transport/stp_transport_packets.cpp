@@ -107,7 +107,7 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
   }
   enterCall(message.header.chain, message.header.depth, message.header.flags);
   const bool isOneWay = (message.header.flags & STP_ONE_WAY) != 0;
-  if (!isOneWay) awaited_.insert(sequence);
+  if (!isOneWay) delivery_.expect(sequence);
   bool failed = false;
   if (isInProcess() && notify_) {
     notify_(notifyArgument_);
@@ -121,7 +121,7 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
     }
     failed = !status_.good();
   }
-  if (failed) awaited_.erase(sequence);
+  if (failed) delivery_.giveUp(sequence);
   if (failed || isOneWay) leaveCall();
   copyStatus(status);
   return failed ? 0 : sequence;
@@ -150,7 +150,10 @@ void STPTransport::parseInput() {
   heldBack_ = false;
   // A handler may run a step of its own, which is then to see what is left here.
   attend();
-  if (!isOverfull()) retryDeferred();
+  if (!isOverfull() && delivery_.hasDeferred()) {
+    delivery_.retryDeferred();
+    attend();  // what was refused again
+  }
   const std::uint64_t turnEnd = platform::monotonicMilliseconds() + kTurnMilliseconds;
   std::int64_t turnBytes = 0;
   while (input_.mayHavePacket() && !isStalled()) {
@@ -239,24 +242,6 @@ void STPTransport::deliverFront(const STPPacketTest& test) {
       std::make_unique<STPReceivedMessage>(input_.front(), test.headerSize, test.payloadSize);
   input_.take(stored, STPReadBuffer::Use::delivered);
   dispatchMessage(std::move(message));
-}
-
-// Offers what has been put off, from the head again after each delivery, which may have changed the
-// list. A listener that refuses for ever gets each message once in a call.
-void STPTransport::retryDeferred() {
-  std::size_t offers = deferredMessages_.size();
-  auto place = deferredMessages_.begin();
-  while (offers > 0 && place != deferredMessages_.end()) {
-    if (!canDeliver(**place)) {
-      ++place;
-      continue;
-    }
-    auto message = std::move(*place);
-    deferredMessages_.erase(place);
-    --offers;
-    dispatchMessage(std::move(message));
-    place = deferredMessages_.begin();
-  }
 }
 
 void STPTransport::markUnflushed() {

@@ -38,7 +38,7 @@ void STPTransport::restAt(std::size_t place) {
 // transport, and so can what a pair in one process has to read.
 bool STPTransport::needsAttention() const {
   return isClosed() || isInProcess() || heldBack_ || input_.mayHavePacket() ||
-         !deferredMessages_.empty() || isStalled() || canRead() || canWrite();
+         delivery_.hasDeferred() || isStalled() || canRead() || canWrite();
 }
 
 void STPTransport::attendNews() {
