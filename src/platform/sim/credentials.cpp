@@ -7,15 +7,14 @@
 namespace platform {
 namespace {
 
-// The other end keeps its user as long as somebody has it open.
+// Over TCP the other end keeps its user as long as somebody has it open.
 PeerUser otherEnd(Socket socket) {
   const sim::Descriptor* entry = sim::World::current().entry(socket);
   if (!entry || !entry->stream || !entry->stream->connected) return {};
   const sim::Stream& stream = *entry->stream;
   if (!stream.withinMachine) return {PeerUser::Kind::elsewhere};
-  const auto other = stream.peer.lock();
-  if (!other) return {};
-  return {PeerUser::Kind::known, other->user};
+  if (!stream.tellsUser()) return {};
+  return {PeerUser::Kind::known, stream.peerUser};
 }
 
 }  // namespace

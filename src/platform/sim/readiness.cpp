@@ -15,14 +15,14 @@ struct State {
   bool any() const { return readable || writable || hungUp; }
 };
 
-State stateOf(const Descriptor& entry) {
+State stateOf(const Descriptor& entry, bool isArmed) {
   World& world = World::current();
   if (!entry.stream) return {!world.isAlive(entry.child), false, false};
   const sim::Stream& stream = *entry.stream;
   const bool over = stream.connected && (stream.isAtEnd() || stream.reset || stream.ended);
-  const bool writable = stream.connected && !stream.listening && stream.roomComes &&
-                        (over || stream.room(world.weather.streamSize) > 0);
-  return {stream.isReadable() || over, writable, over};
+  const bool hasRoom =
+      isArmed && stream.connected && stream.roomComes && stream.room(world.weather.streamSize) > 0;
+  return {stream.isReadable() || over, hasRoom || (over && stream.isBroken()), over};
 }
 
 }  // namespace
@@ -55,7 +55,16 @@ void ReadinessSet::forget(int descriptor) {
 }
 
 void ReadinessSet::clearWritable(int descriptor) {
+  if (!(flags(descriptor) & kWatched)) return;
   clear(descriptor, kWritable);
+  if (!(flags(descriptor) & kArmed)) arm(descriptor, true);
+}
+
+// What is ready already is told once more.
+void ReadinessSet::arm(int descriptor, bool room) {
+  std::uint8_t& known = flags_[static_cast<std::size_t>(descriptor)];
+  known = static_cast<std::uint8_t>(room ? known | kArmed : known & ~kArmed);
+  if (Descriptor* entry = World::current().entry(descriptor)) entry->announced = false;
 }
 
 bool ReadinessSet::wait(int milliseconds, bool& failed) {
@@ -63,9 +72,15 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
   sim::Process& process = world.self();
   failed = process.killed;
   world.idle();
-  const auto news = [this, &process] {
-    for (const Descriptor& entry : process.descriptors)
-      if (entry.watchedBy == set_ && !entry.announced && stateOf(entry).any()) return true;
+  const auto isArmed = [this](std::size_t index) {
+    return (flags(static_cast<int>(index)) & kArmed) != 0;
+  };
+  const auto news = [this, &process, &isArmed] {
+    for (std::size_t i = 0; i < process.descriptors.size(); ++i) {
+      const Descriptor& entry = process.descriptors[i];
+      if (entry.watchedBy == set_ && !entry.announced && stateOf(entry, isArmed(i)).any())
+        return true;
+    }
     return false;
   };
   if (milliseconds != 0 && !process.killed && !news() && !process.woken) {
@@ -81,9 +96,11 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
   for (std::size_t i = 0; i < process.descriptors.size(); ++i) {
     Descriptor& entry = process.descriptors[i];
     if (entry.watchedBy != set_ || entry.announced) continue;
-    const State state = stateOf(entry);
+    const State state = stateOf(entry, isArmed(i));
     if (!state.any()) continue;
     entry.announced = true;
+    if (state.writable && (flags_[i] & kArmed) && (flags_[i] & kWritable))
+      arm(static_cast<int>(i), false);
     if (entry.child != 0) processEnded_ = true;
     if (state.readable) flags_[i] |= kReadable;
     if (state.writable) flags_[i] |= kWritable;

@@ -51,6 +51,37 @@ std::string dotted(std::uint32_t address) {
   return text.data();
 }
 
+// A name is its machine's.
+std::string placeOf(const Stream& stream, const std::string& name) {
+  return dotted(stream.address) + "/" + name;
+}
+
+// Connects a stream with whoever listens at the place, if he takes it.
+bool join(const std::shared_ptr<Stream>& near, const std::string& place) {
+  World& world = World::current();
+  const std::shared_ptr<Stream> listener = world.listenerAt(place);
+  if (!listener || world.chance(world.weather.refusal)) return false;
+  const auto far = std::make_shared<Stream>();
+  far->port = listener->port;
+  far->user = near->peerUser = listener->user;
+  far->peerUser = near->user;
+  far->accepted = true;
+  far->byName = near->byName;
+  near->withinMachine = far->withinMachine = near->address == listener->address;
+  // A machine is its own loopback.
+  far->address = near->withinMachine ? kLoopback : listener->address;
+  if (near->byName) near->address = kLoopback;
+  far->peerAddress = near->address;
+  near->peerAddress = far->address;
+  far->peer = near;
+  near->peer = far;
+  near->connected = far->connected = true;
+  listener->clients.push_back(far);
+  world.announce(listener);
+  world.announce(near);
+  return true;
+}
+
 }  // namespace
 
 Socket openStream() {
@@ -67,8 +98,9 @@ void setStreamOptions(Socket) {}
 bool bindPort(Socket socket, std::uint16_t port, bool) {
   World& world = World::current();
   Stream* stream = streamOf(socket);
-  if (!stream || (port != 0 && world.listenerOn(port))) return false;
+  if (!stream || (port != 0 && world.listenerAt(std::to_string(port)))) return false;
   stream->port = port != 0 ? port : world.freePort();
+  stream->place = std::to_string(stream->port);
   return true;
 }
 
@@ -76,7 +108,7 @@ bool listenOn(Socket socket) {
   Stream* stream = streamOf(socket);
   if (!stream) return false;
   stream->listening = true;
-  World::current().listenerOn(stream->port) = World::current().entry(socket)->stream;
+  World::current().listen(World::current().entry(socket)->stream);
   return true;
 }
 
@@ -99,32 +131,29 @@ int connectStream(Socket socket, std::uint32_t, std::uint16_t port, int) {
   world.idle();
   const Descriptor* entry = world.entry(socket);
   if (!entry) return error::invalid;
-  const std::shared_ptr<Stream> near = entry->stream;
-  const std::shared_ptr<Stream> listener = world.listenerOn(port);
-  if (!listener || world.chance(world.weather.refusal)) return error::refused;
-  auto far = std::make_shared<Stream>();
-  far->port = port;
-  far->user = listener->user;
-  near->withinMachine = far->withinMachine = near->address == listener->address;
-  // A machine is its own loopback.
-  far->address = near->withinMachine ? kLoopback : listener->address;
-  far->peerAddress = near->address;
-  near->peerAddress = far->address;
-  near->port = world.freePort();
-  far->peer = near;
-  near->peer = far;
-  near->connected = far->connected = true;
-  listener->clients.push_back(far);
-  world.announce(listener);
-  world.announce(near);
+  if (!join(entry->stream, std::to_string(port))) return error::refused;
+  entry->stream->port = world.freePort();
   return 0;
 }
 
-Socket listenOnName(const std::string&) {
+Socket listenOnName(const std::string& name) {
+  const Socket socket = openStream();
+  Stream* stream = streamOf(socket);
+  if (!stream) return kNoSocket;
+  stream->place = placeOf(*stream, name);
+  if (!World::current().listenerAt(stream->place) && listenOn(socket)) return socket;
+  closeStream(socket);
   return kNoSocket;
 }
 
-Socket connectToName(const std::string&) {
+Socket connectToName(const std::string& name) {
+  World::current().idle();
+  const Socket socket = openStream();
+  const Descriptor* entry = World::current().entry(socket);
+  if (!entry) return kNoSocket;
+  entry->stream->byName = true;
+  if (join(entry->stream, placeOf(*entry->stream, name))) return socket;
+  closeStream(socket);
   return kNoSocket;
 }
 
@@ -151,8 +180,9 @@ Transfer sendGathered(Socket socket, const Piece* pieces, std::size_t count) {
   Stream* stream = streamOf(socket);
   if (!stream) return failure(error::brokenPipe);
   if (!stream->connected) return failure(error::notConnected);
+  world.meet(*stream);
   const std::shared_ptr<Stream> other = stream->peer.lock();
-  if (stream->sendingEnded || stream->reset) return failure(error::brokenPipe);
+  if (stream->sendingEnded || stream->isBroken()) return failure(error::brokenPipe);
   std::size_t offered = 0;
   for (std::size_t i = 0; i < count; ++i) offered += static_cast<std::size_t>(pieces[i].count);
   if (!other) {
@@ -202,6 +232,7 @@ Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
   Stream* stream = streamOf(socket);
   if (!stream) return failure(error::reset);
   if (!stream->connected) return failure(error::notConnected);
+  world.meet(*stream);
   if (stream->arrived == 0) {
     if (!stream->isAtEnd()) return blocked();
     return stream->reset ? failure(error::reset) : Transfer();
@@ -211,7 +242,8 @@ Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
   stream->inbox.erase(0, size);
   stream->arrived -= size;
   const std::shared_ptr<Stream> other = stream->peer.lock();
-  if (other && std::exchange(other->wantsRoom, false)) world.announce(other);
+  // By name each read tells the other side of room, over TCP one that it has waited for.
+  if (other && (std::exchange(other->wantsRoom, false) || other->byName)) world.announce(other);
   world.self().idleCalls = 0;
   return {static_cast<std::int64_t>(size), 0, false};
 }
@@ -230,6 +262,8 @@ int shutdownStream(Socket socket) {
   if (!stream) return world.self().killed ? 0 : error::notSocket;
   if (!stream->connected) return error::notConnected;
   stream->shutDown = true;
+  // By name the other side hears of both directions.
+  if (const auto other = stream->peer.lock(); other && other->byName) other->sendingEnded = true;
   return endSending(socket);
 }
 

@@ -242,6 +242,10 @@ bool World::close(int descriptor) {
   if (open->watchedBy >= 0)
     report(process.name + " closes descriptor " + std::to_string(descriptor) +
            " while it watches it");
+  if (const Stream* stream = open->stream.get();
+      guarded && stream && stream->accepted && !stream->touched && stream->tellsUser() &&
+      stream->user == *guarded && stream->peerUser == *guarded)
+    report(process.name + " turns away somebody of its own user");
   closeEntry(process, static_cast<std::size_t>(descriptor));
   return true;
 }
@@ -253,7 +257,7 @@ void World::closeEntry(Process& process, std::size_t number) {
   if (!stream) return;
   stream->owner = 0;
   if (stream->listening) {
-    listeners_.erase(stream->port);
+    listeners_.erase(stream->place);
     for (const auto& client : stream->clients)
       if (const auto other = client->peer.lock()) {
         other->ended = other->reset = true;
@@ -281,8 +285,23 @@ void World::later(const std::shared_ptr<Stream>& stream) {
   late_.push_back(stream);
 }
 
-std::uint16_t World::freePort() {
-  return ++lastPort_;
+std::shared_ptr<Stream> World::listenerAt(const std::string& place) const {
+  const auto found = listeners_.find(place);
+  return found == listeners_.end() ? nullptr : found->second;
+}
+
+void World::meet(Stream& stream) {
+  stream.touched = true;
+  if (guarded && stream.user == *guarded && stream.withinMachine && stream.peerUser != *guarded &&
+      stream.peerUser != 0)
+    report(self().name + " has to do with another user's process");
+}
+
+std::uint16_t World::somePort(std::uint64_t choice) const {
+  std::vector<std::uint16_t> ports;
+  for (const auto& [place, stream] : listeners_)
+    if (stream->port != 0) ports.push_back(stream->port);
+  return ports.empty() ? std::uint16_t{0} : ports[choice % ports.size()];
 }
 
 }  // namespace platform::sim

@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -25,10 +26,9 @@
 
 #include "platform/process.h"
 #include "platform/readiness.h"
+#include "platform/sim/stream.h"
 
 namespace platform::sim {
-
-struct Stream;
 
 /// The time of what doesn't happen by itself.
 constexpr std::uint64_t kNever = ~std::uint64_t{0};
@@ -140,6 +140,11 @@ class World {
   void report(const std::string& fault);
   /// The wall clock's time at the world's start, ms since 1970.
   std::int64_t wallStart = 1'800'000'000'000;
+  /// A user whose processes send to none of others on their machine but root and read from none,
+  /// and accept no connection of each other only to close it; else it is a fault. None at first.
+  std::optional<std::uint32_t> guarded;
+  /// A port that somebody listens on, or 0; `choice` picks one.
+  std::uint16_t somePort(std::uint64_t choice) const;
 
   // --- For the calls of processes ---
   /// The steady clock of the calling process, ms. For one that was killed it runs on by itself, so
@@ -163,9 +168,12 @@ class World {
   void announce(const std::shared_ptr<Stream>& stream);
   /// Has bytes or room that a partial transfer kept back come with one of the next steps.
   void later(const std::shared_ptr<Stream>& stream);
-  /// The listening stream on a port, or null.
-  std::shared_ptr<Stream>& listenerOn(std::uint16_t port) { return listeners_[port]; }
-  std::uint16_t freePort();
+  /// Who listens on a port or a name, or null.
+  std::shared_ptr<Stream> listenerAt(const std::string& place) const;
+  void listen(const std::shared_ptr<Stream>& stream) { listeners_[stream->place] = stream; }
+  /// A process sends or reads on a connection, or tries to.
+  void meet(Stream& stream);
+  std::uint16_t freePort() { return ++lastPort_; }
   const Program* program(const std::string& name) const;
   Process& launch(const std::string& name, const Program& program, Process* parent,
                   std::vector<std::string> arguments);
@@ -181,7 +189,7 @@ class World {
   std::uint64_t now_ = 1000;
   std::vector<std::unique_ptr<Process>> processes_;
   std::map<std::string, Program> programs_;
-  std::map<std::uint16_t, std::shared_ptr<Stream>> listeners_;
+  std::map<std::string, std::shared_ptr<Stream>> listeners_;  // by place
   std::vector<std::weak_ptr<Stream>> late_;
   std::uint16_t lastPort_ = 20000;
   Turn driverTurn_;
