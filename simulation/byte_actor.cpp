@@ -4,13 +4,15 @@
 #include <array>
 
 #include "platform/clock.h"
+#include "platform/credentials.h"
 #include "platform/readiness.h"
 #include "platform/sim/world.h"
 #include "simulation/scenario.h"
+#include "stp_transport/transport/stp_listener.h"
+#include "stp_transport/transport/stp_socket.h"
 
 namespace {
 
-constexpr std::uint32_t kLoopback = 0x7F000001;
 constexpr std::uint32_t kFirstLinkRN = 10;
 constexpr std::uint32_t kLinkPacket = 16;  // the type of the library's own packets
 constexpr std::int32_t kBytesTag = 1;
@@ -35,33 +37,36 @@ std::int32_t number(STPReceivedMessage& message, const char* field) {
 
 }  // namespace
 
-// Connects to the hub, or waits for it.
-bool ByteActor::beConnected() {
-  socket_ = platform::openStream();
-  if (!role_.listens) {
-    if (platform::connectStream(socket_, kLoopback, role_.port, 5000) == 0) return true;
-    platform::closeStream(socket_);
-    return false;
-  }
-  platform::bindPort(socket_, role_.port, true);
-  platform::listenOn(socket_);
-  platform::readiness().watch(socket_);
-  if (role_.port == 0) stage_.anchorPort = platform::localPort(socket_);
-  platform::Transfer outcome;
-  platform::Socket client = platform::kNoSocket;
+// Waits for the hub, on both roads or on one.
+int ByteActor::awaitHub() {
+  STPListener listener;
+  if (!listener.open(role_.port, nullptr, true, chance(50))) return 0;
+  if (role_.port == 0) stage_.anchorPort = listener.port();
+  std::vector<int> doors{listener.tcp()};
+  if (listener.local() != 0) doors.push_back(listener.local());
+  for (const int door : doors) platform::readiness().watch(door);
+  int client = 0;
   bool failed = false;
-  while (client == platform::kNoSocket && !failed) {
+  while (client <= 0 && !failed) {
     platform::readiness().wait(-1, failed);
-    client = platform::acceptFrom(socket_, outcome);
+    for (std::size_t i = 0; i < doors.size() && client <= 0 && !failed;) {
+      client = acceptClient(doors[i], false, nullptr);
+      if (client <= 0) {
+        ++i;
+      } else if (!platform::userOfClient(client).isOwn()) {
+        closeSocket(client);
+        client = 0;
+      }
+    }
   }
-  platform::readiness().forget(socket_);
-  platform::closeStream(socket_);
-  socket_ = client;
-  return !failed;
+  for (const int door : doors) platform::readiness().forget(door);
+  return client;
 }
 
 int ByteActor::run() {
-  if (!beConnected()) return 1;
+  socket_ =
+      role_.listens ? awaitHub() : connectToServer("localhost", role_.port, nullptr, chance(50));
+  if (socket_ <= 0) return 1;
   platform::readiness().watch(socket_);
   connected_ = true;
   if (role_.negotiates) outbox_.push_back({filled(negotiateBytes())});

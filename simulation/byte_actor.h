@@ -28,7 +28,7 @@ class ByteActor : public Actor {
   };
   using Write = std::function<void(STPMessage&)>;
 
-  bool beConnected();
+  int awaitHub();
   void obey(const Order& order);
   void request(std::uint64_t choice);
   void launch(std::uint64_t choice);

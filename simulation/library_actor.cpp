@@ -8,12 +8,14 @@
 // As a program of its own it goes by its command line.
 bool LibraryActor::beConnected(HublinkPlugin& plugin) {
   std::string error;
+  plugin.setTcpOnly(chance(25));
   std::vector<char*> words;
   for (std::string& argument : role_.arguments) words.push_back(argument.data());
   const bool isConnected =
       words.empty() ? plugin.connect(role_.port, error)
                     : connectToHub(plugin, static_cast<int>(words.size()), words.data(), error);
   if (!isConnected) say("can't connect: " + error);
+  if (error.find("another user") != std::string::npos) stage_.ledger.fault(*this, error);
   return isConnected;
 }
 

@@ -7,10 +7,12 @@
 #include "platform/process.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/main_loop.h"
+#include "simulation/stranger.h"
 
 namespace {
 
 constexpr const char* kZone = "race";
+constexpr std::uint32_t kMachine = 0x7F000001;
 // Milliseconds. No lock may seem old, since files have the system's time and not this machine's.
 constexpr std::uint64_t kLongestRace = 20000;
 constexpr std::uint64_t kLongestStep = 1200;
@@ -25,6 +27,8 @@ RecordRace::RecordRace(const Scenario& scenario, const ServiceDatabase& database
     : scenario_(scenario), database_(database), say_(std::move(say)) {
   choice_.zone = kZone;
   choice_.program = program;
+  choice_.tcpOnly = scenario.seed / 10 % 5 == 0;
+  world_.guarded = world_.self().user;
   world_.wallStart = std::int64_t{std::time(nullptr)} * 1000;
   world_.install("hublink", [this](const auto& arguments) { return runHub(arguments); });
 }
@@ -40,6 +44,7 @@ int RecordRace::runHub(const std::vector<std::string>& arguments) {
   hubs_.push_back(&world_.self());
   platform::installStopSignals();
   Hublink hub(database_, 0, nullptr, nullptr);
+  hub.setTcpOnly(choice_.tcpOnly);
   if (arguments.size() > 2 && arguments[1] == "-connect_hublink" &&
       !hub.connectToPeer("localhost", static_cast<std::uint32_t>(std::stoul(arguments[2]))))
     return 1;
@@ -113,6 +118,10 @@ void RecordRace::take(const Step& step) {
     ++disturbances_;
     say_(tool->name + " dies");
     world_.kill(*tool);
+  } else if (kind == 18) {
+    startIntruder(world_, kMachine, choice / 200);
+  } else if (kind == 19) {
+    startSquatter(world_, kMachine);
   }
   // Some meet each other within their steps.
   if (choice / 100 % 2 == 0)

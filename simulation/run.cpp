@@ -5,6 +5,7 @@
 #include "simulation/byte_actor.h"
 #include "simulation/hub_inspector.h"
 #include "simulation/library_actor.h"
+#include "simulation/stranger.h"
 #include "stp_transport/transport/stp_process_state.h"
 
 namespace {
@@ -35,6 +36,7 @@ Run::Run(const Scenario& scenario, const ServiceDatabase& database,
                     kThisMachine);
   };
   stage_.startListener = [this] {
+    if (world_.chance(200)) return startSquatter(world_, kThisMachine);
     const std::uint16_t port = world_.freePort();
     cast<ByteActor>({.name = "listener" + std::to_string(actors_.size()),
                      .seed = scenario_.seed + actors_.size(),
@@ -91,6 +93,10 @@ void Run::installPrograms() {
   child("mute_child", false, false, -1);
   child("leaving_child", false, true, 1);
   world_.install("dying_child", [](const auto&) { return 3; });
+  world_.install(kBooty, [this](const auto&) {
+    world_.report("a stranger has a program started");
+    return 0;
+  });
   world_.install("hanging_child", [this](const auto&) {
     bool failed = false;
     while (!failed && !stage_.finishing) platform::readiness().wait(1000, failed);
@@ -117,6 +123,7 @@ int Run::runHub() {
     if (scenario_.seed % 2 == 1) stpProcess().backlogLimit = kSmallBacklog;
     if (scenario_.seed % 4 < 2) stpProcess().holdLimit = kSmallHold;
     Hublink hub(database_, 0, nullptr, nullptr);
+    hub.setTcpOnly(scenario_.seed % 11 == 0);
     HublinkInspector inspector(hub);
     inspector_ = &inspector;
     if (!hub.connectToPeer("localhost", stage_.anchorPort) ||
@@ -163,6 +170,8 @@ void Run::take(const Step& step) {
              (actor ? " " + actor->name() : ""));
   if (step.order.act == Act::arrive)
     arrive(choice);
+  else if (step.order.act == Act::intrude)
+    startIntruder(world_, kThisMachine, choice >> 16);
   else if (step.order.act == Act::wait)
     world_.pass(choice % 4 == 0 ? choice % 40000 : choice % 700);
   else if (actor && step.order.act == Act::die)
@@ -252,8 +261,14 @@ void Run::setWeather() {
 
 std::string Run::go() {
   world_.reseed(scenario_.seed);
+  world_.guarded = world_.self().user;
   isShared_ = scenario_.seed % 3 == 0;
   installPrograms();
+  // Who knows where the hub will be.
+  if (scenario_.seed % 13 == 0) {
+    startSquatter(world_, kThisMachine);
+    world_.settle();
+  }
   cast<ByteActor>({.name = "anchor", .seed = scenario_.seed, .listens = true}, kThisMachine);
   while (stage_.anchorPort == 0 && world_.step()) {
   }

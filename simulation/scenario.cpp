@@ -33,6 +33,7 @@ constexpr std::array<Chance, kActs> kChances{{
     {Act::disconnect, "disconnect", 2},
     {Act::leave, "leave", 3},
     {Act::die, "die", 4},
+    {Act::intrude, "intrude", 5},
     {Act::wait, "wait", 4},
 }};
 

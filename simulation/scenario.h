@@ -28,6 +28,7 @@ enum class Act : std::uint8_t {
   disconnect,  ///< a plugin asks to be disconnected
   leave,       ///< a plugin closes its connection
   die,         ///< a plugin's process ends
+  intrude,     ///< a process of another user tries to get in
   wait,        ///< time passes
 };
 inline constexpr int kActs = static_cast<int>(Act::wait) + 1;
