@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
+#include <string>
 
 #include "libcxxutil/ut_clock.h"
+#include "libcxxutil/ut_wait.h"
 #include "platform/clock.h"
 
 namespace {
@@ -57,6 +60,39 @@ TEST(RetryHandler, DeadlineEndsLimitedHandlersOnly) {
   EXPECT_TRUE(unlimited.shouldRetry());
   setRetryDeadline(-1);
   EXPECT_FALSE(retryDeadlinePassed());
+}
+
+// Each step of a wait as a letter: Start, Look, Ask, Wait or pass, Finish.
+TEST(Wait, GoesRoundFromWhereItBegins) {
+  std::string steps;
+  struct Spelling : RetryHandler {
+    explicit Spelling(std::string& text) : list(text) {}
+    void start() override { list += 'S'; }
+    bool shouldRetry() override { return list += 'A', patience-- > 0; }
+    void wait() override { list += 'W'; }
+    void finish() override { list += 'F'; }
+    std::string& list;
+    int patience = 1;
+  };
+  const auto spell = [&](WaitOrder order, bool hasHandler, std::ptrdiff_t looks, WaitState end) {
+    steps.clear();
+    Spelling handler(steps);
+    const auto look = [&] {
+      steps += 'L';
+      return std::count(steps.begin(), steps.end(), 'L') < looks ? WaitState::waiting : end;
+    };
+    const WaitState state =
+        waitUntil(hasHandler ? &handler : nullptr, order, look, [&] { steps += 'P'; });
+    EXPECT_EQ(state, looks > 9 ? WaitState::gaveUp : end);
+    return steps;
+  };
+  EXPECT_EQ(spell(WaitOrder::lookFirst, true, 1, WaitState::failed), "SLF");
+  EXPECT_EQ(spell(WaitOrder::lookFirst, true, 99, WaitState::reached), "SLAWLAF");
+  EXPECT_EQ(spell(WaitOrder::askFirst, true, 99, WaitState::reached), "SAWLAF");
+  EXPECT_EQ(spell(WaitOrder::passFirst, true, 99, WaitState::reached), "SWLAWLAF");
+  EXPECT_EQ(spell(WaitOrder::askBehind, true, 99, WaitState::reached), "SLWALWAF");
+  EXPECT_EQ(spell(WaitOrder::askBehind, true, 2, WaitState::reached), "SLWALF");
+  EXPECT_EQ(spell(WaitOrder::passFirst, false, 2, WaitState::reached), "PLPL");
 }
 
 }  // namespace

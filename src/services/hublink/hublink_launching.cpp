@@ -12,14 +12,16 @@
 #include "indgen/program.h"
 #include "platform/process.h"
 #include "services/hublink/hublink.h"
-#include "services/hublink/launch_wait.h"
 #include "services/hublink/plugin_bounds.h"
 #include "stp_transport/child/stp_child_process.h"
+#include "stp_transport/retry/stp_retryhandler.h"
 
 namespace {
 
 constexpr const char* kPortOption = "-hl_connect_hublink_port";
 constexpr const char* kLaunchFailure = "Failed to launch plugin";
+// Milliseconds of one step of a launch: how late its limit may be noticed when nothing happens.
+constexpr int kLaunchStep = 100;
 
 // The texts of a message.
 std::vector<OptionalText> textsOf(const StringArray& array) {
@@ -82,9 +84,14 @@ std::int32_t Hublink::launchPlugin(const std::vector<std::string>& argv, const c
   child.setPortIndex(2);
   child.insertArgumentAt(kPortOption, 1);
   child.setWorkingDirectory(workingDir);
-  LaunchWait wait(transport.get(), transports, launchLimit);
+  // The traffic between plugins goes on.
+  TimeoutSTPRetryHandler limit(transport.get(), launchLimit);
+  limit.setStep([&] {
+    transport->serviceOnceRelaying(kLaunchStep, transports);
+    return !platform::stopRequested();
+  });
   STPStatus status;
-  child.launch(&wait, &status);
+  child.launch(&limit, &status);
   if (!status.good()) {
     logInternal("Unable to launch %s: %s\n", arguments[0].c_str(),
                 child.startError() != 0 ? std::strerror(child.startError()) : status.message);

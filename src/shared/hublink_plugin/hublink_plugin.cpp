@@ -5,8 +5,10 @@
 #include "hublink_plugin/hublink_plugin_spec.h"
 #include "indgen/number.h"
 #include "indgen/text.h"
+#include "libcxxutil/ut_wait.h"
 #include "platform/clock.h"
 #include "platform/credentials.h"
+#include "stp_transport/retry/stp_retryhandler.h"
 
 namespace {
 
@@ -38,28 +40,12 @@ class Countdown {
     const std::uint64_t now = platform::monotonicMilliseconds();
     return now >= end_ ? 0 : static_cast<int>(end_ - now);
   }
+  /// The same for one step of a wait.
+  int step() const { return endless_ ? STP_WAIT_STEP : std::min(left(), STP_WAIT_STEP); }
 
  private:
   bool endless_;
   std::uint64_t end_;
-};
-
-// Serves a plugin while one of its calls waits for the hub's reply.
-class ServingRetryHandler : public RetryHandler {
- public:
-  ServingRetryHandler(HublinkPlugin& plugin, int milliseconds)
-      : plugin_(plugin), countdown_(milliseconds) {}
-  bool shouldRetry() override {
-    return RetryHandler::shouldRetry() && plugin_.isConnected() && countdown_.left() != 0;
-  }
-  void wait() override {
-    const int left = countdown_.left();
-    plugin_.serve(left < 0 ? STP_WAIT_STEP : std::min(left, STP_WAIT_STEP));
-  }
-
- private:
-  HublinkPlugin& plugin_;
-  Countdown countdown_;
 };
 
 }  // namespace
@@ -285,7 +271,9 @@ void HublinkPlugin::requestPluginConnect(const std::string& host, std::uint16_t 
 
 std::optional<PluginCounts> HublinkPlugin::countPlugins(int milliseconds) {
   if (!isConnected()) return std::nullopt;
-  ServingRetryHandler limit(*this, milliseconds);
+  const Countdown countdown(milliseconds);
+  STPRetryHandler limit(transport_.get());
+  limit.setStep([&] { return serve(countdown.step()) && countdown.left() != 0; });
   PluginCounts counts;
   if (!spec_->NumPersistentServices(&counts.persistent, &counts.total, &limit)) return std::nullopt;
   return counts;
@@ -309,12 +297,13 @@ bool HublinkPlugin::serve(int milliseconds) {
 
 bool HublinkPlugin::serveUntil(const std::function<bool()>& done, int milliseconds) {
   const Countdown countdown(milliseconds);
-  while (!done()) {
-    const int left = countdown.left();
-    const int step = left < 0 ? STP_WAIT_STEP : std::min(left, STP_WAIT_STEP);
-    if (step == 0 || !serve(step)) return done();
-  }
-  return true;
+  bool goesOn = true;
+  const auto look = [&] {
+    if (done()) return WaitState::reached;
+    return goesOn && countdown.left() != 0 ? WaitState::waiting : WaitState::failed;
+  };
+  const auto pass = [&] { goesOn = serve(countdown.step()); };
+  return waitUntil(nullptr, WaitOrder::lookFirst, look, pass) == WaitState::reached;
 }
 
 void HublinkPlugin::flush() {

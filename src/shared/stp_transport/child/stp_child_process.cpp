@@ -2,11 +2,13 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "indgen/access.h"
 #include "indgen/find.h"
 #include "indgen/spawn.h"
 #include "indgen/text.h"
+#include "libcxxutil/ut_wait.h"
 #include "platform/file.h"
 #include "stp_transport/retry/stp_retryhandler.h"
 
@@ -81,23 +83,24 @@ void STPChildProcess::launch(RetryHandler* retry, STPStatus* status) {
   if (!status) status = &unasked;
   status->clear();
   if (!canLaunch(status)) return;
-  if (retry) retry->start();
-  startLaunch(status);
-  while (status->good()) {
-    if (pollLaunch(status) || !status->good()) break;
-    if (!retry) {
-      transport_->serviceOnce(STP_LAUNCH_STEP, status);
-      continue;
-    }
-    retry->wait();
+  bool isStarted = false;
+  const auto look = [&] {
+    if (!std::exchange(isStarted, true))
+      startLaunch(status);
+    else
+      *status = transport_->status();
+    if (!status->good()) return WaitState::failed;
+    if (pollLaunch(status)) return WaitState::reached;
+    return status->good() ? WaitState::waiting : WaitState::failed;
+  };
+  const auto pass = [&] { transport_->serviceOnce(STP_LAUNCH_STEP); };
+  if (waitUntil(retry, WaitOrder::askBehind, look, pass) == WaitState::gaveUp) {
     *status = transport_->status();
-    if (retry->shouldRetry()) continue;
     // The handler may have given up because the transport has failed, which says more.
     if (status->good())
       status->set(STP_TIMEOUT, "[launch]: Timed out while waiting for child to connect.");
   }
   if (!status->good()) port_.close();
-  if (retry) retry->finish();
 }
 
 ArgumentVector STPChildProcess::argumentsWithPort() const {
@@ -173,16 +176,11 @@ bool STPChildProcess::pollLaunch(STPStatus* status) {
 void STPChildProcess::killProcess(platform::ProcessId process, RetryHandler* retry) {
   if (process == 0) return;
   STPRetryHandler impatient;
-  if (!retry) retry = &impatient;
-  retry->start();
-  std::size_t ended = 0;
-  while (platform::waitForChildren(&process, 1, true, 0, ended) ==
-         platform::WaitOutcome::timedOut) {
-    if (!retry->shouldRetry()) {
-      platform::killProcess(process);
-      break;
-    }
-    retry->wait();
-  }
-  retry->finish();
+  const auto look = [process] {
+    std::size_t ended = 0;
+    const auto outcome = platform::waitForChildren(&process, 1, true, 0, ended);
+    return outcome == platform::WaitOutcome::timedOut ? WaitState::waiting : WaitState::reached;
+  };
+  if (waitUntil(retry ? retry : &impatient, WaitOrder::lookFirst, look, [] {}) == WaitState::gaveUp)
+    platform::killProcess(process);
 }

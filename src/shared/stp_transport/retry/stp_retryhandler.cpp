@@ -12,13 +12,20 @@ constexpr int kPause = 50;  // ms
 
 }  // namespace
 
+void STPRetryHandler::start() {
+  RetryHandler::start();
+  stepsOn_ = true;
+}
+
 bool STPRetryHandler::shouldRetry() {
-  return RetryHandler::shouldRetry() && transport_ && !transport_->isClosed() &&
+  return stepsOn_ && RetryHandler::shouldRetry() && transport_ && !transport_->isClosed() &&
          transport_->status().good();
 }
 
 void STPRetryHandler::wait() {
-  if (transport_)
+  if (step_)
+    stepsOn_ = step_();
+  else if (transport_)
     transport_->serviceOnce(limit() == 0 ? 0 : STP_WAIT_STEP);
   else
     platform::sleepMilliseconds(kPause);

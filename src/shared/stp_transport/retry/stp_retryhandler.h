@@ -1,6 +1,9 @@
 // Retry handlers that wait on a transport, and the condition that watches a spec.
 #pragma once
 
+#include <functional>
+#include <utility>
+
 #include "libcxxutil/ut_retryhandler.h"
 #include "stp_transport/transport/counted_ptr.h"
 
@@ -15,11 +18,16 @@ class STPRetryHandler : public RetryHandler {
   explicit STPRetryHandler(int spec) : RetryHandler(spec) {}
   explicit STPRetryHandler(STPTransport* transport) : transport_(transport) {}
   STPRetryHandler(STPTransport* transport, int spec) : RetryHandler(spec), transport_(transport) {}
+  /// Has `step` let time pass, for a wait that serves more than its transport; false gives up.
+  void setStep(std::function<bool()> step) { step_ = std::move(step); }
+  void start() override;
   bool shouldRetry() override;
   void wait() override;
 
  private:
   STPTransport* transport_ = nullptr;
+  std::function<bool()> step_;
+  bool stepsOn_ = true;
 };
 
 /// Gives up after `milliseconds` as well; at once, without sleeping, for 0 or a negative number.

@@ -6,6 +6,7 @@
 // their announced size, whichever comes first.
 #include <algorithm>
 
+#include "libcxxutil/ut_wait.h"
 #include "stp_transport/spec/stp_specclass.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -177,28 +178,25 @@ void STPSpecClass::awaitFlag(const bool& flag, RetryHandler* retry, const char* 
   // What failed before this wait and left the connection up is no reason to end it.
   if (!link->isClosed()) link->clearStatus();
   ++busy;
-  if (retry) retry->start();
-  while (!flag) {
-    if (!isVirtualConnectionUp()) {
-      STPStatus::report(status, STP_FAILED, downText);
-      break;
-    }
-    if (retry && !retry->shouldRetry()) {
-      // The handler may have given up because the transport has failed, which says more.
-      if (link->isClosed() && link->status().good()) link->serviceOnce(0);
-      const bool hasFailed = !link->status().good();
-      STPStatus::report(status, hasFailed ? link->status().code : STP_TIMEOUT,
-                        hasFailed ? link->status().message : kReplyTimeout);
-      break;
-    }
-    if (retry) {
-      retry->wait();
-      continue;
-    }
+  bool hasFailed = false;
+  const auto look = [&] {
+    if (flag) return WaitState::reached;
+    if (hasFailed) return WaitState::failed;
+    if (isVirtualConnectionUp()) return WaitState::waiting;
+    STPStatus::report(status, STP_FAILED, downText);
+    return WaitState::failed;
+  };
+  const auto pass = [&] {
     link->serviceOnce(STP_WAIT_STEP, status);
-    if (!link->status().good()) break;
+    hasFailed = !link->status().good();
+  };
+  if (waitUntil(retry, WaitOrder::lookFirst, look, pass) == WaitState::gaveUp) {
+    // The handler may have given up because the transport has failed, which says more.
+    if (link->isClosed() && link->status().good()) link->serviceOnce(0);
+    hasFailed = !link->status().good();
+    STPStatus::report(status, hasFailed ? link->status().code : STP_TIMEOUT,
+                      hasFailed ? link->status().message : kReplyTimeout);
   }
-  if (retry) retry->finish();
   --busy;
 }
 

@@ -36,10 +36,14 @@ void STPTransport::awaitSync(std::int32_t local, std::int32_t remote, RetryHandl
   status_.clear();
   queueControl(local, remote, STP_SYNC, 0);
   bool synced = false;
-  if (testThenWait(
-          retry, [&] { return synced && !isWritePending(); },
-          [&] { synced = synced || takeSync(remote, local); }))
+  const WaitState end = waitUntil(retry, WaitOrder::askFirst, [&] {
+    synced = synced || takeSync(remote, local);
+    return synced && !isWritePending();
+  });
+  if (end == WaitState::gaveUp)
     status_.set(STP_TIMEOUT, "[awaitSync]: reached timeout while waiting to receive sync packet");
+  // What came together with the failure is no barrier for the next connection.
+  if (end == WaitState::failed && !synced) takeSync(remote, local);
   copyStatus(status);
 }
 
@@ -57,10 +61,9 @@ STPChannel* STPTransport::createChannel(std::int32_t local, std::int32_t remote,
   STPChannel* channel = entry;
   channel->createSent_ = true;
   queueControl(local, remote, STP_CHANNEL, STP_CHANNEL_CREATE);
-  bool acknowledged = false;
-  if (testThenWait(
-          retry, [&] { return acknowledged && !isWritePending(); },
-          [&] { acknowledged = acknowledged || channel->createReceived_; })) {
+  const WaitState end = waitUntil(retry, WaitOrder::askFirst,
+                                  [&] { return channel->createReceived_ && !isWritePending(); });
+  if (end == WaitState::gaveUp) {
     status_.set(STP_TIMEOUT,
                 "[createChannel]: reached timeout while waiting to receive create ack");
     channel->closeSent_ = true;  // no close goes out
@@ -122,17 +125,13 @@ void STPChannel::startChannel(RetryHandler* retry, STPStatus* status) {
     startSent_ = true;
     transport_->status_.clear();
     transport_->queueControl(localRN_, remoteRN_, STP_CHANNEL, STP_CHANNEL_START);
-    bool started = false;
-    const bool gaveUp = transport_->testThenWait(
-        retry,
-        [&] {
-          if (started && !transport_->isWritePending()) return true;
-          if (isClosed())
-            status_.set(STP_CHANNEL_CLOSED, "[startChannel]: channel already closed before start");
-          return isClosed();
-        },
-        [&] { started = started || isStarted(); });
-    if (gaveUp)
+    const WaitState end = transport_->waitUntil(retry, WaitOrder::askFirst, [&] {
+      if (isStarted() && !transport_->isWritePending()) return true;
+      if (isClosed())
+        status_.set(STP_CHANNEL_CLOSED, "[startChannel]: channel already closed before start");
+      return isClosed();
+    });
+    if (end == WaitState::gaveUp)
       status_.set(STP_TIMEOUT, "[startChannel]: reached timeout while waiting to receive start");
     else if (status_.good())
       status_ = transport_->status_;
@@ -149,8 +148,8 @@ void STPChannel::closeChannel(RetryHandler* retry, STPStatus* status) {
     closeSent_ = true;
     transport_->status_.clear();
     transport_->queueControl(localRN_, remoteRN_, STP_CHANNEL, STP_CHANNEL_CLOSE);
-    if (transport_->testThenWait(
-            retry, [&] { return !transport_->isWritePending(); }, [] {}))
+    if (transport_->waitUntil(retry, WaitOrder::lookFirst,
+                              [&] { return !transport_->isWritePending(); }) == WaitState::gaveUp)
       status_.set(STP_TIMEOUT, "[closeChannel]: reached timeout while waiting to transmit close");
     else
       status_ = transport_->status_;

@@ -55,42 +55,13 @@ void STPTransport::copyStatus(STPStatus* status) const {
   if (status && status != &status_) *status = status_;
 }
 
-void STPTransport::waitStep(RetryHandler* retry) {
-  if (retry)
-    retry->wait();
-  else
-    serviceOnce(STP_WAIT_STEP);
-}
-
-// The shape of a wait for something that only traffic can bring. False if it ended without `done`.
-bool STPTransport::waitThenTest(RetryHandler* retry, const std::function<bool()>& done) {
-  bool reached = false;
-  if (retry) retry->start();
-  for (;;) {
-    waitStep(retry);
-    if (!status_.good()) break;
-    reached = done();
-    if (reached || !status_.good() || isClosed()) break;
-    if (retry && !retry->shouldRetry()) break;
-  }
-  if (retry) retry->finish();
-  return reached;
-}
-
-// The shape of a wait that may have nothing to wait for. True if the handler gave up although
-// nothing had failed.
-bool STPTransport::testThenWait(RetryHandler* retry, const std::function<bool()>& done,
-                                const std::function<void()>& afterWait) {
-  bool gaveUp = false;
-  if (retry) retry->start();
-  while (!gaveUp && status_.good() && !done()) {
-    if (retry && !retry->shouldRetry()) {
-      gaveUp = true;
-    } else {
-      waitStep(retry);
-      afterWait();
-    }
-  }
-  if (retry) retry->finish();
-  return gaveUp && status_.good();
+WaitState STPTransport::waitUntil(RetryHandler* retry, WaitOrder order,
+                                  const std::function<bool()>& done) {
+  const auto look = [&] {
+    if (status_.good() && done()) return WaitState::reached;
+    return status_.good() ? WaitState::waiting : WaitState::failed;
+  };
+  const WaitState end = ::waitUntil(retry, order, look, [this] { serviceOnce(STP_WAIT_STEP); });
+  // The handler may have given up because the connection has failed, which says more.
+  return end == WaitState::gaveUp && !status_.good() ? WaitState::failed : end;
 }

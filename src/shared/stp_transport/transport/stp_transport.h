@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "libcxxutil/ut_retryhandler.h"
+#include "libcxxutil/ut_wait.h"
 #include "stp_transport/message/stp_received_message.h"
 #include "stp_transport/transport/counted_ptr.h"
 #include "stp_transport/transport/response_listener.h"
@@ -284,10 +285,8 @@ class STPTransport {
   void markUnflushed();
 
   // Waiting.
-  void waitStep(RetryHandler* retry);
-  bool waitThenTest(RetryHandler* retry, const std::function<bool()>& done);
-  bool testThenWait(RetryHandler* retry, const std::function<bool()>& done,
-                    const std::function<void()>& afterWait);
+  /// Waits until `done`, which is asked as long as nothing fails. A failure stands in the status.
+  WaitState waitUntil(RetryHandler* retry, WaitOrder order, const std::function<bool()>& done);
 
   // Sync and channels.
   void handleChannelPacket(const STPReceivedMessage& message);

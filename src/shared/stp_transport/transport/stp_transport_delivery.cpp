@@ -45,9 +45,9 @@ std::unique_ptr<STPReceivedMessage> STPTransport::awaitResponse(std::uint32_t se
     const bool holds = (currentContext().callFlags & STP_HOLD_OTHERS) != 0;
     if (holds) ++stpProcess().holdDepth;
     delivery_.expect(sequence);
-    waitThenTest(retry, [&] {
+    waitUntil(retry, WaitOrder::passFirst, [&] {
       response = delivery_.takeResponse(sequence);
-      return response != nullptr;
+      return response || isClosed();
     });
     if (holds) --stpProcess().holdDepth;
   }

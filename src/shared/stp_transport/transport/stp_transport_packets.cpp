@@ -115,8 +115,8 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
     const STPDepthGuard sending(stpProcess().sendDepth);
     handleWrite();
     if (status_.good() && isWritePending()) {
-      waitThenTest(retry, [this] { return !isWritePending(); });
-      if (isWritePending() && status_.good())
+      if (waitUntil(retry, WaitOrder::passFirst, [this] { return !isWritePending(); }) ==
+          WaitState::gaveUp)
         status_.set(STP_TIMEOUT, "[sendMessage]: reached timeout while waiting to send message");
     }
     failed = !status_.good();

@@ -40,8 +40,12 @@ void STPTransport::listenOnFD(int fd, bool closeListener, RetryHandler* retry, S
   const Hold hold(this);
   startListenOnFD(fd);
   if (status_.good()) {
-    const bool accepted = waitThenTest(retry, [&] { return tryAccept(closeListener); });
-    if (!accepted && status_.good())
+    bool isAccepted = false;
+    waitUntil(retry, WaitOrder::passFirst, [&] {
+      isAccepted = tryAccept(closeListener);
+      return isAccepted || isClosed();
+    });
+    if (!isAccepted && status_.good())
       status_.set(STP_TIMEOUT, "[listenOnFD]: timed out waiting for client");
   }
   copyStatus(status);
