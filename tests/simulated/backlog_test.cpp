@@ -43,22 +43,29 @@ class Backlog : public testing::Test {
       while (!platform::stopRequested()) {
         running.servicePass(500);
         ++passes;
-        for (const auto& [serial, transport] : stpProcess().transportsBySerial)
-          most = std::max(most, transport->writeCount());
+        most = std::max(most, mostWaiting());
       }
       running.shutdownPlugins(false, 0);
       return 0;
     });
     world.settle();
   }
-  void startPlugin(const Body& body) {
-    world.start("plugin", [this, body](const auto&) {
+  // Of the process that calls.
+  static std::int64_t mostWaiting() {
+    std::int64_t waiting = 0;
+    for (const auto& [serial, transport] : stpProcess().transportsBySerial)
+      waiting = std::max(waiting, transport->writeCount());
+    return waiting;
+  }
+  platform::sim::Process& startPlugin(const Body& body) {
+    auto& process = world.start("plugin", [this, body](const auto&) {
       HublinkPlugin plugin;
       std::string error;
       if (plugin.connect(port, error)) body(plugin);
       return 0;
     });
     world.settle();
+    return process;
   }
   // Sends back what it gets.
   static void echo(HublinkPlugin& plugin) {
@@ -213,6 +220,99 @@ TEST_F(Backlog, StopsThoseWhoAskWithoutEnd) {
   expectEchoes();
   world.pass(15000);
   EXPECT_EQ(values, kQuestions);
+}
+
+// A sender has no more waiting than it wants to, and learns when it can go on.
+TEST_F(Backlog, SendersAreToldOfIt) {
+  startHub(kLimit);
+  auto& receiver = startPlugin(deafFor(10000));
+  int sent = 0, full = 0, rooms = 0;
+  std::int64_t waiting = 0, waitingAtRoom = 0;
+  SendOutcome last = SendOutcome::sent;
+  bool isConnected = false;
+  startPlugin([&](HublinkPlugin& plugin) {
+    plugin.setSendLimit(kLimit);
+    const auto link = plugin.requestService(queryFor("Deaf")).link;
+    std::string packet(kPacket, 'x');
+    const auto trySend = [&] { return link->trySend(packet.data(), packet.size()); };
+    const auto sendAll = [&] {
+      for (; sent < kPackets; ++sent) {
+        packet[0] = static_cast<char>(sent);
+        if (trySend() == SendOutcome::full && trySend() == SendOutcome::full) {
+          ++full;
+          return;
+        }
+        waiting = std::max(waiting, mostWaiting());
+      }
+    };
+    link->onRoom([&] {
+      ++rooms;
+      waitingAtRoom = std::max(waitingAtRoom, mostWaiting());
+      sendAll();
+    });
+    sendAll();
+    plugin.serveUntil([&] { return received == kPackets; }, -1);
+    while (link->send(packet.data(), packet.size())) waiting = std::max(waiting, mostWaiting());
+    last = trySend();
+    isConnected = plugin.isConnected();
+  });
+  world.pass(9000);
+  EXPECT_LT(sent, kPackets);
+  EXPECT_EQ(rooms, full - 1);
+  world.pass(5000);
+  EXPECT_EQ(received, kPackets);
+  EXPECT_EQ(rooms, full) << "once each";
+  EXPECT_GT(waitingAtRoom, 0);
+  EXPECT_LE(waitingAtRoom, kLimit / 2);
+  EXPECT_EQ(last, SendOutcome::sent);
+  world.kill(receiver);
+  world.pass(100);
+  EXPECT_EQ(last, SendOutcome::failed) << "a link that ends ends the wait";
+  EXPECT_TRUE(isConnected);
+  EXPECT_LT(waiting, kLimit + 2 * static_cast<std::int64_t>(kPacket));
+}
+
+// A packet handler that waits is neither entered again nor overtaken.
+TEST_F(Backlog, SendersWaitInOrder) {
+  startHub(kLimit);
+  startPlugin(deafFor(10000));
+  int depth = 0, deepest = 0, atEnd = -1;
+  std::int64_t waiting = 0;
+  startPlugin([&](HublinkPlugin& plugin) {
+    plugin.setSendLimit(kLimit);
+    const auto on = plugin.requestService(queryFor("Deaf")).link;
+    plugin.registerService("Relay", [&](const std::shared_ptr<HublinkLink>& link) {
+      link->onPacket([&, on](const unsigned char* bytes, std::size_t size) {
+        deepest = std::max(deepest, ++depth);
+        on->send(bytes, size);
+        waiting = std::max(waiting, mostWaiting());
+        --depth;
+        ++atEnd;
+      });
+      link->onEnd([&] { unsent = atEnd + 1 < kPackets; });
+    });
+    plugin.run();
+  });
+  startPlugin([&](HublinkPlugin& plugin) {
+    const auto link = plugin.requestService(queryFor("Relay")).link;
+    std::string packet(kPacket, 'x');
+    for (int i = 0; i < kPackets; ++i) {
+      packet[0] = static_cast<char>(i);
+      link->send(packet.data(), packet.size());
+    }
+    plugin.serveUntil([&plugin] { return !plugin.wantsWrite(); }, -1);
+    link->close();
+    plugin.run();
+  });
+  unsent = true;
+  world.pass(9000);
+  EXPECT_GT(depth, 0);
+  EXPECT_EQ(received, 0);
+  world.pass(6000);
+  EXPECT_EQ(received, kPackets);
+  EXPECT_EQ(deepest, 1);
+  EXPECT_FALSE(unsent) << "the end comes behind all packets";
+  EXPECT_LT(waiting, kLimit + 2 * static_cast<std::int64_t>(kPacket));
 }
 
 // At its end the hub waits for those who read, also for those who still send, and not long for

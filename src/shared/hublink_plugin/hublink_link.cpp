@@ -6,6 +6,8 @@ namespace {
 
 // Field word and length word in front of the bytes.
 constexpr std::int64_t kBytesOffset = 8;
+// What a packet must be below, in bytes.
+constexpr std::size_t kMostBytes = static_cast<std::size_t>(STP_MAX_PACKET_SIZE) - 128;
 
 }  // namespace
 
@@ -26,10 +28,35 @@ HublinkLink::~HublinkLink() {
 }
 
 bool HublinkLink::send(const void* bytes, std::size_t size) {
-  if (!up_ || size >= static_cast<std::size_t>(STP_MAX_PACKET_SIZE) - 128) return false;
+  if (!up_ || size >= kMostBytes) return false;
+  if (plugin_->isFull()) {
+    const std::shared_ptr<HublinkLink> hold = shared_from_this();
+    plugin_->awaitRoom([this] { return !up_; });
+  }
+  return up_ && queue(bytes, size);
+}
+
+SendOutcome HublinkLink::trySend(const void* bytes, std::size_t size) {
+  if (!up_ || size >= kMostBytes) return SendOutcome::failed;
+  if (plugin_->isFull()) plugin_->flush();
+  if (plugin_->isFull()) {
+    if (!std::exchange(awaitsRoom_, true)) plugin_->roomAwaited_.push_back(weak_from_this());
+    return SendOutcome::full;
+  }
+  return queue(bytes, size) ? SendOutcome::sent : SendOutcome::failed;
+}
+
+bool HublinkLink::queue(const void* bytes, std::size_t size) {
   const auto message = transport_->newMessage(localRN_, remoteRN_, STP_PLAIN, 0, STP_ONE_WAY);
   message->putArrayData(STP_TAG_PLAIN_BYTES, bytes, static_cast<std::int32_t>(size), 1);
   return transport_->enqueueMessage(*message) != 0;
+}
+
+void HublinkLink::tellRoom() {
+  const std::shared_ptr<HublinkLink> hold = shared_from_this();
+  awaitsRoom_ = false;
+  const RoomHandler handler = roomHandler_;  // it may be replaced in the call
+  if (up_ && handler) handler();
 }
 
 void HublinkLink::flush() {
@@ -45,13 +72,31 @@ bool HublinkLink::handleMessage(STPReceivedMessage& message, bool) {
   const std::int64_t size = stpReadWord(payload + 4);
   if (size > room) return true;
   const unsigned char* bytes = payload + kBytesOffset;
-  if (packetHandler_) {
-    const PacketHandler handler = packetHandler_;  // it may be replaced in the call
-    handler(bytes, static_cast<std::size_t>(size));
-  } else {
+  if (!packetHandler_)
     inbox_.emplace_back(bytes, bytes + size);
-  }
+  else if (plugin_ && plugin_->putsOff())
+    plugin_->putOff_.push_back(
+        [hold, packet = Packet(bytes, bytes + size)] { hold->take(packet); });
+  else
+    callHandler(bytes, static_cast<std::size_t>(size));
+  if (plugin_) plugin_->handlePutOff();
   return true;
+}
+
+// A link that has ended has no plugin any more.
+void HublinkLink::callHandler(const unsigned char* bytes, std::size_t size) {
+  HublinkPlugin* const plugin = plugin_;
+  const PacketHandler handler = packetHandler_;  // it may be replaced in the call
+  if (plugin) ++plugin->packetDepth_;
+  handler(bytes, size);
+  if (plugin) --plugin->packetDepth_;
+}
+
+void HublinkLink::take(const Packet& packet) {
+  if (packetHandler_)
+    callHandler(packet.data(), packet.size());
+  else
+    inbox_.push_back(packet);
 }
 
 void HublinkLink::onPacket(PacketHandler handler) {
@@ -60,9 +105,9 @@ void HublinkLink::onPacket(PacketHandler handler) {
   while (packetHandler_ && !inbox_.empty()) {
     const Packet packet = std::move(inbox_.front());
     inbox_.pop_front();
-    const PacketHandler called = packetHandler_;
-    called(packet.data(), packet.size());
+    callHandler(packet.data(), packet.size());
   }
+  if (plugin_) plugin_->handlePutOff();
 }
 
 bool HublinkLink::receive(Packet& packet, int milliseconds) {
@@ -76,7 +121,7 @@ bool HublinkLink::receive(Packet& packet, int milliseconds) {
 }
 
 void HublinkLink::onEnd(EndHandler handler) {
-  if (up_)
+  if (plugin_)
     endHandler_ = std::move(handler);
   else if (handler)
     handler();
@@ -97,6 +142,7 @@ void HublinkLink::attach(STPSpecClass* spec) {
 void HublinkLink::close() {
   if (!up_) return;
   endHandler_ = nullptr;
+  packetHandler_ = nullptr;
   plugin_->closeLink(*this);
 }
 
@@ -104,8 +150,16 @@ void HublinkLink::end() {
   if (!up_) return;
   const std::shared_ptr<HublinkLink> hold = shared_from_this();
   up_ = false;
-  plugin_ = nullptr;
   for (const auto& spec : std::exchange(specs_, {})) spec->virtualConnectionClose();
+  if (plugin_->putsOff())
+    plugin_->putOff_.push_back([hold] { hold->tellEnd(); });
+  else
+    tellEnd();
+}
+
+void HublinkLink::tellEnd() {
+  plugin_ = nullptr;
   packetHandler_ = nullptr;
+  roomHandler_ = nullptr;
   if (const EndHandler handler = std::exchange(endHandler_, nullptr)) handler();
 }

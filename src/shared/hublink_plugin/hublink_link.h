@@ -24,10 +24,18 @@
 
 class HublinkPlugin;
 
+/// What came of a packet that was to be queued without waiting.
+enum class SendOutcome {
+  sent,    ///< it is queued
+  full,    ///< too much is queued before it
+  failed,  ///< the link has ended, or the packet is too large
+};
+
 class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private ResponseListener {
  public:
   using PacketHandler = std::function<void(const unsigned char* bytes, std::size_t size)>;
   using EndHandler = std::function<void()>;
+  using RoomHandler = std::function<void()>;
   using Packet = std::vector<unsigned char>;
 
   HublinkLink(const HublinkLink&) = delete;
@@ -42,9 +50,17 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   bool isUp() const { return up_; }
 
   /// Queues a copy of one packet of `size` bytes; the next step of the plugin's loop writes it, or
-  /// flush(). False if the link has ended or the packet is too large (a little less than 256 MiB is
-  /// the most).
+  /// flush(). Once as much is queued as the plugin's limit allows (HublinkPlugin::setSendLimit),
+  /// waits until half of that has gone, and serves the plugin meanwhile. A packet handler that
+  /// waits so isn't overtaken: packets that come then are handled behind it, on all links. False if
+  /// the link has ended, also in the wait, or the packet is too large (a little less than 256 MiB
+  /// is the most).
   bool send(const void* bytes, std::size_t size);
+  /// The same, but says so in place of waiting.
+  SendOutcome trySend(const void* bytes, std::size_t size);
+  /// Called from the plugin's loop, once after each time that trySend() has found it full, when
+  /// half of the limit has gone.
+  void onRoom(RoomHandler handler) { roomHandler_ = std::move(handler); }
   /// Writes what is queued as far as it goes without waiting.
   void flush();
   /// Called with each packet that arrives, which is gone after the call. Packets that came before
@@ -72,10 +88,17 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
               std::int32_t peerPluginID, std::string serviceName, bool ownsRN);
 
   bool handleMessage(STPReceivedMessage& message, bool exclusive) override;
+  bool queue(const void* bytes, std::size_t size);
+  void callHandler(const unsigned char* bytes, std::size_t size);
+  /// Hands over a packet that has been put off.
+  void take(const Packet& packet);
+  void tellRoom();
   /// Takes the link down on this side, without a word to the other.
   void end();
+  /// The last of it, when all that came before has been handed over.
+  void tellEnd();
 
-  HublinkPlugin* plugin_;  // null once the link has ended
+  HublinkPlugin* plugin_;  // null once the link has ended and that was told
   CountedPtr<STPTransport> transport_;
   std::int32_t localRN_;
   std::int32_t remoteRN_;
@@ -85,6 +108,8 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   bool up_ = true;
   PacketHandler packetHandler_;
   EndHandler endHandler_;
+  RoomHandler roomHandler_;
+  bool awaitsRoom_ = false;  // stands among the plugin's links that are to be told
   std::deque<Packet> inbox_;
   std::vector<CountedPtr<STPSpecClass>> specs_;
 };

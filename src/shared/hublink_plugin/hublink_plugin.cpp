@@ -74,6 +74,7 @@ HublinkPlugin::HublinkPlugin() = default;
 
 HublinkPlugin::~HublinkPlugin() {
   disconnect();
+  handlePutOff();
   if (spec_) {
     spec_->detach();
     spec_->setTransport(nullptr);
@@ -288,10 +289,11 @@ void HublinkPlugin::run() {
 bool HublinkPlugin::serve(int milliseconds) {
   if (isConnected()) {
     const CountedPtr<STPTransport> hold = transport_;
-    hold->serviceOnce(milliseconds);
+    hold->serviceOnce(hasToHandle() ? 0 : milliseconds);
   }
-  if (isConnected()) return true;
-  connectionEnded();
+  if (!isConnected()) connectionEnded();
+  handlePutOff();
+  tellRoom();
   return isConnected();  // a handler may have connected again
 }
 
@@ -312,6 +314,53 @@ void HublinkPlugin::flush() {
     transport_->handleWrite();
     if (transport_->writeCount() >= before) return;
   }
+}
+
+void HublinkPlugin::setSendLimit(std::int64_t bytes) {
+  sendLimit_ = bytes;
+  full_ = false;
+}
+
+bool HublinkPlugin::isFull() {
+  if (full_ && waitingBytes() <= sendLimit_ / 2) {
+    full_ = false;
+    ++rooms_;
+  } else if (!full_ && sendLimit_ > 0 && waitingBytes() >= sendLimit_) {
+    full_ = true;
+  }
+  return full_;
+}
+
+// Room that has been there in between counts: handlers that run meanwhile may use up all of it
+// again and again.
+void HublinkPlugin::awaitRoom(const std::function<bool()>& isVain) {
+  const std::uint64_t before = rooms_;
+  const int waiting = packetDepth_ > 0 ? 1 : 0;
+  waitingHandlers_ += waiting;
+  flush();
+  serveUntil([&] { return isVain() || !isFull() || rooms_ != before; }, -1);
+  waitingHandlers_ -= waiting;
+}
+
+void HublinkPlugin::tellRoom() {
+  while (!roomAwaited_.empty() && !isFull()) {
+    const auto link = roomAwaited_.front().lock();
+    roomAwaited_.pop_front();
+    if (link) link->tellRoom();
+  }
+}
+
+void HublinkPlugin::handlePutOff() {
+  while (waitingHandlers_ == 0 && !putOff_.empty()) {
+    const auto next = std::move(putOff_.front());
+    putOff_.pop_front();
+    next();
+  }
+}
+
+bool HublinkPlugin::hasToHandle() const {
+  if (!putOff_.empty() && waitingHandlers_ == 0) return true;
+  return !roomAwaited_.empty() && (!full_ || waitingBytes() <= sendLimit_ / 2);
 }
 
 std::shared_ptr<HublinkLink> HublinkPlugin::openLink(std::int32_t localRN, std::int32_t remoteRN,

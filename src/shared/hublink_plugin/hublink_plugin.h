@@ -159,6 +159,10 @@ class HublinkPlugin {
   /// connect() that went well, and until the next.
   Hublink_plugin_Impl& hub();
 
+  /// How many bytes may wait to be written to the hub, which reads on as long as receivers take
+  /// what they get or it has room for it; 8 MiB unless told otherwise, 0: no limit. Packets of all
+  /// links count, and messages to the hub, which themselves never wait.
+  void setSendLimit(std::int64_t bytes);
   /// Serves until a stop() in a handler or the end of the connection.
   void run();
   void stop() { stopped_ = true; }
@@ -174,7 +178,9 @@ class HublinkPlugin {
   /// -1 without a connection. The descriptor stays the plugin's.
   int descriptor() const { return transport_ ? transport_->fileDescriptor() : -1; }
   bool wantsWrite() const { return transport_ && transport_->isWritePending(); }
-  bool hasDeliverable() const { return transport_ && transport_->hasDeliverable(); }
+  bool hasDeliverable() const {
+    return hasToHandle() || (transport_ && transport_->hasDeliverable());
+  }
 
  private:
   friend class HublinkLink;
@@ -185,6 +191,7 @@ class HublinkPlugin {
     LinkHandler connected;
     AcceptHandler accept;
   };
+  static constexpr std::int64_t kSendLimit = 8 << 20;
   using LinkKey = std::pair<std::int32_t, std::int32_t>;
 
   std::shared_ptr<HublinkLink> openLink(std::int32_t localRN, std::int32_t remoteRN,
@@ -197,6 +204,19 @@ class HublinkPlugin {
   void connectionDropped(std::int32_t localRN, std::int32_t remoteRN);
   void closeLink(HublinkLink& link);
   void connectionEnded();
+
+  // What links may send (see HublinkLink::send).
+  std::int64_t waitingBytes() const { return wantsWrite() ? transport_->writeCount() : 0; }
+  bool isFull();
+  /// Serves until there is room or `isVain` says that nobody needs it any more.
+  void awaitRoom(const std::function<bool()>& isVain);
+  void tellRoom();
+  /// Whether what comes on links has to wait for a packet handler that waits for room, or for what
+  /// has waited so.
+  bool putsOff() const { return waitingHandlers_ > 0 || !putOff_.empty(); }
+  void handlePutOff();
+  /// Whether there is something to handle without anything having come.
+  bool hasToHandle() const;
 
   CountedPtr<STPTransport> transport_;
   CountedPtr<HublinkPluginSpec> spec_;
@@ -215,6 +235,13 @@ class HublinkPlugin {
   std::int32_t lastCookie_ = 0;
   std::map<LinkKey, std::shared_ptr<HublinkLink>> links_;
   ValueHandler valueHandler_;
+  std::int64_t sendLimit_ = kSendLimit;
+  bool full_ = false;        // the limit was reached, and half of it hasn't gone since
+  std::uint64_t rooms_ = 0;  // how often it has gone
+  std::deque<std::weak_ptr<HublinkLink>> roomAwaited_;
+  int packetDepth_ = 0;      // packet handlers that run
+  int waitingHandlers_ = 0;  // calls that wait for room within those
+  std::deque<std::function<void()>> putOff_;
 };
 
 /// The port after `-hl_connect_hublink_port` on a plugin's command line; 0 without one, or for a
