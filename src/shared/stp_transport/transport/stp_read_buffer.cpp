@@ -22,6 +22,23 @@ void STPReadBuffer::makeRoom(std::int64_t wanted) {
   offset_ = offset;
 }
 
+std::int64_t STPReadBuffer::runTo(std::uint32_t destination, std::int64_t place) {
+  unsigned char* const begin = front() + place;
+  const std::int64_t available = count_ - place;
+  std::int64_t run = 0;
+  while (available - run >= STP_MIN_HEADER_SIZE) {
+    unsigned char* const packet = begin + run;
+    const std::uint32_t header = stpReadWord(packet), payload = stpReadWord(packet + 4);
+    const std::int64_t total = std::int64_t{header} + payload;
+    if (stpReadWord(packet + STP_DESTINATION_OFFSET) != destination ||
+        !stpIsValidSize(header, payload) || total > available - run)
+      break;
+    if (total % 4 != 0) clearFill(place + run, total);
+    run += stpStoredSize(total);
+  }
+  return run;
+}
+
 STPReadBuffer::Room STPReadBuffer::freeRoom() {
   block_.require(capacity_);
   const std::int64_t end = offset_ + count_;

@@ -46,6 +46,9 @@ class STPReadBuffer {
   STPPacketTest test(std::int64_t place = 0) const {
     return stpTestPacket(front() + place, count_ - place);
   }
+  /// How many bytes from `place` on are whole packets for `destination`, with the fill behind each
+  /// set to 0: what a stream consists of, looked through as quickly as can be.
+  std::int64_t runTo(std::uint32_t destination, std::int64_t place);
   /// The front has turned out to be less than a packet: there is nothing to take until more comes.
   void awaitMore() { needMore_ = true; }
   /// Sets the fill behind a packet of `total` bytes at `place` to 0, be it there or still to come.

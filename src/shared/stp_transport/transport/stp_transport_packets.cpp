@@ -191,13 +191,13 @@ STPPacketTest STPTransport::passOnFront() {
   std::int64_t run = 0;  // bytes at the front that are for `target`
   std::uint32_t runDestination = 0;
   for (;;) {
+    if (target) run += input_.runTo(runDestination, run);
     const STPPacketTest test = input_.test(run);
     STPTransport* next = nullptr;
     if (test.state == STPPacketState::complete) {
       const unsigned char* packet = input_.front() + run;
-      const std::uint32_t destination = stpReadWord(packet + STP_DESTINATION_OFFSET);
-      next = target && destination == runDestination ? target : targetOf(packet);
-      runDestination = destination;
+      runDestination = stpReadWord(packet + STP_DESTINATION_OFFSET);
+      next = targetOf(packet);
     }
     if (next != target && target) {
       forwardRun(*target, run, test.state == STPPacketState::incomplete);

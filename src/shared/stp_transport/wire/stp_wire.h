@@ -156,20 +156,23 @@ struct STPPacketTest {
   std::int32_t payloadSize = 0;  ///< bytes, set for a complete packet
 };
 
+/// Whether a packet may have these two sizes. They are added in 64 bits: a hostile pair can't wrap
+/// around to a small sum.
+inline constexpr bool stpIsValidSize(std::uint32_t header, std::uint32_t payload) {
+  return header >= STP_MIN_HEADER_SIZE && header <= STP_MAX_HEADER_SIZE && header % 4 == 0 &&
+         std::int64_t{header} + payload <= STP_MAX_PACKET_SIZE;
+}
+
 /// Tests the packet at the front of `available` unparsed bytes, a count that may be below 0.
 inline STPPacketTest stpTestPacket(const unsigned char* bytes, std::int64_t available) {
   STPPacketTest test;
   if (available < 8) return test;
-  test.headerSize = static_cast<std::int32_t>(stpReadWord(bytes));
-  test.payloadSize = static_cast<std::int32_t>(stpReadWord(bytes + 4));
-  // Added in 64 bits: a hostile pair of sizes can't wrap around to a small sum.
-  const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
-  const bool valid = test.headerSize >= STP_MIN_HEADER_SIZE &&
-                     test.headerSize <= STP_MAX_HEADER_SIZE && test.headerSize % 4 == 0 &&
-                     test.payloadSize >= 0 && total <= STP_MAX_PACKET_SIZE;
-  if (!valid)
+  const std::uint32_t header = stpReadWord(bytes), payload = stpReadWord(bytes + 4);
+  test.headerSize = static_cast<std::int32_t>(header);
+  test.payloadSize = static_cast<std::int32_t>(payload);
+  if (!stpIsValidSize(header, payload))
     test.state = STPPacketState::invalid;
-  else if (total <= available)
+  else if (std::int64_t{header} + payload <= available)
     test.state = STPPacketState::complete;
   return test;
 }
