@@ -243,7 +243,9 @@ Transfer receiveBytes(Socket socket, void* bytes, std::int64_t count) {
   stream->arrived -= size;
   const std::shared_ptr<Stream> other = stream->peer.lock();
   // By name each read tells the other side of room, over TCP one that it has waited for.
-  if (other && (std::exchange(other->wantsRoom, false) || other->byName)) world.announce(other);
+  if (other && other->room(world.weather.streamSize) > 0 &&
+      (std::exchange(other->wantsRoom, false) || other->byName))
+    world.announce(other);
   world.self().idleCalls = 0;
   return {static_cast<std::int64_t>(size), 0, false};
 }
