@@ -165,6 +165,50 @@ TEST_F(PluginTest, AnInterfaceOfOnesOwnWorksOnALinkAndACallEndsWithIt) {
   EXPECT_FALSE(reply.link->isUp());
 }
 
+// The answer to a call, a packet behind it, which is put off until the call has returned, and the
+// end of the link come at once.
+TEST_F(PluginTest, AllThatCameBeforeTheEndOfALinkIsHandedOver) {
+  const auto server = makeCounted<AdderServer>();
+  const auto client = makeCounted<AdderClient>();
+  provider.registerService("Adder", [&](const auto& link) {
+    provided = link;
+    link->attach(server.get());
+    server->sendNegotiate(false, nullptr, nullptr);
+  });
+  const ServiceReply reply = request("Adder");
+  ASSERT_TRUE(reply.link);
+  reply.link->attach(client.get());
+  ServeBoth both(requester, provider);
+  STPStatus status;
+  client->negotiate(&both, &status);
+  ASSERT_TRUE(status.good()) << status.message;
+  bool isAsked = false;
+  server->before = [&] { isAsked = true; };
+  std::string heard;
+  reply.link->onPacket([&](const unsigned char* bytes, std::size_t size) {
+    heard.append(reinterpret_cast<const char*>(bytes), size);
+  });
+  reply.link->onEnd([&] { heard += '.'; });
+  struct LastWords : RetryHandler {
+    explicit LastWords(std::function<void()> body)
+        : RetryHandler(1000000 + kPatience), once(std::move(body)) {}
+    void wait() override {
+      if (once) std::exchange(once, nullptr)();
+    }
+    std::function<void()> once;
+  } lastWords([&] {
+    await([&] { return provider.serve(1), isAsked; });
+    provided->send("last", 4);
+    provided->close();
+    EXPECT_TRUE(provider.countPlugins(kPatience));
+    requester.serve(kPatience);
+  });
+  std::int32_t sum = 0;
+  client->Add(40, 2, &sum, &lastWords, &status);
+  requester.serveUntil([&] { return !reply.link->isUp(); }, kPatience);
+  EXPECT_EQ(heard, "last.");
+}
+
 TEST_F(PluginTest, QuestionsToTheHubAndBetweenPlugins) {
   std::vector<std::string> answers;
   const auto note = [&](const std::string& text) { answers.push_back(text); };

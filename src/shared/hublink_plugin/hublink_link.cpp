@@ -66,21 +66,33 @@ void HublinkLink::flush() {
 bool HublinkLink::handleMessage(STPReceivedMessage& message, bool) {
   if (!transport_->canDeliver(message)) return false;
   const std::shared_ptr<HublinkLink> hold = shared_from_this();
+  arrive(message);
+  return true;
+}
+
+void HublinkLink::takeRest() {
+  while (up_) {
+    const auto message = transport_->takeDeferred(remoteRN_, localRN_, STP_PLAIN);
+    if (!message) return;
+    arrive(*message);
+  }
+}
+
+void HublinkLink::arrive(const STPReceivedMessage& message) {
   const unsigned char* payload = message.storage() + message.header.headerSize;
   const std::int64_t room = message.header.payloadSize - kBytesOffset;
-  if (room < 0) return true;
+  if (room < 0) return;
   const std::int64_t size = stpReadWord(payload + 4);
-  if (size > room) return true;
+  if (size > room) return;
   const unsigned char* bytes = payload + kBytesOffset;
   if (!packetHandler_)
     inbox_.emplace_back(bytes, bytes + size);
   else if (plugin_ && plugin_->putsOff())
     plugin_->putOff_.push_back(
-        [hold, packet = Packet(bytes, bytes + size)] { hold->take(packet); });
+        [hold = shared_from_this(), packet = Packet(bytes, bytes + size)] { hold->take(packet); });
   else
     callHandler(bytes, static_cast<std::size_t>(size));
   if (plugin_) plugin_->handlePutOff();
-  return true;
 }
 
 // A link that has ended has no plugin any more.

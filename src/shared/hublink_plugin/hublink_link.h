@@ -93,6 +93,9 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   /// Hands over a packet that has been put off.
   void take(const Packet& packet);
   void tellRoom();
+  void arrive(const STPReceivedMessage& message);
+  /// Takes the packets that the transport has put off; a handler may close the link meanwhile.
+  void takeRest();
   /// Takes the link down on this side, without a word to the other.
   void end();
   /// The last of it, when all that came before has been handed over.

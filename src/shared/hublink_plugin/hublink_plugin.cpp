@@ -411,10 +411,15 @@ void HublinkPlugin::connectionReplied(std::int32_t cookie, const ServiceReply& r
 }
 
 void HublinkPlugin::connectionDropped(std::int32_t localRN, std::int32_t remoteRN) {
-  const auto node = links_.extract({localRN, remoteRN});
-  if (node.empty()) return;
-  if (node.mapped()->ownsRN_) spec_->ReleaseRN(localRN);
-  node.mapped()->end();
+  const auto place = links_.find({localRN, remoteRN});
+  if (place == links_.end()) return;
+  const std::shared_ptr<HublinkLink> link = place->second;
+  // Packets may wait for a call to return, but the end of their link doesn't.
+  link->takeRest();
+  if (!link->isUp()) return;
+  links_.erase({localRN, remoteRN});
+  if (link->ownsRN_) spec_->ReleaseRN(localRN);
+  link->end();
 }
 
 void HublinkPlugin::closeLink(HublinkLink& link) {

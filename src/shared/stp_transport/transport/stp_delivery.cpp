@@ -134,14 +134,27 @@ void STPDelivery::retryDeferred() {
   }
 }
 
-bool STPDelivery::redispatchUnclaimed(std::int32_t source, std::int32_t destination,
-                                      std::uint32_t type) {
-  Queue& queue = unclaimed_.queue;
-  const auto place = std::find_if(queue.begin(), queue.end(), [&](const auto& message) {
+STPDelivery::Queue::iterator STPDelivery::firstIn(Queue& queue, std::int32_t source,
+                                                  std::int32_t destination, std::uint32_t type) {
+  return std::find_if(queue.begin(), queue.end(), [&](const auto& message) {
     return message->header.sourceRN == source && message->header.destinationRN == destination &&
            message->header.type == type;
   });
-  if (place == queue.end()) return false;
+}
+
+STPDelivery::Message STPDelivery::takeDeferred(std::int32_t source, std::int32_t destination,
+                                               std::uint32_t type) {
+  const auto place = firstIn(deferred_, source, destination, type);
+  if (place == deferred_.end()) return nullptr;
+  Message message = std::move(*place);
+  deferred_.erase(place);
+  return message;
+}
+
+bool STPDelivery::redispatchUnclaimed(std::int32_t source, std::int32_t destination,
+                                      std::uint32_t type) {
+  const auto place = firstIn(unclaimed_.queue, source, destination, type);
+  if (place == unclaimed_.queue.end()) return false;
   dispatch(unclaimed_.take(place));
   return true;
 }

@@ -43,6 +43,8 @@ class STPDelivery {
   bool hasDeliverable() const;
   /// Dispatches again what was put off and may run now, each message once.
   void retryDeferred();
+  /// The first message of this kind that was put off, which is now the caller's, or null.
+  Message takeDeferred(std::int32_t source, std::int32_t destination, std::uint32_t type);
   /// Dispatches again the first message that found no listener; false if there is none.
   bool redispatchUnclaimed(std::int32_t source, std::int32_t destination, std::uint32_t type);
 
@@ -84,6 +86,8 @@ class STPDelivery {
   bool isAwaited(std::uint32_t sequence) const { return awaited_.contains(sequence); }
   void callListeners(const ListenerKey& key, STPReceivedMessage& message);
   void trimStrays(Kept& kept);
+  static Queue::iterator firstIn(Queue& queue, std::int32_t source, std::int32_t destination,
+                                 std::uint32_t type);
 
   std::multimap<ListenerKey, ResponseListener*> listeners_;
   Kept responses_;                   // that no listener has consumed

@@ -129,6 +129,11 @@ class STPTransport {
   void dispatchMessage(std::unique_ptr<STPReceivedMessage> message);
   /// Whether a message may run now or must wait for its turn.
   bool canDeliver(const STPReceivedMessage& message) const { return delivery_.canDeliver(message); }
+  /// The first message of this kind that was put off, which is now the caller's, or null.
+  std::unique_ptr<STPReceivedMessage> takeDeferred(std::int32_t source, std::int32_t destination,
+                                                   std::uint32_t type) {
+    return delivery_.takeDeferred(source, destination, type);
+  }
   /// Whether there is parsing or delivery to be done that no socket event will announce.
   bool hasDeliverable() const;
   /// The response to `sequence`, or null with the reason in the status. Closes the call that
