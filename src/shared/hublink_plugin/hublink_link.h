@@ -52,9 +52,9 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   /// Queues a copy of one packet of `size` bytes; the next step of the plugin's loop writes it, or
   /// flush(). Once as much is queued as the plugin's limit allows (HublinkPlugin::setSendLimit),
   /// waits until half of that has gone, and serves the plugin meanwhile. A packet handler that
-  /// waits so isn't overtaken: packets that come then are handled behind it, on all links. False if
-  /// the link has ended, also in the wait, or the packet is too large (a little less than 256 MiB
-  /// is the most).
+  /// waits so isn't overtaken: packets that come then are kept, and handled behind it, on all
+  /// links. False if the link has ended, also in the wait, or the packet is too large (a little
+  /// less than 256 MiB is the most).
   bool send(const void* bytes, std::size_t size);
   /// The same, but says so in place of waiting.
   SendOutcome trySend(const void* bytes, std::size_t size);
