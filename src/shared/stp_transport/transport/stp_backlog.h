@@ -4,7 +4,8 @@
 // waits with them costs no copy here, and the wait travels back to where the bytes come from. That
 // lasts as long as the receiver takes bytes quickly, until half of them have gone. One that doesn't
 // take that half within kPatience is slow: for it bytes are read on and stored, so that it holds up
-// nobody's other links, until it takes bytes quickly again.
+// nobody's other links, until it takes bytes quickly again. Up to the hard limit, that is: a full
+// one stops them for good.
 //
 // The limit trades copies and memory against idling: with a larger one a short delay of the
 // receiver costs more copies of bytes that leave the caches meanwhile, a smaller one runs out
@@ -36,6 +37,12 @@ class STPBacklog {
   void took(std::int64_t bytes, std::int64_t waiting, std::uint64_t now);
   /// Ends a hold that has lasted too long.
   void expire(std::uint64_t now);
+  /// More waits than may, whoever takes it: that is the transport's to see, and those who send
+  /// wait for as long as it says.
+  bool isFull() const { return full_; }
+  void setFull(bool flag) { full_ = flag; }
+  /// Whether one who has come to wait in this turn waits still.
+  bool stops(std::uint32_t turn) const { return full_ || (isHeld() && turn_ == turn); }
   /// Nothing waits any more.
   void reset();
 
@@ -45,6 +52,7 @@ class STPBacklog {
   void openWindow(std::uint64_t now);
 
   State state_ = State::quick;
+  bool full_ = false;
   std::uint32_t turn_ = 0;
   std::uint64_t windowEnd_ = 0;  // of the time in which it must take half of the limit
   std::int64_t taken_ = 0;       // bytes within that time

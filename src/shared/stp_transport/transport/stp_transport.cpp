@@ -7,10 +7,7 @@
 #include "stp_transport/transport/stp_process_state.h"
 
 STPTransport::STPTransport(std::int32_t initialSize)
-    : serial_(++stpProcess().lastSerial),
-      writeInitial_(initialSize),
-      writeCapacity_(initialSize),
-      input_(initialSize) {
+    : serial_(++stpProcess().lastSerial), fields_(initialSize), input_(initialSize) {
   stpProcess().transportsBySerial.emplace(serial_, this);
   attend();
 }

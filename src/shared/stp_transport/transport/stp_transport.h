@@ -1,6 +1,12 @@
-// One end of an STP connection: a socket (or a listening socket that waits to become one), a write
-// and a read buffer, the queues of received messages, the call stack that decides which of them may
-// run, and a table of channels.
+// One end of an STP connection, in parts that don't know each other:
+//
+//                 callers, listeners                        other transports
+//       enqueueMessage |        ^ STPDelivery                     ^ |
+//                      v        |                        relaying | v
+//   STPWriteFields or STPWriteQueue, with its STPBacklog      STPReadBuffer
+//   (for a pair)       (for a socket)                              ^
+//                      v                                           |
+//                 what it is joined to (Link): a socket, or another transport in memory
 //
 // Everything above works with whole messages, everything below is non-blocking socket calls. The
 // object is counted. It runs on one thread; what looks like concurrency is re-entry: a listener may
@@ -17,7 +23,6 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -32,6 +37,7 @@
 #include "stp_transport/transport/stp_read_buffer.h"
 #include "stp_transport/transport/stp_status.h"
 #include "stp_transport/transport/stp_transport_set.h"
+#include "stp_transport/transport/stp_write_fields.h"
 #include "stp_transport/transport/stp_write_queue.h"
 #include "stp_transport/wire/stp_wire.h"
 
@@ -74,7 +80,7 @@ class STPTransport {
   int fileDescriptor() const { return fd_; }
   /// More bytes wait to be written than the limit allows: until half of that has gone those who
   /// send to it aren't read, and what it asks of this end itself isn't handled.
-  bool isCongested() const { return congested_; }
+  bool isCongested() const { return backlog_.isFull(); }
   /// Has this one wait like a sender to `target`, to which something was queued on its behalf, if
   /// that is congested or holds its senders up.
   void waitFor(const STPTransport& target);
@@ -87,9 +93,9 @@ class STPTransport {
   const char* localName();
   /// Bytes waiting to go out, and the capacities for those and for input, for those who watch
   /// memory.
-  std::int64_t writeCount() const { return writeCount_ + writeQueue_.count(); }
+  std::int64_t writeCount() const { return fields_.count + writeQueue_.count(); }
   std::int64_t writeCapacity() const {
-    return hasSocket() ? writeQueue_.capacity() : writeCapacity_;
+    return hasSocket() ? writeQueue_.capacity() : fields_.capacity;
   }
   std::int64_t readCapacity() const { return input_.capacity(); }
 
@@ -226,22 +232,75 @@ class STPTransport {
                     ///< peer's last words may still lie in the socket
   };
 
+  /// What an end in memory knows of the other.
+  struct Pair {
+    STPPeerFields fields;
+    STPTransport* partner = nullptr;  ///< if it is one of this process's
+    Notify notify = nullptr;          ///< tells it to read
+    std::uintptr_t argument = 0;
+  };
+  /// The receiver that this end waits for, without being read meanwhile.
+  struct Stall {
+    std::uintptr_t on = 0;   ///< its serial number, or 0
+    std::uint32_t turn = 0;  ///< which of its holds
+    bool isListed = false;   ///< stands in the process's list of those who aren't read
+  };
+  enum class WriteResult { nothing, wrote, blocked, failed };
+
+  using Hold = CountedPtr<STPTransport>;
   using ChannelKey = std::pair<std::int32_t, std::int32_t>;
 
   ~STPTransport();
 
-  using Hold = CountedPtr<STPTransport>;
+  // --- The link ---
+  bool hasSocket() const { return link_ >= Link::connected; }
+  void watchForClients(int fd);
+  int takeClient(bool closeListener);
+  void endListening();
+  /// Events of a descriptor are this transport's from now on, or nobody's.
+  void claim(int fd);
+  void disclaim(int fd);
+  void findPartner();
+  void leavePair();
+  void closeConnection();
+  void closeWithFailure(std::int32_t code, const char* text);
+  void copyStatus(STPStatus* status) const;
 
-  // Bytes.
-  enum class WriteResult { nothing, wrote, blocked, failed };
+  // --- Bytes ---
+  void queueBytes(const unsigned char* bytes, std::int64_t count, std::int64_t fill = 0);
+  void markUnflushed();
+  bool canWrite() const;
   WriteResult writeOnce();
   std::int64_t sendWaiting(const unsigned char* bytes = nullptr, std::int64_t count = 0);
   STPStatus writeFailure() const;
   void closeAfterWriteFailure();
-  bool canWrite() const;
+  void drainThenClose(STPStatus* status);
   bool canRead() const;
-  void serveReady(STPStatus* status);
-  bool leaveStep(bool& hasEndedSending);
+  bool receiveFromSocket();
+  bool receiveInProcess();
+
+  // --- Packets ---
+  /// Something has been read that may be a packet and hasn't been taken.
+  bool hasInput() const { return heldBack_ || input_.hasInput(); }
+  /// A relay reads no more than it handles.
+  bool mustHandleFirst() const { return forwardingHandler_ && hasInput(); }
+  STPTransport* targetOf(const unsigned char* packet) const;
+  STPPacketTest passOnFront();
+  void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
+  void deliverFront(const STPPacketTest& test);
+  bool canRelay() const;
+  void relayInput();
+
+  // --- Those who wait for others ---
+  void noteQueued();
+  void noteWritten(std::int64_t count);
+  void setCongested(bool flag);
+  void endHold();
+  bool isStalled() const;
+  bool isOverfull() const;
+  static void lookAtStopped();
+
+  // --- Steps ---
   /// Has steps on sets look at this transport. To be called wherever something to do may have
   /// arisen; looking in vain costs little.
   void attend();
@@ -249,105 +308,48 @@ class STPTransport {
   void restAt(std::size_t place);
   /// Has the transports that the readiness set has news of looked at.
   static void attendNews();
-  void watchForClients(int fd);
-  void endListening();
-  int takeClient(bool closeListener);
-  /// Events of a descriptor are this transport's from now on, or nobody's.
-  void claim(int fd);
-  void disclaim(int fd);
-  void drainThenClose(STPStatus* status);
-  bool receiveFromSocket();
-  bool receiveInProcess();
-  void leavePair();
-  void findPartner();
-  void closeConnection();
-  void closeWithFailure(std::int32_t code, const char* text);
-  void copyStatus(STPStatus* status) const;
-
-  // Packets.
-  bool hasSocket() const { return link_ >= Link::connected; }
-  void queueBytes(const unsigned char* bytes, std::int64_t count, std::int64_t fill = 0);
-  void appendToFields(const unsigned char* bytes, std::int64_t count);
-  void releaseFields();
-  STPTransport* targetOf(const unsigned char* packet) const;
-  STPPacketTest passOnFront();
-  void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
-  void deliverFront(const STPPacketTest& test);
-  bool canRelay() const;
-  void noteQueued();
-  void noteWritten(std::int64_t count);
-  void endCongestion();
-  void endHold();
   static bool waitForNews(int timeout, bool& failed);
-  static void lookAtStopped();
-  bool isStalled() const;
-  bool isOverfull() const;
-  /// Something has been read that may be a packet and hasn't been taken.
-  bool hasInput() const { return heldBack_ || input_.hasInput(); }
-  /// A relay reads no more than it handles.
-  bool mustHandleFirst() const { return forwardingHandler_ && hasInput(); }
-  void relayInput();
-  void markUnflushed();
-
-  // Waiting.
+  void serveReady(STPStatus* status);
+  bool leaveStep(bool& hasEndedSending);
   /// Waits until `done`, which is asked as long as nothing fails. A failure stands in the status.
   WaitState waitUntil(RetryHandler* retry, WaitOrder order, const std::function<bool()>& done);
 
-  // Sync and channels.
+  // --- Sync and channels ---
   void handleChannelPacket(const STPReceivedMessage& message);
   void recordSync(const STPReceivedMessage& message);
   bool takeSync(std::int32_t source, std::int32_t destination);
   void queueControl(std::int32_t local, std::int32_t remote, std::uint32_t type, std::uint32_t id);
   void dropChannels();
 
-  bool dying_ = false;
   std::int32_t refCount_ = 1;
-  STPStatus status_;
-  std::uint32_t lastSequence_ = 1;
+  bool dying_ = false;
+  bool attended_ = false;   // stands in the process's list of those that may have something to do
+  bool unflushed_ = false;  // stands in the process's list of those to be flushed
   std::uintptr_t serial_ = 0;
+  STPStatus status_;
 
   Link link_ = Link::closed;
   int fd_ = -1;           // of the link, if it has a socket
   int localFD_ = -1;      // beside it, if it listens by both roads
   bool plainFD_ = false;  // it is no socket
   int writeError_ = 0;    // the system's, or 0 for an end: why it is draining
+  Pair pair_;
   std::string peerName_;
   std::string localName_;
 
+  STPWriteFields fields_;     // what waits for the other end of a pair, or for a connection
+  STPWriteQueue writeQueue_;  // what waits for a socket
+  STPBacklog backlog_;        // how that keeps up, and whether others wait for it
+  Stall stall_;               // whom this one waits for itself
+  std::uint32_t lastSequence_ = 1;
   std::uint32_t lastType_ = 0;  // 0 for none: no packet has that
   std::uint32_t lastId_ = 0;
 
-  STPWriteQueue writeQueue_;  // what waits for a socket
-  // What waits for the other end of a pair in one process, which reads it through these fields; or
-  // for a connection of either kind.
-  std::int64_t writeOffset_ = 0;
-  std::int64_t writeCount_ = 0;
-  std::int64_t writeInitial_;
-  std::int64_t writeCapacity_;
-  STPByteBlock writeBuffer_;
-  bool unflushed_ = false;  // stands in the process's list of those to be flushed
-  bool attended_ = false;   // stands in the process's list of those that may have something to do
-
   STPReadBuffer input_;
-  bool congested_ = false;
-  STPBacklog backlog_;             // how this one keeps up, and whom it holds up for it
-  std::uintptr_t stalledOn_ = 0;   // the serial of the transport that this one waits for
-  std::uint32_t stalledTurn_ = 0;  // and which of its holds that is
-  bool stopped_ = false;           // stands in the process's list of those who aren't read
-  bool heldBack_ = false;          // a packet to be delivered has been left for a later step
-
-  STPDelivery delivery_;
-  std::list<std::pair<std::int32_t, std::int32_t>> syncs_;
+  bool heldBack_ = false;  // a packet to be delivered has been left for a later step
   ForwardingHandler* forwardingHandler_ = nullptr;
-
-  STPTransport* partner_ = nullptr;  // the other end, if it is one of this process's
-  std::int64_t* peerWriteOffset_ = nullptr;
-  std::int64_t* peerWriteCount_ = nullptr;
-  std::int64_t* peerWriteCapacity_ = nullptr;
-  unsigned char** peerWriteBuffer_ = nullptr;
-  Notify notify_ = nullptr;
-  std::uintptr_t notifyArgument_ = 0;
-
+  STPDelivery delivery_;
+  std::list<std::pair<std::int32_t, std::int32_t>> syncs_;  // source and destination
   std::map<ChannelKey, STPChannel*> channels_;
 };
 

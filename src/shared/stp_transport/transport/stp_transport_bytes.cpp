@@ -83,12 +83,6 @@ STPTransport::WriteResult STPTransport::writeOnce() {
   return writeQueue_.count() == before ? WriteResult::blocked : WriteResult::wrote;
 }
 
-void STPTransport::releaseFields() {
-  writeCapacity_ = writeInitial_;
-  writeBuffer_.release();
-  writeOffset_ = writeCount_ = 0;
-}
-
 STPStatus STPTransport::writeFailure() const {
   if (writeError_ == 0) return {"[handleWrite]: peer has closed connection", STP_PEER_CLOSED};
   return {writeFailureText(writeError_), STP_FAILED};
@@ -121,7 +115,7 @@ bool STPTransport::canWrite() const {
 }
 
 bool STPTransport::canRead() const {
-  if (isInProcess()) return !peerWriteCount_ || *peerWriteCount_ > 0;
+  if (isInProcess()) return !pair_.fields.count || *pair_.fields.count > 0;
   // A client that is known to wait is somebody else's to take.
   if (fd_ < 0 || link_ == Link::clientWaiting) return false;
   if (link_ == Link::listening && platform::readiness().isReadable(localFD_)) return true;
@@ -202,10 +196,10 @@ void STPTransport::closeConnection() {
     disclaim(fd_);
     closeSocket(fd_);
   }
-  if (congested_) endCongestion();
+  if (isCongested()) setCongested(false);
   endHold();
   backlog_.reset();
-  stalledOn_ = 0;
+  stall_.on = 0;
   ++stpProcess().closings;
   attend();
   lastSequence_ = 1;
@@ -213,7 +207,7 @@ void STPTransport::closeConnection() {
   link_ = Link::closed;
   writeError_ = 0;
   writeQueue_.clear();
-  releaseFields();
+  fields_.clear();
   input_.clear();
   heldBack_ = false;
   peerName_.clear();

@@ -14,10 +14,13 @@ bool STPTransport::createInProcessPair(STPTransport** a, STPTransport** b) {
 
 bool STPTransport::connectInProcess(STPTransport* a, STPTransport* b) {
   if (!a || !b) return false;
-  attachInProcess(a, &b->writeOffset_, &b->writeCount_, &b->writeCapacity_, &b->writeBuffer_.bytes,
-                  a->notify_, a->notifyArgument_);
-  attachInProcess(b, &a->writeOffset_, &a->writeCount_, &a->writeCapacity_, &a->writeBuffer_.bytes,
-                  b->notify_, b->notifyArgument_);
+  const auto join = [](STPTransport* end, STPTransport* other) {
+    STPWriteFields& fields = other->fields_;
+    attachInProcess(end, &fields.offset, &fields.count, &fields.capacity, &fields.block.bytes,
+                    end->pair_.notify, end->pair_.argument);
+  };
+  join(a, b);
+  join(b, a);
   return true;
 }
 
@@ -28,26 +31,24 @@ void STPTransport::attachInProcess(STPTransport* transport, std::int64_t* peerWr
   if (!transport) return;
   if (!transport->isInProcess())
     transport->closeConnection();
-  else if (transport->peerWriteCount_ != peerWriteCount)
+  else if (transport->pair_.fields.count != peerWriteCount)
     transport->leavePair();
   transport->stopListening();
   transport->link_ = Link::paired;
   transport->attend();
-  transport->peerWriteOffset_ = peerWriteOffset;
-  transport->peerWriteCount_ = peerWriteCount;
-  transport->peerWriteCapacity_ = peerWriteCapacity;
-  transport->peerWriteBuffer_ = peerWriteBuffer;
-  transport->notify_ = notify;
-  transport->notifyArgument_ = notifyArgument;
+  transport->pair_.fields = {peerWriteOffset, peerWriteCount, peerWriteCapacity, peerWriteBuffer};
+  transport->pair_.notify = notify;
+  transport->pair_.argument = notifyArgument;
   transport->findPartner();
 }
 
 // The two ends of a pair know each other however they were joined, if both are this process's.
 void STPTransport::findPartner() {
   for (const auto& [serial, other] : stpProcess().transportsBySerial) {
-    if (&other->writeCount_ != peerWriteCount_ || other->peerWriteCount_ != &writeCount_) continue;
-    partner_ = other;
-    other->partner_ = this;
+    if (&other->fields_.count != pair_.fields.count || other->pair_.fields.count != &fields_.count)
+      continue;
+    pair_.partner = other;
+    other->pair_.partner = this;
     delivery_.setOtherEnd(&other->delivery_);
     other->delivery_.setOtherEnd(&delivery_);
   }
@@ -55,42 +56,39 @@ void STPTransport::findPartner() {
 
 // Takes this end's fields out of the other end's reach, and the other's out of its own.
 void STPTransport::leavePair() {
-  if (partner_ && partner_->partner_ == this) {
-    partner_->partner_ = nullptr;
-    partner_->delivery_.setOtherEnd(nullptr);
-    partner_->peerWriteOffset_ = partner_->peerWriteCount_ = partner_->peerWriteCapacity_ = nullptr;
-    partner_->peerWriteBuffer_ = nullptr;
+  STPTransport* partner = pair_.partner;
+  if (partner && partner->pair_.partner == this) {
+    partner->pair_.partner = nullptr;
+    partner->pair_.fields = {};
+    partner->delivery_.setOtherEnd(nullptr);
   }
-  partner_ = nullptr;
+  pair_ = {};
   delivery_.setOtherEnd(nullptr);
-  peerWriteOffset_ = peerWriteCount_ = peerWriteCapacity_ = nullptr;
-  peerWriteBuffer_ = nullptr;
-  notify_ = nullptr;
-  notifyArgument_ = 0;
 }
 
 void STPTransport::inProcessEndpoints(std::int64_t** writeOffset, std::int64_t** writeCount,
                                       std::int64_t** writeCapacity, unsigned char*** writeBuffer) {
-  writeBuffer_.require(writeCapacity_);
-  if (writeOffset) *writeOffset = &writeOffset_;
-  if (writeCount) *writeCount = &writeCount_;
-  if (writeCapacity) *writeCapacity = &writeCapacity_;
-  if (writeBuffer) *writeBuffer = &writeBuffer_.bytes;
+  fields_.block.require(fields_.capacity);
+  if (writeOffset) *writeOffset = &fields_.offset;
+  if (writeCount) *writeCount = &fields_.count;
+  if (writeCapacity) *writeCapacity = &fields_.capacity;
+  if (writeBuffer) *writeBuffer = &fields_.block.bytes;
 }
 
 // Pulls all that the other end has written; false if that end has gone.
 bool STPTransport::receiveInProcess() {
-  if (!peerWriteCount_) {
+  const STPPeerFields& fields = pair_.fields;
+  if (!fields.count) {
     closeWithFailure(STP_PEER_CLOSED, "[handleRead]: peer has closed connection");
     return false;
   }
-  const std::int64_t count = *peerWriteCount_;
+  const std::int64_t count = *fields.count;
   if (count <= 0) return true;
-  std::memcpy(input_.roomFor(count).bytes, *peerWriteBuffer_ + *peerWriteOffset_,
+  std::memcpy(input_.roomFor(count).bytes, *fields.buffer + *fields.offset,
               static_cast<std::size_t>(count));
   input_.add(count);
-  *peerWriteCount_ = 0;
-  *peerWriteOffset_ = 0;
+  *fields.count = 0;
+  *fields.offset = 0;
   return true;
 }
 

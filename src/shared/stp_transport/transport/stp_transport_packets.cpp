@@ -55,25 +55,9 @@ void STPTransport::queueBytes(const unsigned char* bytes, std::int64_t count, st
     writeQueue_.append(bytes, count);
     writeQueue_.append(kFill, fill);
   } else {
-    appendToFields(bytes, count);
-    appendToFields(kFill, fill);
+    fields_.append(bytes, count);
+    fields_.append(kFill, fill);
   }
-}
-
-void STPTransport::appendToFields(const unsigned char* bytes, std::int64_t count) {
-  if (writeCapacity_ < writeOffset_ + writeCount_ + count) {
-    const std::int64_t capacity = writeCount_ + std::max(writeCount_, count);
-    unsigned char* block = STPByteBlock::allocate(capacity);
-    if (writeCount_ > 0)
-      std::memcpy(block, writeBuffer_.bytes + writeOffset_, static_cast<std::size_t>(writeCount_));
-    writeBuffer_.adopt(block, capacity);
-    writeCapacity_ = capacity;
-    writeOffset_ = 0;
-  }
-  writeBuffer_.require(writeCapacity_);
-  std::memcpy(writeBuffer_.bytes + writeOffset_ + writeCount_, bytes,
-              static_cast<std::size_t>(count));
-  writeCount_ += count;
 }
 
 std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
@@ -109,8 +93,8 @@ std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry
   const bool isOneWay = (message.header.flags & STP_ONE_WAY) != 0;
   if (!isOneWay) delivery_.expect(sequence);
   bool failed = false;
-  if (isInProcess() && notify_) {
-    notify_(notifyArgument_);
+  if (isInProcess() && pair_.notify) {
+    pair_.notify(pair_.argument);
   } else {
     const STPDepthGuard sending(stpProcess().sendDepth);
     handleWrite();
@@ -131,8 +115,8 @@ std::uint32_t STPTransport::postMessage(STPMessage& message, int attempts, STPSt
   const Hold hold(this);
   status_.clear();
   const std::uint32_t sequence = enqueueMessage(message);
-  if (sequence != 0 && isInProcess() && notify_) {
-    notify_(notifyArgument_);
+  if (sequence != 0 && isInProcess() && pair_.notify) {
+    pair_.notify(pair_.argument);
   } else if (sequence != 0) {
     const STPDepthGuard sending(stpProcess().sendDepth);
     for (int i = 0; i < attempts && isWritePending() && status_.good(); ++i) {
@@ -225,7 +209,7 @@ void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isL
       platform::readiness().isWritable(target.fd_))
     sent = target.sendWaiting(bytes, count);
   input_.take(count, STPReadBuffer::Use::relayed);
-  stalledOn_ = 0;
+  stall_.on = 0;
   if (sent == count) return;
   target.queueBytes(bytes + sent, count - sent);
   target.markUnflushed();

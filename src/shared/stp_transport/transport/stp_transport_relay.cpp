@@ -35,9 +35,7 @@ void STPTransport::noteQueued() {
     backlog_.hold(platform::monotonicMilliseconds());
     stpProcess().holding.push_back(this);
   }
-  if (congested_ || waiting < stpProcess().backlogLimit) return;
-  congested_ = true;
-  if (forwardingHandler_) forwardingHandler_->congestionChanged(this, true);
+  if (!isCongested() && waiting >= stpProcess().backlogLimit) setCongested(true);
 }
 
 void STPTransport::noteWritten(std::int64_t count) {
@@ -47,7 +45,7 @@ void STPTransport::noteWritten(std::int64_t count) {
     backlog_.took(count, waiting, platform::monotonicMilliseconds());
     if (wasHeld && !backlog_.isHeld()) endHold();
   }
-  if (congested_ && waiting <= stpProcess().backlogLimit / 2) endCongestion();
+  if (isCongested() && waiting <= stpProcess().backlogLimit / 2) setCongested(false);
 }
 
 void STPTransport::endHold() {
@@ -83,9 +81,9 @@ bool STPTransport::waitForNews(int timeout, bool& failed) {
   return went;
 }
 
-void STPTransport::endCongestion() {
-  congested_ = false;
-  if (forwardingHandler_) forwardingHandler_->congestionChanged(this, false);
+void STPTransport::setCongested(bool flag) {
+  backlog_.setFull(flag);
+  if (forwardingHandler_) forwardingHandler_->congestionChanged(this, flag);
 }
 
 // The end of a stream lies behind what isn't read, and no event announces it as long as that
@@ -98,15 +96,16 @@ void STPTransport::lookAtStopped() {
   std::erase_if(process.stopped, [](std::uintptr_t serial) {
     STPTransport* one = transportOf(serial);
     if (!one) return true;
-    const STPTransport* target = transportOf(one->stalledOn_);
-    one->stopped_ = target && target->congested_;
-    if (one->link_ != Link::connected && one->link_ != Link::abandoned) return !one->stopped_;
+    const STPTransport* target = transportOf(one->stall_.on);
+    one->stall_.isListed = target && target->isCongested();
+    if (one->link_ != Link::connected && one->link_ != Link::abandoned)
+      return !one->stall_.isListed;
     // A system that can't tell of the receiver can't tell of this one either.
-    const bool isGone = one->stopped_ &&
+    const bool isGone = one->stall_.isListed &&
                         platform::userOfClient(one->fd_).kind == PeerKind::unknown &&
                         platform::userOfClient(target->fd_).kind == PeerKind::known;
     one->link_ = isGone ? Link::abandoned : Link::connected;
-    return !one->stopped_;
+    return !one->stall_.isListed;
   });
   process.nextLook = platform::monotonicMilliseconds() + kLookInterval;
 }
@@ -114,26 +113,25 @@ void STPTransport::lookAtStopped() {
 // One whose peer has gone has no more to send than what lies in its socket, and that is still to be
 // passed on.
 bool STPTransport::isStalled() const {
-  if (stalledOn_ == 0 || link_ > Link::connected || platform::readiness().isHungUp(fd_))
+  if (stall_.on == 0 || link_ > Link::connected || platform::readiness().isHungUp(fd_))
     return false;
-  const STPTransport* target = transportOf(stalledOn_);
-  return target && (target->congested_ ||
-                    (target->backlog_.isHeld() && target->backlog_.turn() == stalledTurn_));
+  const STPTransport* target = transportOf(stall_.on);
+  return target && target->backlog_.stops(stall_.turn);
 }
 
 void STPTransport::waitFor(const STPTransport& target) {
-  if (!target.congested_ && !target.backlog_.isHeld()) return;
-  stalledOn_ = target.serial_;
-  stalledTurn_ = target.backlog_.turn();
-  if (!target.congested_ || stopped_) return;
-  stopped_ = true;
+  if (!target.isCongested() && !target.backlog_.isHeld()) return;
+  stall_.on = target.serial_;
+  stall_.turn = target.backlog_.turn();
+  if (!target.isCongested() || stall_.isListed) return;
+  stall_.isListed = true;
   stpProcess().stopped.push_back(serial_);
 }
 
 // Each answer to this end would add to what isn't read. A plugin's own queue stops nothing: its
 // peer may be stopped by the same rule.
 bool STPTransport::isOverfull() const {
-  return congested_ && forwardingHandler_ && link_ != Link::draining;
+  return isCongested() && forwardingHandler_ && link_ != Link::draining;
 }
 
 // A connection whose front packet has to wait isn't read any further: what comes behind it stays

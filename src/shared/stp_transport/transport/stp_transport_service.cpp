@@ -30,7 +30,7 @@ void STPTransport::attend() {
 void STPTransport::restAt(std::size_t place) {
   attended_ = false;
   stpProcess().attention.removeAt(place);
-  if (writeCount_ == 0) writeBuffer_.release();
+  fields_.rest();
   input_.rest();
 }
 

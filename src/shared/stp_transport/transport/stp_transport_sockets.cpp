@@ -142,8 +142,8 @@ void STPTransport::bindFD(int fd, STPStatus* status) {
     status_.clear();
     fd_ = fd;
     link_ = Link::connected;
-    writeQueue_.append(writeBuffer_.bytes + writeOffset_, writeCount_);  // was queued before
-    releaseFields();
+    writeQueue_.append(fields_.front(), fields_.count);  // was queued before
+    fields_.clear();
     platform::makeNonBlocking(fd);
     platform::readiness().watch(fd);
     claim(fd);
