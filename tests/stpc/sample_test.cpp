@@ -2,9 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
-#include <tuple>
 #include <vector>
 
 #include "indgen/find.h"
@@ -15,10 +12,9 @@
 namespace {
 
 using ::testing::_;
-using ::testing::ElementsAre;
-using ::testing::IsNull;
+using ::testing::HasSubstr;
+using ::testing::NiceMock;
 using ::testing::StrEq;
-using ::testing::StrictMock;
 
 class Left : public Sample_left_Impl {
  public:
@@ -55,29 +51,6 @@ STPArray<T> arrayOf(const std::vector<T>& elements) {
   return {static_cast<std::int32_t>(elements.size()), elements.data()};
 }
 
-template <class T>
-std::vector<T> copyOf(const STPArray<T>& array) {
-  return {array.data, array.data + array.count};
-}
-
-// An array of each kind, with the ends of what it may hold.
-template <class... T>
-class ArraysOf {
- public:
-  void give(auto send) const {
-    std::apply([&](const auto&... each) { send(arrayOf(each)...); }, all_);
-  }
-  void expectEqual(auto... got) const { EXPECT_EQ(std::tuple(copyOf(got)...), all_); }
-
- private:
-  template <class Element, class Limits = std::numeric_limits<Element>>
-  static std::vector<Element> extremes() {
-    return {Limits::lowest(), Element{}, Element{1}, Limits::max()};
-  }
-  const std::tuple<std::vector<T>...> all_{extremes<T>()...};
-};
-using Arrays = ArraysOf<std::uint8_t, std::uint16_t, std::int32_t, std::uint64_t, float, double>;
-
 class SampleTest : public ::testing::Test {
  protected:
   SampleTest() {
@@ -86,116 +59,9 @@ class SampleTest : public ::testing::Test {
   }
 
   InProcessPair pair;
-  CountedPtr<StrictMock<Left>> left = makeCounted<StrictMock<Left>>();
-  CountedPtr<StrictMock<Right>> right = makeCounted<StrictMock<Right>>();
+  CountedPtr<NiceMock<Left>> left = makeCounted<NiceMock<Left>>();
+  CountedPtr<NiceMock<Right>> right = makeCounted<NiceMock<Right>>();
 };
-
-TEST_F(SampleTest, ScalarsArriveAtTheEndsOfTheirRanges) {
-  const gen_text absolute = gen_absolute_path("here/file");
-  EXPECT_CALL(*right,
-              Scalars(true, 0xFFFF, -1, UINT64_MAX, std::numeric_limits<float>::lowest(),
-                      std::numeric_limits<double>::max(), StrEq(""), StrEq(absolute.get())));
-  left->Scalars(true, 0xFFFF, -1, UINT64_MAX, std::numeric_limits<float>::lowest(),
-                std::numeric_limits<double>::max(), "", "here/file");
-  EXPECT_CALL(*right,
-              Scalars(false, 0x0102, std::numeric_limits<std::int32_t>::min(), 0x0102030405060708,
-                      std::numeric_limits<float>::denorm_min(), -0.0, IsNull(), IsNull()))
-      .WillOnce([](auto, auto, auto, auto, auto, double zero, auto, auto) {
-        EXPECT_TRUE(std::signbit(zero));
-      });
-  left->Scalars(false, 0x0102, std::numeric_limits<std::int32_t>::min(), 0x0102030405060708,
-                std::numeric_limits<float>::denorm_min(), -0.0, nullptr, nullptr);
-  EXPECT_CALL(*right, Names(1, StrEq("2"), _)).WillOnce([](auto, auto, const auto& got) {
-    EXPECT_TRUE(got.STPArray_ == 3 && got.std_ && got.StringArray_ == 4);
-  });
-  left->Names(1, "2", {3, true, 4, {}, {}});
-  EXPECT_CALL(*right, Nothing());
-  left->Nothing();
-  pair.pump();
-}
-
-TEST_F(SampleTest, NestedBlocksArriveWithTheFieldsBehindThem) {
-  const std::vector<const char*> marks = {"a", nullptr, "", "bcd"};
-  Left::Figure_block block;
-  block.closed = true;
-  block.corner = {0.5, -2.25, "top"};
-  block.id = 77;
-  block.marks = arrayOf(marks);
-  EXPECT_CALL(*right, Figure(StrEq("square"), _, 12))
-      .WillOnce([](auto, const Right::Figure_block& got, auto) {
-        EXPECT_TRUE(got.closed);
-        EXPECT_EQ(got.corner.x, 0.5);
-        EXPECT_EQ(got.corner.y, -2.25);
-        EXPECT_STREQ(got.corner.name, "top");
-        EXPECT_EQ(got.id, 77u);
-        EXPECT_THAT(copyOf(got.marks), ElementsAre(StrEq("a"), IsNull(), StrEq(""), StrEq("bcd")));
-      });
-  left->Figure("square", block, 12);
-  EXPECT_CALL(*right, Figure(IsNull(), _, -3)).WillOnce([](auto, const auto& got, auto) {
-    EXPECT_EQ(got.marks.count, 0);
-    EXPECT_EQ(got.corner.name, nullptr);
-  });
-  left->Figure(nullptr, {}, -3);
-  pair.pump();
-}
-
-TEST_F(SampleTest, ArraysOfEveryKindArriveFullAndEmpty) {
-  const Arrays arrays;
-  const std::vector<const char*> names = {"", nullptr, "name"};
-  const std::vector<const char*> files = {"/a/../b", nullptr};
-  EXPECT_CALL(*right, Pointers)
-      .WillOnce([&](auto b, auto s, auto w, auto l, auto f, auto d, auto after, auto n, auto p) {
-        arrays.expectEqual(b, s, w, l, f, d);
-        EXPECT_EQ(after, 5);
-        EXPECT_THAT(copyOf(n), ElementsAre(StrEq(""), IsNull(), StrEq("name")));
-        EXPECT_THAT(copyOf(p), ElementsAre(StrEq("/b"), IsNull()));
-      })
-      .WillOnce([](auto b, auto, auto w, auto, auto, auto, auto after, auto n, auto p) {
-        EXPECT_EQ(b.count + w.count + n.count + p.count, 0);
-        EXPECT_EQ(after, 6);
-      });
-  arrays.give([&](auto... all) { left->Pointers(all..., 5, arrayOf(names), arrayOf(files)); });
-  left->Pointers({}, {}, {-4, nullptr}, {}, {}, {}, 6, {}, {});
-  EXPECT_CALL(*right, Packed)
-      .WillOnce([&](auto... got) { arrays.expectEqual(got...); })
-      .WillOnce([](auto... got) { EXPECT_EQ((got.count + ...), 0); });
-  arrays.give([&](auto... all) { left->Packed(all...); });
-  left->Packed({}, {}, {}, {}, {}, {});
-  pair.pump();
-}
-
-TEST_F(SampleTest, CallsBringTheirRepliesBack) {
-  PumpingHandler patience(pair);
-  EXPECT_CALL(*right, Divide(7, 2, _, _, _, _, _, _, _, _))
-      .WillOnce([](auto, auto, bool& fits, auto& half, auto& rest, auto& wide, auto& single,
-                   auto& quotient, gen_text& remark, gen_text&) {
-        fits = true;
-        half = 0xABCD;
-        rest = -1;
-        wide = UINT64_MAX - 1;
-        single = 3.5F;
-        quotient = 1e300;
-        remark = gen_absolute_path("/remark");
-      });
-  bool fits = false;
-  std::uint16_t half = 0;
-  std::int32_t rest = 0;
-  std::uint64_t wide = 0;
-  float single = 0;
-  double quotient = 0;
-  gen_text remark, none = gen_absolute_path("/old");
-  ASSERT_TRUE(left->Divide(7, 2, &fits, &half, &rest, &wide, &single, &quotient, &remark, &none,
-                           &patience));
-  EXPECT_TRUE(fits && half == 0xABCD && rest == -1 && wide == UINT64_MAX - 1);
-  EXPECT_TRUE(single == 3.5F && quotient == 1e300);
-  EXPECT_STREQ(remark, "/remark");
-  EXPECT_EQ(none.get(), nullptr);
-  left->setTransport(nullptr);
-  STPStatus status;
-  EXPECT_FALSE(right->Question("anyone?", &remark, &patience, &status));
-  EXPECT_EQ(status.code, STP_TIMEOUT);
-  EXPECT_EQ(remark.get(), nullptr);
-}
 
 TEST_F(SampleTest, ACallIsAnsweredByACallBack) {
   KeepingLog log;
@@ -220,21 +86,38 @@ TEST_F(SampleTest, ACallIsAnsweredByACallBack) {
             "REPLY: Question: answer:\"/because\"\nREPLY: Ping: \n");
 }
 
-TEST_F(SampleTest, TracesShowBlocksAndTheValuesAsGiven) {
-  KeepingLog log;
-  left->setLogs(&log);
+// What arrives is traced as what was sent. The random versions of interfaces hold the values
+// themselves against each other.
+TEST_F(SampleTest, TracesShowWhatIsGivenAndTheSameArrives) {
+  KeepingLog sent, taken;
+  left->setLogs(&sent);
+  right->setLogs(&taken);
   const std::vector<const char*> marks = {"a"};
   Left::Figure_block block;
   block.corner = {0.5, 2, nullptr};
   block.id = 0x100000000;
   block.marks = arrayOf(marks);
   left->Figure("t", block, 1);
-  left->Scalars(true, 2, -1, 4, 0.5F, 0.25, nullptr, "x");
-  EXPECT_EQ(log.text,
+  left->Scalars(true, 0xFFFF, -1, 4, 0.5F, 0.25, nullptr, "/x");
+  EXPECT_EQ(sent.text,
             "SEND: Figure: title:\"t\", block:{closed:0x0 corner:{x:0.5 y:2 name:\"\"} count:0x1 "
             "id:0x100000000 marks:\"a\", }, after:0x1\n"
-            "SEND: Scalars: id:0x1, wait:0x2, status:0xffffffff, busy:0x4, packet:0.5, in:0.25, "
-            "reply:\"\", tag:\"x\"\n");
+            "SEND: Scalars: id:0x1, wait:0xffff, status:0xffffffff, busy:0x4, packet:0.5, in:0.25, "
+            "reply:\"\", tag:\"/x\"\n");
+  const std::vector<std::uint8_t> bytes = {0, 255};
+  const std::vector<std::uint16_t> shorts = {0xFFFF, 1};
+  const std::vector<double> doubles = {-0.0, 1e300};
+  left->Pointers(arrayOf(bytes), arrayOf(shorts), {-4, nullptr}, {}, {}, arrayOf(doubles), 5,
+                 arrayOf(marks), {});
+  left->Packed(arrayOf(bytes), arrayOf(shorts), {}, {}, {}, arrayOf(doubles));
+  left->Names(1, "2", {3, true, 4, {}, arrayOf(marks)});
+  left->Nothing();
+  pair.pump();
+  EXPECT_THAT(sent.text, HasSubstr("Nothing: \n"));
+  sent.text.replace(sent.text.find("0xfffffffc"), 10, "0x0");  // no elements are sent for that
+  for (std::size_t at = 0; (at = taken.text.find("RECV", at)) != std::string::npos;)
+    taken.text.replace(at, 4, "SEND");
+  EXPECT_EQ(taken.text, sent.text);
 }
 
 }  // namespace

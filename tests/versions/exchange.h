@@ -1,12 +1,11 @@
 // Two versions of an interface talk, and what arrives is held against what was given.
 //
-// A message's fields are walked by visitors that fill them with random values, show them as texts
-// under their paths, and write and read them in the ascii form. A field that both versions have
-// arrives as it was given; one that the sender doesn't have is 0, null or empty.
+// A message's fields are walked by visitors that fill them with random values and show them as
+// texts under their paths. A field that both versions have arrives as it was given; one that the
+// sender doesn't have is 0, null or empty.
 #pragma once
 
 #include <cstdio>
-#include <deque>
 #include <map>
 #include <random>
 #include <string>
@@ -14,7 +13,6 @@
 #include <vector>
 
 #include "indgen/find.h"
-#include "stp/message_bytes.h"
 #include "stp_transport/spec/stp_stub_support.h"
 #include "stpc/in_process.h"
 
@@ -96,73 +94,6 @@ class Filler {
   std::vector<std::shared_ptr<void>> kept_;
 };
 
-class AsciiWriter {
- public:
-  explicit AsciiWriter(STPMessage& message) : message_(message) {}
-  void open(const char* name) { message_.writeBlockBegin(name); }
-  void close(const char*) { message_.writeBlockEnd(); }
-  void operator()(const char* name, const char* text) { message_.writeString(text, name); }
-  template <class Number>
-  requires std::is_arithmetic_v<Number>
-  void operator()(const char* name, Number value) {
-    if constexpr (std::is_floating_point_v<Number>)
-      message_.writeQuoted(shown(value).c_str(), name);
-    else
-      message_.writeInt64(static_cast<std::uint64_t>(value), name);
-  }
-  template <class T>
-  void operator()(const char* name, const STPArray<T>& array) {
-    message_.writeArrayBegin(array.count, name);
-    for (std::int32_t i = 0; i < array.count; ++i) (*this)(nullptr, array.data[i]);
-    message_.writeArrayEnd();
-  }
-
- private:
-  STPMessage& message_;
-};
-
-class AsciiReader {
- public:
-  explicit AsciiReader(STPReceivedMessage& message) : message_(message) {}
-  void open(const char* name) { message_.enterBlock(&marks_.emplace_back(), name); }
-  void close(const char*) {
-    message_.leaveBlock(&marks_.back());
-    marks_.pop_back();
-  }
-  void operator()(const char* name, const char*& text) {
-    texts_.push_back(name ? message_.readString(name) : message_.readString());
-    text = texts_.back();
-  }
-  template <class Number>
-  requires std::is_arithmetic_v<Number>
-  void operator()(const char* name, Number& value) {
-    if constexpr (std::is_floating_point_v<Number>) {
-      std::int32_t length = 0;
-      const char* digits = name ? message_.readQuoted(name, &length) : message_.readQuoted(&length);
-      value = static_cast<Number>(std::atof(std::string(digits, std::size_t(length)).c_str()));
-    } else {
-      value = static_cast<Number>(name ? message_.readInt64(name) : message_.readInt64());
-    }
-  }
-  template <class T>
-  void operator()(const char* name, STPArray<T>& array) {
-    STPReceivedMessage::Mark mark;
-    array.count = message_.enterArray(&mark, name);
-    const std::shared_ptr<T[]> data(new T[static_cast<std::size_t>(array.count) + 1]);
-    for (std::int32_t i = 0; i < array.count && message_.nextValue(); ++i)
-      (*this)(nullptr, data[i]);
-    message_.leaveArray(&mark);
-    kept_.push_back(data);
-    array.data = data.get();
-  }
-
- private:
-  STPReceivedMessage& message_;
-  std::deque<STPReceivedMessage::Mark> marks_;
-  std::deque<gen_text> texts_;
-  std::vector<std::shared_ptr<void>> kept_;
-};
-
 inline void expectTaken(const Values& given, const Values& got, const std::string& message) {
   for (const auto& [path, value] : got) {
     const auto place = given.find(path);
@@ -221,20 +152,4 @@ void talkBothWays(unsigned seed) {
     Left::sendAll(*left, *right, talk);
     Right::sendAll(*right, *left, talk);
   }
-}
-
-/// One message in the ascii form, written in the order of one version and read in the other's.
-template <class Sent, class Taken>
-void talkInAscii(unsigned seed) {
-  Filler filler(seed);
-  Sent sent{};
-  Taken taken{};
-  sent.walk(filler);
-  STPMessage message;
-  AsciiWriter writer(message);
-  sent.walk(writer);
-  STPReceivedMessage packet = received(message);
-  AsciiReader reader(packet);
-  taken.walk(reader);
-  expectTaken(valuesOf(sent), valuesOf(taken), "ascii");
 }
