@@ -99,7 +99,7 @@ void Run::installPrograms() {
   });
   world_.install("hanging_child", [this](const auto&) {
     bool failed = false;
-    while (!failed && !stage_.finishing) platform::readiness().wait(1000, failed);
+    while (!failed) platform::readiness().wait(-1, failed);
     return 0;
   });
 }
@@ -142,6 +142,9 @@ int Run::runHub() {
     });
     if (inspector.connections() == 0 && !inspector.isEmpty())
       world_.report("the hub keeps something when all have gone: " + inspector.describe());
+    if (inspector.connections() == 0 && !platform::stopRequested() &&
+        world_.keepsChild(world_.self()))
+      world_.report("the hub keeps a child when all have gone");
     hub.shutdownPlugins(hub.hasNoActiveRecord(), 1000);
     inspector_ = nullptr;
   }
@@ -156,10 +159,13 @@ Actor* Run::livingActor(std::uint64_t who) const {
   return living.empty() ? nullptr : living[who % living.size()];
 }
 
-void Run::kill(Actor& actor) {
+// With some goes another one at the same moment.
+void Run::kill(Actor& actor, std::uint64_t choice) {
   stage_.say(actor.name() + " dies");
   actor.lose();
   world_.kill(*actor.process);
+  Actor* const other = choice % 3 == 1 ? livingActor(choice / 3) : nullptr;
+  if (other) kill(*other);
 }
 
 void Run::take(const Step& step) {
@@ -175,7 +181,7 @@ void Run::take(const Step& step) {
   else if (step.order.act == Act::wait)
     world_.pass(choice % 4 == 0 ? choice % 40000 : choice % 700);
   else if (actor && step.order.act == Act::die)
-    kill(*actor);
+    kill(*actor, choice);
   else if (actor)
     actor->order(step.order);
   // Some steps are seen through to their end, others meet the next ones halfway.

@@ -37,7 +37,7 @@ class Run {
   void arrive(std::uint64_t choice);
   void take(const Step& step);
   Actor* livingActor(std::uint64_t who) const;
-  void kill(Actor& actor);
+  void kill(Actor& actor, std::uint64_t choice = 0);
   bool comeToRest();
   void checkRest();
   bool endHub();

@@ -8,7 +8,6 @@
 //   vanish           connects and ends before it has negotiated
 //   once FILE ...    makes FILE and goes on; if FILE is there, leaves the next word out
 //   exit             ends at once
-//   hang             does nothing at all
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -63,7 +62,6 @@ int main(int argc, char** argv) {
       std::ofstream(word[1]) << "x";
   }
   if (*word == "exit") return 3;
-  if (*word == "hang") platform::sleepMilliseconds(kLifetime);
   std::string error;
   HublinkPlugin plugin;
   if (*word == "vanish") {

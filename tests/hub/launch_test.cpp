@@ -9,7 +9,6 @@
 
 #include "indgen/spawn.h"
 #include "platform/clock.h"
-#include "services/hublink/hublink.h"
 #include "support/hub_test.h"
 
 using ::testing::AllOf;
@@ -80,12 +79,6 @@ class LaunchTest : public HubTest {
   void touch(const std::string& name) { std::ofstream(directory / name) << "x"; }
   bool logHas(const std::string& text) {
     return contents(directory / "log").find(text) != std::string::npos;
-  }
-  /// The child whose launch waits for the file "go" is on its way.
-  void awaitSlowLaunch(const Plugin& requester) {
-    requester->ask("Slow", 1);
-    requester->getTransport()->handleWrite();
-    EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
   }
 
  private:
@@ -324,7 +317,9 @@ TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
   const auto packet = [](std::int32_t to, std::uint32_t number) {
     return packetBytes({.destination = static_cast<std::uint32_t>(to), .id = number}, "8 bytes.");
   };
-  awaitSlowLaunch(first);
+  first->ask("Slow", 1);
+  first->getTransport()->handleWrite();
+  EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
   for (std::uint32_t i = 100; i < 200; ++i) {
     a.send(packet(rnB, i));
     ASSERT_EQ(b.next().id(), i);
@@ -344,49 +339,6 @@ TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
   const std::set<std::uint32_t> held{b.next().id(), b.next().id()};
   EXPECT_EQ(held, (std::set<std::uint32_t>{500, 600}));
   EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Slow' 13 1 0 1 12 5 null 1");
-}
-
-TEST_F(LaunchTest, ARequesterThatGoesDuringItsLaunchIsForgotten) {
-  const Plugin leaving = join();
-  awaitSlowLaunch(leaving);
-  leaving->vanish();
-  touch("go");
-  awaitCounts("2/2");
-  first->ask("Slow", 2, 3);
-  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Slow' 11 1 0 1 10 3 null 2");
-}
-
-// A child that never connects is given up and left alone.
-TEST(Launch, AHangingChildIsGivenUp) {
-  const Scratch directory;
-  std::ofstream(directory / "hang.kvs") << "Services {\n"
-                                        << section(LAUNCHED_PLUGIN, {"hang"}, "Hangs") << "}\n";
-  ServiceDatabase database;
-  ServiceDatabase::read_directory(database, (directory / ".").c_str());
-  Hublink hub(database, 0, nullptr, nullptr);
-  hub.setLaunchLimit(150);
-  ASSERT_TRUE(hub.startListening(true, nullptr));
-  auto link = makeCounted<STPTransport>();
-  link->connect("127.0.0.1", hub.getPort());
-  const Plugin plugin = makeCounted<TestPlugin>(link.get());
-  std::uint64_t longestPass = 0;
-  const auto pass = [&] {
-    link->serviceOnce(0);
-    const std::uint64_t start = platform::monotonicMilliseconds();
-    hub.servicePass(5);
-    longestPass = platform::monotonicMilliseconds() - start;
-  };
-  while (hub.numPlugins() < 1 || !plugin->isNegotiated()) pass();
-  EXPECT_EQ(plugin->next(), "PluginId 1");
-  plugin->ask("Hangs", 3);
-  while (longestPass < 150) pass();
-  EXPECT_EQ(plugin->next(), failureReply("Hangs", 3));
-  EXPECT_LT(longestPass, 5000u);
-  // Nobody will ask for it again: only the system still knows it.
-  std::size_t ended = 0;
-  EXPECT_EQ(platform::waitForChildren(&last_process, 1, true, 0, ended),
-            platform::WaitOutcome::failed);
-  platform::killProcess(last_process);  // given up by the hub, it would hang on
 }
 
 }  // namespace

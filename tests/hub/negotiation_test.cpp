@@ -183,19 +183,3 @@ TEST_F(NegotiationTest, PeerThatSendsBeforeItNegotiates) {
   EXPECT_EQ(peer.next().id(), indexOf(kHubSends, "PluginId"));
   EXPECT_EQ(first->counts(), "2/2");
 }
-
-TEST_F(NegotiationTest, PeersThatNeverNegotiateHoldNobodyUp) {
-  startHub();
-  std::vector<RawPeer> silent;
-  for (int i = 0; i < 20; ++i) silent.emplace_back(port);
-  awaitCounts("21/1");
-  const Plugin later = connectPlugin();
-  EXPECT_EQ(later->next(), "PluginId 22");
-  awaitCounts("22/2");
-  // In negotiation they aren't there for others.
-  later->RequestValueOfNameOnPlugin(5, "x");
-  EXPECT_EQ(later->next(), "ValueOfNameOnPluginEvent 5 'x' null");
-  silent.clear();
-  awaitCounts("2/2");
-  EXPECT_EQ(join()->id, 23);
-}

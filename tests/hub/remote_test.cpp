@@ -1,5 +1,4 @@
-// The hub's small jobs: connecting on request, values asked across, where it is, and leaving.
-#include "indgen/host.h"
+// The hub's small jobs: connecting on request, and leaving.
 #include "stp_transport/transport/stp_socket.h"
 #include "support/hub_test.h"
 
@@ -31,25 +30,6 @@ TEST_F(RemoteTest, ConnectsToAPluginThatListens) {
       std::string::npos);
 }
 
-TEST_F(RemoteTest, PluginThatDiesBeforeItNegotiatesIsReported) {
-  startHub();
-  const Plugin other = join();
-  const auto connect = [](const Plugin& requester) {
-    return awaitClient([&](std::uint16_t at) {
-      requester->RequestPluginConnect("127.0.0.1", at, 6);
-      requester->counts();
-    });
-  };
-  connect(first)->disconnect();
-  const std::string line = first->next();
-  EXPECT_EQ(line.rfind("PluginConnectedEvent 6 -1 'Hublink unable to connect to plugin", 0), 0u)
-      << line;
-  const auto link = connect(other);
-  other->vanish();  // the requester goes
-  awaitCounts("2/1");
-  EXPECT_EQ(makeCounted<TestPlugin>(link.get())->next(), "PluginId 4");
-}
-
 // Two ends that are both a hub's would wait for each other for ever.
 TEST_F(RemoteTest, AHubIsNoPlugin) {
   startHub();
@@ -62,25 +42,6 @@ TEST_F(RemoteTest, AHubIsNoPlugin) {
   EXPECT_EQ(other.waitForEnd(), 0);
   awaitCounts("1/1");
   EXPECT_EQ(other.printed(), "");
-}
-
-TEST_F(RemoteTest, ValuesAskedAcross) {
-  startHub();
-  const Plugin a = join(), b = join();
-  a->RequestValueOfNameOnPlugin(3, "colour");
-  EXPECT_EQ(b->next(), "ForwardedRequestValueOfNameOnPlugin 2 3 'colour'");
-  b->ValueOfNameOnPluginResponseEvent(2, 3, "colour", "blue");
-  EXPECT_EQ(a->next(), "ValueOfNameOnPluginEvent 3 'colour' 'blue'");
-  b->ValueOfNameOnPluginResponseEvent(2, 3, nullptr, "");
-  EXPECT_EQ(a->next(), "ValueOfNameOnPluginEvent 3 null ''");
-  b->ValueOfNameOnPluginResponseEvent(99, 3, "colour", "blue");
-  a->RequestValueOfNameOnPlugin(99, "colour");
-  EXPECT_EQ(a->next(), "ValueOfNameOnPluginEvent 99 'colour' null");
-  a->RequestValueOfNameOnPlugin(2, "own");
-  EXPECT_EQ(a->next(), "ForwardedRequestValueOfNameOnPlugin 2 2 'own'");
-  a->RequestLocation();
-  EXPECT_EQ(a->next(), "LocationEvent '" + std::string(static_cast<const char*>(gen_host_name())) +
-                           "' " + std::to_string(port));
 }
 
 TEST_F(RemoteTest, ALocationHasLeftWhenTheNextMessageIsHandled) {

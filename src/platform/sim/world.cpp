@@ -171,6 +171,12 @@ bool World::isAlive(ProcessId id) const {
   return process && !process->killed;
 }
 
+bool World::keepsChild(const Process& parent) const {
+  return std::any_of(processes_.begin(), processes_.end(), [&parent](const auto& process) {
+    return process->parent == &parent && !process->released;
+  });
+}
+
 void World::report(const std::string& fault) {
   if (fault_.empty()) fault_ = fault;
 }

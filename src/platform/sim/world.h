@@ -135,6 +135,8 @@ class World {
   void endAll();
   Process* find(ProcessId id) const;
   bool isAlive(ProcessId id) const;
+  /// The process has a child that it may still ask for.
+  bool keepsChild(const Process& parent) const;
   /// What has gone wrong; empty as long as nothing has.
   const std::string& fault() const { return fault_; }
   void report(const std::string& fault);

@@ -139,8 +139,6 @@ class Hublink : public ForwardingHandler {
   bool isUsedUp() const { return usedUp; }
   /// The last plugin ID before old ones are given out again; less for tests.
   void setLastPluginID(std::int32_t pluginID) { lastPluginID = pluginID; }
-  /// Milliseconds that a launched child may take to connect; less for tests.
-  void setLaunchLimit(int milliseconds) { launchLimit = milliseconds; }
 
   friend class HublinkInspector;  // holds the tables against each other
 
@@ -258,7 +256,6 @@ class Hublink : public ForwardingHandler {
   std::deque<std::int32_t> unlearnedPluginIDs;  // handed out, but known to nobody, and free again
   bool usedUp = false;
   std::int32_t lastStartCookie = 0;
-  int launchLimit = 30000;
   const ServiceDatabase& serviceDatabase;
   std::unique_ptr<ActiveHubRecord> activeRecord;
   std::int32_t numPersistent = 0;

@@ -20,6 +20,8 @@ namespace {
 
 constexpr const char* kPortOption = "-hl_connect_hublink_port";
 constexpr const char* kLaunchFailure = "Failed to launch plugin";
+// Milliseconds that a launched child may take to connect.
+constexpr int kLaunchLimit = 30000;
 // Milliseconds of one step of a launch: how late its limit may be noticed when nothing happens.
 constexpr int kLaunchStep = 100;
 
@@ -85,7 +87,7 @@ std::int32_t Hublink::launchPlugin(const std::vector<std::string>& argv, const c
   child.insertArgumentAt(kPortOption, 1);
   child.setWorkingDirectory(workingDir);
   // The traffic between plugins goes on.
-  TimeoutSTPRetryHandler limit(transport.get(), launchLimit);
+  TimeoutSTPRetryHandler limit(transport.get(), kLaunchLimit);
   limit.setStep([&] {
     transport->serviceOnceRelaying(kLaunchStep, transports);
     return !platform::stopRequested();
