@@ -9,7 +9,6 @@
 #include "support/hub_test.h"
 
 using ::testing::AnyOf;
-using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using EntryTest = HubTest;
 
@@ -77,67 +76,6 @@ TEST_F(EntryTest, ListeningHubWithoutRecordStopsAfterOnePass) {
   HubProcess listening({"-port", std::to_string(freePort()), "-not_shared"}, directory);
   EXPECT_EQ(listening.waitForEnd(), 0);
   EXPECT_EQ(listening.printed(), "");
-}
-
-TEST_F(EntryTest, HubWithoutRecordGoesWithItsLastPersistentPlugin) {
-  startHub();
-  const Plugin second = join();
-  first->vanish();
-  awaitCounts("1/1", second);
-  second->PersistentService(true);  // no change, counted once
-  EXPECT_EQ(second->counts(), "1/1");
-  second->PersistentService(false);
-  EXPECT_EQ(second->next(), "closed");
-  EXPECT_EQ(hub->waitForEnd(), 0);
-}
-
-// While one hub runs out, so does another one, whose lock somebody holds.
-TEST_F(EntryTest, SharedHubOutlivesItsLastPersistentPluginByFourSeconds) {
-  const std::string record = directory / "svc_zone", kept = directory / "svc_kept";
-  port = freePort();
-  hub = std::make_unique<HubProcess>(
-      std::vector<std::string>{"-port", std::to_string(port), "-hl_zone", "zone",
-                               "-hl_log_internal", directory / "internal"},
-      directory);
-  const std::string start = "Port = " + std::to_string(port) + "\nPid = ";
-  ASSERT_TRUE(await([&] { return contents(record).rfind(start, 0) == 0; }));
-  first = connectPlugin();
-  ASSERT_EQ(first->next(), "PluginId 1");
-  first->RequestLocation();
-  EXPECT_EQ(first->nextNumber("LocationEvent"), port);
-  EXPECT_TRUE(std::filesystem::exists(record));
-  directory.write("svc_kept.lock", "");
-  HubProcess locked({"-port", std::to_string(freePort()), "-hl_zone", "kept"}, directory);
-  const std::uint64_t idleFrom = platform::monotonicMilliseconds();
-  first->PersistentService(false);
-  EXPECT_TRUE(await([&] { return !std::filesystem::exists(record); }));
-  EXPECT_EQ(first->counts(), "0/1") << "it still serves";
-  EXPECT_EQ(first->next(), "closed");
-  const std::uint64_t passed = platform::monotonicMilliseconds() - idleFrom;
-  EXPECT_GE(passed, 4000u);
-  EXPECT_LT(passed, 8000u);
-  EXPECT_EQ(hub->waitForEnd(), 0);
-  EXPECT_THAT(contents(directory / "internal"), HasSubstr(": Removed active hublink file.\n"));
-  EXPECT_EQ(locked.waitForEnd(), 0);
-  EXPECT_THAT(contents(kept), StartsWith("Port = "));
-  EXPECT_TRUE(std::filesystem::exists(kept + ".lock"));
-}
-
-TEST_F(EntryTest, StoppedHubLeavesTheRecordOfItsSuccessor) {
-  const std::string record = directory / "svc_zone";
-  isShared = true;
-  startHub({"-hl_zone", "zone"});
-  const std::string own = contents(record);
-  EXPECT_THAT(own, StartsWith("Port = " + std::to_string(port) + "\n"));
-  const std::string next = std::to_string(freePort());
-  HubProcess successor({"-port", next, "-hl_zone", "zone"}, directory);
-  ASSERT_TRUE(await([&] { return contents(record) != own; }));
-  hub->terminate();
-  EXPECT_EQ(hub->waitForEnd(), 0);
-  EXPECT_THAT(contents(record), StartsWith("Port = " + next + "\n"));
-  successor.terminate();
-  EXPECT_EQ(successor.waitForEnd(), 0);
-  EXPECT_FALSE(std::filesystem::exists(record));
 }
 
 TEST_F(EntryTest, FullDiskLeavesNoRecordRatherThanAnEmptyOne) {

@@ -7,12 +7,6 @@
 
 namespace {
 
-#ifdef HUBLINK_SANITIZE
-constexpr std::int64_t kMuch = 128 * kMiB;
-#else
-constexpr std::int64_t kMuch = 512 * kMiB;
-#endif
-
 // The packet with that number of a stream: neighbours have other bytes and sizes.
 std::string numbered(std::uint32_t rn, std::uint32_t number) {
   static const std::string bytes = [] {
@@ -76,25 +70,4 @@ TEST_P(StoppedReaderTest, TheEndOfAStoppedSenderIsNoticed) {
   awaitCounts("2/2");
   for (std::uint32_t i = 0; i < packets; ++i)
     ASSERT_TRUE(to.peer.next().bytes == numbered(to.rn, i)) << i;
-}
-
-TEST_P(StoppedReaderTest, ALinkCostsTheSameHoweverMuchItHasCarried) {
-  startHub();
-  RawEnds little = joinTwo(), much = joinTwo();
-  const std::string packet = packetBytes({.destination = little.second.rn}, "little");
-  ASSERT_TRUE(little.first.peer.send(filled(packet)));
-  EXPECT_EQ(little.second.peer.next().bytes, packet);
-  settle();
-  const std::int64_t before = hub->residentBytes();
-  std::int64_t carried = 0;
-  for (std::uint32_t i = 0; carried < kMuch; i += 50) {
-    std::string block;
-    for (std::uint32_t k = i; k < i + 50; ++k) block += filled(numbered(much.second.rn, k));
-    ASSERT_TRUE(much.first.peer.send(block));
-    carried += static_cast<std::int64_t>(block.size());
-    for (std::uint32_t k = i; k < i + 50; ++k)
-      ASSERT_TRUE(much.second.peer.next().bytes == numbered(much.second.rn, k)) << k;
-  }
-  settle();
-  awaitMemory(before);
 }

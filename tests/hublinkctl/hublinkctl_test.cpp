@@ -240,15 +240,6 @@ TEST_F(HublinkctlTest, HasTheHubDoThings) {
   EXPECT_GT(json::parse(command->printed())["plugin"], provider.pluginID());
 }
 
-TEST_F(HublinkctlTest, WaitsForAProvider) {
-  startHubWithProvider();
-  const auto command = begin("wait Late --timeout 60");
-  awaitCounts("2/3");
-  provider.registerService("Late", {});
-  EXPECT_EQ(endOf(*command), ExitCode::fine);
-  EXPECT_EQ(command->printed(), std::to_string(provider.pluginID()) + "\n");
-}
-
 TEST_F(HublinkctlTest, NoHubADeadOneAndOneThatIsStarted) {
   checkAll(ExitCode::noHub, "there is no hub");
   checkAll(ExitCode::noHub, "there is no hub", "--port " + std::to_string(freePort()) + " ");

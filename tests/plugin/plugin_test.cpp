@@ -120,15 +120,6 @@ TEST_F(PluginTest, LinksCarryPacketsAndEndOnBothSides) {
   serveBoth([&] { return ends == 1; });
   EXPECT_FALSE(provided->isUp());
   EXPECT_FALSE(provided->receive(packet, 0));
-
-  // The end of the connection ends links, questions and services alike.
-  const ServiceReply second = request(query);
-  ASSERT_TRUE(second.link);
-  second.link->onEnd([&] { ++ends; });
-  provider.disconnect();
-  EXPECT_FALSE(provided->isUp());
-  EXPECT_TRUE(requester.serveUntil([&] { return ends == 2; }, kPatience));
-  EXPECT_EQ(requester.requestService(query, kPatience).outcome, Outcome::notFound);
 }
 
 TEST_F(PluginTest, AnInterfaceOfOnesOwnWorksOnALinkAndACallEndsWithIt) {
@@ -207,36 +198,6 @@ TEST_F(PluginTest, AllThatCameBeforeTheEndOfALinkIsHandedOver) {
   client->Add(40, 2, &sum, &lastWords, &status);
   requester.serveUntil([&] { return !reply.link->isUp(); }, kPatience);
   EXPECT_EQ(heard, "last.");
-}
-
-TEST_F(PluginTest, QuestionsToTheHubAndBetweenPlugins) {
-  std::vector<std::string> answers;
-  const auto note = [&](const std::string& text) { answers.push_back(text); };
-  provider.onValueRequest([](const std::string& name) {
-    return name == "colour" ? std::optional<std::string>("red") : std::nullopt;
-  });
-  const std::int32_t rn = provider.registerService("Thing", {});
-  requester.requestLocation(
-      [&](const std::string&, std::int32_t at) { note(at == port ? "location" : "wrong port"); });
-  requester.requestProvider("Thing", nullptr, false, [&](std::int32_t id) {
-    note(id == provider.pluginID() ? "provider" : "wrong provider");
-  });
-  requester.requestValue(provider.pluginID(), "colour",
-                         [&](const auto& value) { note(value.value_or("none")); });
-  requester.requestValue(provider.pluginID(), "size",
-                         [&](const auto& value) { note(value.value_or("none")); });
-  requester.requestPluginConnect("127.0.0.1", freePort(), [&](std::int32_t id, const std::string&) {
-    note("connected " + std::to_string(id));
-  });
-  requester.reserveRNs(3, [&](const auto& list) { note(std::to_string(list.size()) + " RNs"); });
-  serveBoth([&] { return answers.size() == 6; });
-  std::sort(answers.begin(), answers.end());
-  EXPECT_EQ(answers, (std::vector<std::string>{"3 RNs", "connected -1", "location", "none",
-                                               "provider", "red"}));
-  provider.unregisterService(rn);
-  provider.setPersistent(false);
-  serveBoth([&] { return first->counts() == "2/3"; });
-  EXPECT_EQ(request("Thing").outcome, Outcome::notFound);
 }
 
 // A program with a loop of its own goes by the descriptor and what waits.

@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <ctime>
-#include <random>
 
 #include "active_hub/active_hub_record.h"
 #include "active_hub/lock_file.h"
@@ -104,6 +103,8 @@ TEST_F(RecordTest, GoesOnTheThirdIdlePassAndTheHubLater) {
 
 TEST_F(RecordTest, StaysWhileAToolHoldsTheLock) {
   Process& hub = startHub();
+  for (int i = 0; i < 3; ++i) endPass(hub);
+  EXPECT_TRUE(hasRecord()) << "no time has passed";
   EXPECT_TRUE(lockActiveHub("zone", nullptr, nullptr));
   world.pass(3000);
   EXPECT_TRUE(hasRecord());
@@ -154,40 +155,6 @@ TEST_F(RecordTest, GoesWithTheLastPluginID) {
   EXPECT_NE(port, old);
   join();
   EXPECT_EQ(ids, 2311);
-}
-
-// Fifty hubs take the record from each other, while some are killed and others idle.
-TEST_F(RecordTest, NamesTheHubThatTookItLastAsLongAsItLives) {
-  std::mt19937 random(11);
-  for (int round = 0; round < 5; ++round) {
-    bool isServing = false;
-    std::vector<Process*> left;
-    for (int i = 0; i < 50; ++i) {
-      Process& hub = startHub();
-      Process& plugin = startPlugin();
-      EXPECT_EQ(findActiveHub("zone", nullptr, nullptr), port);
-      isServing = false;
-      switch (random() % 3) {
-        case 0:
-          world.kill(hub);
-          break;
-        case 1:
-          world.kill(plugin);
-          break;
-        default:
-          isServing = true;
-          left.push_back(&hub);
-      }
-      world.pass(random() % 300);
-    }
-    world.pass(10000);
-    EXPECT_EQ(findActiveHub("zone", nullptr, nullptr), isServing ? port : 0) << round;
-    for (Process* hub : left) {
-      EXPECT_FALSE(hub->returned);
-      world.kill(*hub);
-    }
-    world.settle();
-  }
 }
 
 TEST_F(RecordTest, LocksAgeAndWait) {
