@@ -239,15 +239,18 @@ void LibraryActor::sendPackets(std::uint64_t choice) {
   LinkEnd* end = stage_.ledger.pick(*this, choice);
   if (!end) return;
   const LinkPtr link = links_[{end->own, end->other}].link;
-  if (!link) return;
+  // What is sent while a packet waits for room may come before it.
+  if (!link || std::exchange(isSending_, true)) return;
   for (std::uint64_t count = 1 + (choice >> 8) % 12; count > 0; --count) {
     const std::string bytes = Ledger::packet(*end, packetSize(choice >> 16, count));
     if (!link->send(bytes.data(), bytes.size())) {
-      if (plugin_->isConnected()) stage_.ledger.fault(*this, "a link that is up takes no packet");
-      return;
+      if (link->isUp() && plugin_->isConnected())
+        stage_.ledger.fault(*this, "a link that is up takes no packet");
+      break;
     }
     ++end->sent;
   }
+  isSending_ = false;
 }
 
 // Until both sides have told their names there is nothing to be said, and some never do.

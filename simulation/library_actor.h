@@ -41,4 +41,5 @@ class LibraryActor : public Actor {
   std::vector<std::int32_t> services_;
   std::map<LinkKey, Held> links_;
   int nested_ = 0;
+  bool isSending_ = false;
 };
