@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "indgen/find.h"
@@ -63,6 +64,23 @@ class SampleTest : public ::testing::Test {
   CountedPtr<NiceMock<Right>> right = makeCounted<NiceMock<Right>>();
 };
 
+TEST_F(SampleTest, RepliesBringValuesOfEveryKind) {
+  PumpingHandler patience(pair);
+  EXPECT_CALL(*right, Divide(7, 2, _, _, _, _, _, _, _, _))
+      .WillOnce([](auto, auto, auto&... values) {
+        std::tie(values...) = std::tuple(true, 0xABCD, -1, UINT64_MAX - 1, 3.5F, 1e300,
+                                         gen_absolute_path("/remark"), gen_text());
+      });
+  std::tuple<bool, std::uint16_t, std::int32_t, std::uint64_t, float, double> got;
+  gen_text remark, none = gen_absolute_path("/old");
+  EXPECT_TRUE(std::apply(
+      [&](auto&... values) { return left->Divide(7, 2, &values..., &remark, &none, &patience); },
+      got));
+  EXPECT_EQ(got, std::tuple(true, 0xABCD, -1, UINT64_MAX - 1, 3.5F, 1e300));
+  EXPECT_STREQ(remark, "/remark");
+  EXPECT_EQ(none.get(), nullptr);
+}
+
 TEST_F(SampleTest, ACallIsAnsweredByACallBack) {
   KeepingLog log;
   left->setLogs(&log);
@@ -106,10 +124,15 @@ TEST_F(SampleTest, TracesShowWhatIsGivenAndTheSameArrives) {
             "reply:\"\", tag:\"/x\"\n");
   const std::vector<std::uint8_t> bytes = {0, 255};
   const std::vector<std::uint16_t> shorts = {0xFFFF, 1};
+  const std::vector<std::int32_t> words = {-1, 7};
+  const std::vector<std::uint64_t> longs = {UINT64_MAX, 1};
+  const std::vector<float> floats = {0.5F, -3};
   const std::vector<double> doubles = {-0.0, 1e300};
-  left->Pointers(arrayOf(bytes), arrayOf(shorts), {-4, nullptr}, {}, {}, arrayOf(doubles), 5,
-                 arrayOf(marks), {});
-  left->Packed(arrayOf(bytes), arrayOf(shorts), {}, {}, {}, arrayOf(doubles));
+  left->Pointers(arrayOf(bytes), arrayOf(shorts), {-4, nullptr}, arrayOf(longs), arrayOf(floats),
+                 arrayOf(doubles), 5, arrayOf(marks), {});
+  left->Packed(arrayOf(bytes), arrayOf(shorts), arrayOf(words), arrayOf(longs), arrayOf(floats),
+               arrayOf(doubles));
+  left->Packed({}, {}, {}, {}, {}, {});
   left->Names(1, "2", {3, true, 4, {}, arrayOf(marks)});
   left->Nothing();
   pair.pump();
