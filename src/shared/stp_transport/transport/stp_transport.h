@@ -1,12 +1,13 @@
 // One end of an STP connection, in parts that don't know each other:
 //
-//                 callers, listeners                        other transports
-//       enqueueMessage |        ^ STPDelivery                     ^ |
-//                      v        |                        relaying | v
-//   STPWriteFields or STPWriteQueue, with its STPBacklog      STPReadBuffer
-//   (for a pair)       (for a socket)                              ^
-//                      v                                           |
-//                 what it is joined to (Link): a socket, or another transport in memory
+//        callers              listeners           other transports
+//           | messages            ^ messages             ^ packets
+//           v                STPDelivery                 |
+//    STPWriteFields               ^                      |
+//    or STPWriteQueue,            +---- STPReadBuffer ---+
+//    with an STPBacklog                       ^
+//           v                                 |
+//    what this end is joined to (Link): another transport in memory, or a socket
 //
 // Everything above works with whole messages, everything below is non-blocking socket calls. The
 // object is counted. It runs on one thread; what looks like concurrency is re-entry: a listener may
