@@ -2,10 +2,10 @@
 //
 // A descriptor is registered once, edge-triggered, and counts as writable until a write hasn't
 // fitted: only from then on room is announced, since some sockets would announce it whenever the
-// peer has read. What a wait has learnt is remembered here for each descriptor until somebody has used
-// it up, so that a step on one connection loses nothing of what it sees for the others: a reader
-// clears `readable` when a read has emptied the socket, a writer clears `writable` when a write no
-// longer fits.
+// peer has read. What a wait has learnt is remembered here for each descriptor until somebody has
+// used it up, so that a step on one connection loses nothing of what it sees for the others: a
+// reader clears `readable` when a read has emptied the socket, a writer clears `writable` when a
+// write no longer fits.
 #pragma once
 
 #include <cstdint>
@@ -78,8 +78,8 @@ class ReadinessSet {
   bool setAlarm(std::uint64_t latest);
 
   int set_;
-  int alarm_ = -1;             // a timer, -1 before it is needed
-  std::uint64_t alarmAt_ = 0;  // ms of the steady clock; 0 if it isn't set
+  int alarm_ = -1;                   // a timer, -1 before it is needed
+  std::uint64_t alarmAt_ = 0;        // ms of the steady clock; 0 if it isn't set
   std::vector<std::uint8_t> flags_;  // by descriptor
   std::vector<int> news_;
   bool processEnded_ = false;

@@ -1,7 +1,7 @@
-// Stream sockets: IPv4, and by a name within this machine. Every call is one system call or a few, and none of them blocks but
-// connectStream (which has a limit), resolveHost, and transfers on a socket that was given to
-// makeBlocking. Every failure is a value: errors are errno numbers, with the ones that a caller
-// tells apart named below.
+// Stream sockets: IPv4, and by a name within this machine. Every call is one system call or a few,
+// and none of them blocks but connectStream (which has a limit), resolveHost, and transfers on a
+// socket that was given to makeBlocking. Every failure is a value: errors are errno numbers, with
+// the ones that a caller tells apart named below.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,6 @@
-// The kernel keeps with a socket of this machine's abstract namespace who is at the other end. A TCP
-// connection within this machine has both its ends in the kernel's socket table, each with the user
-// whose process has made it. The table is asked for one entry by its four numbers over
+// The kernel keeps with a socket of this machine's abstract namespace who is at the other end. A
+// TCP connection within this machine has both its ends in the kernel's socket table, each with the
+// user whose process has made it. The table is asked for one entry by its four numbers over
 // netlink, or read as a text where that isn't to be had.
 //
 // The end of a process that has closed its socket, or hasn't accepted it yet, may stand in the

@@ -75,9 +75,9 @@ void ReadinessSet::arm(int descriptor, bool room) {
   epoll_ctl(set_, EPOLL_CTL_MOD, descriptor, &event);
 }
 
-// To start and stop a timer in each wait would cost a hop between two plugins as much as a twentieth
-// of its time. Waits that are long begin one after the other and mostly end early: one alarm, set
-// for the first of them, serves those behind it too.
+// To start and stop a timer in each wait would cost a hop between two plugins as much as a
+// twentieth of its time. Waits that are long begin one after the other and mostly end early: one
+// alarm, set for the first of them, serves those behind it too.
 bool ReadinessSet::wait(int milliseconds, bool& failed) {
   if (milliseconds < kLongWait) return look(milliseconds, failed) >= 0;
   const std::uint64_t end = monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);

@@ -16,9 +16,7 @@ class HubIdleSubject : public IdleSubject {
   bool isShared() const override { return !hub_.hasNoActiveRecord(); }
   bool isUsedUp() const override { return hub_.isUsedUp(); }
   bool removeRecord() override { return hub_.removeActiveRecord(); }
-  std::int64_t now() const override {
-    return static_cast<std::int64_t>(systemTimeMilliseconds());
-  }
+  std::int64_t now() const override { return static_cast<std::int64_t>(systemTimeMilliseconds()); }
 
  private:
   Hublink& hub_;
@@ -32,8 +30,7 @@ void runMainLoop(Hublink& hub, const std::function<void()>& afterPass) {
   do {
     hub.servicePass(kPassTimeout);
     if (afterPass) afterPass();
-  } while (!platform::stopRequested() &&
-           idle.afterPass(subject));
+  } while (!platform::stopRequested() && idle.afterPass(subject));
   // Nobody is to find a hub that was told to stop.
   if (platform::stopRequested()) hub.removeActiveRecord();
 }

@@ -77,8 +77,7 @@ int acceptClient(int listenFD, bool closeListener, STPStatus* status) {
   return fd;
 }
 
-int connectToServer(const char* host, std::uint16_t port, STPStatus* status,
-                    bool takesLocalRoad) {
+int connectToServer(const char* host, std::uint16_t port, STPStatus* status, bool takesLocalRoad) {
   report(status, STP_OK, "");
   std::uint32_t address = 0;
   if (!host || (!platform::parseAddress(host, address) && !platform::resolveHost(host, address))) {
