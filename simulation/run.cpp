@@ -193,13 +193,16 @@ void Run::take(const Step& step) {
     if (!world_.step()) return;
 }
 
-// Until nobody has anything to do, and no launch holds the hub any more.
+// Until nobody has anything to do, and no launch holds the hub any more: it has made passes in each
+// second of a time that is longer than any launch.
 bool Run::comeToRest() {
-  for (int tries = 0; tries < 40; ++tries) {
+  constexpr std::uint64_t kSecond = 1000;
+  std::uint64_t unheld = 0;
+  for (std::uint64_t time = 0; time < 40 * kLaunchPatience; time += kSecond) {
     const std::uint64_t before = passes_;
-    if (!world_.pass(kLaunchPatience)) return false;
-    if (passes_ - before > kLaunchPatience / 1000) return true;
-    if (hub_->killed) return true;
+    if (!world_.pass(kSecond)) return false;
+    unheld = passes_ > before ? unheld + kSecond : 0;
+    if (unheld >= kLaunchPatience || hub_->killed) return true;
   }
   world_.report("the hub doesn't come out of a launch");
   return false;
