@@ -75,8 +75,9 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
 
   /// Puts one side of an interface onto this link, which takes in a record that the other end has
   /// sent already. Both ends then negotiate (`spec->negotiate(...)`); when the link ends the
-  /// object's virtual connection closes, so that a call that waits fails. The link holds a
-  /// reference to it until then. On a link that has ended the virtual connection closes at once.
+  /// object's virtual connection closes, so that a call that waits fails; messages that the
+  /// call has put off come after that. The link holds a reference to it until then. On a link that
+  /// has ended the virtual connection closes at once.
   void attach(STPSpecClass* spec);
 
   /// Ends the link; the other side is told.
