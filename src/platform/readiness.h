@@ -29,6 +29,10 @@ class ReadinessSet {
   /// Forgets a descriptor; must be called before it is closed.
   void forget(int descriptor);
 
+  /// Whether long waits may begin with a busy one (busy polling): on a machine with several
+  /// processors it takes longer to fall asleep and be woken than most answers take. A wait looks
+  /// again and again for 50 us at most, and only while those before it have ended as soon.
+  void setBusyPolling(bool flag);
   /// Sleeps until something that wasn't known yet has become ready, or the time is up. Negative
   /// time: no limit. False if an interrupt ended the wait or the wait failed; `failed` tells which.
   bool wait(int milliseconds, bool& failed);
@@ -75,6 +79,8 @@ class ReadinessSet {
   }
 
   int look(int milliseconds, bool& failed);
+  int lookBusily(std::uint64_t begin, bool& failed);
+  int sleepUntil(std::uint64_t end, int milliseconds, bool& failed);
   bool setAlarm(std::uint64_t latest);
 
   int set_;
@@ -83,6 +89,8 @@ class ReadinessSet {
   std::vector<std::uint8_t> flags_;  // by descriptor
   std::vector<int> news_;
   bool processEnded_ = false;
+  bool mayPoll_ = false;
+  int quickWaits_ = 0;  // long waits in a row that have ended soon
 };
 
 /// The set of this process.

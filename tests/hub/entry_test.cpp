@@ -19,8 +19,8 @@ TEST_F(EntryTest, RefusesToStart) {
   const std::string nobody = std::to_string(freePort());
   const std::string usage =
       "Usage: hublink [-port <port>|-connect_hublink <port>] [-log <log file>] [-hl_log_internal "
-      "<log file> [-not_shared]\n       [-hl_zone <zone>] [-loopback_only] [-any_user] "
-      "[-tcp_only]\n";
+      "<log file> [-not_shared]\n       [-hl_zone <zone>] [-loopback_only] [-any_user] [-tcp_only] "
+      "[-no_busy_poll]\n";
   const std::string noPort =
       "Error: Must specify a port that the hublink listens on or connects to.\n";
   const std::string inUse =

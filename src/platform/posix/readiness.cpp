@@ -1,6 +1,7 @@
 #include "platform/readiness.h"
 
 #include <errno.h>
+#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -16,6 +17,11 @@ namespace {
 constexpr std::uint32_t kInput = EPOLLIN | EPOLLRDHUP | EPOLLET;
 // Milliseconds from which on a wait is ended by the alarm.
 constexpr int kLongWait = 100;
+// How long a busy wait lasts in ns, and after how many sleeps that were no longer one begins: once
+// it has been in vain, others have to show again that it pays.
+constexpr std::uint64_t kBusyTime = 50000;
+constexpr int kQuickWaits = 3;
+constexpr std::uint64_t kMillion = 1000000;
 
 }  // namespace
 
@@ -80,12 +86,34 @@ void ReadinessSet::arm(int descriptor, bool room) {
 // alarm, set for the first of them, serves those behind it too.
 bool ReadinessSet::wait(int milliseconds, bool& failed) {
   if (milliseconds < kLongWait) return look(milliseconds, failed) >= 0;
-  const std::uint64_t end = monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
+  const std::uint64_t begin = monotonicNanoseconds();
+  int found = quickWaits_ >= kQuickWaits ? lookBusily(begin, failed) : 0;
+  if (found != 0) return found > 0;
+  found =
+      sleepUntil(begin / kMillion + static_cast<std::uint64_t>(milliseconds), milliseconds, failed);
+  if (mayPoll_) quickWaits_ = monotonicNanoseconds() - begin < kBusyTime ? quickWaits_ + 1 : 0;
+  return found >= 0;
+}
+
+int ReadinessSet::lookBusily(std::uint64_t begin, bool& failed) {
+  int found = 0;
+  while (found == 0 && monotonicNanoseconds() - begin < kBusyTime) found = look(0, failed);
+  return found;
+}
+
+int ReadinessSet::sleepUntil(std::uint64_t end, int milliseconds, bool& failed) {
   while (setAlarm(end)) {
     const int found = look(-1, failed);
-    if (found != 0 || monotonicMilliseconds() >= end) return found >= 0;
+    if (found != 0 || monotonicMilliseconds() >= end) return found;
   }
-  return look(milliseconds, failed) >= 0;
+  return look(milliseconds, failed);
+}
+
+void ReadinessSet::setBusyPolling(bool flag) {
+  cpu_set_t processors;
+  mayPoll_ = flag && sched_getaffinity(0, sizeof processors, &processors) == 0 &&
+             CPU_COUNT(&processors) > 1;
+  quickWaits_ = 0;
 }
 
 // False if there is no timer to be had.

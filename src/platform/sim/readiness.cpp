@@ -54,6 +54,9 @@ void ReadinessSet::forget(int descriptor) {
   if (Descriptor* entry = World::current().entry(descriptor)) entry->watchedBy = -1;
 }
 
+// Its time doesn't pass while somebody looks.
+void ReadinessSet::setBusyPolling(bool) {}
+
 void ReadinessSet::clearWritable(int descriptor) {
   if (!(flags(descriptor) & kWatched)) return;
   clear(descriptor, kWritable);

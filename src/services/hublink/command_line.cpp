@@ -6,7 +6,7 @@
 const char* const kUsage =
     "Usage: %s [-port <port>|-connect_hublink <port>] [-log <log file>] "
     "[-hl_log_internal <log file> [-not_shared]\n"
-    "       [-hl_zone <zone>] [-loopback_only] [-any_user] [-tcp_only]\n";
+    "       [-hl_zone <zone>] [-loopback_only] [-any_user] [-tcp_only] [-no_busy_poll]\n";
 
 const char* const kOptionHelp =
     "The hub of a suite of development tools: brokers named services between plugins.\n"
@@ -19,6 +19,10 @@ const char* const kOptionHelp =
     "  -any_user                     take connections of other users of this machine too\n"
     "  -tcp_only                     leave out the socket by which programs of this machine reach\n"
     "                                the hub more quickly than by its port\n"
+    "  -no_busy_poll                 sleep at once when there is nothing to do, which costs a "
+    "round\n"
+    "                                trip half as much again and saves a busy hub's processor "
+    "time\n"
     "  -hl_zone <zone>               the name by which tools find the hub\n"
     "  -not_shared                   let nobody find it, and stop as soon as no plugin keeps it "
     "up\n"
@@ -43,7 +47,8 @@ enum class Option {
   notShared,
   loopbackOnly,
   anyUser,
-  tcpOnly
+  tcpOnly,
+  noBusyPolling
 };
 
 Option optionOf(const char* argument) {
@@ -58,7 +63,8 @@ Option optionOf(const char* argument) {
                   {"not_shared", Option::notShared},
                   {"loopback_only", Option::loopbackOnly},
                   {"any_user", Option::anyUser},
-                  {"tcp_only", Option::tcpOnly}};
+                  {"tcp_only", Option::tcpOnly},
+                  {"no_busy_poll", Option::noBusyPolling}};
   if (argument[0] != '-') return Option::none;
   for (const auto& entry : kOptions)
     if (gen_equal_nocase(argument + 1, entry.name)) return entry.option;
@@ -75,6 +81,7 @@ CommandLine parseCommandLine(int argc, char** argv) {
     if (option == Option::loopbackOnly) line.loopbackOnly = true;
     if (option == Option::anyUser) line.anyUser = true;
     if (option == Option::tcpOnly) line.tcpOnly = true;
+    if (option == Option::noBusyPolling) line.noBusyPolling = true;
     if (option == Option::none || option >= Option::notShared) continue;
     if (i + 1 == argc) {
       line.missingValue = argv[i];

@@ -13,6 +13,7 @@ struct CommandLine {
   bool loopbackOnly = false;           ///< listen on 127.0.0.1 alone
   bool anyUser = false;                ///< take connections of every user of this machine
   bool tcpOnly = false;                ///< offer no socket of this machine beside the port
+  bool noBusyPolling = false;          ///< sleep at once whenever there is nothing to do
   const char* missingValue = nullptr;  ///< the option that stood last without its value
 };
 

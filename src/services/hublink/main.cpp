@@ -13,6 +13,7 @@
 #include "indgen/program.h"
 #include "platform/memory.h"
 #include "platform/process.h"
+#include "platform/readiness.h"
 #include "services/hublink/command_line.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/main_loop.h"
@@ -110,6 +111,7 @@ int main(int argc, char** argv) {
   platform::installStopSignals();
   const auto hub = setUp(database, line, log.get(), oneFile ? logFile.get() : internalFile.get());
   if (!hub) return 1;
+  platform::readiness().setBusyPolling(!line.noBusyPolling);
   runMainLoop(*hub);
   hub->shutdownPlugins(hub->hasNoActiveRecord(), kShutdownWait);
   return 0;
