@@ -1,15 +1,26 @@
 #include "services/hublink/idle_logic.h"
 
-bool IdleLogic::afterPass(IdleSubject& subject) {
-  if (!recordRemoved_ && subject.isUsedUp()) recordRemoved_ = subject.removeRecord();
-  const bool idle = !subject.hasPersistentPlugin();
+#include "libcxxutil/ut_clock.h"
+#include "services/hublink/hublink.h"
+
+namespace {
+
+std::int64_t now() {
+  return static_cast<std::int64_t>(systemTimeMilliseconds());
+}
+
+}  // namespace
+
+bool IdleLogic::afterPass() {
+  if (!recordRemoved_ && hub_.isUsedUp()) recordRemoved_ = hub_.removeActiveRecord();
+  const bool idle = hub_.numPersistentPlugins() <= 0;
   if (idle && !idleConfirmed_) {
-    if (!subject.isShared()) return false;
+    if (hub_.hasNoActiveRecord()) return false;
     if (idleSeen_) {
       idleConfirmed_ = true;
     } else {
       idleSeen_ = true;
-      idleSince_ = subject.now();
+      idleSince_ = now();
     }
     return true;
   }
@@ -18,7 +29,7 @@ bool IdleLogic::afterPass(IdleSubject& subject) {
     idleConfirmed_ = false;
     return true;
   }
-  const std::int64_t since = subject.now() - idleSince_;
-  if (!recordRemoved_ && since > 0) recordRemoved_ = subject.removeRecord();
+  const std::int64_t since = now() - idleSince_;
+  if (!recordRemoved_ && since > 0) recordRemoved_ = hub_.removeActiveRecord();
   return since <= kLimit;
 }

@@ -9,31 +9,22 @@
 
 #include <cstdint>
 
-/// What the decision is made of, and the one thing that it does.
-class IdleSubject {
- public:
-  virtual ~IdleSubject() = default;
-  virtual bool hasPersistentPlugin() const = 0;
-  virtual bool isShared() const = 0;
-  /// It has no number left for another plugin.
-  virtual bool isUsedUp() const = 0;
-  /// Removes the record under its lock, if it is the hub's own; false if the lock can't be got.
-  virtual bool removeRecord() = 0;
-  /// The wall clock in milliseconds.
-  virtual std::int64_t now() const = 0;
-};
+class Hublink;
 
 class IdleLogic {
  public:
   /// Milliseconds without a persistent plugin after which a shared hub stops.
   static constexpr std::int64_t kLimit = 4000;
 
+  explicit IdleLogic(Hublink& hub) : hub_(hub) {}
+
   /// Called after each pass; false if the hub is to stop.
-  bool afterPass(IdleSubject& subject);
+  bool afterPass();
 
  private:
+  Hublink& hub_;
   bool idleSeen_ = false;
   bool idleConfirmed_ = false;
-  std::int64_t idleSince_ = 0;
+  std::int64_t idleSince_ = 0;  // ms of the wall clock
   bool recordRemoved_ = false;
 };
