@@ -84,7 +84,7 @@ class ReadinessSet {
   bool setAlarm(std::uint64_t latest);
 
   int set_;
-  int alarm_ = -1;                   // a timer, -1 before it is needed
+  int alarm_ = -1;                   // a timer, or -1 if none is to be had
   std::uint64_t alarmAt_ = 0;        // ms of the steady clock; 0 if it isn't set
   std::vector<std::uint8_t> flags_;  // by descriptor
   std::vector<int> news_;

@@ -25,7 +25,16 @@ constexpr std::uint64_t kMillion = 1000000;
 
 }  // namespace
 
-ReadinessSet::ReadinessSet() : set_(epoll_create1(EPOLL_CLOEXEC)) {}
+ReadinessSet::ReadinessSet()
+    : set_(epoll_create1(EPOLL_CLOEXEC)),
+      alarm_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+  epoll_event event{};
+  event.events = EPOLLIN | EPOLLET;
+  event.data.fd = alarm_;
+  if (alarm_ < 0 || epoll_ctl(set_, EPOLL_CTL_ADD, alarm_, &event) == 0) return;
+  close(alarm_);
+  alarm_ = -1;
+}
 
 ReadinessSet::~ReadinessSet() {
   if (alarm_ >= 0) close(alarm_);
@@ -119,13 +128,6 @@ void ReadinessSet::setBusyPolling(bool flag) {
 // False if there is no timer to be had.
 bool ReadinessSet::setAlarm(std::uint64_t latest) {
   if (alarmAt_ != 0 && alarmAt_ <= latest) return true;
-  if (alarm_ < 0) {
-    alarm_ = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
-    epoll_event event{};
-    event.events = EPOLLIN | EPOLLET;
-    event.data.fd = alarm_;
-    if (alarm_ < 0 || epoll_ctl(set_, EPOLL_CTL_ADD, alarm_, &event) != 0) return false;
-  }
   itimerspec when{};
   when.it_value.tv_sec = static_cast<time_t>(latest / 1000);
   when.it_value.tv_nsec = static_cast<long>(latest % 1000 * 1000000);
