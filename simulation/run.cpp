@@ -97,7 +97,7 @@ void Run::installPrograms() {
     world_.report("a stranger has a program started");
     return 0;
   });
-  world_.install("hanging_child", [this](const auto&) {
+  world_.install("hanging_child", [](const auto&) {
     bool failed = false;
     while (!failed) platform::readiness().wait(-1, failed);
     return 0;
