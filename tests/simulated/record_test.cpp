@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <random>
 
 #include "active_hub/active_hub_record.h"
 #include "active_hub/lock_file.h"
@@ -155,6 +156,40 @@ TEST_F(RecordTest, GoesWithTheLastPluginID) {
   EXPECT_NE(port, old);
   join();
   EXPECT_EQ(ids, 2311);
+}
+
+// Fifty hubs take the record from each other, while some are killed and others idle.
+TEST_F(RecordTest, NamesTheHubThatTookItLastAsLongAsItLives) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 5; ++round) {
+    bool isServing = false;
+    std::vector<Process*> left;
+    for (int i = 0; i < 50; ++i) {
+      Process& hub = startHub();
+      Process& plugin = startPlugin();
+      EXPECT_EQ(findActiveHub("zone", nullptr, nullptr), port);
+      isServing = false;
+      switch (random() % 3) {
+        case 0:
+          world.kill(hub);
+          break;
+        case 1:
+          world.kill(plugin);
+          break;
+        default:
+          isServing = true;
+          left.push_back(&hub);
+      }
+      world.pass(random() % 300);
+    }
+    world.pass(10000);
+    EXPECT_EQ(findActiveHub("zone", nullptr, nullptr), isServing ? port : 0) << round;
+    for (Process* hub : left) {
+      EXPECT_FALSE(hub->returned);
+      world.kill(*hub);
+    }
+    world.settle();
+  }
 }
 
 TEST_F(RecordTest, LocksAgeAndWait) {
