@@ -88,7 +88,7 @@ ActiveHubRecord::ActiveHubRecord(std::uint32_t port, const char* zone, const cha
     return gen_replace_file(path, write, true) == 0;
   };
   const gen_text usual = recordPath(name);
-  if (writeTo(recordPath(name)) ||
+  if (writeTo(gen_strdup(usual)) ||
       (isTaken(usual) && makeOwnPlace(usual) && writeTo(ownPlaceOf(usual))))
     return;
   const std::string reason = whyNoPlace(usual);

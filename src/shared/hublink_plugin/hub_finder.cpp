@@ -36,7 +36,9 @@ class RecordKey {
   std::string whyNone() const {
     return isKnown() ? whyNoActiveHub(zone(), nullptr, directory()) : std::string();
   }
-  std::uint16_t find() const { return read().hub.livePort(); }
+  std::uint16_t find() const {
+    return isKnown() ? findActiveHub(zone(), nullptr, directory()) : std::uint16_t{0};
+  }
 
  private:
   std::optional<std::string> zone_;
