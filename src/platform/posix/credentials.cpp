@@ -23,6 +23,8 @@
 #include <memory>
 #include <optional>
 
+#include "platform/posix/named_socket.h"
+
 namespace platform {
 namespace {
 
@@ -65,13 +67,9 @@ bool isOfThisMachine(in_addr_t address, in_addr_t own) {
 
 // Who was at the other end of a connection by name when it was made.
 bool askSocket(Socket socket, PeerUser& peer) {
+  if (!isNamed(socket)) return false;
   ucred credentials{};
   socklen_t size = sizeof credentials;
-  sockaddr_storage end{};
-  socklen_t endSize = sizeof end;
-  if (getsockname(socket, reinterpret_cast<sockaddr*>(&end), &endSize) != 0 ||
-      end.ss_family != AF_UNIX)
-    return false;
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0)
     peer = {PeerUser::Kind::known, credentials.uid};
   return true;

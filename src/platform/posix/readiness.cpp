@@ -23,14 +23,19 @@ constexpr std::uint64_t kBusyTime = 50000;
 constexpr int kQuickWaits = 3;
 constexpr std::uint64_t kMillion = 1000000;
 
+epoll_event eventOf(int descriptor, std::uint32_t events) {
+  epoll_event event{};
+  event.events = events;
+  event.data.fd = descriptor;
+  return event;
+}
+
 }  // namespace
 
 ReadinessSet::ReadinessSet()
     : set_(epoll_create1(EPOLL_CLOEXEC)),
       alarm_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
-  epoll_event event{};
-  event.events = EPOLLIN | EPOLLET;
-  event.data.fd = alarm_;
+  epoll_event event = eventOf(alarm_, EPOLLIN | EPOLLET);
   if (alarm_ < 0 || epoll_ctl(set_, EPOLL_CTL_ADD, alarm_, &event) == 0) return;
   close(alarm_);
   alarm_ = -1;
@@ -46,9 +51,7 @@ void ReadinessSet::watch(int descriptor) {
   const auto index = static_cast<std::size_t>(descriptor);
   if (index >= flags_.size()) flags_.resize(index + 64);
   if (flags_[index] & kWatched) return;
-  epoll_event event{};
-  event.events = kInput;
-  event.data.fd = descriptor;
+  epoll_event event = eventOf(descriptor, kInput);
   flags_[index] = kWatched | kWritable;
   if (epoll_ctl(set_, EPOLL_CTL_ADD, descriptor, &event) == 0) return;
   // Known from an earlier owner of the number: taken over, which tells its state anew.
@@ -74,19 +77,14 @@ void ReadinessSet::forget(int descriptor) {
 
 // The call also tells what is ready already: room that has come since the write is not missed.
 void ReadinessSet::clearWritable(int descriptor) {
-  if ((flags(descriptor) & (kWatched | kAlways)) != kWatched) return;
-  std::uint8_t& known = flags_[static_cast<std::size_t>(descriptor)];
-  known &= static_cast<std::uint8_t>(~kWritable);
-  if (known & kArmed) return;
-  arm(descriptor, true);
+  clear(descriptor, kWritable);
+  if ((flags(descriptor) & (kWatched | kAlways | kArmed)) == kWatched) arm(descriptor, true);
 }
 
 void ReadinessSet::arm(int descriptor, bool room) {
   std::uint8_t& known = flags_[static_cast<std::size_t>(descriptor)];
   known = static_cast<std::uint8_t>(room ? known | kArmed : known & ~kArmed);
-  epoll_event event{};
-  event.events = kInput | (room ? EPOLLOUT : 0U);
-  event.data.fd = descriptor;
+  epoll_event event = eventOf(descriptor, kInput | (room ? EPOLLOUT : 0U));
   epoll_ctl(set_, EPOLL_CTL_MOD, descriptor, &event);
 }
 

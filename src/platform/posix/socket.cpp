@@ -18,6 +18,7 @@
 #include <array>
 
 #include "platform/clock.h"
+#include "platform/posix/named_socket.h"
 
 namespace platform {
 namespace error {
@@ -66,12 +67,6 @@ Socket openLocalStream() {
   return ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
 }
 
-bool isLocal(Socket socket) {
-  int domain = 0;
-  socklen_t size = sizeof domain;
-  return getsockopt(socket, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
-}
-
 Transfer outcomeOf(ssize_t result) {
   Transfer transfer;
   if (result >= 0)
@@ -91,7 +86,7 @@ bool nameOf(NameCall call, Socket socket, sockaddr_in& address) {
 }
 
 std::string dotted(NameCall call, Socket socket) {
-  if (isLocal(socket)) return "127.0.0.1";
+  if (isNamed(socket)) return "127.0.0.1";
   sockaddr_in address{};
   char text[INET_ADDRSTRLEN] = "";
   if (!nameOf(call, socket, address)) return {};
@@ -122,7 +117,7 @@ Socket openStream() {
 }
 
 void setStreamOptions(Socket socket) {
-  if (isLocal(socket)) {
+  if (isNamed(socket)) {
     setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &kLocalSendBuffer, sizeof kLocalSendBuffer);
     return;
   }
