@@ -18,8 +18,10 @@ ROOMS["src/shared/active_hub"] = list(ROOMS)
 ROOMS["src/shared/stp_transport"] = [room for room in ROOMS if room != "src/shared/active_hub"]
 ROOMS["generated"] = list(ROOMS)
 ROOMS["src/shared/hublink_plugin"] = list(ROOMS)
+ROOMS["src/shared/service_database"] = ["src/platform", "src/shared/indgen",
+                                        "src/shared/libcxxutil"]
 ROOMS["src/services/hublink"] = [room for room in ROOMS if room != "src/shared/hublink_plugin"]
-ROOMS["src/tools"] = list(ROOMS)
+ROOMS["src/tools"] = [room for room in ROOMS if room != "src/services/hublink"]
 ANYTHING = ["examples", "tests", "bench", "fuzz", "simulation"]
 SYSTEM_ROOM = "src/platform/posix"
 

@@ -11,7 +11,7 @@
 
 #include "hublink_plugin/hub_finder.h"
 #include "platform/sim/world.h"
-#include "services/hublink/service_database.h"
+#include "service_database/service_database.h"
 #include "simulation/scenario.h"
 
 class RecordRace {

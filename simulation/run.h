@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/sim/world.h"
-#include "services/hublink/service_database.h"
+#include "service_database/service_database.h"
 #include "simulation/actor.h"
 #include "simulation/scenario.h"
 

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "indgen/scratch.h"
-#include "services/hublink/prefer_ada.h"
-#include "services/hublink/service_database.h"
+#include "service_database/prefer_ada.h"
+#include "service_database/service_database.h"
 #include "tools/services/finding.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "service_database/prefer_ada.h"
 #include "services/hublink/hublink.h"
-#include "services/hublink/prefer_ada.h"
 #include "stp_transport/transport/stp_transport.h"
 
 // Takes a record that comes from a hub's end of a link.

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "services/hublink/plugin_record.h"
+#include "service_database/plugin_record.h"
 
 namespace services {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "services/hublink/service_database.h"
+#include "service_database/service_database.h"
 #include "tools/services/finding.h"
 
 namespace services {

@@ -1,4 +1,4 @@
-#include "services/hublink/service_database.h"
+#include "service_database/service_database.h"
 
 #include <string_view>
 

@@ -1,9 +1,9 @@
-#include "services/hublink/plugin_record.h"
+#include "service_database/plugin_record.h"
 
 #include <algorithm>
 
 #include "libcxxutil/ut_attribute_list.h"
-#include "services/hublink/prefer_ada.h"
+#include "service_database/prefer_ada.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // What the hub can start: the plugins of all service description files, and which of them provides
-// a service.
+// a service. The checker of description files reads them by this room too, so that it tells what
+// the hub would know.
 //
 // A description file has the extension `kvs` and is an options file whose block `Services` is one
 // plugin's section, or holds one section for each plugin. The database is filled once, at start, on
@@ -12,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "services/hublink/plugin_record.h"
+#include "service_database/plugin_record.h"
 
 class ut_attribute_list;
 

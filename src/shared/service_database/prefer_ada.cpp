@@ -1,4 +1,4 @@
-#include "services/hublink/prefer_ada.h"
+#include "service_database/prefer_ada.h"
 
 #include "indgen/find.h"
 #include "indgen/path.h"
