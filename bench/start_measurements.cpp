@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 
+#include "active_hub/plugin_options.h"
 #include "bench/installed_tree.h"
 #include "bench/statistics.h"
 #include "bench/stopwatch.h"
@@ -78,7 +79,7 @@ std::optional<double> startToConnected(const InstalledTree& tree, std::string& e
   const Stopwatch watch;
   if (!provider.start(
           tree.provider(),
-          {"-hl_connect_hublink_port", std::to_string(platform::localPort(listener.get()))}, error))
+          {plugin_options::kHubPort, std::to_string(platform::localPort(listener.get()))}, error))
     return std::nullopt;
   int status = 0;
   const LoopbackSocket client = listener.accept([&] { return provider.ended(status); });

@@ -1,9 +1,11 @@
 # Run at the time of the installation: installs those headers that the plugin side, the classes
-# written by stpc and the examples need, under the names by which they are included.
+# written by stpc and the examples need, under the names by which they are included, and the options
+# of a started plugin, which some read themselves.
 cmake_policy(VERSION 3.25)
 
 set(pending hublink_plugin/hublink_plugin.h hublink_plugin/hub_finder.h
-            generated/hublink_plugin_impl.h stp_transport/spec/stp_stub_support.h)
+            active_hub/plugin_options.h generated/hublink_plugin_impl.h
+            stp_transport/spec/stp_stub_support.h)
 
 # Appends what `file` includes by a name in quotes to `pending`.
 macro(note_includes file)

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "active_hub/plugin_options.h"
 #include "indgen/program.h"
 #include "platform/process.h"
 #include "stp_transport/transport/stp_socket.h"
@@ -125,7 +126,7 @@ int main(int argc, char** argv) {
   std::printf("demo: starting the hub on port %s; nobody provides Echo yet\n", port.c_str());
   Program hub("hublink", tree.file("hublink"),
               {"-port", port, "-hl_log_internal", tree.file("log")});
-  std::vector<std::string> arguments{"-hl_connect_hublink_port", port};
+  std::vector<std::string> arguments{plugin_options::kHubPort, port};
   arguments.insert(arguments.end(), argv + 1, argv + argc);
   Program first("requester", tree.file("requester"), arguments);
   Program second("second requester", tree.file("requester"), arguments);

@@ -1,5 +1,6 @@
 #include "simulation/run.h"
 
+#include "active_hub/plugin_options.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/main_loop.h"
 #include "simulation/byte_actor.h"
@@ -106,7 +107,7 @@ void Run::installPrograms() {
 
 int Run::runChild(ActorRole role, bool isLibrary, const std::vector<std::string>& arguments) {
   for (std::size_t i = 0; i + 1 < arguments.size(); ++i)
-    if (arguments[i] == "-hl_connect_hublink_port")
+    if (arguments[i] == plugin_options::kHubPort)
       role.port = static_cast<std::uint16_t>(std::stoi(arguments[i + 1]));
   role.arguments = arguments;
   if (isLibrary)

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "active_hub/plugin_options.h"
 #include "indgen/find.h"
 #include "indgen/host.h"
 #include "indgen/path.h"
@@ -18,7 +19,6 @@
 
 namespace {
 
-constexpr const char* kPortOption = "-hl_connect_hublink_port";
 constexpr const char* kLaunchFailure = "Failed to launch plugin";
 // Milliseconds that a launched child may take to connect.
 constexpr int kLaunchLimit = 30000;
@@ -84,7 +84,7 @@ std::int32_t Hublink::launchPlugin(const std::vector<std::string>& argv, const c
   child.setTransport(transport.get());
   child.setPassHost(false);
   child.setPortIndex(2);
-  child.insertArgumentAt(kPortOption, 1);
+  child.insertArgumentAt(plugin_options::kHubPort, 1);
   child.setWorkingDirectory(workingDir);
   // The traffic between plugins goes on.
   TimeoutSTPRetryHandler limit(transport.get(), kLaunchLimit);
@@ -119,9 +119,9 @@ std::int32_t Hublink::clientStartPlugin(HublinkConnection* requester,
     for (const std::string& text : debugArgsFor(gen_base_name(argv[0]->c_str())))
       arguments.emplace_back(text);
   for (const std::string& text :
-       {std::string("-hl_client_start_cookie"), std::to_string(startCookie),
-        std::string("-hl_connect_hublink_host"), std::string(gen_full_host_name()),
-        std::string(kPortOption), std::to_string(port)})
+       {std::string(plugin_options::kStartCookie), std::to_string(startCookie),
+        std::string(plugin_options::kHubHost), std::string(gen_full_host_name()),
+        std::string(plugin_options::kHubPort), std::to_string(port)})
     arguments.emplace_back(text);
   const auto pointers = pointersOf(arguments);
   STPStatus status;
@@ -191,8 +191,9 @@ void Hublink::debugPlugin(const HublinkConnection* sender, const char* pluginNam
 
 std::vector<std::string> Hublink::debugArgsFor(const std::string& pluginName) {
   if (!debugPlugins.contains(pluginName)) return {};
-  return {"-hl_debug_startup", "-hl_debug_debugger", debugger ? *debugger : locatedDebugger(),
-          "-hl_debug_debugger_opts", debuggerOpts.value_or(" -hl_private -P ")};
+  return {plugin_options::kDebugStartup, plugin_options::kDebugger,
+          debugger ? *debugger : locatedDebugger(), plugin_options::kDebuggerOptions,
+          debuggerOpts.value_or(" -hl_private -P ")};
 }
 
 void Hublink::setEnvironmentVariable(const char* variable, const char* value) {

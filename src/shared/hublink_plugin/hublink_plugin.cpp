@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "active_hub/plugin_options.h"
 #include "hublink_plugin/hublink_plugin_spec.h"
 #include "indgen/number.h"
 #include "indgen/text.h"
@@ -459,7 +460,7 @@ void HublinkPlugin::connectionEnded() {
 
 std::uint16_t hublinkPortArgument(int argc, char** argv) {
   for (int i = 1; i + 1 < argc; ++i)
-    if (gen_equal_nocase(argv[i], "-hl_connect_hublink_port")) {
+    if (gen_equal_nocase(argv[i], plugin_options::kHubPort)) {
       const std::uint32_t port = gen_strtoul(argv[i + 1], nullptr, 0);
       return port <= UINT16_MAX ? static_cast<std::uint16_t>(port) : std::uint16_t{0};
     }

@@ -245,5 +245,5 @@ class HublinkPlugin {
 };
 
 /// The port after `-hl_connect_hublink_port` on a plugin's command line; 0 without one, or for a
-/// number that is none.
+/// number that is none. The other options of a plugin that is started: active_hub/plugin_options.h.
 std::uint16_t hublinkPortArgument(int argc, char** argv);
