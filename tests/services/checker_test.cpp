@@ -31,6 +31,7 @@ void writePrograms(const Scratch& scratch) {
 
 const char* const kGood = R"(Services {
   { ExecName = "tool" AdaExecName = "adatool" PluginName = "The \"tool\"" Persistent = yes
+    LaunchTimeout = 90
     PluginData { key = "value" }
     Environment { LIBPATH = "lib" }
     Arguments { { Arg = "-first" } { Arg = "tab	" } }
@@ -81,6 +82,7 @@ TEST(CheckerTest, Text) {
     environment: LIBPATH="lib"
     data: key="value"
     persistent: yes
+    launch timeout: 90 seconds
     service: "Example", priority 3, data a="b"
 
 bad.kvs
@@ -118,6 +120,7 @@ TEST(CheckerTest, Json) {
     "ada_exec_name": "adatool", "arguments": ["-first", "tab\t"],
     "environment": [{"name": "LIBPATH", "value": "lib"}],
     "data": [{"name": "key", "value": "value"}], "persistent": true, "shared_object": false,
+    "launch_timeout": 90,
     "services": [{"name": "Example", "priority": 3, "data": [{"name": "a", "value": "b"}],
                   "already_provided_by": null}]})"));
   EXPECT_EQ(json["plugins"][1]["services"][0]["already_provided_by"],
@@ -198,6 +201,12 @@ TEST(CheckerTest, WhatPeopleGetWrong) {
        "quotes, which counts as no: write Persistent = on\n"},
       {program + "ServicesProvided { { ServiceName = \"S\"\nPriority = \"5\" } } }",
        "x:3: warning: \"Priority\" has a value in quotes, which counts as 0: write Priority = 5\n"},
+      {program + services + "LaunchTimeout = \"30\" }",
+       "x:3: warning: \"LaunchTimeout\" has a value in quotes, which counts as none: write "
+       "LaunchTimeout = 30\n"},
+      {program + services + "Arguments { { } }\nLaunchTimeout = 86401 }",
+       "x:4: warning: \"x:Services\": the int32 attribute \"LaunchTimeout\" is 86401, which counts "
+       "as none: write 0 to 86400\nx:3: warning: \"x:Services.Arguments.\": is missing"},
       {program + services + "PluginName = 5 }",
        "x:3: warning: \"PluginName\" has a value that is no text"},
       {program + services + "Arguments { Arg = \"a\" } }",

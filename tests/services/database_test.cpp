@@ -9,12 +9,13 @@
 
 namespace {
 
-// "name program service service;" for each plugin.
+// "name program [limit] service service;" for each plugin.
 std::string summary(const ServiceDatabase& database) {
   std::string text;
   for (const PluginRecord& plugin : database.plugins()) {
     EXPECT_EQ(plugin.id(), &plugin - database.plugins().data());
     text += plugin.plugin_name() + ' ' + plugin.executable_name();
+    if (const auto limit = plugin.launch_timeout()) text += ' ' + std::to_string(*limit);
     for (const ServiceRecord& service : plugin.services()) text += ' ' + service.name;
     text += ';';
   }
@@ -95,6 +96,8 @@ Services { { ExecName = "hidden" } }
 TEST_F(ServiceDatabaseTest, FormsAndFailures) {
   using Result = ServiceDatabase::FileResult;
   const std::string lacking = "\": is missing required str attribute ";
+  const std::string limit = "\": the int32 attribute \"LaunchTimeout\" is ";
+  const std::string range = ", which counts as none: write 0 to 86400|";
   const struct {
     const char* text;
     Result result;
@@ -113,6 +116,12 @@ TEST_F(ServiceDatabaseTest, FormsAndFailures) {
        Result::accepted, "t t S;",
        "warning \"a.kvs:Services.Arguments." + lacking +
            "\"Arg\"|warning \"a.kvs:Services.ServicesProvided." + lacking + "\"ServiceName\"|"},
+      {R"(Services { { ExecName = "1" LaunchTimeout = 0 } { ExecName = "2" LaunchTimeout = 86400 }
+          Bad { ExecName = "3" LaunchTimeout = -1 } { ExecName = "4" LaunchTimeout = 86401 }
+          { ExecName = "5" LaunchTimeout = "9" } })",
+       Result::accepted, "1 1 0;2 2 86400;3 3;4 4;5 5;",
+       "warning \"a.kvs:Services.Bad" + limit + "-1" + range + "warning \"a.kvs:Services." + limit +
+           "86401" + range},
       {"Services { { ExecName = \"1\" } { ExecName = \"2\" } }\nx = oops", Result::malformed, "",
        "error parse error:|"},
       {"%error stay\n%bogus\nServices { ExecName = \"1\" }", Result::accepted, "1 1;",

@@ -118,6 +118,9 @@ class ut_attribute_list {
   // Attributes one by one, in order.
 
   bool has_attribute(const char* name) const { return find(name) != nullptr; }
+  /// For those who need to tell an absent one from each value. Null if there is none; valid as long
+  /// as what first_attribute() gives.
+  const ut_attribute* find_attribute(const char* name) const { return find(name); }
   /// False if there was none.
   bool remove_attribute(const char* name);
   int attribute_count() const { return static_cast<int>(attributes_.size()); }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "indgen/report.h"
 #include "libcxxutil/ut_attribute_list.h"
 #include "service_database/prefer_ada.h"
 
@@ -15,6 +16,17 @@ std::vector<NameAndValue> pairsOf(const ut_attribute_list* block) {
     if (const char* value = block->attribute_str(a))
       pairs.push_back({block->attribute_name(a), value});
   return pairs;
+}
+
+std::optional<std::int32_t> launchTimeoutOf(const ut_attribute_list& section) {
+  const ut_attribute* a = section.find_attribute("LaunchTimeout");
+  if (!a || section.attribute_type(a) != ut_attribute_type::int32) return std::nullopt;
+  const std::int32_t seconds = section.attribute_int32(a);
+  if (PluginRecord::is_launch_timeout(seconds)) return seconds;
+  gen_warning(
+      "\"%s\": the int32 attribute \"LaunchTimeout\" is %d, which counts as none: write 0 to %d",
+      section.full_name(true).c_str(), seconds, PluginRecord::kMostLaunchTimeout);
+  return std::nullopt;
 }
 
 std::vector<std::string> argumentsOf(const ut_attribute_list* block) {
@@ -50,6 +62,7 @@ std::optional<PluginRecord> PluginRecord::from_section(std::int32_t id,
   record.plugin_name_ = section.str_value("PluginName", exec_name);
   record.persistent_ = section.bool_value("Persistent", false);
   record.shared_object_ = section.bool_value("SharedObject", false);
+  record.launch_timeout_ = launchTimeoutOf(section);
   record.plugin_data_ = pairsOf(section.find_child("PluginData"));
   record.environment_ = pairsOf(section.find_child("Environment"));
   record.arguments_ = argumentsOf(section.find_child("Arguments"));

@@ -26,9 +26,16 @@ struct ServiceRecord {
 
 class PluginRecord {
  public:
+  /// Seconds in the longest `LaunchTimeout`.
+  static constexpr std::int32_t kMostLaunchTimeout = 86400;
+  /// Whether a `LaunchTimeout` may have this value.
+  static constexpr bool is_launch_timeout(std::int32_t seconds) {
+    return seconds >= 0 && seconds <= kMostLaunchTimeout;
+  }
+
   /// The record of a plugin's section, with `id` as its number; none, with a warning, if the
-  /// section has no `ExecName`. A service without `ServiceName` and an argument without `Arg` are
-  /// warned about and left out.
+  /// section has no `ExecName`. A service without `ServiceName`, an argument without `Arg` and a
+  /// `LaunchTimeout` out of its range are warned about and left out.
   static std::optional<PluginRecord> from_section(std::int32_t id,
                                                   const ut_attribute_list& section);
 
@@ -41,6 +48,9 @@ class PluginRecord {
   bool is_persistent() const { return persistent_; }
   /// True for a plugin that is no process of its own, but something that its requester loads.
   bool is_shared_object() const { return shared_object_; }
+  /// Seconds that the plugin may take from its start until it connects, 0 for no limit; none if
+  /// that is left to the hub.
+  std::optional<std::int32_t> launch_timeout() const { return launch_timeout_; }
   const std::string& exec_name() const { return exec_name_; }
   const std::optional<std::string>& ada_exec_name() const { return ada_exec_name_; }
   const std::string& plugin_name() const { return plugin_name_; }
@@ -55,6 +65,7 @@ class PluginRecord {
   std::int32_t id_ = 0;
   bool persistent_ = false;
   bool shared_object_ = false;
+  std::optional<std::int32_t> launch_timeout_;
   std::string exec_name_;
   std::optional<std::string> ada_exec_name_;
   std::string plugin_name_;

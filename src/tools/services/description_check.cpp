@@ -14,7 +14,7 @@
 namespace services {
 namespace {
 
-enum class Form : std::uint8_t { text, boolean, number, texts, entries };
+enum class Form : std::uint8_t { text, boolean, number, seconds, texts, entries };
 
 // A name that means something in a block, and how it is given. Entries are a block each, with names
 // of their own.
@@ -33,6 +33,7 @@ constexpr Key kPluginKeys[] = {{"ExecName", Form::text, {}},
                                {"PluginName", Form::text, {}},
                                {"Persistent", Form::boolean, {}},
                                {"SharedObject", Form::boolean, {}},
+                               {"LaunchTimeout", Form::seconds, {}},
                                {"PluginData", Form::texts, {}},
                                {"Environment", Form::texts, {}},
                                {"Arguments", Form::entries, kArgumentKeys},
@@ -93,6 +94,8 @@ std::string example(const Key& key) {
       return name + " = yes";
     case Form::number:
       return name + " = 1";
+    case Form::seconds:
+      return name + " = 30";
     case Form::texts:
       return name + " { NAME = \"...\" }";
     case Form::entries:
@@ -101,13 +104,18 @@ std::string example(const Key& key) {
   return name + " { { " + example(key.within[0]) + " } }";
 }
 
+// What the hub takes in place of a value in quotes.
+const char* withoutValue(Form form) {
+  return form == Form::boolean ? "no" : form == Form::number ? "0" : "none";
+}
+
 // What was given as a text, as it should be written if it is one word.
 std::string unquotedOf(const Key& key, const ut_attribute* a) {
   const char* given = ut_attribute_list::attribute_str(a);
   const std::string_view text = given ? given : "";
   const auto isFit = [&](char c) {
-    return key.form == Form::number ? c >= '0' && c <= '9'
-                                    : gen_lower_char(c) >= 'a' && gen_lower_char(c) <= 'z';
+    return key.form == Form::boolean ? gen_lower_char(c) >= 'a' && gen_lower_char(c) <= 'z'
+                                     : c >= '0' && c <= '9';
   };
   const bool word = !text.empty() && std::all_of(text.begin(), text.end(), isFit);
   return word ? key.name + (" = " + std::string(text)) : example(key);
@@ -231,10 +239,9 @@ class Checker {
     } else if (key.form == Form::text && type != ut_attribute_type::str) {
       add(place,
           name + " has a value that is no text, which counts as none: write " + example(key));
-    } else if (key.form == Form::boolean && type != ut_attribute_type::int32) {
-      add(place, name + " has a value in quotes, which counts as no: write " + unquotedOf(key, a));
-    } else if (key.form == Form::number && type != ut_attribute_type::int32) {
-      add(place, name + " has a value in quotes, which counts as 0: write " + unquotedOf(key, a));
+    } else if (key.form != Form::text && type != ut_attribute_type::int32) {
+      add(place, name + " has a value in quotes, which counts as " + withoutValue(key.form) +
+                     ": write " + unquotedOf(key, a));
     }
   }
 

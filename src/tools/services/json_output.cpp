@@ -31,8 +31,9 @@ Json pluginOf(const Survey& survey, const PluginRecord& plugin) {
   Json services = Json::array();
   for (const ServiceRecord& service : plugin.services())
     services.push_back(serviceOf(survey, plugin, service));
-  Json ada = nullptr;
+  Json ada = nullptr, launchTimeout = nullptr;
   if (plugin.ada_exec_name()) ada = *plugin.ada_exec_name();
+  if (plugin.launch_timeout()) launchTimeout = *plugin.launch_timeout();
   return {{"id", plugin.id()},
           {"name", plugin.plugin_name()},
           {"file", survey.file_of(plugin).path},
@@ -44,6 +45,7 @@ Json pluginOf(const Survey& survey, const PluginRecord& plugin) {
           {"data", pairsOf(plugin.plugin_data())},
           {"persistent", plugin.is_persistent()},
           {"shared_object", plugin.is_shared_object()},
+          {"launch_timeout", launchTimeout},
           {"services", services}};
 }
 

@@ -14,21 +14,20 @@ namespace {
 
 using FileResult = ServiceDatabase::FileResult;
 
-// The blocks of a file that are spoken of, in the order in which the hub comes to them.
+// The places in a file that are spoken of, in the order in which the hub comes to them.
 struct Spots {
-  std::vector<Place> incomplete;  // lack what they must have
-  std::vector<Place> services;    // those of the file's plugins, one plugin after the other
+  std::vector<Place> refused;   // what the hub warns about and doesn't take
+  std::vector<Place> services;  // those of the file's plugins, one plugin after the other
   std::vector<const ut_attribute_list*> plugins;
 };
 
 void visitEntries(const BlockPlaces& places, const ut_attribute_list& section, const char* block,
-                  const char* required, std::vector<Place>& incomplete,
-                  std::vector<Place>* complete) {
+                  const char* required, std::vector<Place>& refused, std::vector<Place>* complete) {
   const ut_attribute_list* list = section.find_child(block);
   const ut_attribute_list* entry = list ? list->first_child() : nullptr;
   for (; entry; entry = entry->next_sibling()) {
     if (!entry->str_value(required))
-      incomplete.push_back(places.of(*entry));
+      refused.push_back(places.of(*entry));
     else if (complete)
       complete->push_back(places.of(*entry));
   }
@@ -36,13 +35,14 @@ void visitEntries(const BlockPlaces& places, const ut_attribute_list& section, c
 
 void visitSection(const BlockPlaces& places, const ut_attribute_list& section, Spots& spots) {
   if (!section.str_value("ExecName")) {
-    spots.incomplete.push_back(places.of(section));
+    spots.refused.push_back(places.of(section));
     return;
   }
   spots.plugins.push_back(&section);
-  visitEntries(places, section, "Arguments", "Arg", spots.incomplete, nullptr);
-  visitEntries(places, section, "ServicesProvided", "ServiceName", spots.incomplete,
-               &spots.services);
+  if (!PluginRecord::is_launch_timeout(section.int32_value("LaunchTimeout")))
+    spots.refused.push_back(places.of(section, "LaunchTimeout"));
+  visitEntries(places, section, "Arguments", "Arg", spots.refused, nullptr);
+  visitEntries(places, section, "ServicesProvided", "ServiceName", spots.refused, &spots.services);
 }
 
 Spots spotsOf(const BlockPlaces& places) {
@@ -58,17 +58,17 @@ Spots spotsOf(const BlockPlaces& places) {
   return spots;
 }
 
-// The hub reports what reading the file brings up, and then the blocks that it can't take.
+// The hub reports what reading the file brings up, and then what of it can't be taken.
 void placeReports(std::vector<Finding>& findings, const BlockPlaces& places,
-                  const std::vector<Place>& incomplete) {
+                  const std::vector<Place>& refused) {
   const std::size_t reading = std::min(findings.size(), places.reports().size());
   for (std::size_t i = 0; i < reading; ++i) findings[i].place = places.reports()[i].place;
   if (reading > 0 && !places.expected().empty()) {
     std::string& text = findings[reading - 1].text;
     text += (text.ends_with(':') ? " expected " : ": expected ") + places.expected();
   }
-  const std::size_t blocks = std::min(findings.size() - reading, incomplete.size());
-  for (std::size_t i = 0; i < blocks; ++i) findings[reading + i].place = incomplete[i];
+  const std::size_t taking = std::min(findings.size() - reading, refused.size());
+  for (std::size_t i = 0; i < taking; ++i) findings[reading + i].place = refused[i];
 }
 
 void append(std::vector<Finding>& findings, std::vector<Finding> more) {
@@ -175,7 +175,7 @@ void Survey::addOwnFindings(FileSurvey& file) const {
   }
   const BlockPlaces places(file.path.c_str());
   const Spots spots = spotsOf(places);
-  placeReports(file.findings, places, spots.incomplete);
+  placeReports(file.findings, places, spots.refused);
   if (file.result == FileResult::without_services)
     file.findings.push_back(
         {Severity::warning, whole, "has no block \"Services\", so that nothing is taken from it"});

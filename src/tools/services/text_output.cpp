@@ -56,6 +56,9 @@ class TextWriter {
     addLine("data", joined(plugin.plugin_data()));
     if (plugin.is_persistent()) addLine("persistent", " yes");
     if (plugin.is_shared_object()) addLine("shared object", " yes");
+    if (const auto seconds = plugin.launch_timeout())
+      addLine("launch timeout",
+              *seconds == 0 ? " none" : ' ' + std::to_string(*seconds) + " seconds");
     for (const ServiceRecord& service : plugin.services()) addService(plugin, service);
   }
 
