@@ -110,5 +110,9 @@ bool BenchProcess::start(const std::string& program, const std::vector<std::stri
 }
 
 bool BenchProcess::ended(int& status) const {
-  return process_ != 0 && platform::childEnded(process_, status);
+  std::size_t which = 0;
+  if (platform::waitForChildren(&process_, 1, true, 0, which) != platform::WaitOutcome::ended)
+    return false;
+  status = platform::childEnd(process_)->status();
+  return true;
 }

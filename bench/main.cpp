@@ -60,23 +60,19 @@ bool measure(const Measurements& measurements, int runs, std::string& error) {
 int drive(const Settings& settings, const std::string& only, const std::string& json) {
   platform::installStopSignals();
   platform::raiseDescriptorLimit();
-  Measurements paths, starts;
-  addPathMeasurements(settings, paths);
-  addStuckMeasurement(settings, paths);
-  addCrowdMeasurement(settings, paths);
-  addStartMeasurements(settings, starts);
-  choose(paths, only);
-  choose(starts, only);
-  if (paths.empty() && starts.empty()) return fail("no row has '" + only + "' in its name");
+  Measurements measurements;
+  addPathMeasurements(settings, measurements);
+  addStuckMeasurement(settings, measurements);
+  addCrowdMeasurement(settings, measurements);
+  addStartMeasurements(settings, measurements);
+  choose(measurements, only);
+  if (measurements.empty()) return fail("no row has '" + only + "' in its name");
   std::string error;
-  // A process that has held a crowd is large, and takes longer to start others.
-  for (const Measurements* next : {&starts, &paths})
-    if (!measure(*next, settings.runs, error)) return fail(error);
+  if (!measure(measurements, settings.runs, error)) return fail(error);
   std::vector<Row> rows;
-  for (const Measurements* next : {&paths, &starts})
-    for (const auto& measurement : *next)
-      for (const Row& row : measurement->rows())
-        if (row.isChosen) rows.push_back(row);
+  for (const auto& measurement : measurements)
+    for (const Row& row : measurement->rows())
+      if (row.isChosen) rows.push_back(row);
   std::printf(
       "%s build, %u processors, %d runs: median (least..greatest), ratios of neighbouring "
       "blocks: median (quartiles)\n\n%s",

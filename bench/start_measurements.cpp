@@ -15,6 +15,9 @@ namespace {
 constexpr int kDescriptions = 1000;
 constexpr int kRepetitions = 5;  // a start is short
 constexpr const char* kService = "Echo";
+// What a large process holds, in bytes, and how many programs it starts.
+constexpr std::size_t kHeld = std::size_t{512} << 20;
+constexpr int kStarts = 50;
 
 // Each gives milliseconds, or none with a text in `error`.
 using Start = std::function<std::optional<double>(const InstalledTree&, std::string& error)>;
@@ -125,6 +128,29 @@ class StartMeasurement : public Measurement {
   std::optional<InstalledTree> tree_;
 };
 
+// How long the starting process does nothing else, while it holds much memory and while it doesn't.
+class LargeProcessMeasurement : public Measurement {
+ public:
+  explicit LargeProcessMeasurement(Row row) : Measurement({std::move(row)}) {}
+
+  bool open(std::string&) override { return true; }
+
+  bool run(std::string& error) override {
+    for (const bool isLarge : {false, true}) {
+      const std::vector<char> held(isLarge ? kHeld : 0, 'x');
+      std::vector<double> times;
+      for (int i = 0; i < kStarts; ++i) {
+        BenchProcess program;
+        const Stopwatch watch;
+        if (!program.start("true", {}, error)) return false;
+        times.push_back(watch.milliseconds());
+      }
+      row(0).add(isLarge ? Path::hub : Path::direct, medianOf(times));
+    }
+    return true;
+  }
+};
+
 }  // namespace
 
 void addStartMeasurements(const Settings& settings, Measurements& measurements) {
@@ -142,4 +168,7 @@ void addStartMeasurements(const Settings& settings, Measurements& measurements) 
   add({"launch", "launch, from the request to the accepted reply", "ms", 2,
        "start of the same program to its connection, without a hub"},
       requestToAccepted, startToConnected, {kService});
+  measurements.push_back(std::make_unique<LargeProcessMeasurement>(
+      Row{"start_while_large", "start of a program, while holding 512 MiB", "ms", 3,
+          "the same start, while holding nothing"}));
 }

@@ -79,11 +79,11 @@ class Program {
 
   /// Waits for the end; true for exit code 0.
   bool finish() {
-    int status = -1;
-    if (!started_ || !awaitEnd(kPatience) || !platform::childEnded(process_, status)) {
+    if (!started_ || !awaitEnd(kPatience)) {
       std::fprintf(stderr, "demo: %s has not ended\n", name_.c_str());
       return false;
     }
+    const int status = platform::childEnd(process_).value_or(platform::ChildEnd()).status();
     started_ = false;
     platform::releaseChild(process_);
     std::printf("demo: %s has ended with exit code %d\n", name_.c_str(), status);

@@ -153,7 +153,7 @@ void RecordRace::checkEnd() {
   for (const platform::sim::Process* hub : hubs_) {
     if (!hub->killed)
       world_.report("the hub of process " + std::to_string(hub->id) + " doesn't end");
-    if (hub->killed && hub->status == 0 && hub->descriptorsAtEnd != 0)
+    if (hub->killed && hub->end.status() == 0 && hub->descriptorsAtEnd != 0)
       world_.report("a hub has left descriptors open");
   }
   if (!lockLost_ && readActiveHub(kZone, nullptr, nullptr).port != -1)

@@ -254,8 +254,8 @@ bool Run::endHub() {
         if (actor->process && !actor->process->killed && actor->pluginID() == -1) kill(*actor);
   }
   if (!hub_->returned) world_.report("the hub doesn't end");
-  if (hub_->returned && hub_->status != 0)
-    world_.report("the hub's exit status is " + std::to_string(hub_->status));
+  if (hub_->returned && hub_->end.status() != 0)
+    world_.report("the hub's exit status is " + std::to_string(hub_->end.status()));
   if (hub_->descriptorsAtEnd != 0)
     world_.report("the hub has left descriptors open: " + std::to_string(hub_->descriptorsAtEnd));
   return world_.pass(10000);

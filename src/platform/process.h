@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,8 +46,15 @@ enum class WaitOutcome { ended, timedOut, failed };
 WaitOutcome waitForChildren(const ProcessId* children, std::size_t count, bool all,
                             int milliseconds, std::size_t& ended);
 
-/// True if the child has ended; `status` is then its exit code, or 128 and the signal's number.
-bool childEnded(ProcessId child, int& status);
+struct ChildEnd {
+  bool bySignal = false;
+  int number = 0;  ///< its exit code, or the signal's number
+  /// Both in one number, as a shell tells them: 128 is added to that of a signal.
+  int status() const { return bySignal ? 128 + number : number; }
+};
+/// How the child has ended, if a wait of the readiness set or waitForChildren has noticed it. Of a
+/// child that runs it costs no call, so that it can stand in a loop.
+std::optional<ChildEnd> childEnd(ProcessId child);
 /// Nobody will ask for this child again. It is still collected when it ends.
 void releaseChild(ProcessId child);
 

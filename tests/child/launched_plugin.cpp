@@ -6,9 +6,11 @@
 //   provide NAME     registers NAME, takes every requester and stays until the hub goes
 //   idle             connects, registers nothing and stays
 //   vanish           connects and ends before it has negotiated
+//   complain TEXT .. writes TEXT on its standard error
 //   once FILE ...    makes FILE and goes on; if FILE is there, leaves the next word out
 //   exit             ends at once
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -53,9 +55,13 @@ int main(int argc, char** argv) {
   std::vector<std::string> words(argv + std::min(argc, 3), argv + argc);
   words.insert(words.end(), 2, "");
   auto word = words.begin();
-  for (; *word == "record" || *word == "await" || *word == "once"; word += 2) {
+  const auto isPrelude = [](const std::string& text) {
+    return text == "record" || text == "await" || text == "complain" || text == "once";
+  };
+  for (; isPrelude(*word); word += 2) {
     if (*word == "record") record(word[1], argc, argv);
     if (*word == "await") awaitFile(word[1]);
+    if (*word == "complain") std::fputs(word[1].c_str(), stderr);
     if (*word == "once" && std::filesystem::exists(word[1]))
       ++word;
     else if (*word == "once")

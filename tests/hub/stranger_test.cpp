@@ -48,10 +48,10 @@ class StrangerTest : public HubTest {
     platform::ProcessId child = 0;
     ASSERT_EQ(platform::startProcess(request, child), 0);
     std::size_t ended = 0;
-    int status = -1;
     platform::waitForChildren(&child, 1, true, kPatience, ended);
-    ASSERT_TRUE(platform::childEnded(child, status));
-    EXPECT_EQ(status, 0) << script;
+    const auto end = platform::childEnd(child);
+    ASSERT_TRUE(end);
+    EXPECT_EQ(end->status(), 0) << script;
   }
   HubProcess localStranger(const char* act, std::uint16_t at) const {
     return HubProcess({"--reuid=65534", "--regid=65534", "--clear-groups", "perl", "-e",

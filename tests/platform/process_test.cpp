@@ -27,11 +27,11 @@ StartRequest shell(const std::string& script, const std::string& name = "sh") {
 
 int endOf(ProcessId child) {
   std::size_t ended = 0;
-  int status = -1;
   waitForChildren(&child, 1, true, 10000, ended);
-  EXPECT_TRUE(childEnded(child, status));
+  const auto end = childEnd(child);
+  EXPECT_TRUE(end);
   releaseChild(child);
-  return status;
+  return end ? end->status() : -1;
 }
 
 ProcessId started(const StartRequest& request) {
@@ -92,9 +92,9 @@ TEST(Process, EndIsSeenByTheReadinessSetAndLeavesNoZombie) {
   }
   EXPECT_FALSE(fs::exists(entry) || processExists(child));
   EXPECT_EQ(terminateProcess(child), -ESRCH);
-  int status = -1;
-  EXPECT_TRUE(childEnded(child, status));
-  EXPECT_EQ(status, 7);
+  const auto end = childEnd(child);
+  ASSERT_TRUE(end);
+  EXPECT_TRUE(!end->bySignal && end->number == 7);
 }
 
 TEST(Process, WaitsWithATimeLimit) {

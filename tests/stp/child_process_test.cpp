@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "indgen/access.h"
@@ -143,13 +144,48 @@ TEST_F(ChildProcessTest, FailedLaunchesLeaveNothingOpenAndCanBeRepeated) {
   EXPECT_THAT(launch(), testing::StartsWith("[launch]: Program died "));
   EXPECT_EQ(status.code, STP_LAUNCH_FAILED);
   EXPECT_EQ(child.process(), 0);
-  int exitStatus = 0;
-  EXPECT_FALSE(platform::childEnded(last_process, exitStatus)) << "it was given up";
+  ASSERT_TRUE(child.childEnd());
+  EXPECT_TRUE(!child.childEnd()->bySignal && child.childEnd()->number == 3);
+  EXPECT_FALSE(platform::childEnd(last_process)) << "it was given up";
   EXPECT_LE(openDescriptors(), before);
   setScript(kConnect);
   child.setPassHost(false);
   EXPECT_EQ(launch(), "");
   EXPECT_THAT(said(), testing::MatchesRegex(std::string(gen_getcwd()) + ",[0-9]+,"));
+}
+
+TEST_F(ChildProcessTest, KeepsTheBeginningAndTheEndOfWhatAFailedChildHasWritten) {
+  platform::readiness();
+  const std::ptrdiff_t before = openDescriptors();
+  child.setKeepsErrors(true);
+  setScript("echo sad >&2; exit 1");
+  launch();
+  EXPECT_EQ(child.errorText(), "sad\n");
+  std::string numbers;
+  for (int i = 1; i <= 4000; ++i) numbers += std::to_string(i) + '\n';
+  setScript("seq 4000 >&2; exit 1");
+  launch();
+  EXPECT_EQ(child.errorText(), numbers.substr(0, STP_FIRST_ERRORS) + "\n[...]\n" +
+                                   numbers.substr(numbers.size() - STP_LAST_ERRORS));
+  EXPECT_LE(openDescriptors(), before);
+  child.setCommandLine("/no/such/program");
+  launch();
+  EXPECT_EQ(child.errorText(), "");
+}
+
+// Neither while it is caught nor when nobody listens any more.
+TEST_F(ChildProcessTest, WhatAChildWritesNeverHoldsItUp) {
+  const std::string much =
+      "for i in {1..1000}; do echo line; done >&2 && "
+      "head -c 10000000 /dev/zero >&2 && ";
+  setScript((much + "exec 3<>/dev/tcp/localhost/${@: -1} && read -u 3; " + much +
+             "echo fine >&3; read -u 3")
+                .c_str());
+  child.setKeepsErrors(true);
+  ASSERT_EQ(launch(), "");
+  EXPECT_THAT(child.errorText(), testing::StartsWith("line\nline\n"));
+  platform::sendBytes(transport->fileDescriptor(), "\n", 1);
+  EXPECT_EQ(said(), "fine\n");
 }
 
 TEST_F(ChildProcessTest, LeadsBackToADirectoryThatWasReplaced) {
@@ -189,6 +225,8 @@ TEST_F(ChildProcessTest, DeathEndsTheWaitAtOnce) {
   EXPECT_LT(platform::monotonicMilliseconds() - start, 2000u);
   EXPECT_STREQ(status.message, "[launch]: Program died before connecting.");
   EXPECT_EQ(child.process(), 0);
+  ASSERT_TRUE(child.childEnd());
+  EXPECT_TRUE(child.childEnd()->bySignal && child.childEnd()->number == SIGKILL);
   EXPECT_FALSE(fs::exists("/proc/" + std::to_string(process))) << "a zombie";
 }
 

@@ -40,9 +40,9 @@ HubProcess::~HubProcess() {
 
 int HubProcess::waitForEnd(int milliseconds) {
   std::size_t ended = 0;
-  int status = -1;
   platform::waitForChildren(&process_, 1, true, milliseconds, ended);
-  return platform::childEnded(process_, status) ? status : -1;
+  const auto end = platform::childEnd(process_);
+  return end ? end->status() : -1;
 }
 
 std::int64_t HubProcess::residentBytes() const {

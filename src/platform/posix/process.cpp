@@ -28,7 +28,7 @@ constexpr int kLowestPriority = 19;
 
 struct Child {
   int watch = -1;  // the process's own descriptor; -1 once it has ended
-  int status = 0;
+  ChildEnd end;
   bool released = false;
 };
 
@@ -67,37 +67,45 @@ int openProcess(ProcessId process) {
 // Owns a descriptor for the length of a function.
 class Descriptor {
  public:
-  explicit Descriptor(int value = -1) : value_(value) {}
-  ~Descriptor() { reset(); }
+  explicit Descriptor(int value) : value_(value) {}
+  ~Descriptor() {
+    if (value_ >= 0) close(value_);
+  }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   int get() const { return value_; }
-  void reset(int value = -1) {
-    if (value_ >= 0) close(value_);
-    value_ = value;
-  }
 
  private:
-  int value_;
+  const int value_;
 };
 
-// --- in the new process, where only calls that are safe after a fork are allowed ---
+// --- in the new process, which works on this one's memory until it has become the program: it
+// calls the system, changes nothing that this process goes on with, and takes no memory ---
 
-[[noreturn]] void refuse(int channel, int error) {
-  while (write(channel, &error, sizeof error) < 0 && errno == EINTR) {
-  }
+struct Birth {
+  const StartRequest& request;
+  const char* program;
+  char* const* arguments;
+  int nullDevice;
+  const StartState& state;
+  sigset_t mask;
+  volatile int refusal = 0;  // set by the new process
+};
+
+[[noreturn]] void refuse(Birth& birth, int error) {
+  birth.refusal = error;
   _exit(127);
 }
 
-void placeStandardHandles(const StartRequest& request, int nullDevice, int channel) {
-  std::array<int, 3> handles{request.input, request.output, request.error};
+void placeStandardHandles(Birth& birth) {
+  std::array<int, 3> handles{birth.request.input, birth.request.output, birth.request.error};
   // Out of the way first: a handle may itself be one of the numbers that are written over.
   for (int& handle : handles) {
-    handle = fcntl(handle < 0 ? nullDevice : handle, F_DUPFD_CLOEXEC, 3);
-    if (handle < 0) refuse(channel, errno);
+    handle = fcntl(handle < 0 ? birth.nullDevice : handle, F_DUPFD_CLOEXEC, 3);
+    if (handle < 0) refuse(birth, errno);
   }
   for (int target = 0; target < 3; ++target)
-    if (dup2(handles[static_cast<std::size_t>(target)], target) < 0) refuse(channel, errno);
+    if (dup2(handles[static_cast<std::size_t>(target)], target) < 0) refuse(birth, errno);
 }
 
 void keepNoOtherDescriptor() {
@@ -108,24 +116,40 @@ void keepNoOtherDescriptor() {
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
+// A handler goes with the memory that it works on: what a signal still meets here is the default.
 void restoreStartState(const StartState& state) {
   if (state.descriptors) setrlimit(RLIMIT_NOFILE, &*state.descriptors);
-  for (std::size_t signal = 1; signal < state.actions.size(); ++signal)
-    if (state.actions[signal])
-      sigaction(static_cast<int>(signal), &*state.actions[signal], nullptr);
+  for (std::size_t signal = 1; signal < state.actions.size(); ++signal) {
+    struct sigaction action {};
+    const auto& saved = state.actions[signal];
+    if (saved)
+      action = *saved;
+    else if (sigaction(static_cast<int>(signal), nullptr, &action) != 0)
+      continue;
+    const bool isHandled = action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
+    if (isHandled) action = {};
+    if (saved || isHandled) sigaction(static_cast<int>(signal), &action, nullptr);
+  }
 }
 
-[[noreturn]] void becomeChild(const StartRequest& request, const std::string& program,
-                              char* const* arguments, int nullDevice, int channel,
-                              const StartState& state, const sigset_t& mask) {
-  placeStandardHandles(request, nullDevice, channel);
+[[noreturn]] void becomeChild(Birth& birth) {
+  placeStandardHandles(birth);
   keepNoOtherDescriptor();
-  if (request.detached) setsid();
-  if (!request.directory.empty() && chdir(request.directory.c_str()) != 0) refuse(channel, errno);
-  restoreStartState(state);
-  sigprocmask(SIG_SETMASK, &mask, nullptr);
-  execvpe(program.c_str(), arguments, environ);
-  refuse(channel, errno);
+  if (birth.request.detached) setsid();
+  const std::string& directory = birth.request.directory;
+  if (!directory.empty() && chdir(directory.c_str()) != 0) refuse(birth, errno);
+  restoreStartState(birth.state);
+  sigprocmask(SIG_SETMASK, &birth.mask, nullptr);
+  execvpe(birth.program, birth.arguments, environ);
+  refuse(birth, errno);
+}
+
+// A copy of this process would take its page tables along, which takes longer the more it holds.
+// Comes back when the new one has become the program or has ended.
+[[gnu::noinline]] pid_t giveBirth(Birth& birth) {
+  const pid_t process = vfork();
+  if (process == 0) becomeChild(birth);
+  return process;
 }
 
 // --- in this process ---
@@ -150,16 +174,29 @@ void collectIfEnded(ProcessId process, Child& child) {
   readiness().forget(child.watch);
   close(child.watch);
   child.watch = -1;
-  child.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  const bool bySignal = WIFSIGNALED(status);
+  child.end = {bySignal, bySignal ? WTERMSIG(status) : WEXITSTATUS(status)};
 }
 
-void collectAll() {
+// The same, of one whose end a wait has seen.
+void collectIfSeen(ProcessId process, Child& child) {
+  if (readiness().isReadable(child.watch)) collectIfEnded(process, child);
+}
+
+void collectAll(void (*collect)(ProcessId, Child&)) {
   for (auto entry = children().begin(); entry != children().end();) {
     Child& child = entry->second;
-    collectIfEnded(entry->first, child);
+    collect(entry->first, child);
     const bool over = child.released && child.watch < 0;
     entry = over ? children().erase(entry) : std::next(entry);
   }
+}
+
+// Asks once for all of them, since mostly all are alive.
+void collectEnded() {
+  siginfo_t any{};
+  if (waitid(P_ALL, 0, &any, WEXITED | WNOHANG | WNOWAIT) != 0 || any.si_pid != 0)
+    collectAll(collectIfEnded);
 }
 
 int sendSignal(ProcessId process, int signal) {
@@ -188,7 +225,7 @@ void requestStop(int signal) {
 }  // namespace
 
 int startProcess(const StartRequest& request, ProcessId& child) {
-  collectAll();
+  collectEnded();
   if (request.program.empty()) return -ENOENT;
   const std::string program = programFile(request);
   if (program.empty()) return -ENOENT;
@@ -198,54 +235,40 @@ int startProcess(const StartRequest& request, ProcessId& child) {
   if (arguments.empty()) arguments.push_back(const_cast<char*>(request.program.c_str()));
   arguments.push_back(nullptr);
 
-  Descriptor nullDevice(open("/dev/null", O_RDWR | O_CLOEXEC));
-  int ends[2];
-  if (nullDevice.get() < 0 || pipe2(ends, O_CLOEXEC) != 0) return -errno;
-  Descriptor answer(ends[0]), channel(fcntl(ends[1], F_DUPFD_CLOEXEC, 3));
-  close(ends[1]);
-  if (channel.get() < 0) return -errno;
+  const Descriptor nullDevice(open("/dev/null", O_RDWR | O_CLOEXEC));
+  if (nullDevice.get() < 0) return -errno;
   // With its end ignored a child would vanish with its status.
   struct sigaction ended {};
   if (sigaction(SIGCHLD, nullptr, &ended) == 0 && ended.sa_handler == SIG_IGN)
     replaceAction(SIGCHLD, SIG_DFL);
 
-  const StartState& state = startState();
-  // A signal between fork and exec must neither run a handler of this program nor be lost.
-  sigset_t every, mask;
+  Birth birth{request, program.c_str(), arguments.data(), nullDevice.get(), startState(), {}};
+  // Until then a signal must neither run a handler of this program nor be lost.
+  sigset_t every;
   sigfillset(&every);
-  sigprocmask(SIG_SETMASK, &every, &mask);
-  const pid_t process = fork();
-  if (process == 0)
-    becomeChild(request, program, arguments.data(), nullDevice.get(), channel.get(), state, mask);
-  const int forkError = errno;
-  sigprocmask(SIG_SETMASK, &mask, nullptr);
-  if (process < 0) return -forkError;
+  sigprocmask(SIG_SETMASK, &every, &birth.mask);
+  const pid_t process = giveBirth(birth);
+  const int birthError = errno;
+  sigprocmask(SIG_SETMASK, &birth.mask, nullptr);
+  if (process < 0) return -birthError;
 
-  channel.reset();
-  nullDevice.reset();
   const int watch = openProcess(process);
-  int error = watch < 0 ? errno : 0;
-  if (error != 0) kill(process, SIGKILL);
-  // The channel closes by itself when the program has taken over.
-  int refusal = 0;
-  ssize_t got;
-  while ((got = read(answer.get(), &refusal, sizeof refusal)) < 0 && errno == EINTR) {
-  }
-  if (error == 0 && got == sizeof refusal) error = refusal;
+  const int error = birth.refusal != 0 ? birth.refusal : watch < 0 ? errno : 0;
   if (error != 0) {
+    kill(process, SIGKILL);
     while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
     }
     if (watch >= 0) close(watch);
     return -error;
   }
   readiness().watchProcess(watch);
-  children()[process] = Child{watch, 0, false};
+  children()[process] = Child{watch, {}, false};
   child = process;
   return 0;
 }
 
 void collectChildren() {
-  if (readiness().takeProcessEnded()) collectAll();
+  if (readiness().takeProcessEnded()) collectAll(collectIfSeen);
 }
 
 WaitOutcome waitForChildren(const ProcessId* ids, std::size_t count, bool all, int milliseconds,
@@ -281,24 +304,25 @@ WaitOutcome waitForChildren(const ProcessId* ids, std::size_t count, bool all, i
   }
 }
 
-bool childEnded(ProcessId process, int& status) {
+std::optional<ChildEnd> childEnd(ProcessId process) {
   const auto entry = children().find(process);
-  if (entry == children().end()) return false;
-  collectIfEnded(process, entry->second);
-  if (entry->second.watch >= 0) return false;
-  status = entry->second.status;
-  return true;
+  if (entry == children().end()) return std::nullopt;
+  collectIfSeen(process, entry->second);
+  if (entry->second.watch >= 0) return std::nullopt;
+  return entry->second.end;
 }
 
 void releaseChild(ProcessId process) {
   const auto entry = children().find(process);
-  if (entry != children().end()) entry->second.released = true;
-  collectAll();
+  if (entry == children().end()) return;
+  collectIfEnded(process, entry->second);
+  entry->second.released = true;
+  if (entry->second.watch < 0) children().erase(entry);
 }
 
 bool processExists(ProcessId process) {
   if (process <= 0) return false;
-  collectAll();
+  collectEnded();
   const Descriptor watch(openProcess(process));
   if (watch.get() < 0) {
     // Out of descriptors there is still the plain question, which can't tell the ended ones apart.

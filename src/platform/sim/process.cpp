@@ -21,16 +21,20 @@ Process* childOf(const Process& parent, ProcessId id) {
   return process && process->parent == &parent ? process : nullptr;
 }
 
+// The descriptor that watches a child, or -1 once it was collected.
+int watchOf(const Process& child) {
+  const auto& descriptors = World::current().self().descriptors;
+  for (std::size_t i = 0; i < descriptors.size(); ++i)
+    if (descriptors[i].isOpen && descriptors[i].child == child.id) return static_cast<int>(i);
+  return -1;
+}
+
 // The descriptor that watches an ended child has done its work.
 void collect(const Process& child) {
-  World& world = World::current();
-  const auto& descriptors = world.self().descriptors;
-  if (!child.killed) return;
-  for (std::size_t i = 0; i < descriptors.size(); ++i) {
-    if (!descriptors[i].isOpen || descriptors[i].child != child.id) continue;
-    readiness().forget(static_cast<int>(i));
-    world.close(static_cast<int>(i));
-  }
+  const int watch = child.killed ? watchOf(child) : -1;
+  if (watch < 0) return;
+  readiness().forget(watch);
+  World::current().close(watch);
 }
 
 int end(ProcessId id, bool atOnce) {
@@ -95,12 +99,13 @@ WaitOutcome waitForChildren(const ProcessId* children, std::size_t count, bool a
   return done() ? WaitOutcome::ended : WaitOutcome::timedOut;
 }
 
-bool childEnded(ProcessId id, int& status) {
+std::optional<ChildEnd> childEnd(ProcessId id) {
   const Process* child = childOf(World::current().self(), id);
-  if (!child || !child->killed) return false;
+  if (!child || !child->killed) return std::nullopt;
+  const int watch = watchOf(*child);
+  if (watch >= 0 && !readiness().isReadable(watch)) return std::nullopt;
   collect(*child);
-  status = child->status;
-  return true;
+  return child->end;
 }
 
 void releaseChild(ProcessId id) {

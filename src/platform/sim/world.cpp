@@ -15,7 +15,7 @@ constexpr int kMostSteps = 200000;
 constexpr int kMostIdleCalls = 20000;
 // Milliseconds that each call of a killed process seems to take.
 constexpr std::uint64_t kKilledStep = 100;
-constexpr int kKilledStatus = 128 + 9;
+constexpr int kKillSignal = 9;
 
 World* theWorld = nullptr;
 thread_local Process* thisProcess = nullptr;
@@ -91,14 +91,14 @@ void World::finish(Process& process, int status) {
   process.returned = true;
   if (!wasAlive) return;
   process.killed = true;
-  process.status = status;
+  process.end = {false, status};
   closeAll(process);
 }
 
 void World::kill(Process& process) {
   if (process.killed) return;
   process.killed = true;
-  process.status = kKilledStatus;
+  process.end = {true, kKillSignal};
   closeAll(process);
 }
 

@@ -101,7 +101,7 @@ struct Process {
   bool killed = false;    ///< it is over for everybody else, its thread is on the way out
   bool returned = false;  ///< the thread is over too
   bool released = false;  ///< the parent doesn't ask for it any more
-  int status = 0;
+  ChildEnd end;
 };
 
 class World {

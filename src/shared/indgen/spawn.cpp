@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -110,10 +111,9 @@ platform::ProcessId gen_wait_processes(int* status, bool wait_all, int timeout,
   const platform::WaitOutcome outcome =
       platform::waitForChildren(handles, static_cast<std::size_t>(count), wait_all, timeout, ended);
   if (outcome == platform::WaitOutcome::timedOut) return 0;
-  int code = 0;
-  if (outcome == platform::WaitOutcome::failed || !platform::childEnded(handles[ended], code))
-    return -1;
-  if (status) *status = code;
+  if (outcome == platform::WaitOutcome::failed) return -1;
+  const std::optional<platform::ChildEnd> end = platform::childEnd(handles[ended]);
+  if (status && end) *status = end->status();
   return handles[ended];
 }
 

@@ -113,9 +113,11 @@ ArgumentVector STPChildProcess::argumentsWithPort() const {
 
 void STPChildProcess::startProgram(const ArgumentVector& arguments) {
   const DirectoryHolder holder(workingDirectory_);
+  childEnd_.reset();
+  if (keepsErrors_) errors_.open();
   errno = 0;
-  const bool started =
-      gen_spawn_argv(arguments[0], arguments.data(), &process_, -1, -1, -1, GEN_DETACHED_PROCESS);
+  const bool started = gen_spawn_argv(arguments[0], arguments.data(), &process_, -1, -1,
+                                      errors_.descriptor(), GEN_DETACHED_PROCESS);
   startError_ = started ? 0 : errno;
 }
 
@@ -125,11 +127,22 @@ void STPChildProcess::dropProcess() {
   process_ = 0;
 }
 
+bool STPChildProcess::hasDied() {
+  childEnd_ = platform::childEnd(process_);
+  return childEnd_.has_value();
+}
+
+std::string STPChildProcess::errorText() {
+  errors_.collectAll();
+  return errors_.text();
+}
+
 void STPChildProcess::endFailedLaunch() {
   if (process_ != 0) {
     platform::killProcess(process_);
     dropProcess();
   }
+  errors_.close();
   port_.close();
 }
 
@@ -141,11 +154,12 @@ void STPChildProcess::startLaunch(STPStatus* status) {
   port_.open(status);
   if (!status->good()) return;
   startProgram(argumentsWithPort());
-  int exitStatus = 0;
+  // No wait of the readiness set has seen anything of it yet.
+  std::size_t ended = 0;
+  platform::waitForChildren(&process_, 1, true, 0, ended);
   if (process_ == 0) {
     status->set(STP_LAUNCH_FAILED, "[launch]: Program could not start (not found?).");
-  } else if (platform::childEnded(process_, exitStatus)) {
-    dropProcess();
+  } else if (hasDied()) {
     status->set(STP_LAUNCH_FAILED, "[launch]: Program died upon launch.");
   } else {
     port_.listenWith(transport_, status);
@@ -163,11 +177,12 @@ bool STPChildProcess::pollLaunch(STPStatus* status) {
     return false;
   }
   if (childConnected_) return true;
-  int exitStatus = 0;
-  if (platform::childEnded(process_, exitStatus)) {
+  errors_.collect();
+  if (hasDied()) {
     status->set(STP_LAUNCH_FAILED, "[launch]: Program died before connecting.");
   } else {
     childConnected_ = port_.tryAccept(status);
+    if (childConnected_) errors_.close();
   }
   if (!status->good()) endFailedLaunch();
   return childConnected_;

@@ -8,9 +8,13 @@
 // fails has closed its port, and leaves the transport idle.
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "libcxxutil/ut_retryhandler.h"
 #include "platform/process.h"
 #include "stp_transport/child/argument_vector.h"
+#include "stp_transport/child/child_errors.h"
 #include "stp_transport/child/private_port.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -41,6 +45,9 @@ class STPChildProcess {
   /// Where the child starts, and from where a relative program is seen. Null: where this process
   /// is, which also serves if the directory can't be entered.
   void setWorkingDirectory(const char* text);
+  /// Whether what the child writes on its standard error is kept until it has connected; at first
+  /// it isn't. The child never waits for a reader, and finds none amiss.
+  void setKeepsErrors(bool flag) { keepsErrors_ = flag; }
 
   // --- Launching ---
   /// Starts the child and waits until it has connected or the launch has failed. Without a handler
@@ -57,6 +64,11 @@ class STPChildProcess {
   platform::ProcessId process() const { return process_; }
   /// Why the program couldn't be started, as an `errno` number; 0 if it could, or wasn't tried.
   int startError() const { return startError_; }
+  /// How the child has ended, if that has ended the latest launch.
+  std::optional<platform::ChildEnd> childEnd() const { return childEnd_; }
+  /// What the child of the latest launch has written so far, as it was written: all of it, or the
+  /// first STP_FIRST_ERRORS and the last STP_LAST_ERRORS bytes with a mark between.
+  std::string errorText();
 
   /// Gives the child as long as the handler allows to end by itself, then ends it; at once if
   /// `retry` is null.
@@ -67,6 +79,7 @@ class STPChildProcess {
  private:
   bool canLaunch(STPStatus* status) const;
   ArgumentVector argumentsWithPort() const;
+  bool hasDied();
   void startProgram(const ArgumentVector& arguments);
   void dropProcess();
   void endFailedLaunch();
@@ -78,6 +91,9 @@ class STPChildProcess {
   const bool killOnDestroy_;
   platform::ProcessId process_ = 0;
   int startError_ = 0;
+  std::optional<platform::ChildEnd> childEnd_;
+  bool keepsErrors_ = false;
+  ChildErrors errors_;
   int portIndex_ = 1;
   gen_text workingDirectory_;
   PrivatePort port_;
