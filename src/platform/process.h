@@ -55,6 +55,8 @@ struct ChildEnd {
 /// How the child has ended, if a wait of the readiness set or waitForChildren has noticed it. Of a
 /// child that runs it costs no call, so that it can stand in a loop.
 std::optional<ChildEnd> childEnd(ProcessId child);
+/// What the system calls a signal, such as "Killed".
+std::string signalName(int number);
 /// Nobody will ask for this child again. It is still collected when it ends.
 void releaseChild(ProcessId child);
 

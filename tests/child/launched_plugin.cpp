@@ -8,7 +8,8 @@
 //   vanish           connects and ends before it has negotiated
 //   complain TEXT .. writes TEXT on its standard error
 //   once FILE ...    makes FILE and goes on; if FILE is there, leaves the next word out
-//   exit             ends at once
+//   exit             ends at once, with the status 3
+//   die              is killed by a signal
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -68,6 +69,7 @@ int main(int argc, char** argv) {
       std::ofstream(word[1]) << "x";
   }
   if (*word == "exit") return 3;
+  if (*word == "die") platform::killProcess(platform::currentProcess());
   std::string error;
   HublinkPlugin plugin;
   if (*word == "vanish") {

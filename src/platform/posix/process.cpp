@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -310,6 +311,11 @@ std::optional<ChildEnd> childEnd(ProcessId process) {
   collectIfSeen(process, entry->second);
   if (entry->second.watch >= 0) return std::nullopt;
   return entry->second.end;
+}
+
+std::string signalName(int number) {
+  const char* name = strsignal(number);
+  return name ? name : "";
 }
 
 void releaseChild(ProcessId process) {

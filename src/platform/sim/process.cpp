@@ -108,6 +108,10 @@ std::optional<ChildEnd> childEnd(ProcessId id) {
   return child->end;
 }
 
+std::string signalName(int) {
+  return "Killed";
+}
+
 void releaseChild(ProcessId id) {
   Process* child = childOf(World::current().self(), id);
   if (!child) return;
