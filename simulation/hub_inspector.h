@@ -10,7 +10,8 @@
 
 class HublinkInspector {
  public:
-  explicit HublinkInspector(const Hublink& hub) : hub_(hub) {}
+  explicit HublinkInspector(const Hublink& hub)
+      : hub_(hub), plugins_(hub.plugins_), broker_(hub.broker_) {}
 
   /// The first thing that isn't as it must be; empty if all is whole.
   std::string firstFault();
@@ -18,13 +19,24 @@ class HublinkInspector {
   int waitingRequests(std::int32_t pluginID) const;
   int waitingStarts(std::int32_t pluginID) const;
   std::size_t connections() const;
+  /// Launches and connects in hand.
+  std::size_t inHand() const;
   /// Nothing is owned, registered or awaited.
   bool isEmpty() const;
   std::string describe() const;
 
  private:
-  using Awaited = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
+  using AwaitedPlugin = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
+
+  std::string faultOfPlugins();
+  std::string faultOfTables() const;
+  std::string faultOfWaiting();
+  std::string faultOfLinks() const;
 
   const Hublink& hub_;
-  std::set<Awaited> awaited_;  // requests as requester, cookie and awaited plugin, last time
+  const ConnectedPlugins& plugins_;
+  const Broker& broker_;
+  std::set<const HublinkConnection*> alive_;
+  std::set<std::int32_t> ids_;       // of those
+  std::set<AwaitedPlugin> awaited_;  // requests as requester, cookie and awaited plugin, last time
 };

@@ -44,16 +44,16 @@ int RecordRace::runHub(const std::vector<std::string>& arguments) {
   hubs_.push_back(&world_.self());
   platform::installStopSignals();
   Hublink hub(database_, 0, nullptr, nullptr);
-  hub.setTcpOnly(choice_.tcpOnly);
+  hub.entrance().setTcpOnly(choice_.tcpOnly);
   if (arguments.size() > 2 && arguments[1] == "-connect_hublink" &&
       !hub.connectToPeer("localhost", static_cast<std::uint32_t>(std::stoul(arguments[2]))))
     return 1;
   if (!hub.startListening(false, kZone, true)) return 1;
   say_("process " + std::to_string(world_.self().id) + " is a hub on " +
-       std::to_string(hub.getPort()));
+       std::to_string(static_cast<std::uint16_t>(hub.entrance().port())));
   runMainLoop(hub);
   hub.shutdownPlugins(hub.hasNoActiveRecord(), 1000);
-  say_("the hub on " + std::to_string(hub.getPort()) + " ends");
+  say_("the hub on " + std::to_string(static_cast<std::uint16_t>(hub.entrance().port())) + " ends");
   return 0;
 }
 

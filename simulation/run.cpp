@@ -124,13 +124,13 @@ int Run::runHub() {
     if (scenario_.seed % 2 == 1) stpProcess().backlogLimit = kSmallBacklog;
     if (scenario_.seed % 4 < 2) stpProcess().holdLimit = kSmallHold;
     Hublink hub(database_, 0, nullptr, nullptr);
-    hub.setTcpOnly(scenario_.seed % 11 == 0);
+    hub.entrance().setTcpOnly(scenario_.seed % 11 == 0);
     HublinkInspector inspector(hub);
     inspector_ = &inspector;
     if (!hub.connectToPeer("localhost", stage_.anchorPort) ||
         !hub.startListening(!isShared_, "simulation"))
       return 2;
-    stage_.hubPort = hub.getPort();
+    stage_.hubPort = static_cast<std::uint16_t>(hub.entrance().port());
     platform::installStopSignals();
     runMainLoop(hub, [&] {
       ++passes_;

@@ -20,9 +20,11 @@ TEST_F(EntryTest, RefusesToStart) {
   const std::string usage =
       "Usage: hublink [-port <port>|-connect_hublink <port>] [-log <log file>] [-hl_log_internal "
       "<log file> [-not_shared]\n       [-hl_zone <zone>] [-loopback_only] [-any_user] [-tcp_only] "
-      "[-no_busy_poll]\n";
+      "[-no_busy_poll]\n       [-launch_timeout <seconds>]\n";
   const std::string noPort =
       "Error: Must specify a port that the hublink listens on or connects to.\n";
+  const std::string noSeconds =
+      "Error: The launch timeout must be a number of seconds, at most 86400.\n";
   const std::string inUse =
       "Unable to setup transport layer, specified port may already be in use.\n";
   const std::string noPeer = "Unable to setup transport layer.\n";
@@ -33,6 +35,8 @@ TEST_F(EntryTest, RefusesToStart) {
       {{"-connect_hublink", nobody, "-hl_zone"}, "Error: Option -hl_zone needs a value.\n"},
       {{"-port", "65536"}, "Error: The port must be at most 65535.\n"},
       {{"-connect_hublink", "-1"}, "Error: The port must be at most 65535.\n"},
+      {{"-port", takenPort, "-launch_timeout", "soon"}, noSeconds},
+      {{"-port", takenPort, "-launch_timeout", "86401"}, noSeconds},
       {{"-port", "0"}, noPort},
       {{"-port", "abc"}, noPort},
       {{"-not_shared"}, noPort},

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <sstream>
 
 #include "indgen/spawn.h"
@@ -68,6 +67,12 @@ class LaunchTest : public HubTest {
     plain({"idle"}, "NeverRegisters");
     plain({"provide", "AnotherName"}, "Misnamed");
     plain({"await", directory / "go", "provide", "Slow"}, "Slow");
+    plain({"complain", "first line\\n\\033[2J", "await", directory / "goComplains", "exit"},
+          "Complains");
+    plain({"complain", "last words", "await", directory / "goKilled", "die"}, "Killed");
+    file << section("launched_plugin",
+                    {"complain", "I wait", "await", directory / "goHangs", "exit"}, "Hangs",
+                    "LaunchTimeout = 1");
     plain({"once", directory / "tried", "vanish", "provide", "SecondTry"}, "SecondTry");
     file << section("thing.so", {}, "Library", "SharedObject = yes AdaExecName = \"ada.so\"");
     file << section(
@@ -204,7 +209,7 @@ TEST_F(LaunchTest, QueriesStartPluginsAsWell) {
   // Who asks again, in whichever way, joins the launch that a question began.
   first->query("NeverRegisters", 10);
   first->ask("NeverRegisters", 11);
-  EXPECT_EQ(first->counts().substr(0, 2), "3/");
+  awaitCounts("3/3");
 }
 
 TEST_F(LaunchTest, ChildrenSeeTheirArgumentsAndEnvironment) {
@@ -310,35 +315,114 @@ TEST_F(LaunchTest, AClientStartsItsOwnProvider) {
   EXPECT_EQ(started->counts(), "2/2");
 }
 
-// While a launch waits, packets between plugins go on, up to each one's first word to the hub.
-TEST_F(LaunchTest, OthersTalkWhileAChildIsSlow) {
-  RawPeer a = joinRaw(), b = joinRaw(), leaving = joinRaw();
-  const std::int32_t rnA = reserveRN(a), rnB = reserveRN(b);
-  const auto packet = [](std::int32_t to, std::uint32_t number) {
-    return packetBytes({.destination = static_cast<std::uint32_t>(to), .id = number}, "8 bytes.");
-  };
+// While a program takes its time, everybody else gets all that a hub does.
+TEST_F(LaunchTest, ALaunchDelaysNobody) {
   first->ask("Slow", 1);
-  first->getTransport()->handleWrite();
-  EXPECT_TRUE(await([&] { return logHas("Launching plugin launched_plugin"); }));
+  first->query("OnPath", 2);
+  EXPECT_EQ(first->counts(), "1/1") << "who has asked himself isn't kept waiting either";
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 2 'OnPath' 2 0");
+  RawEnds raw = joinTwo();
+  auto& [a, b] = raw;
   for (std::uint32_t i = 100; i < 200; ++i) {
-    a.send(packet(rnB, i));
-    ASSERT_EQ(b.next().id(), i);
-    b.send(packet(rnA, i));
-    ASSERT_EQ(a.next().id(), i);
+    a.peer.send(packetBytes({.destination = b.rn, .id = i}, "8 bytes."));
+    ASSERT_EQ(b.peer.next().id(), i);
   }
-  // What stands behind a word to the hub waits with it, also if its sender has gone by then.
-  leaving.send(hubMessageBytes("RequestLocation", Numbers{}) + packet(rnB, 600));
-  leaving.close();
-  a.send(hubMessageBytes("RequestLocation", Numbers{}) + packet(rnB, 500));
-  b.send(packet(rnA, 501));
-  EXPECT_EQ(a.next().id(), 501u) << "the answer of the hub would have come first";
-  b.send(packet(rnB, 502));
-  EXPECT_EQ(b.next().id(), 502u);
+  EXPECT_TRUE(b.peer.isAnswered());
+  const Plugin other = join();  // plugin 5
+  other->ask("Beside", 3);
+  EXPECT_THAT(other->next(), HasSubstr("'Beside'"));
+  // Others find the launch, unless they want their own.
+  other->ask("Slow", 4);
+  other->query("Slow", 5);
+  other->ask("Slow", 6, -1, true);
+  EXPECT_EQ(other->counts(), "6/6");
   touch("go");
-  EXPECT_EQ(a.next().id(), indexOf(kHubSends, "LocationEvent"));
-  const std::set<std::uint32_t> held{b.next().id(), b.next().id()};
-  EXPECT_EQ(held, (std::set<std::uint32_t>{500, 600}));
-  EXPECT_EQ(first->next(), "ConnectionReplyEvent 'Slow' 13 1 0 1 12 5 null 1");
+  int provider[7]{};
+  for (int i = 0; i < 2; ++i) {
+    const std::string line = other->next();
+    int plugin = 0, cookie = 0;
+    if (std::sscanf(line.c_str(), "ConnectionReplyEvent 'Slow' %*d 1 0 1 %*d %d null %d", &plugin,
+                    &cookie) != 2)
+      --i;
+    else
+      provider[cookie] = plugin;
+  }
+  EXPECT_THAT(first->next(), StartsWith("ConnectionReplyEvent 'Slow' "));
+  EXPECT_THAT(provider[4] + provider[6], ::testing::AllOf(::testing::Ge(14), ::testing::Le(16)));
+  awaitCounts("8/8");
+}
+
+// What becomes of a child is told to those who wait, and in the log with what it has said.
+TEST_F(LaunchTest, WhatHasBecomeOfAChild) {
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {"Missing", "no_such_program: No such file or directory\n", ""},
+      {"Complains", "launched_plugin: exited with status 3\n", "first line|\\x1b[2J"},
+      {"Killed", "launched_plugin: killed by signal 9 (Killed)\n", "last words"},
+      {"Hangs", "launched_plugin: it hasn't connected within 1 s\n", "I wait"},
+  };
+  const Plugin other = join();
+  for (const auto& [service, outcome, words] : cases) {
+    first->ask(service.c_str(), 1);
+    first->RequestLocation();
+    const bool isAtOnce = service == "Missing";
+    if (isAtOnce) {
+      EXPECT_EQ(first->next(), failureReply(service, 1));
+    }
+    EXPECT_TRUE(first->nextIs("LocationEvent"));
+    if (isAtOnce) continue;
+    other->ask(service.c_str(), 2);  // joins
+    if (service != "Hangs") touch("go" + service);
+    EXPECT_EQ(first->next(), failureReply(service, 1));
+    EXPECT_EQ(other->next(), failureReply(service, 2));
+    EXPECT_TRUE(logHas(outcome)) << outcome;
+    std::istringstream lines(words);
+    for (std::string line; std::getline(lines, line, '|');)
+      EXPECT_TRUE(logHas(": launched_plugin: " + line + "\n")) << line;
+  }
+  touch("goHangs");
+  awaitCounts("2/2");
+}
+
+// The provider has come by another road while its launch was in hand, which then fails.
+TEST_F(LaunchTest, AFailedLaunchLeavesARegisteredProvider) {
+  const Plugin other = join();
+  first->ask("Complains", 1);
+  first->ask("Complains", 2, -1, true);
+  first->query("Complains", 3);
+  first->counts();
+  const std::int32_t rn = other->provide("Complains");
+  EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 3 'Complains' 2 0");
+  touch("goComplains");
+  EXPECT_THAT(other->next(), StartsWith("ConnectionRequestedEvent 1 "));
+  EXPECT_EQ(first->next(), failureReply("Complains", 2));
+  other->ConnectionAcceptedEvent(rn, rn + 1, true);
+  EXPECT_EQ(first->nextNumber("ConnectionReplyEvent"), 1);
+}
+
+// Its requester goes, in whichever way; the program comes all the same.
+TEST_F(LaunchTest, ALaunchOutlivesItsRequester) {
+  for (const bool isPolite : {true, false}) {
+    const Plugin requester = join();
+    requester->ask("Slow", 1, -1, true);
+    requester->counts();
+    if (isPolite)
+      requester->RequestHublinkDisconnect();
+    else
+      requester->vanish();
+  }
+  awaitCounts("1/1");
+  touch("go");
+  awaitCounts("3/3");
+}
+
+// A launch in hand keeps the hub, and keeps it no longer than it lasts.
+TEST_F(LaunchTest, ALaunchKeepsTheHubUp) {
+  first->ask("Hangs", 1);
+  first->counts();
+  first->vanish();
+  EXPECT_EQ(hub->waitForEnd(), 0);
+  EXPECT_TRUE(logHas("launched_plugin: it hasn't connected within 1 s\n"));
+  touch("goHangs");
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ TEST_F(RemoteTest, ConnectsToAPluginThatListens) {
     first->RequestPluginConnect("localhost", at, 6);
     settle();
   });
-  EXPECT_EQ(first->counts(), "2/1");
+  awaitCounts("2/1");
   const Plugin remote = makeCounted<TestPlugin>(link.get());
   EXPECT_EQ(remote->next(), "PluginId 2");  // the failure used up no ID
   EXPECT_EQ(first->next(), "PluginConnectedEvent 6 2 ''");

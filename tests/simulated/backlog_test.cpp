@@ -10,6 +10,7 @@
 #include "hublink_plugin/hublink_plugin.h"
 #include "platform/clock.h"
 #include "platform/sim/world.h"
+#include "service_database/service_database.h"
 #include "services/hublink/hublink.h"
 #include "stp_transport/transport/stp_process_state.h"
 
@@ -39,7 +40,7 @@ class Backlog : public testing::Test {
       platform::installStopSignals();
       Hublink running(database, 0, nullptr, log.get());
       running.startListening(true, nullptr);
-      port = running.getPort();
+      port = static_cast<std::uint16_t>(running.entrance().port());
       while (!platform::stopRequested()) {
         running.servicePass(500);
         ++passes;

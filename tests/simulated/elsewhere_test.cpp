@@ -8,6 +8,7 @@
 #include "hublink_plugin/hublink_plugin.h"
 #include "indgen/scratch.h"
 #include "platform/sim/world.h"
+#include "service_database/service_database.h"
 #include "services/hublink/hublink.h"
 #include "stp_transport/transport/stp_socket.h"
 
@@ -29,7 +30,7 @@ class Elsewhere : public testing::Test {
     world.start("hub", [this](const auto&) {
       Hublink hub(database, 0, nullptr, log.get());
       hub.startListening(true, nullptr);
-      port = hub.getPort();
+      port = static_cast<std::uint16_t>(hub.entrance().port());
       while (!platform::stopRequested()) hub.servicePass(500);
       return 0;
     });

@@ -11,6 +11,7 @@
 #include "indgen/scratch.h"
 #include "platform/clock.h"
 #include "platform/sim/world.h"
+#include "service_database/service_database.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/main_loop.h"
 
@@ -40,9 +41,9 @@ class RecordTest : public testing::Test {
   Process& startHub() {
     return start([this] {
       Hublink hub(database, 0, nullptr, nullptr);
-      hub.setLastPluginID(lastPluginID);
+      hub.plugins().ids().setLimit(lastPluginID);
       if (!hub.startListening(false, "zone")) return 1;
-      port = hub.getPort();
+      port = static_cast<std::uint16_t>(hub.entrance().port());
       runMainLoop(hub, [this] { passes += hasRecord(); });
       return 0;
     });

@@ -6,7 +6,8 @@
 const char* const kUsage =
     "Usage: %s [-port <port>|-connect_hublink <port>] [-log <log file>] "
     "[-hl_log_internal <log file> [-not_shared]\n"
-    "       [-hl_zone <zone>] [-loopback_only] [-any_user] [-tcp_only] [-no_busy_poll]\n";
+    "       [-hl_zone <zone>] [-loopback_only] [-any_user] [-tcp_only] [-no_busy_poll]\n"
+    "       [-launch_timeout <seconds>]\n";
 
 const char* const kOptionHelp =
     "The hub of a suite of development tools: brokers named services between plugins.\n"
@@ -23,6 +24,9 @@ const char* const kOptionHelp =
     "round\n"
     "                                trip half as much again and saves a busy hub's processor "
     "time\n"
+    "  -launch_timeout <seconds>     how long a plugin that the hub starts may take to connect; "
+    "30\n"
+    "                                without this, 0 for any time\n"
     "  -hl_zone <zone>               the name by which tools find the hub\n"
     "  -not_shared                   let nobody find it, and stop as soon as no plugin keeps it "
     "up\n"
@@ -44,6 +48,7 @@ enum class Option {
   zone,
   log,
   internalLog,
+  launchTimeout,
   notShared,
   loopbackOnly,
   anyUser,
@@ -60,6 +65,7 @@ Option optionOf(const char* argument) {
                   {"hl_zone", Option::zone},
                   {"log", Option::log},
                   {"hl_log_internal", Option::internalLog},
+                  {"launch_timeout", Option::launchTimeout},
                   {"not_shared", Option::notShared},
                   {"loopback_only", Option::loopbackOnly},
                   {"any_user", Option::anyUser},
@@ -69,6 +75,14 @@ Option optionOf(const char* argument) {
   for (const auto& entry : kOptions)
     if (gen_equal_nocase(argument + 1, entry.name)) return entry.option;
   return Option::none;
+}
+
+std::int32_t launchSeconds(const char* text) {
+  const char* end = nullptr;
+  const std::uint32_t seconds = gen_strtoul(text, &end, 10);
+  const bool isNumber = *text >= '0' && *text <= '9' && *end == '\0';
+  const auto limit = static_cast<std::uint32_t>(PluginRecord::kMostLaunchTimeout);
+  return isNumber && seconds <= limit ? static_cast<std::int32_t>(seconds) : -1;
 }
 
 }  // namespace
@@ -91,6 +105,7 @@ CommandLine parseCommandLine(int argc, char** argv) {
     if (option == Option::zone) line.zone = value;
     if (option == Option::log) line.logFile = value;
     if (option == Option::internalLog) line.internalLogFile = value;
+    if (option == Option::launchTimeout) line.launchTimeout = launchSeconds(value);
     if (option == Option::connect) line.connectMode = true;
     if (option == Option::port || option == Option::connect)
       line.port = gen_strtoul(value, nullptr, 0);

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "services/hublink/launcher.h"
+
 struct CommandLine {
   std::uint32_t port = 0;         ///< 0: none was given
   bool connectMode = false;       ///< connect to `port` first, then listen on a free port
@@ -10,10 +12,13 @@ struct CommandLine {
   const char* logFile = nullptr;  ///< of the plugins' log
   const char* internalLogFile = nullptr;
   bool notShared = false;
-  bool loopbackOnly = false;           ///< listen on 127.0.0.1 alone
-  bool anyUser = false;                ///< take connections of every user of this machine
-  bool tcpOnly = false;                ///< offer no socket of this machine beside the port
-  bool noBusyPolling = false;          ///< sleep at once whenever there is nothing to do
+  bool loopbackOnly = false;   ///< listen on 127.0.0.1 alone
+  bool anyUser = false;        ///< take connections of every user of this machine
+  bool tcpOnly = false;        ///< offer no socket of this machine beside the port
+  bool noBusyPolling = false;  ///< sleep at once whenever there is nothing to do
+  /// Seconds that a launched plugin may take to connect, 0 for no limit; -1: what was given is no
+  /// such number.
+  std::int32_t launchTimeout = Launcher::kTimeout;
   const char* missingValue = nullptr;  ///< the option that stood last without its value
 };
 

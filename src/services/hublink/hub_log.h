@@ -1,28 +1,30 @@
-// The log of -hl_log_internal: the hub's own lines and the trace of all connections, each traced
-// line with the plugin that it is about.
-//
-// No text within a line can pass for another line. What the hub itself writes, names included,
-// stays on one line, with line ends and tabulators as `\n` and `\t`. A text of a message is written
-// as it is, line ends too, but behind the first of them each time stamp gets a `>` in front.
+// Where the hub writes what it has to tell, each place of which may be missing: its internal log,
+// and the log that plugins write into.
 #pragma once
 
-#include "stp_transport/log/stp_log.h"
+#include <cstdio>
+#include <memory>
+#include <string_view>
 
-class Hublink;
+#include "services/hublink/internal_file_log.h"
 
-class HLInternalFileLog : public TimestampedSTPFileLog {
+class HubLog {
  public:
-  /// `hub` is kept and not owned; with `owned` the destructor closes `file`.
-  HLInternalFileLog(Hublink* hub, std::FILE* file, bool owned);
-  ~HLInternalFileLog() override;
-  using TimestampedSTPFileLog::write;
-  void write(const char* bytes, std::size_t length) override;
-  /// Writes the time stamp and a tag: "name(id)" or "Plugin id", -1 for a spec that is no plugin.
-  void begin(const STPSpecClass* spec, std::uint32_t flag) override;
-  /// Writes a line of the hub's own: the time stamp without a tag, and the text.
-  void writeOwnLine(const char* format, std::va_list arguments);
+  /// `pluginLog` and `internalFile` may be null and aren't owned.
+  HubLog(Hublink* hub, STPFileLog* pluginLog, std::FILE* internalFile);
+
+  /// Writes a line of the hub's own to the internal log, if there is one.
+  void logInternal(const char* format, ...) GEN_PRINTF(2, 3);
+  /// Tells what a program has written on its standard error, each line marked with the program's
+  /// name: in the internal log, or without one on the hub's own standard error.
+  void tellErrors(const char* program, std::string_view text);
+  /// Nothing more is written to the internal log.
+  void endInternal() { internal_.reset(); }
+  /// Null without the log.
+  HLInternalFileLog* internal() const { return internal_.get(); }
+  STPFileLog* plugins() const { return plugins_; }
 
  private:
-  Hublink* hub_;
-  bool goesOn_ = false;  // the present line has had a line end
+  STPFileLog* plugins_;
+  std::unique_ptr<HLInternalFileLog> internal_;
 };

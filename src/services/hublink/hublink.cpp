@@ -1,9 +1,6 @@
 #include "services/hublink/hublink.h"
 
-#include <algorithm>
-
-#include "platform/clock.h"
-#include "platform/process.h"
+#include "stp_transport/transport/stp_process_state.h"
 
 namespace {
 
@@ -12,84 +9,91 @@ constexpr int kFarewell = 500;
 
 }  // namespace
 
-Hublink::Hublink(const ServiceDatabase& database, std::uint32_t listenPort, STPFileLog* pluginLog,
+// The parts know each other, but none calls another before all are there.
+Hublink::Hublink(const ServiceDatabase& database, std::uint32_t port, STPFileLog* log,
                  std::FILE* internalFile)
-    : port(listenPort), serviceDatabase(database), log(pluginLog) {
-  if (internalFile) internalLog = std::make_unique<HLInternalFileLog>(this, internalFile, false);
-}
+    : log_(this, log, internalFile),
+      gate_(log_),
+      plugins_(*this, broker_, transports_, log_),
+      entrance_(port, plugins_, gate_, transports_, log_),
+      launcher_(plugins_, broker_, entrance_, transports_, log_),
+      connector_(plugins_, broker_, gate_, log_),
+      broker_(database, plugins_, launcher_, connector_, log_) {}
 
 Hublink::~Hublink() {
-  logInternal("Shutting down Hublink.\n");
-  activeConnections.clear();
-  negotiatingConnections.clear();
-  for (STPTransport* transport : transports) transport->release();
+  log_.logInternal("Shutting down Hublink.\n");
+  plugins_.clear();
+  for (STPTransport* transport : transports_) transport->release();
 }
 
 bool Hublink::connectToPeer(const char* host, std::uint32_t peerPort) {
   auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
   transport->connect(host, static_cast<std::uint16_t>(peerPort), &status);
-  if (!status.good() || !mayConnectTo(*transport, peerPort)) return false;
-  addConnection(transport, 0, nullptr, nullptr)->refuseHub();
+  if (!status.good() || !gate_.mayConnectTo(*transport, peerPort)) return false;
+  plugins_.add(transport)->refuseHub();
   return true;
 }
 
-bool Hublink::openListener(bool loopbackOnly) {
-  STPStatus status;
-  if (!entrance.open(static_cast<std::uint16_t>(port), &status, loopbackOnly, !tcpOnly))
-    return false;
-  port = entrance.port();
-  if (!tcpOnly && entrance.local() == 0)
-    logInternal("Local socket of port %u can't be had: plugins connect by TCP.\n", port);
-  freshListener();
-  return listener != nullptr;
-}
-
-// A new transport for the next client.
-void Hublink::freshListener() {
-  listener = nullptr;
-  auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
-  STPStatus status;
-  transport->startListenOn(entrance, &status);
-  if (!status.good()) return;
-  listener = transport.get();
-  transport->addRef();
-  transports.insert(listener);
-}
-
 bool Hublink::startListening(bool notShared, const char* zone, bool loopbackOnly) {
-  if (!openListener(loopbackOnly)) return false;
-  if (!notShared) activeRecord = std::make_unique<ActiveHubRecord>(port, zone, nullptr, nullptr);
+  if (!entrance_.open(loopbackOnly)) return false;
+  if (!notShared)
+    activeRecord_ = std::make_unique<ActiveHubRecord>(entrance_.port(), zone, nullptr, nullptr);
   return true;
 }
 
 void Hublink::servicePass(int timeout, STPStatus* status) {
-  acceptNewConnections();
-  stepNegotiation();
-  serviceFirst(timeout, transports, status);
+  entrance_.acceptNewConnections();
+  plugins_.stepNegotiation();
+  launcher_.step();
+  connector_.step();
+  serviceFirst(connector_.timeLeft(launcher_.timeLeft(timeout)), transports_, status);
   // A plugin that goes is no failure of the hub's.
   if (status && status->code == STP_PEER_CLOSED) status->clear();
   reap();
   platform::collectChildren();
 }
 
+// Without an end since the last time there is nobody to take down.
+void Hublink::reap() {
+  const std::uint64_t closings = stpProcess().closings;
+  if (closings == reapedClosings_) return;
+  reapedClosings_ = closings;
+  plugins_.reap();
+  for (auto place = transports_.begin(); place != transports_.end();) {
+    STPTransport* transport = *place;
+    if (!transport->isClosed()) {
+      ++place;
+      continue;
+    }
+    place = transports_.erase(place);
+    transport->release();
+  }
+}
+
+bool Hublink::isNeeded() const {
+  return numPersistentPlugins() > 0 || launcher_.inHand() > 0 || connector_.inHand() > 0;
+}
+
 bool Hublink::removeActiveRecord() {
-  if (!activeRecord || !activeRecord->lock()) return false;
-  const bool removed = activeRecord->remove();
-  activeRecord->unlock();
-  if (removed) logInternal("Removed active hublink file.\n");
+  if (!activeRecord_ || !activeRecord_->lock()) return false;
+  const bool removed = activeRecord_->remove();
+  activeRecord_->unlock();
+  if (removed) log_.logInternal("Removed active hublink file.\n");
   return true;
 }
 
 void Hublink::shutdownPlugins(bool report, int wait) {
-  STPTransport::takeLeave(transports, kFarewell);
-  for (const Connections* connections : {&activeConnections, &negotiatingConnections})
-    for (const auto& connection : *connections) disconnectPlugin(connection.get());
-  for (const Connections* connections : {&activeConnections, &negotiatingConnections})
+  connector_.giveUp();
+  const auto unconnected = launcher_.giveUp();
+  STPTransport::takeLeave(transports_, kFarewell);
+  for (const auto* connections : {&plugins_.active(), &plugins_.negotiating()})
+    for (const auto& connection : *connections) broker_.disconnectPlugin(connection.get());
+  for (const auto* connections : {&plugins_.active(), &plugins_.negotiating()})
     for (const auto& connection : *connections)
       if (connection->getProcess() != 0)
         awaitChild(connection->getProcess(), connection->getName(), report, wait);
-  for (const auto& [child, name] : unconnectedChildren) awaitChild(child, name, report, wait);
+  for (const auto& [child, name] : unconnected) awaitChild(child, name, report, wait);
 }
 
 void Hublink::awaitChild(platform::ProcessId child, const std::string& name, bool report,
@@ -104,25 +108,15 @@ void Hublink::awaitChild(platform::ProcessId child, const std::string& name, boo
     std::fprintf(stderr, "unexpected GetSingleObject(pid) ret=%d", -1);
 }
 
-void Hublink::logInternal(const char* format, ...) {
-  if (!internalLog) return;
-  std::va_list arguments;
-  va_start(arguments, format);
-  internalLog->writeOwnLine(format, arguments);
-  va_end(arguments);
-}
-
 STPTransport* Hublink::forwardTarget(std::int32_t destinationRN) {
-  const HublinkConnection* owner = connectionForRN(destinationRN);
+  const HublinkConnection* owner = broker_.connectionForRN(destinationRN);
   return owner ? owner->getTransport() : nullptr;
 }
 
 void Hublink::congestionChanged(STPTransport* target, bool isCongested) {
-  const auto place = std::find_if(
-      activeConnections.begin(), activeConnections.end(),
-      [target](const auto& connection) { return connection->getTransport() == target; });
-  if (place == activeConnections.end()) return;
-  logInternal(isCongested ? "Plugin ID %d doesn't read: those who send to it wait.\n"
-                          : "Plugin ID %d no longer holds others up.\n",
-              (*place)->getPluginID());
+  const HublinkConnection* connection = plugins_.ownerOf(target);
+  if (!connection) return;
+  log_.logInternal(isCongested ? "Plugin ID %d doesn't read: those who send to it wait.\n"
+                               : "Plugin ID %d no longer holds others up.\n",
+                   connection->getPluginID());
 }

@@ -1,10 +1,13 @@
 #include "services/hublink/hublink_connection.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
+#include "indgen/host.h"
 #include "service_database/prefer_ada.h"
 #include "services/hublink/hublink.h"
+#include "services/hublink/plugin_bounds.h"
 #include "stp_transport/transport/stp_transport.h"
 
 // Takes a record that comes from a hub's end of a link.
@@ -16,7 +19,7 @@ class HublinkConnection::HubRefusal : public ResponseListener {
   }
   ~HubRefusal() override { link_->removeListener(this); }
   bool handleMessage(STPReceivedMessage&, bool) override {
-    hub_->logInternal("Plugin ID %d is a hub and no plugin.\n", pluginID_);
+    hub_->log().logInternal("Plugin ID %d is a hub and no plugin.\n", pluginID_);
     link_->disconnect();
     return true;
   }
@@ -56,7 +59,7 @@ bool HublinkConnection::isNegotiated() {
 
 void HublinkConnection::peerRecordTaken() {
   hubRefusal.reset();
-  hub->negotiationFinished();
+  hub->plugins().negotiationFinished();
 }
 
 void HublinkConnection::handleBinaryMessage(STPReceivedMessage& message, STPMessage* reply,
@@ -85,33 +88,48 @@ std::list<PeerLink> HublinkConnection::takePeerLinks() {
   return std::exchange(peerLinks, {});
 }
 
+void HublinkConnection::sendFailureReply(const char* serviceName, std::int32_t clientCookie) {
+  ConnectionReplyEvent(serviceName, -1, false, false, false, 0, -1, nullptr, clientCookie);
+}
+
+// Whether a text that would be kept isn't too long; if it is, that is logged.
+bool HublinkConnection::isTextTaken(const char* text) const {
+  if (!text || std::strlen(text) <= kLongestText) return true;
+  hub->log().logInternal("Warning: Ignored a text of plugin ID %d that is too long.\n", pluginID);
+  return false;
+}
+
 void HublinkConnection::DebugPlugin(const char* plugin_name, bool do_debug, const char* debugger,
                                     const char* debugger_opts) {
-  hub->debugPlugin(this, plugin_name, do_debug, debugger, debugger_opts);
+  if (isTextTaken(plugin_name) && isTextTaken(debugger) && isTextTaken(debugger_opts))
+    hub->launcher().debugging().debugPlugin(plugin_name, do_debug, debugger, debugger_opts);
 }
 
 void HublinkConnection::RequestLocation() {
-  hub->sendLocation(this);
+  LocationEvent(gen_host_name(), static_cast<std::int32_t>(hub->entrance().port()));
+  // Whoever asks may want to leave with its next message, which would drop what is still queued.
+  STPTransport::flushMarked();
 }
 
 void HublinkConnection::RequestPluginLaunch(StringArray argv, std::int32_t cookie,
                                             bool client_start, const char* working_dir) {
-  hub->requestPluginLaunch(this, argv, cookie, client_start, working_dir);
+  hub->broker().requestPluginLaunch(this, argv, cookie, client_start, working_dir);
 }
 
 void HublinkConnection::RequestPluginConnect(const char* host, std::int32_t port,
                                              std::int32_t cookie) {
-  hub->requestPluginConnect(this, host, port, cookie);
+  hub->broker().requestPluginConnect(this, host, port, cookie);
 }
 
 void HublinkConnection::RequestPluginIdForService(std::int32_t cookie, const char* serviceName,
                                                   const char* working_dir,
                                                   bool startup_if_not_running) {
-  hub->requestPluginIdForService(this, cookie, serviceName, working_dir, startup_if_not_running);
+  hub->broker().requestPluginIdForService(this, cookie, serviceName, working_dir,
+                                          startup_if_not_running);
 }
 
 void HublinkConnection::RequestHublinkDisconnect() {
-  hub->disconnectPlugin(this);
+  hub->broker().disconnectPlugin(this);
 }
 
 void HublinkConnection::RequestServiceConnection(const char* serviceName,
@@ -120,58 +138,66 @@ void HublinkConnection::RequestServiceConnection(const char* serviceName,
                                                  const char* working_dir, bool local_only,
                                                  std::int32_t client_cookie, bool no_reuse,
                                                  bool client_start) {
-  hub->requestServiceConnection(
+  hub->broker().requestServiceConnection(
       this, {serviceName, providingPluginID, name_value_pairs, working_dir, local_only,
              client_cookie, no_reuse, client_start});
 }
 
 void HublinkConnection::DropServiceConnection(std::int32_t localRN, std::int32_t serviceRN) {
-  hub->dropServiceConnection(this, localRN, serviceRN);
+  hub->broker().dropServiceConnection(this, localRN, serviceRN);
 }
 
 void HublinkConnection::ConnectionAcceptedEvent(std::int32_t serviceRN, std::int32_t remoteRN,
                                                 bool accept) {
-  hub->connectionAccepted(this, serviceRN, remoteRN, accept);
+  hub->broker().connectionAccepted(this, serviceRN, remoteRN, accept);
 }
 
 void HublinkConnection::StartPluginEvent(std::int32_t cookie, bool success,
                                          const char* error_message) {
-  hub->startPluginEvent(this, cookie, success, error_message);
+  hub->broker().startPluginEvent(this, cookie, success, error_message);
 }
 
 void HublinkConnection::SetWorkingDir(const char* working_dir) {
-  if (hub->isTextTaken(this, working_dir)) setWorkingDir(working_dir);
+  if (isTextTaken(working_dir)) workingDir = working_dir ? working_dir : "";
 }
 
 void HublinkConnection::ReserveRNBlock(std::int32_t count) {
-  hub->reserveRNBlock(this, count);
+  hub->broker().reserveRNBlock(this, count);
 }
 
 void HublinkConnection::ReleaseRN(std::int32_t rn) {
-  hub->releaseRN(this, rn);
+  hub->broker().releaseRN(this, rn);
 }
 
 void HublinkConnection::UnregisterService(std::int32_t serviceRN) {
-  hub->unregisterService(serviceRN);
+  hub->broker().unregisterService(serviceRN);
 }
 
 void HublinkConnection::RegisterServiceList(StringArray name_list) {
-  hub->registerServiceList(this, name_list);
+  hub->broker().registerServiceList(this, name_list);
 }
 
 void HublinkConnection::RequestValueOfNameOnPlugin(std::int32_t plugin_id, const char* valueName) {
-  hub->requestValueOfName(this, plugin_id, valueName);
+  HublinkConnection* target = hub->plugins().find(plugin_id);
+  if (!target) {
+    ValueOfNameOnPluginEvent(plugin_id, valueName, nullptr);
+    return;
+  }
+  target->ForwardedRequestValueOfNameOnPlugin(pluginID, plugin_id, valueName);
+  getTransport()->waitFor(*target->getTransport());
 }
 
 void HublinkConnection::ValueOfNameOnPluginResponseEvent(std::int32_t requesting_plugin_id,
                                                          std::int32_t plugin_id,
                                                          const char* valueName, const char* value) {
-  hub->answerValueOfName(this, requesting_plugin_id, plugin_id, valueName, value);
+  HublinkConnection* asker = hub->plugins().find(requesting_plugin_id);
+  if (!asker) return;
+  asker->ValueOfNameOnPluginEvent(plugin_id, valueName, value);
+  getTransport()->waitFor(*asker->getTransport());
 }
 
 void HublinkConnection::PersistentService(bool flag) {
-  if (flag != persistent) hub->adjustPersistentCount(flag);
-  persistent = flag;
+  hub->plugins().setPersistent(this, flag);
 }
 
 void HublinkConnection::NumPersistentServices(std::int32_t& num_persistent,
@@ -181,11 +207,11 @@ void HublinkConnection::NumPersistentServices(std::int32_t& num_persistent,
 }
 
 void HublinkConnection::LogMessageEvent(const char* message) {
-  hub->logMessage(message);
+  if (STPFileLog* log = hub->log().plugins()) log->write(message);
 }
 
 void HublinkConnection::SetEnvironmentVariable(const char* variable, const char* value) {
-  hub->setEnvironmentVariable(variable, value);
+  hub->launcher().setEnvironmentVariable(variable, value);
 }
 
 void HublinkConnection::SetPreferAda(bool preferAda) {

@@ -1,5 +1,5 @@
 // The hub's end of the link to one plugin, however the link came about. It receives the plugin's
-// messages and passes nearly all of them on to the hub, which holds the tables.
+// messages and has each done by the part of the hub that it means.
 //
 // The hub owns the one reference that keeps a connection; the connection holds a further reference
 // to its transport. It is taken down in the reaping step of a service pass and nowhere else.
@@ -45,7 +45,6 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   const std::string& getName() const { return name; }
   /// The plugin's working directory; null if none is known.
   const char* getWorkingDir() const { return workingDir.empty() ? nullptr : workingDir.c_str(); }
-  void setWorkingDir(const char* directory) { workingDir = directory ? directory : ""; }
   std::int32_t getProcess() const { return process; }
   const PluginUsage& usage() const { return *used; }
   /// The part of a new entry in one of the hub's tables.
@@ -53,6 +52,7 @@ class HublinkConnection : public virtual Hublink_router_Impl {
     return {std::shared_ptr<Usage>(used, &((*used).*kind)), bytes};
   }
   bool isPersistent() const { return persistent; }
+  /// For ConnectedPlugins, which counts those that are.
   void setPersistent(bool flag) { persistent = flag; }
   /// A message to the hub has come; the plugin may send them before it has negotiated.
   bool hasSpoken() const { return spoken; }
@@ -65,6 +65,9 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   void removePeerLink(std::int32_t localRN, std::int32_t remoteRN);
   /// Gives the records away.
   std::list<PeerLink> takePeerLinks();
+
+  /// Tells the plugin that nobody provides the service that it has asked for.
+  void sendFailureReply(const char* serviceName, std::int32_t clientCookie);
 
  protected:
   ~HublinkConnection() override;
@@ -106,6 +109,8 @@ class HublinkConnection : public virtual Hublink_router_Impl {
  private:
   friend class HublinkInspector;
   class HubRefusal;
+
+  bool isTextTaken(const char* text) const;
 
   Hublink* hub;
   std::int32_t pluginID;

@@ -12,8 +12,9 @@ std::int64_t now() {
 }  // namespace
 
 bool IdleLogic::afterPass() {
-  if (!recordRemoved_ && hub_.isUsedUp()) recordRemoved_ = hub_.removeActiveRecord();
-  const bool idle = hub_.numPersistentPlugins() <= 0;
+  if (!recordRemoved_ && hub_.plugins().ids().areUsedUp())
+    recordRemoved_ = hub_.removeActiveRecord();
+  const bool idle = !hub_.isNeeded();
   if (idle && !idleConfirmed_) {
     if (hub_.hasNoActiveRecord()) return false;
     if (idleSeen_) {

@@ -14,6 +14,7 @@
 #include "platform/memory.h"
 #include "platform/process.h"
 #include "platform/readiness.h"
+#include "service_database/service_database.h"
 #include "services/hublink/command_line.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/main_loop.h"
@@ -55,8 +56,9 @@ std::unique_ptr<Hublink> setUp(const ServiceDatabase& database, const CommandLin
                                STPFileLog* log, std::FILE* internalFile) {
   auto hub =
       std::make_unique<Hublink>(database, line.connectMode ? 0 : line.port, log, internalFile);
-  hub->setAnyUser(line.anyUser);
-  hub->setTcpOnly(line.tcpOnly);
+  hub->gate().setAnyUser(line.anyUser);
+  hub->entrance().setTcpOnly(line.tcpOnly);
+  hub->launcher().setTimeout(line.launchTimeout);
   const bool ready = (!line.connectMode || hub->connectToPeer("localhost", line.port)) &&
                      hub->startListening(line.notShared, line.zone, line.loopbackOnly);
   if (ready) return hub;
@@ -95,6 +97,11 @@ int main(int argc, char** argv) {
   }
   if (line.port > UINT16_MAX) {
     std::fputs("Error: The port must be at most 65535.\n", stderr);
+    return 1;
+  }
+  if (line.launchTimeout < 0) {
+    std::fprintf(stderr, "Error: The launch timeout must be a number of seconds, at most %d.\n",
+                 PluginRecord::kMostLaunchTimeout);
     return 1;
   }
   const File logFile = openLog(line.logFile);
