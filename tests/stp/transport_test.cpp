@@ -214,27 +214,4 @@ TEST(Transport, NotifiedPairsSendInSpiteOfAnOldFailure) {
   EXPECT_EQ(recorder.texts, std::vector<std::string>{"hello"});
 }
 
-// Each handler waits: what is behind its own packet goes on, up to the next one for this end.
-TEST(Transport, RelaysDuringEveryWaitInARow) {
-  const Pair in = socketPair(), out = inProcessPair();
-  ForwardAll forward;
-  forward.target = out.a.get();
-  in.b->setForwardingHandler(&forward);
-  const Transport waiting = makeCounted<STPTransport>();
-  Recorder recorder;
-  in.b->addListener(2, 1, &recorder, STP_BINARY);
-  std::vector<bool> relayed;
-  recorder.then = [&](STPReceivedMessage&) {
-    waiting->serviceOnceRelaying(0, {in.b.get()});
-    relayed.push_back(out.a->writeCount() > 0);
-  };
-  for (const char* text : {"one", "two"})
-    in.a->enqueueMessage(*textMessage(*in.a, STP_BINARY, text));
-  in.a->enqueueMessage(*in.a->newMessage(11, 10, STP_BINARY, 3, 0));
-  in.a->handleWrite();
-  while (recorder.texts.size() < 2) in.b->serviceOnce(1000);
-  EXPECT_EQ(relayed, (std::vector<bool>{false, true}));
-  EXPECT_FALSE(in.b->hasDeliverable());
-}
-
 }  // namespace

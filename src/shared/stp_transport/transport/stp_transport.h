@@ -181,11 +181,6 @@ class STPTransport {
   // --- Service (stp_transport_service.cpp) ---
   /// One step: waits up to `timeout` ms for this transport, then writes and reads.
   void serviceOnce(int timeout, STPStatus* status = nullptr);
-  /// The same for this transport, while those of `others` only relay: each reads, and passes on, up
-  /// to its first packet that would be delivered here, and leaves that one and all behind it to a
-  /// later step. Nothing of theirs is delivered.
-  void serviceOnceRelaying(int timeout, const STPTransportSet& others, STPStatus* status = nullptr);
-
   /// Before the end of all of them: writes what is queued, for at most `milliseconds`. Whatever
   /// comes meanwhile to those that have something queued is dropped, and they only remain to be
   /// disconnected.
@@ -281,16 +276,13 @@ class STPTransport {
   bool receiveInProcess();
 
   // --- Packets ---
-  /// Something has been read that may be a packet and hasn't been taken.
-  bool hasInput() const { return heldBack_ || input_.hasInput(); }
   /// A relay reads no more than it handles.
-  bool mustHandleFirst() const { return forwardingHandler_ && hasInput(); }
+  bool mustHandleFirst() const { return forwardingHandler_ && input_.hasInput(); }
   STPTransport* targetOf(const unsigned char* packet) const;
+  bool isFrontForThisEnd() const;
   STPPacketTest passOnFront();
   void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
   void deliverFront(const STPPacketTest& test);
-  bool canRelay() const;
-  void relayInput();
 
   // --- Those who wait for others ---
   void noteQueued();
@@ -347,7 +339,6 @@ class STPTransport {
   std::uint32_t lastId_ = 0;
 
   STPReadBuffer input_;
-  bool heldBack_ = false;  // a packet to be delivered has been left for a later step
   ForwardingHandler* forwardingHandler_ = nullptr;
   STPDelivery delivery_;
   std::list<std::pair<std::int32_t, std::int32_t>> syncs_;  // source and destination

@@ -209,7 +209,6 @@ void STPTransport::closeConnection() {
   writeQueue_.clear();
   fields_.clear();
   input_.clear();
-  heldBack_ = false;
   peerName_.clear();
   localName_.clear();
   delivery_.connectionEnded();

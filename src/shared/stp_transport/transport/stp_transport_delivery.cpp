@@ -22,7 +22,7 @@ void STPTransport::dispatchMessage(std::unique_ptr<STPReceivedMessage> message) 
 
 bool STPTransport::hasDeliverable() const {
   if (isClosed() || stpProcess().sendDepth >= 1) return false;
-  if (hasInput() && !isStalled() && !(heldBack_ && isOverfull())) return true;
+  if (input_.hasInput() && !isStalled() && !(isOverfull() && isFrontForThisEnd())) return true;
   return !isOverfull() && delivery_.hasDeliverable();
 }
 

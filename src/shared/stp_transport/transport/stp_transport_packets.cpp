@@ -131,7 +131,6 @@ std::uint32_t STPTransport::postMessage(STPMessage& message, int attempts, STPSt
 
 void STPTransport::parseInput() {
   const Hold hold(this);
-  heldBack_ = false;
   // A handler may run a step of its own, which is then to see what is left here.
   attend();
   if (!isOverfull() && delivery_.hasDeferred()) {
@@ -147,13 +146,10 @@ void STPTransport::parseInput() {
       return;
     }
     if (test.state != STPPacketState::complete) continue;
-    if (isOverfull()) {
-      heldBack_ = true;
-      break;
-    }
+    if (isOverfull()) break;
     deliverFront(test);
     turnBytes += std::int64_t{test.headerSize} + test.payloadSize;
-    if (forwardingHandler_ && hasInput() &&
+    if (forwardingHandler_ && input_.hasInput() &&
         (turnBytes >= kTurnBytes || platform::monotonicMilliseconds() >= turnEnd))
       break;
   }
@@ -165,6 +161,10 @@ STPTransport* STPTransport::targetOf(const unsigned char* packet) const {
   if (!forwardingHandler_) return nullptr;
   return forwardingHandler_->forwardTarget(
       static_cast<std::int32_t>(stpReadWord(packet + STP_DESTINATION_OFFSET)));
+}
+
+bool STPTransport::isFrontForThisEnd() const {
+  return input_.test().state == STPPacketState::complete && !targetOf(input_.front());
 }
 
 // Passes on the packets at the front of the read buffer, those that follow each other to one
@@ -220,7 +220,6 @@ void STPTransport::forwardRun(STPTransport& target, std::int64_t count, bool isL
 // Delivers the packet at the front of the read buffer here. The buffer is in a sound state before
 // anything is called that may come back.
 void STPTransport::deliverFront(const STPPacketTest& test) {
-  heldBack_ = false;
   const std::int64_t stored = stpStoredSize(std::int64_t{test.headerSize} + test.payloadSize);
   auto message =
       std::make_unique<STPReceivedMessage>(input_.front(), test.headerSize, test.payloadSize);

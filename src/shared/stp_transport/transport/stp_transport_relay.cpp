@@ -1,9 +1,7 @@
 // What relaying asks beyond passing packets on. A receiver that is slower than those who send to it
 // has them wait a little (stp_backlog.h); one that doesn't read stops them for good, so that the
 // wait travels back to them, and isn't answered any more itself; what it sends to others is passed
-// on all the same, since it may be blocked on just that. And relaying goes on while something else
-// is waited for: on each connection nothing overtakes its first packet that is to be delivered
-// here.
+// on all the same, since it may be blocked on just that.
 #include "platform/clock.h"
 #include "platform/credentials.h"
 #include "platform/readiness.h"
@@ -132,54 +130,4 @@ void STPTransport::waitFor(const STPTransport& target) {
 // peer may be stopped by the same rule.
 bool STPTransport::isOverfull() const {
   return isCongested() && forwardingHandler_ && link_ != Link::draining;
-}
-
-// A connection whose front packet has to wait isn't read any further: what comes behind it stays
-// with the sender.
-bool STPTransport::canRelay() const {
-  return hasSocket() && link_ != Link::draining && !heldBack_ && !isStalled() &&
-         platform::readiness().isReadable(fd_);
-}
-
-// Passes on what the read buffer holds, up to the first packet that has to wait.
-void STPTransport::relayInput() {
-  if (!hasSocket()) return;
-  while (input_.mayHavePacket() && !heldBack_ && !isStalled()) {
-    heldBack_ = passOnFront().state != STPPacketState::incomplete;
-  }
-  if (!heldBack_) input_.settle();
-}
-
-void STPTransport::serviceOnceRelaying(int timeout, const STPTransportSet& others,
-                                       STPStatus* status) {
-  const Hold hold(this);
-  // Nothing is delivered here, so that the list changes only by transports that are added, each at
-  // its place: one that comes to stand before the walk is left to the next step.
-  attendNews();
-  const STPAttention& attention = stpProcess().attention;
-  const auto forEachOther = [&](auto visit) {
-    for (std::size_t place = 0; place < attention.size();) {
-      STPTransport* other = attention[place];
-      const bool isOther = other && other != this && others.contains(other);
-      if (isOther) visit(*other);
-      place = isOther ? attention.after(other->serial_, place) : place + 1;
-    }
-  };
-  forEachOther([](STPTransport& other) { other.relayInput(); });
-  flushMarked();
-  forEachOther([&](STPTransport& other) {
-    if (other.canRelay() || (other.canWrite() && other.link_ != Link::draining)) timeout = 0;
-  });
-  bool failed = false;
-  if (!canRead() && !canWrite()) waitForNews(timeout, failed);
-  attendNews();
-  forEachOther([](STPTransport& other) {
-    // A write that fails is left to the connection's own turn.
-    if (other.canWrite()) other.writeOnce();
-    // What was left while a receiver was full comes before what is to be read.
-    other.relayInput();
-    if (other.canRelay() && other.receiveFromSocket()) other.relayInput();
-    flushMarked();
-  });
-  serviceOnce(0, status);
 }

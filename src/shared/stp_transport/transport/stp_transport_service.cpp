@@ -37,8 +37,8 @@ void STPTransport::restAt(std::size_t place) {
 // In doubt true: what a message that was put off waits for can change without a word to this
 // transport, and so can what a pair in one process has to read.
 bool STPTransport::needsAttention() const {
-  return isClosed() || isInProcess() || heldBack_ || input_.mayHavePacket() ||
-         delivery_.hasDeferred() || isStalled() || canRead() || canWrite();
+  return isClosed() || isInProcess() || input_.mayHavePacket() || delivery_.hasDeferred() ||
+         isStalled() || canRead() || canWrite();
 }
 
 void STPTransport::attendNews() {
