@@ -103,9 +103,10 @@ TEST_F(EntryTest, StoppedHubTakesItsPluginsAndItsRecordAlong) {
   EXPECT_TRUE(std::filesystem::exists(directory / "svc"));
   // One more is on its way and doesn't come.
   const std::string begun = directory / "begun", go = directory / "go", done = directory / "done";
-  const char* slow[] = {LAUNCHED_PLUGIN, "record", begun.c_str(), "await",
-                        go.c_str(),      "record", done.c_str(),  "exit"};
-  first->RequestPluginLaunch({8, slow}, 10, false, nullptr);
+  const char* slow[] = {LAUNCHED_PLUGIN, "complain", "a word", "record",     begun.c_str(),
+                        "await",         go.c_str(), "record", done.c_str(), "exit"};
+  first->RequestPluginLaunch({10, slow}, 10, false, nullptr);
+  expectedPrint = "hublink: launched_plugin: a word\n";
   EXPECT_TRUE(await([&] { return std::filesystem::exists(begun); }));
   const std::uint64_t start = platform::monotonicMilliseconds();
   hub->terminate();

@@ -89,6 +89,7 @@ class Broker {
   bool canReserve(const HublinkConnection* owner, std::int32_t count);
   bool canRegister(const HublinkConnection* provider, std::int32_t count);
   bool canWait(const HublinkConnection* requester);
+  bool canHaveArrival(const HublinkConnection* requester);
 
   std::int32_t findServiceRN(HublinkConnection* requester, const char* name, std::int32_t pluginID,
                              const char* workingDir, bool localOnly) const;
@@ -107,8 +108,8 @@ class Broker {
                              const char* serviceName, const char* workingDir);
   bool startByClient(HublinkConnection* requester, const PluginRecord& record,
                      const ServiceRequest& request);
-  bool launchProvider(ArrivalID arrival, const PluginRecord& record, const char* serviceName,
-                      const char* workingDir);
+  bool launchProvider(HublinkConnection* requester, ArrivalID arrival, const PluginRecord& record,
+                      const char* serviceName, const char* workingDir);
 
   void logFailedLaunch(const std::string& program, const char* serviceName);
   static void printFailedStartup(const std::string& program);

@@ -56,6 +56,13 @@ bool Broker::canWait(const HublinkConnection* requester) {
   return false;
 }
 
+bool Broker::canHaveArrival(const HublinkConnection* requester) {
+  if (requester->usage().arrivals.count < kMostArrivals) return true;
+  log_.logInternal("Warning: Plugin ID %d has too many launches in hand: it gets no more.\n",
+                   requester->getPluginID());
+  return false;
+}
+
 void Broker::addServiceWish(HublinkConnection* requester, const ServiceRequest& request,
                             Awaited on) {
   TextPairs pairs(request.pairs);
@@ -147,10 +154,12 @@ void Broker::requestPluginIdForService(HublinkConnection* requester, std::int32_
 }
 
 // False if that has failed at once.
-bool Broker::launchProvider(ArrivalID arrival, const PluginRecord& record, const char* serviceName,
+bool Broker::launchProvider(HublinkConnection* requester, ArrivalID arrival,
+                            const PluginRecord& record, const char* serviceName,
                             const char* workingDir) {
-  if (!launcher_.launch({arrival, commandOf(record), optionalText(workingDir),
-                         &record.environment(), record.launch_timeout()}))
+  if (!canHaveArrival(requester) ||
+      !launcher_.launch({arrival, requester->shareOf(&PluginUsage::arrivals), commandOf(record),
+                         optionalText(workingDir), &record.environment(), record.launch_timeout()}))
     return false;
   waiting_.expect(serviceName, arrival);
   return true;
@@ -188,7 +197,7 @@ void Broker::startProviderForConnection(HublinkConnection* requester,
     if (startByClient(requester, *record, request)) return;
   } else {
     const ArrivalID arrival = waiting_.newArrival();
-    if (launchProvider(arrival, *record, name, request.workingDir)) {
+    if (launchProvider(requester, arrival, *record, name, request.workingDir)) {
       addServiceWish(requester, request, OnArrival{arrival, true});
       return;
     }
@@ -206,7 +215,7 @@ void Broker::startProviderForQuery(HublinkConnection* requester, std::int32_t co
     return;
   }
   const ArrivalID arrival = waiting_.newArrival();
-  if (launchProvider(arrival, *record, serviceName, workingDir)) {
+  if (launchProvider(requester, arrival, *record, serviceName, workingDir)) {
     addQueryWish(requester, cookie, serviceName, workingDir, OnArrival{arrival, true});
     return;
   }
@@ -224,9 +233,10 @@ void Broker::requestPluginLaunch(HublinkConnection* requester, const StringArray
       addPluginWish(requester, cookie, kLaunchFailure, OnClientStart{startCookie});
       return;
     }
-  } else if (canStart) {
+  } else if (canStart && canHaveArrival(requester)) {
     const ArrivalID arrival = waiting_.newArrival();
-    if (launcher_.launch({arrival, argumentsOf(argv), optionalText(workingDir)})) {
+    if (launcher_.launch({arrival, requester->shareOf(&PluginUsage::arrivals), argumentsOf(argv),
+                          optionalText(workingDir)})) {
       addPluginWish(requester, cookie, kLaunchFailure, OnArrival{arrival, true});
       return;
     }
@@ -239,7 +249,8 @@ void Broker::requestPluginConnect(HublinkConnection* requester, const char* host
   const gen_text failure =
       gen_asprintf("Hublink unable to connect to plugin on host %s and port %d.", host, port);
   const ArrivalID arrival = waiting_.newArrival();
-  if (canWait(requester) && connector_.connect(arrival, host, port))
+  if (canWait(requester) && canHaveArrival(requester) &&
+      connector_.connect(arrival, requester->shareOf(&PluginUsage::arrivals), host, port))
     addPluginWish(requester, cookie, failure, OnArrival{arrival, true});
   else
     requester->PluginConnectedEvent(cookie, -1, failure);

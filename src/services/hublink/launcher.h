@@ -30,6 +30,7 @@ class HubLog;
 /// What is to be launched.
 struct LaunchOrder {
   ArrivalID arrival;
+  UsageShare share;               ///< of the arrivals of whoever asks for it
   std::vector<std::string> argv;  ///< the program's name or path first
   OptionalText workingDir;        ///< the hub's own if there is none
   /// A service's, applied just before the start; may be null. Outlives the launch.

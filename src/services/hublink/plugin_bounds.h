@@ -27,6 +27,10 @@ inline constexpr std::int64_t kMostServiceBytes = std::int64_t{16} << 20;
 inline constexpr std::int64_t kMostWaiting = 16384;
 inline constexpr std::int64_t kMostWaitingBytes = std::int64_t{64} << 20;
 
+/// Programs that the hub is starting for it, and plugins that the hub is connecting to, each of
+/// which takes some descriptors until that has ended. Beyond: the answer of a failure, at once.
+inline constexpr std::int64_t kMostArrivals = 256;
+
 /// Service connections that it has asked for and that stand. Beyond: not found.
 inline constexpr std::int64_t kMostConnections = 16384;
 

@@ -1,16 +1,18 @@
 #include "services/hublink/plugin_connector.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/user_gate.h"
 
-bool PluginConnector::connect(ArrivalID arrival, const char* host, std::int32_t port) {
+bool PluginConnector::connect(ArrivalID arrival, UsageShare share, const char* host,
+                              std::int32_t port) {
   const auto port16 = static_cast<std::uint16_t>(port);
   if (!host || port16 != port || !plugins_.ids().areLeft()) return false;
-  attempts_.emplace_back(arrival, host, port16);
+  attempts_.emplace_back(arrival, std::move(share), host, port16);
   return true;
 }
 

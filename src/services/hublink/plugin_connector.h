@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <list>
 #include <string>
+#include <utility>
 
 #include "services/hublink/waiting_table.h"
 #include "stp_transport/transport/stp_connect_attempt.h"
@@ -21,8 +22,8 @@ class PluginConnector {
   PluginConnector(ConnectedPlugins& plugins, Broker& broker, UserGate& gate, HubLog& log)
       : plugins_(plugins), broker_(broker), gate_(gate), log_(log) {}
 
-  /// Begins to connect; false if that can't be.
-  bool connect(ArrivalID arrival, const char* host, std::int32_t port);
+  /// Begins to connect; false if that can't be. `share` is that of the arrivals of whoever asks.
+  bool connect(ArrivalID arrival, UsageShare share, const char* host, std::int32_t port);
   /// How many attempts are in hand.
   std::size_t inHand() const { return attempts_.size(); }
   /// Takes those that have ended off the list. To be called in each pass.
@@ -36,10 +37,11 @@ class PluginConnector {
   friend class HublinkInspector;
 
   struct Attempt {
-    Attempt(ArrivalID id, const char* name, std::uint16_t number)
-        : arrival(id), host(name), port(number), connect(name, number) {}
+    Attempt(ArrivalID id, UsageShare part, const char* name, std::uint16_t number)
+        : arrival(id), share(std::move(part)), host(name), port(number), connect(name, number) {}
 
     ArrivalID arrival;
+    UsageShare share;
     std::string host;
     std::uint16_t port;
     STPConnectAttempt connect;

@@ -15,6 +15,7 @@ struct PluginUsage {
   Usage services;
   Usage waiting;      ///< requests without an answer so far
   Usage connections;  ///< to services, asked for by the plugin
+  Usage arrivals;     ///< launches and connects in hand
 };
 
 /// The part of one entry, which stands in it and so goes with it, however that happens. The plugin
