@@ -9,7 +9,9 @@
 
 #include "bench/crowd_measurement.h"
 #include "bench/far_end.h"
+#include "bench/launch_crowd_measurement.h"
 #include "bench/path_measurements.h"
+#include "bench/plain_starts.h"
 #include "bench/relay.h"
 #include "bench/report.h"
 #include "bench/start_measurements.h"
@@ -26,6 +28,7 @@ struct Part {
   std::uint16_t port = 0;
   int pair = 0, pairs = 1;
   int road = 0;
+  PlainStarts starts;
 };
 
 int fail(const std::string& text) {
@@ -36,6 +39,7 @@ int fail(const std::string& text) {
 int runPart(const Part& part) {
   if (part.role == kRoleRelay) return runRelay(part.port, part.pairs, static_cast<Road>(part.road));
   if (part.role == kRoleFarEnd) return runFarEnd(part.port, part.pair);
+  if (part.role == kRoleStarter) return runStarter(part.port, part.starts);
   return fail("there is no part named " + part.role);
 }
 
@@ -65,6 +69,7 @@ int drive(const Settings& settings, const std::string& only, const std::string& 
   addStuckMeasurement(settings, measurements);
   addCrowdMeasurement(settings, measurements);
   addStartMeasurements(settings, measurements);
+  addLaunchCrowdMeasurement(settings, measurements);
   choose(measurements, only);
   if (measurements.empty()) return fail("no row has '" + only + "' in its name");
   std::string error;
@@ -108,6 +113,9 @@ int main(int argc, char** argv) {
   app.add_option("--pair", part.pair)->group("");
   app.add_option("--pairs", part.pairs)->group("");
   app.add_option("--road", part.road)->group("");
+  app.add_option("--program", part.starts.program)->group("");
+  app.add_option("--count", part.starts.count)->group("");
+  app.add_option("--hanging", part.starts.hanging)->group("");
   CLI11_PARSE(app, argc, argv);
 
   if (!part.role.empty()) return runPart(part);
@@ -117,6 +125,9 @@ int main(int argc, char** argv) {
     settings.blocks = 2;
     settings.idlePlugins = 1000;
     settings.stuckBytes = 4 << 20;
+    settings.chainedLaunches = 3;
+    settings.crowdedLaunches = 10;
+    settings.launchTimeout = 1;
   }
   try {
     return drive(settings, only, json);

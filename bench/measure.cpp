@@ -1,6 +1,7 @@
 #include "bench/measure.h"
 
 #include <algorithm>
+#include <atomic>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -8,12 +9,15 @@
 #include "bench/statistics.h"
 #include "bench/stopwatch.h"
 
-bool measureRoundTrips(Lane& lane, std::uint32_t count, RoundTripTimes& times,
-                       const std::function<bool()>& before) {
+namespace {
+
+// How many are announced at once while it isn't known how many it will be.
+constexpr std::uint32_t kRoundTripsBeside = 50;
+
+bool sampleRoundTrips(Lane& lane, std::uint32_t count, const std::function<bool()>& before,
+                      std::vector<double>& samples) {
   PacketSocket& socket = lane.socket();
   Bytes packet = makePacket(socket.route(), Order::echo, 0, kSmallPayload);
-  std::vector<double> samples;
-  samples.reserve(count);
   if (!lane.announce(0, {kSmallPayload, count}, Order::echoes)) return false;
   for (std::uint32_t sequence = 1; sequence <= count; ++sequence) {
     stpWriteWord(packet.data() + 16, sequence);
@@ -25,9 +29,38 @@ bool measureRoundTrips(Lane& lane, std::uint32_t count, RoundTripTimes& times,
     if (answer.sequence != sequence || answer.payloadSize != kSmallPayload)
       return socket.fail("another packet has come back than was sent");
   }
-  times.median = medianOf(samples);
-  times.p99 = quantileOf(std::move(samples), 0.99);
   return true;
+}
+
+RoundTripTimes timesOf(const std::vector<double>& samples) {
+  return {medianOf(samples), quantileOf(samples, 0.99), quantileOf(samples, 1)};
+}
+
+}  // namespace
+
+bool measureRoundTrips(Lane& lane, std::uint32_t count, RoundTripTimes& times,
+                       const std::function<bool()>& before) {
+  std::vector<double> samples;
+  samples.reserve(count);
+  if (!sampleRoundTrips(lane, count, before, samples)) return false;
+  times = timesOf(samples);
+  return true;
+}
+
+bool measureRoundTripsBeside(Lane& lane, const std::function<void()>& work, RoundTripTimes& times) {
+  std::atomic<bool> over = false;
+  bool carried = false;
+  std::vector<double> samples;
+  std::thread link([&] {
+    do {
+      carried = sampleRoundTrips(lane, kRoundTripsBeside, {}, samples);
+    } while (carried && !over);
+  });
+  work();
+  over = true;
+  link.join();
+  if (carried) times = timesOf(samples);
+  return carried;
 }
 
 bool measureStreams(Lane& lane, const StreamOrder& order, double& seconds) {

@@ -17,14 +17,18 @@ inline constexpr std::int32_t kSmallPayload = 64;
 inline constexpr std::int32_t kLargePayload = 65536;
 
 struct RoundTripTimes {
-  double median = 0;  ///< microseconds
-  double p99 = 0;     ///< microseconds
+  double median = 0;   ///< microseconds
+  double p99 = 0;      ///< microseconds
+  double longest = 0;  ///< microseconds
 };
 
 /// Sends a packet of 64 bytes on the first pair and waits for the one that comes back, `count`
 /// times, with `before` ahead of each if it is given. False with the failure in the lane.
 bool measureRoundTrips(Lane& lane, std::uint32_t count, RoundTripTimes& times,
                        const std::function<bool()>& before = {});
+
+/// The same, one after the other from a thread of its own, for as long as `work` runs on this one.
+bool measureRoundTripsBeside(Lane& lane, const std::function<void()>& work, RoundTripTimes& times);
 
 /// Sends a stream on every pair at once, each from a thread of its own and as fast as it goes. The
 /// seconds from the first byte until the last far end has told that all of its stream has arrived.

@@ -18,6 +18,9 @@ struct Settings {
   BlockSize size;
   int idlePlugins = 5000;
   std::int64_t stuckBytes = 250 << 20;  ///< what waits for a receiver before it is too much
+  int chainedLaunches = 10;
+  int crowdedLaunches = 50;  ///< that are in hand at once
+  int launchTimeout = 2;     ///< seconds, of those that hang
 };
 
 class Measurement {

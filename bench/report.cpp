@@ -38,6 +38,13 @@ std::string ratio(const Row& row, Path other) {
          number(value->upperQuartile, 2) + ")";
 }
 
+// What the columns hold in place of the bare connection and the relay; mostly empty.
+std::string noteOf(const Row& row) {
+  std::string note = row.yardstick.empty() ? "" : "direct: " + row.yardstick;
+  if (!row.otherYardstick.empty()) note += "; relay: " + row.otherYardstick;
+  return note;
+}
+
 nlohmann::ordered_json jsonOf(const Ratio& ratio) {
   return {{"median", ratio.median}, {"quartiles", {ratio.lowerQuartile, ratio.upperQuartile}}};
 }
@@ -60,9 +67,9 @@ std::string tableOf(const std::vector<Row>& rows) {
   std::vector<std::string> notes;
   for (const Row& row : rows) {
     std::string title = row.title;
-    if (!row.yardstick.empty()) {
-      auto note = std::find(notes.begin(), notes.end(), row.yardstick);
-      if (note == notes.end()) note = notes.insert(note, row.yardstick);
+    if (const std::string text = noteOf(row); !text.empty()) {
+      auto note = std::find(notes.begin(), notes.end(), text);
+      if (note == notes.end()) note = notes.insert(note, text);
       title += " [" + std::to_string(note - notes.begin() + 1) + "]";
     }
     table += padded(title, kTitle, true) + padded(row.unit, kUnit, true);
@@ -72,7 +79,7 @@ std::string tableOf(const std::vector<Row>& rows) {
     table += '\n';
   }
   for (std::size_t i = 0; i < notes.size(); ++i)
-    table += (i == 0 ? "\n[" : "[") + std::to_string(i + 1) + "] direct: " + notes[i] + '\n';
+    table += (i == 0 ? "\n[" : "[") + std::to_string(i + 1) + "] " + notes[i] + '\n';
   return table;
 }
 
@@ -84,6 +91,7 @@ bool writeJson(const std::string& file, const std::vector<Row>& rows) {
     entry["name"] = row.key;
     entry["unit"] = row.unit;
     if (!row.yardstick.empty()) entry["direct_is"] = row.yardstick;
+    if (!row.otherYardstick.empty()) entry["relay_is"] = row.otherYardstick;
     for (const Path path : kPaths)
       if (!row.of(path).empty())
         entry[pathName(path)] = {{"median", medianOf(row.of(path))}, {"blocks", row.of(path)}};

@@ -22,6 +22,8 @@ struct Row {
   int decimals = 0;
   /// What the direct column holds, if it isn't the bare connection.
   std::string yardstick{};
+  /// The same of the relay's column.
+  std::string otherYardstick{};
   bool isChosen = true;
   std::array<std::vector<double>, kPaths.size()> blocks{};
 

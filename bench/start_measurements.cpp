@@ -6,6 +6,7 @@
 
 #include "active_hub/plugin_options.h"
 #include "bench/installed_tree.h"
+#include "bench/launched_provider.h"
 #include "bench/statistics.h"
 #include "bench/stopwatch.h"
 #include "hublink_plugin/hublink_plugin.h"
@@ -15,6 +16,7 @@ namespace {
 constexpr int kDescriptions = 1000;
 constexpr int kRepetitions = 5;  // a start is short
 constexpr const char* kService = "Echo";
+const std::string kChain = "Chain";
 // What a large process holds, in bytes, and how many programs it starts.
 constexpr std::size_t kHeld = std::size_t{512} << 20;
 constexpr int kStarts = 50;
@@ -58,21 +60,33 @@ std::optional<double> readDescriptions(const InstalledTree& tree, std::string& e
   return std::nullopt;
 }
 
-// Asks for a service that nobody provides yet, until the link is there.
-std::optional<double> requestToAccepted(const InstalledTree& tree, std::string& error) {
+// Asks for services that nobody provides yet, each when the link to the one before is there.
+std::optional<double> requestToAccepted(const InstalledTree& tree,
+                                        const std::vector<std::string>& services,
+                                        std::string& error) {
   const std::uint16_t port = freePort();
   BenchProcess hub;
   HublinkPlugin plugin;
   if (!startHub(hub, tree, port, error) || !plugin.connect(port, error, "127.0.0.1", kStartLimit))
     return std::nullopt;
-  ServiceQuery query;
-  query.serviceName = kService;
+  std::vector<std::shared_ptr<HublinkLink>> links;
   const Stopwatch watch;
-  const ServiceReply reply = plugin.requestService(query, kStartLimit);
-  const double taken = watch.milliseconds();
-  if (reply.link) return taken;
-  error = std::string("request for a service that isn't running: ") + outcomeText(reply.outcome);
-  return std::nullopt;
+  for (const std::string& service : services) {
+    ServiceQuery query;
+    query.serviceName = service;
+    const ServiceReply reply = plugin.requestService(query, kStartLimit);
+    links.push_back(reply.link);
+    if (reply.link) continue;
+    error = "request for " + service + ", which isn't running: " + outcomeText(reply.outcome);
+    return std::nullopt;
+  }
+  return watch.milliseconds();
+}
+
+Start requests(std::vector<std::string> services) {
+  return [services = std::move(services)](const InstalledTree& tree, std::string& error) {
+    return requestToAccepted(tree, services, error);
+  };
 }
 
 // The same program, told to connect to a bare listening socket.
@@ -81,7 +95,7 @@ std::optional<double> startToConnected(const InstalledTree& tree, std::string& e
   BenchProcess provider;
   const Stopwatch watch;
   if (!provider.start(
-          tree.provider(),
+          tree.file(kEchoProvider),
           {plugin_options::kHubPort, std::to_string(platform::localPort(listener.get()))}, error))
     return std::nullopt;
   int status = 0;
@@ -94,7 +108,7 @@ std::optional<double> startToConnected(const InstalledTree& tree, std::string& e
 class StartMeasurement : public Measurement {
  public:
   StartMeasurement(const Settings& settings, Row row, Start hub, Start yardstick,
-                   std::vector<std::string> services)
+                   std::vector<Description> services)
       : Measurement({std::move(row)}),
         settings_(settings),
         starts_{std::move(yardstick), std::move(hub)},
@@ -102,7 +116,7 @@ class StartMeasurement : public Measurement {
 
   bool open(std::string&) override {
     tree_.emplace(settings_.programs, row(0).key);
-    for (const std::string& service : services_) tree_->describe(service);
+    for (const Description& service : services_) tree_->describe(service);
     return true;
   }
 
@@ -124,7 +138,7 @@ class StartMeasurement : public Measurement {
  private:
   const Settings& settings_;
   std::array<Start, 2> starts_;
-  std::vector<std::string> services_;
+  std::vector<Description> services_;
   std::optional<InstalledTree> tree_;
 };
 
@@ -154,12 +168,12 @@ class LargeProcessMeasurement : public Measurement {
 }  // namespace
 
 void addStartMeasurements(const Settings& settings, Measurements& measurements) {
-  const auto add = [&](Row row, Start hub, Start yardstick, std::vector<std::string> services) {
+  const auto add = [&](Row row, Start hub, Start yardstick, std::vector<Description> services) {
     measurements.push_back(std::make_unique<StartMeasurement>(
         settings, std::move(row), std::move(hub), std::move(yardstick), std::move(services)));
   };
-  std::vector<std::string> many;
-  for (int i = 0; i < kDescriptions; ++i) many.push_back("Service" + std::to_string(i));
+  std::vector<Description> many;
+  for (int i = 0; i < kDescriptions; ++i) many.push_back({"Service" + std::to_string(i)});
   add({"start_empty", "start to listening, no description file", "ms", 2}, startToListening, {},
       {});
   add({"start_described", "start to listening, " + grouped(kDescriptions) + " description files",
@@ -167,7 +181,21 @@ void addStartMeasurements(const Settings& settings, Measurements& measurements) 
       startToListening, readDescriptions, std::move(many));
   add({"launch", "launch, from the request to the accepted reply", "ms", 2,
        "start of the same program to its connection, without a hub"},
-      requestToAccepted, startToConnected, {kService});
+      requests({kService}), startToConnected, {{kService}});
+  std::vector<Description> providers;
+  std::vector<std::string> singles;
+  for (int i = 0; i < settings.chainedLaunches; ++i) {
+    singles.push_back("Single" + std::to_string(i));
+    providers.push_back(launched(singles.back()));
+    providers.push_back(launched(kChain + std::to_string(i)));
+    if (i + 1 < settings.chainedLaunches) {
+      providers.back().arguments.push_back(launched_provider::kNeeds);
+      providers.back().arguments.push_back(kChain + std::to_string(i + 1));
+    }
+  }
+  add({"launch_chain", grouped(settings.chainedLaunches) + " launches, each within the one before",
+       "ms", 2, "as many launches of the same program, one after the other"},
+      requests({kChain + std::to_string(0)}), requests(std::move(singles)), std::move(providers));
   measurements.push_back(std::make_unique<LargeProcessMeasurement>(
       Row{"start_while_large", "start of a program, while holding 512 MiB", "ms", 3,
           "the same start, while holding nothing"}));
