@@ -23,6 +23,6 @@ class HLInternalFileLog : public TimestampedSTPFileLog {
   void writeOwnLine(const char* format, std::va_list arguments);
 
  private:
-  Hublink* hub_;
+  [[maybe_unused]] Hublink* hub_;
   bool goesOn_ = false;  // the present line has had a line end
 };
