@@ -6,10 +6,6 @@
 #include "services/hublink/hub_log.h"
 #include "services/hublink/plugin_bounds.h"
 
-bool ByPluginID::operator()(const HublinkConnection* a, const HublinkConnection* b) const {
-  return a->getPluginID() < b->getPluginID();
-}
-
 bool Broker::canReserve(const HublinkConnection* owner, std::int32_t count) {
   if (count < 0 || count > kLargestRNBlock) return false;
   if (rns_.count(owner) + count <= kMostRNs) return true;

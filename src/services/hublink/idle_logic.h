@@ -1,10 +1,11 @@
 // When the hub stops by itself.
 //
-// A hub without a record stops on the first pass without a persistent plugin. A shared one counts
-// such passes: the first starts the clock, the second confirms, the third can remove the record,
-// and once the limit has passed the hub stops. A persistent plugin that comes back starts all anew,
-// except that a record once removed stays removed. A hub that can take nobody any more gives its
-// record up at once, so that tools start another one.
+// A hub is needed as long as a plugin is persistent or is about to come, being started or connected
+// to. One without a record stops on the first pass in which it isn't. A shared one counts such
+// passes: the first starts the clock, the second confirms, the third can remove the record, and once
+// the limit has passed the hub stops. Being needed again starts all anew, except that a record once
+// removed stays removed. A hub that can take nobody any more gives its record up at once, so that
+// tools start another one.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +14,7 @@ class Hublink;
 
 class IdleLogic {
  public:
-  /// Milliseconds without a persistent plugin after which a shared hub stops.
+  /// Milliseconds without being needed after which a shared hub stops.
   static constexpr std::int64_t kLimit = 4000;
 
   explicit IdleLogic(Hublink& hub) : hub_(hub) {}

@@ -6,10 +6,9 @@
 #include <map>
 #include <string>
 
+#include "services/hublink/hublink_connection.h"
 #include "services/hublink/plugin_usage.h"
 #include "services/hublink/text_pairs.h"
-
-class HublinkConnection;
 
 struct PendingAccept {
   HublinkConnection* requester = nullptr;
@@ -23,6 +22,8 @@ struct PendingAccept {
 };
 
 struct ByPluginID {
-  bool operator()(const HublinkConnection* a, const HublinkConnection* b) const;
+  bool operator()(const HublinkConnection* a, const HublinkConnection* b) const {
+    return a->getPluginID() < b->getPluginID();
+  }
 };
 using PendingAccepts = std::multimap<HublinkConnection*, PendingAccept, ByPluginID>;
