@@ -134,8 +134,7 @@ TEST_F(LaunchTest, RequestsShareOneProviderUnlessTheyWantTheirOwn) {
               2);
     provider[cookie & 3] = plugin;
   }
-  EXPECT_EQ(provider[1], 2);
-  EXPECT_EQ(provider[3], 3);
+  EXPECT_EQ(std::minmax({provider[1], provider[3]}), std::minmax({2, 3})) << "in whichever order";
   EXPECT_TRUE(provider[2] == 2 || provider[2] == 3) << provider[2];
   // One that works elsewhere is started for whoever wants that, and found there by the next.
   for (const int cookie : {4, 5}) {
