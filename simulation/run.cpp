@@ -266,6 +266,8 @@ void Run::setWeather() {
   world_.weather.interruption = static_cast<unsigned>(scenario_.seed % 5 * 60);
   world_.weather.acceptFailure = scenario_.seed % 7 == 0 ? 100 : 0;
   world_.weather.refusal = scenario_.seed % 6 == 0 ? 50 : 0;
+  world_.weather.slowAnswer = scenario_.seed % 3 == 0 ? 300 : 0;
+  world_.weather.noAnswer = scenario_.seed % 11 == 0 ? 100 : 0;
   world_.weather.streamSize = std::size_t{512} << scenario_.seed % 9;
 }
 

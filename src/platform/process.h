@@ -83,7 +83,8 @@ bool runOnProcessor(int processor);
 const char* environmentVariable(const char* name);
 /// Refuses with E2BIG what would keep children from starting: a variable of more than 128 KiB with
 /// its name, the `=` and the closing zero, and more growth once all variables together take half of
-/// what the system hands to a program.
+/// what the system hands to a program. EAGAIN: too many earlier values are kept already for lookups
+/// of names, which may still read them.
 int setEnvironmentVariable(const char* name, const char* value);
 int unsetEnvironmentVariable(const char* name);
 

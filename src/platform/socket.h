@@ -1,7 +1,7 @@
 // Stream sockets: IPv4, and by a name within this machine. Every call is one system call or a few,
-// and none of them blocks but connectStream (which has a limit), resolveHost, and transfers on a
-// socket that was given to makeBlocking. Every failure is a value: errors are errno numbers, with
-// the ones that a caller tells apart named below.
+// and none of them blocks but connectStream and connectOutcome (which have a limit), resolveHost,
+// and transfers on a socket that was given to makeBlocking. Every failure is a value: errors are
+// errno numbers, with the ones that a caller tells apart named below.
 #pragma once
 
 #include <cstddef>
@@ -39,6 +39,11 @@ bool listenOn(Socket socket);
 /// Takes the next client: a non-blocking socket that children don't inherit. `wouldBlock` in
 /// `outcome` if nobody is there.
 Socket acceptFrom(Socket listener, Transfer& outcome);
+/// Begins to connect; 0 if that was all, inProgress, or the error.
+int beginConnect(Socket socket, std::uint32_t address, std::uint16_t port);
+/// What became of a connect in progress: 0, inProgress, or the error. Waits for it for at most so
+/// long. It shows as room of a socket that is watched and was told to have none (clearWritable).
+int connectOutcome(Socket socket, int milliseconds);
 /// Connects within `milliseconds`; 0, or the error.
 int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int milliseconds);
 /// A socket that listens on a name in the abstract namespace of this machine (unix(7)): the name

@@ -94,22 +94,6 @@ std::string dotted(NameCall call, Socket socket) {
   return text;
 }
 
-// Waits until a started connect has ended one way or the other.
-int finishConnect(Socket socket, int milliseconds) {
-  const std::uint64_t end = monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
-  for (;;) {
-    const std::uint64_t now = monotonicMilliseconds();
-    pollfd entry{socket, POLLOUT, 0};
-    const int ready = poll(&entry, 1, now < end ? static_cast<int>(end - now) : 0);
-    if (ready < 0 && errno == EINTR) continue;
-    if (ready <= 0) return ready == 0 ? ETIMEDOUT : errno;
-    int failure = 0;
-    socklen_t size = sizeof failure;
-    getsockopt(socket, SOL_SOCKET, SO_ERROR, &failure, &size);
-    return failure;
-  }
-}
-
 }  // namespace
 
 Socket openStream() {
@@ -146,11 +130,31 @@ Socket acceptFrom(Socket listener, Transfer& outcome) {
   }
 }
 
-int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int milliseconds) {
+int beginConnect(Socket socket, std::uint32_t address, std::uint16_t port) {
   sockaddr_in server = addressOf(address, port);
   if (connect(socket, generic(server), sizeof server) == 0) return 0;
-  if (errno != EINPROGRESS && errno != EINTR) return errno;
-  return finishConnect(socket, milliseconds);
+  return errno == EINTR ? EINPROGRESS : errno;
+}
+
+int connectOutcome(Socket socket, int milliseconds) {
+  const std::uint64_t end = monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
+  for (;;) {
+    const std::uint64_t now = monotonicMilliseconds();
+    pollfd entry{socket, POLLOUT, 0};
+    const int ready = poll(&entry, 1, now < end ? static_cast<int>(end - now) : 0);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) return ready == 0 ? EINPROGRESS : errno;
+    int failure = 0;
+    socklen_t size = sizeof failure;
+    getsockopt(socket, SOL_SOCKET, SO_ERROR, &failure, &size);
+    return failure;
+  }
+}
+
+int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int milliseconds) {
+  int outcome = beginConnect(socket, address, port);
+  if (outcome == EINPROGRESS) outcome = connectOutcome(socket, milliseconds);
+  return outcome == EINPROGRESS ? ETIMEDOUT : outcome;
 }
 
 Socket listenOnName(const std::string& name) {

@@ -1,6 +1,8 @@
 // Readiness in the simulated machine: a wait sees what has been announced since the last one.
 #include "platform/readiness.h"
 
+#include <algorithm>
+
 #include "platform/sim/stream.h"
 #include "platform/sim/world.h"
 
@@ -17,12 +19,20 @@ struct State {
 
 State stateOf(const Descriptor& entry, bool isArmed) {
   World& world = World::current();
-  if (!entry.stream) return {!world.isAlive(entry.child), false, false};
+  if (!entry.stream && entry.child != 0) return {!world.isAlive(entry.child), false, false};
+  if (!entry.stream) return {world.now() >= entry.answerAt, false, false};
   const sim::Stream& stream = *entry.stream;
+  if (stream.connecting) return {false, isArmed && world.now() >= stream.answerAt, false};
   const bool over = stream.connected && (stream.isAtEnd() || stream.reset || stream.ended);
   const bool hasRoom =
       isArmed && stream.connected && stream.roomComes && stream.room(world.weather.streamSize) > 0;
   return {stream.isReadable() || over, hasRoom || (over && stream.isBroken()), over};
+}
+
+// When the clock by itself changes that state.
+std::uint64_t changeOf(const Descriptor& entry) {
+  if (!entry.stream) return entry.child != 0 ? sim::kNever : entry.answerAt;
+  return entry.stream->connecting ? entry.stream->answerAt : sim::kNever;
 }
 
 }  // namespace
@@ -88,9 +98,11 @@ bool ReadinessSet::wait(int milliseconds, bool& failed) {
   };
   if (milliseconds != 0 && !process.killed && !news() && !process.woken) {
     process.idleCalls = 0;
-    world.waitUntil(
-        milliseconds < 0 ? sim::kNever : world.now() + static_cast<std::uint64_t>(milliseconds),
-        news, true);
+    std::uint64_t end =
+        milliseconds < 0 ? sim::kNever : world.now() + static_cast<std::uint64_t>(milliseconds);
+    for (const Descriptor& entry : process.descriptors)
+      if (entry.watchedBy == set_ && !entry.announced) end = std::min(end, changeOf(entry));
+    world.waitUntil(end, news, true);
   }
   failed = process.killed;
   if (failed) return false;

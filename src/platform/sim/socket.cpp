@@ -126,14 +126,38 @@ Socket acceptFrom(Socket listener, Transfer& outcome) {
   return world.open(world.self(), {std::move(client)});
 }
 
-int connectStream(Socket socket, std::uint32_t, std::uint16_t port, int) {
+int beginConnect(Socket socket, std::uint32_t, std::uint16_t port) {
   World& world = World::current();
   world.idle();
+  Stream* stream = streamOf(socket);
+  if (!stream) return error::invalid;
+  stream->place = std::to_string(port);
+  stream->connecting = true;
+  stream->answerAt = world.answerTime();
+  return connectOutcome(socket, 0);
+}
+
+int connectOutcome(Socket socket, int milliseconds) {
+  World& world = World::current();
   const Descriptor* entry = world.entry(socket);
-  if (!entry) return error::invalid;
-  if (!join(entry->stream, std::to_string(port))) return error::refused;
-  entry->stream->port = world.freePort();
+  if (!entry || !entry->stream->connecting) return error::invalid;
+  // A process that is killed while it waits loses its descriptors.
+  const std::shared_ptr<Stream> stream = entry->stream;
+  const std::uint64_t limit = world.now() + static_cast<std::uint64_t>(milliseconds);
+  if (milliseconds > 0 && world.now() < stream->answerAt)
+    world.waitUntil(std::min(limit, stream->answerAt), nullptr);
+  if (world.self().killed) return error::invalid;
+  if (world.now() < stream->answerAt) return error::inProgress;
+  stream->connecting = false;
+  if (!join(stream, stream->place)) return error::refused;
+  stream->port = world.freePort();
   return 0;
+}
+
+int connectStream(Socket socket, std::uint32_t address, std::uint16_t port, int milliseconds) {
+  int outcome = beginConnect(socket, address, port);
+  if (outcome == error::inProgress) outcome = connectOutcome(socket, milliseconds);
+  return outcome == error::inProgress ? error::timedOut : outcome;
 }
 
 Socket listenOnName(const std::string& name) {

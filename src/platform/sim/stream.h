@@ -18,8 +18,12 @@ struct Stream {
 
   // Listening.
   bool listening = false;
-  std::string place;                            ///< the world's key for it
+  std::string place;  ///< the world's key for it, or for whom it connects to
   std::deque<std::shared_ptr<Stream>> clients;  ///< not yet accepted
+
+  // Connecting.
+  bool connecting = false;
+  std::uint64_t answerAt = 0;  ///< ms
 
   // Connected.
   std::weak_ptr<Stream> peer;  ///< gone once the other side has closed

@@ -16,6 +16,8 @@ constexpr int kMostIdleCalls = 20000;
 // Milliseconds that each call of a killed process seems to take.
 constexpr std::uint64_t kKilledStep = 100;
 constexpr int kKillSignal = 9;
+// Milliseconds that an answer takes at most: some come too late for whoever waits for them.
+constexpr std::uint64_t kSlowestAnswer = 8000;
 
 World* theWorld = nullptr;
 thread_local Process* thisProcess = nullptr;
@@ -188,6 +190,11 @@ Process& World::self() {
 std::uint64_t World::now() {
   const Process& process = self();
   return process.killed ? now_ + static_cast<std::uint64_t>(process.idleCalls) * kKilledStep : now_;
+}
+
+std::uint64_t World::answerTime() {
+  if (chance(weather.noAnswer)) return kNever;
+  return chance(weather.slowAnswer) ? now() + upTo(kSlowestAnswer) : now();
 }
 
 void World::idle() {

@@ -42,6 +42,8 @@ struct Weather {
   unsigned interruption = 0;     ///< somebody else runs within the call
   unsigned refusal = 0;          ///< a connect is refused
   unsigned acceptFailure = 0;    ///< an accept finds no descriptor
+  unsigned slowAnswer = 0;       ///< a connect or the lookup of a name takes its time
+  unsigned noAnswer = 0;         ///< it gets no answer ever
   std::size_t streamSize = 65536;
 };
 
@@ -67,11 +69,12 @@ class Turn {
 
 /// One entry of a process's table of descriptors.
 struct Descriptor {
-  std::shared_ptr<Stream> stream;  ///< null for a watched child
-  ProcessId child = 0;
+  std::shared_ptr<Stream> stream;  ///< null for a watched child or a lookup
+  ProcessId child = 0;             ///< 0 for a lookup
   bool isOpen = false;
-  int watchedBy = -1;     ///< the readiness set
-  bool announced = true;  ///< nothing has changed since a wait last looked
+  int watchedBy = -1;          ///< the readiness set
+  bool announced = true;       ///< nothing has changed since a wait last looked
+  std::uint64_t answerAt = 0;  ///< ms; of a lookup
 };
 
 struct Process {
@@ -154,6 +157,8 @@ class World {
   std::uint64_t now();
   bool chance(unsigned thousandths) { return random_() % 1000 < thousandths; }
   std::uint64_t upTo(std::uint64_t most) { return 1 + random_() % most; }
+  /// When what is asked of somebody far away is answered, ms of the clock: now, later or kNever.
+  std::uint64_t answerTime();
   /// The process whose thread this is; the driver counts as one that never waits.
   Process& self();
   /// A call that did nothing, and a place where others may run.

@@ -6,19 +6,12 @@
 #include "platform/credentials.h"
 #include "platform/readiness.h"
 #include "platform/socket.h"
+#include "stp_transport/transport/stp_connect_attempt.h"
 
 namespace {
 
 void report(STPStatus* status, std::int32_t code, const char* text) {
   if (status) status->set(code, text);
-}
-
-// Somebody else may hold the name.
-int connectToName(std::uint16_t port) {
-  const platform::Socket fd = platform::connectToName(stpLocalName(port));
-  if (fd == platform::kNoSocket || platform::userOfServer(fd).isOwn()) return fd;
-  platform::closeStream(fd);
-  return platform::kNoSocket;
 }
 
 }  // namespace
@@ -78,31 +71,9 @@ int acceptClient(int listenFD, bool closeListener, STPStatus* status) {
 }
 
 int connectToServer(const char* host, std::uint16_t port, STPStatus* status, bool takesLocalRoad) {
-  report(status, STP_OK, "");
-  std::uint32_t address = 0;
-  if (!host || (!platform::parseAddress(host, address) && !platform::resolveHost(host, address))) {
-    report(status, STP_FAILED, "[connectToServer]: Unable to resolve host");
-    return 0;
-  }
-  if (takesLocalRoad && stpUsesLocalRoad() && platform::isOwnAddress(address)) {
-    const platform::Socket local = connectToName(port);
-    if (local != platform::kNoSocket) {
-      platform::setStreamOptions(local);
-      return local;
-    }
-  }
-  const platform::Socket fd = platform::openStream();
-  const int failure = fd < 0 ? -1 : platform::connectStream(fd, address, port, STP_CONNECT_LIMIT);
-  if (failure == 0) {
-    platform::setStreamOptions(fd);
-    return fd;
-  }
-  if (fd >= 0) platform::closeStream(fd);
-  const char* text = "[ConnectToServer]: connection failed";
-  if (failure == platform::error::addressInUse) text = "[ConnectToServer]: address in use";
-  if (failure == platform::error::refused) text = "[ConnectToServer]: connection refused";
-  report(status, STP_FAILED, text);
-  return 0;
+  STPConnectAttempt attempt(host, port, takesLocalRoad, STPConnectMode::waiting);
+  if (status) *status = attempt.status();
+  return attempt.takeSocket();
 }
 
 void closeSocket(int fd) {

@@ -10,9 +10,6 @@
 
 #include "stp_transport/transport/stp_status.h"
 
-/// Milliseconds that a connect may take.
-inline constexpr int STP_CONNECT_LIMIT = 5000;
-
 /// A listening socket on `port` (0: the system picks), or 0. With `loopbackOnly` it is bound to
 /// 127.0.0.1, otherwise to every address of the machine.
 int getListenSocket(std::uint16_t port, STPStatus* status, bool loopbackOnly = false);
@@ -21,8 +18,7 @@ int getFreeListenSocket(std::uint16_t* port, STPStatus* status, bool loopbackOnl
 void closeListenSocket(int fd, STPStatus* status);
 /// A new connection, or -1. With a good status nobody was there.
 int acceptClient(int listenFD, bool closeListener, STPStatus* status);
-/// A connected socket, or 0. If the host is this machine and a process of this user or of root
-/// listens on the name beside the port, it is reached by that, else by TCP.
+/// A connected socket, or 0. Waits for it (stp_connect_attempt.h).
 int connectToServer(const char* host, std::uint16_t port, STPStatus* status,
                     bool takesLocalRoad = true);
 
