@@ -49,6 +49,10 @@ class Broker {
   // --- Services and RNs (broker_services.cpp) ---
   HublinkConnection* connectionForRN(std::int32_t rn) const { return rns_.owner(rn); }
   void releaseRN(HublinkConnection* owner, std::int32_t rn) { rns_.release(owner, rn); }
+  void countTraffic(std::int32_t source, std::int32_t destination,
+                    const RNTable::Traffic& traffic) {
+    rns_.count(source, destination, traffic);
+  }
   void reserveRNBlock(HublinkConnection* owner, std::int32_t count);
   void registerServiceList(HublinkConnection* provider, const StringArray& names);
   void unregisterService(std::int32_t serviceRN) { services_.remove(serviceRN); }

@@ -113,6 +113,15 @@ STPTransport* Hublink::forwardTarget(std::int32_t destinationRN) {
   return owner ? owner->getTransport() : nullptr;
 }
 
+// A sender may write any RN there: what it counts for is its own.
+void Hublink::relayed(const STPTransport& sender, std::int32_t sourceRN, std::int32_t destinationRN,
+                      std::int64_t packets, std::int64_t bytes) {
+  const HublinkConnection* owner = broker_.connectionForRN(sourceRN);
+  const bool isOwn = owner && owner->getTransport() == &sender;
+  broker_.countTraffic(isOwn ? sourceRN : 0, destinationRN,
+                       {static_cast<std::uint64_t>(packets), static_cast<std::uint64_t>(bytes)});
+}
+
 void Hublink::congestionChanged(STPTransport* target, bool isCongested) {
   const HublinkConnection* connection = plugins_.ownerOf(target);
   if (!connection) return;

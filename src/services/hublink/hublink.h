@@ -73,6 +73,9 @@ class Hublink : public ForwardingHandler {
 
   /// The transport of the owner of an RN above the link's own addresses, else null.
   STPTransport* forwardTarget(std::int32_t destinationRN) override;
+  /// Counts the traffic of links.
+  void relayed(const STPTransport& sender, std::int32_t sourceRN, std::int32_t destinationRN,
+               std::int64_t packets, std::int64_t bytes) override;
   /// Tells in the internal log who holds others up.
   void congestionChanged(STPTransport* target, bool isCongested) override;
 

@@ -33,8 +33,34 @@ std::int32_t RNTable::assign(HublinkConnection* owner) {
   else
     ++page.used;
   place = owner;
+  if (page.traffic) (*page.traffic)[static_cast<std::size_t>(rn) % kPageSize] = {};
   note(owner, 1);
   return rn;
+}
+
+// Null if the traffic of this RN isn't counted.
+RNTable::TrafficOfRN* RNTable::trafficPlace(std::int32_t rn) {
+  if (rn < kFirst) return nullptr;
+  const std::size_t index = static_cast<std::size_t>(rn) / kPageSize;
+  if (index >= slots_.size() || !slots_[index].page) return nullptr;
+  Page& page = *slots_[index].page;
+  if (!page.traffic) page.traffic = std::make_unique<TrafficPage>();
+  return &(*page.traffic)[static_cast<std::size_t>(rn) % kPageSize];
+}
+
+void RNTable::count(std::int32_t source, std::int32_t destination, const Traffic& traffic) {
+  const auto add = [&traffic](Traffic& sum) {
+    sum.packets += traffic.packets;
+    sum.bytes += traffic.bytes;
+  };
+  if (TrafficOfRN* from = trafficPlace(source)) add(from->sent);
+  if (TrafficOfRN* to = trafficPlace(destination)) add(to->received);
+}
+
+RNTable::TrafficOfRN RNTable::traffic(std::int32_t rn) const {
+  const std::size_t index = rn < kFirst ? slots_.size() : static_cast<std::size_t>(rn) / kPageSize;
+  if (index >= slots_.size() || !slots_[index].page || !slots_[index].page->traffic) return {};
+  return (*slots_[index].page->traffic)[static_cast<std::size_t>(rn) % kPageSize];
 }
 
 std::int64_t RNTable::count(const HublinkConnection* owner) const {

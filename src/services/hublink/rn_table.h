@@ -38,6 +38,19 @@ class RNTable {
   }
   /// Takes back all RNs of `owner`, calling `visit` with those that were handed out one by one.
   void releaseAll(const HublinkConnection* owner, const std::function<void(std::int32_t)>& visit);
+  /// What has been sent from an RN, or to it.
+  struct Traffic {
+    std::uint64_t packets = 0;
+    std::uint64_t bytes = 0;
+  };
+  struct TrafficOfRN {
+    Traffic sent, received;
+  };
+  /// Counts what has been sent from one RN to another, as far as they are owned; those of large
+  /// blocks aren't counted.
+  void count(std::int32_t source, std::int32_t destination, const Traffic& traffic);
+  /// Since the RN was handed out.
+  TrafficOfRN traffic(std::int32_t rn) const;
   /// How many RNs it owns.
   std::int64_t count(const HublinkConnection* owner) const;
   /// How many pages are held, for those who watch memory.
@@ -47,15 +60,18 @@ class RNTable {
   friend class HublinkInspector;
 
   static constexpr std::size_t kPageSize = 1024;
+  using TrafficPage = std::array<TrafficOfRN, kPageSize>;
   struct Page {
     std::array<HublinkConnection*, kPageSize> owners{};
     std::size_t used = 0;
+    std::unique_ptr<TrafficPage> traffic{};  // null as long as there was none
   };
   struct Slot {
     HublinkConnection* whole = nullptr;  // owner of all RNs of a page that isn't spelt out
     std::unique_ptr<Page> page;
   };
 
+  TrafficOfRN* trafficPlace(std::int32_t rn);
   std::int32_t takeNext();
   Page& spellOut(std::size_t index);
   void clear(std::size_t index, std::size_t place);

@@ -23,6 +23,17 @@ class ForwardingHandler {
   virtual ~ForwardingHandler() = default;
   /// The transport that a packet for `destinationRN` is passed on to, or null to keep it here.
   virtual STPTransport* forwardTarget(std::int32_t destinationRN) = 0;
+  /// Packets from the one RN to the other, which came one behind the other on `sender`, have been
+  /// passed on; `bytes` with their headers and fill. Only forwardTarget has said that the second is
+  /// anybody's.
+  virtual void relayed(const STPTransport& sender, std::int32_t sourceRN,
+                       std::int32_t destinationRN, std::int64_t packets, std::int64_t bytes) {
+    static_cast<void>(sender);
+    static_cast<void>(sourceRN);
+    static_cast<void>(destinationRN);
+    static_cast<void>(packets);
+    static_cast<void>(bytes);
+  }
   /// More waits for `target` than it may hold, or no longer: those who send to it are stopped.
   virtual void congestionChanged(STPTransport* target, bool isCongested) {
     static_cast<void>(target);

@@ -3,6 +3,18 @@
 #include <algorithm>
 #include <cstring>
 
+namespace {
+
+// Source and destination, which are only compared.
+std::uint64_t routeOf(const unsigned char* packet) {
+  static_assert(STP_DESTINATION_OFFSET == STP_SOURCE_OFFSET + 4);
+  std::uint64_t route = 0;
+  std::memcpy(&route, packet + STP_SOURCE_OFFSET, sizeof route);
+  return route;
+}
+
+}  // namespace
+
 // Brings the bytes to the front, in a larger block if there is too little room behind them for
 // `wanted` bytes or a read of the usual size.
 void STPReadBuffer::makeRoom(std::int64_t wanted) {
@@ -25,10 +37,11 @@ void STPReadBuffer::makeRoom(std::int64_t wanted) {
 // The packets of a stream mostly have the sizes of the one before. As long as they do, the place of
 // the next doesn't depend on what is read of this one, and the processor runs ahead: that takes a
 // third of the time.
-std::int64_t STPReadBuffer::runTo(std::uint32_t destination, std::int64_t place) {
+STPReadBuffer::PacketRun STPReadBuffer::runLike(std::int64_t first, std::int64_t place) {
+  const std::uint64_t route = routeOf(front() + first);
   const unsigned char* const begin = front() + place;
   const std::int64_t available = count_ - place;
-  std::int64_t run = 0, total = 0;
+  std::int64_t run = 0, total = 0, packets = 0;
   std::uint32_t header = 0, payload = 0;
   while (available - run >= STP_MIN_HEADER_SIZE) {
     const unsigned char* const packet = begin + run;
@@ -39,12 +52,12 @@ std::int64_t STPReadBuffer::runTo(std::uint32_t destination, std::int64_t place)
       payload = nextPayload;
       total = std::int64_t{header} + payload;
     }
-    if (stpReadWord(packet + STP_DESTINATION_OFFSET) != destination || total > available - run)
-      break;
+    if (routeOf(packet) != route || total > available - run) break;
     if (total % 4 != 0) clearFill(place + run, total);
     run += stpStoredSize(total);
+    ++packets;
   }
-  return run;
+  return {packets, run};
 }
 
 STPReadBuffer::Room STPReadBuffer::freeRoom() {

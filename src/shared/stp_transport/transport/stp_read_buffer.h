@@ -46,9 +46,15 @@ class STPReadBuffer {
   STPPacketTest test(std::int64_t place = 0) const {
     return stpTestPacket(front() + place, count_ - place);
   }
-  /// How many bytes from `place` on are whole packets for `destination`, with the fill behind each
-  /// set to 0: what a stream consists of, looked through as quickly as can be.
-  std::int64_t runTo(std::uint32_t destination, std::int64_t place);
+  /// Packets that follow each other, and their bytes with the fill behind each.
+  struct PacketRun {
+    std::int64_t packets = 0;
+    std::int64_t bytes = 0;
+  };
+  /// The whole packets from `place` on that go the same way as the one at `first`, from its RN to
+  /// its RN, with the fill behind each set to 0: what a stream consists of, looked through as
+  /// quickly as can be.
+  PacketRun runLike(std::int64_t first, std::int64_t place);
   /// The front has turned out to be less than a packet: there is nothing to take until more comes.
   void awaitMore() { needMore_ = true; }
   /// Sets the fill behind a packet of `total` bytes at `place` to 0, be it there or still to come.

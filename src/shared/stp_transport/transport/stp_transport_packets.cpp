@@ -172,16 +172,23 @@ bool STPTransport::isFrontForThisEnd() const {
 // tells which; or, as if more had to come, when this end has to wait for the receiver.
 STPPacketTest STPTransport::passOnFront() {
   STPTransport* target = nullptr;
-  std::int64_t run = 0;  // bytes at the front that are for `target`
-  std::uint32_t runDestination = 0;
+  std::int64_t run = 0;     // bytes at the front that are for `target`
+  std::int64_t latest = 0;  // the place of the packet that was tested last
   for (;;) {
-    if (target) run += input_.runTo(runDestination, run);
+    if (target) {
+      const STPReadBuffer::PacketRun more = input_.runLike(latest, run);
+      const unsigned char* packet = input_.front() + latest;
+      forwardingHandler_->relayed(
+          *this, static_cast<std::int32_t>(stpReadWord(packet + STP_SOURCE_OFFSET)),
+          static_cast<std::int32_t>(stpReadWord(packet + STP_DESTINATION_OFFSET)), more.packets + 1,
+          run - latest + more.bytes);
+      run += more.bytes;
+    }
     const STPPacketTest test = input_.test(run);
     STPTransport* next = nullptr;
     if (test.state == STPPacketState::complete) {
-      const unsigned char* packet = input_.front() + run;
-      runDestination = stpReadWord(packet + STP_DESTINATION_OFFSET);
-      next = targetOf(packet);
+      latest = run;
+      next = targetOf(input_.front() + run);
     }
     if (next != target && target) {
       forwardRun(*target, run, test.state == STPPacketState::incomplete);

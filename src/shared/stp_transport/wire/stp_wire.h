@@ -22,7 +22,8 @@ inline constexpr std::int64_t STP_MAX_PACKET_SIZE = 0x10000000;
 
 /// Bytes of fill that may follow a packet, at most.
 inline constexpr std::int64_t STP_MAX_FILL = 3;
-/// Offset of the word that a relay goes by.
+/// Offsets of the words that say from which RN to which a packet goes: a relay goes by the latter.
+inline constexpr std::int64_t STP_SOURCE_OFFSET = 8;
 inline constexpr std::int64_t STP_DESTINATION_OFFSET = 12;
 
 /// The addresses of a link itself. The hub hands out RNs from STP_FIRST_RN on.
