@@ -23,7 +23,9 @@ struct PeerUser {
     unknown,    ///< it is on this machine, and the system can't tell, or it has closed already
   };
   Kind kind = Kind::unknown;
-  UserId user = 0;  ///< only if known
+  UserId user = 0;           ///< only if known
+  bool byName = false;       ///< the connection is one by name
+  std::int32_t process = 0;  ///< 0 unless the system tells it, which it does of those by name
 
   /// A process of this user or of root, who could do what it asks for anyway.
   bool isOwn() const { return kind == Kind::known && (user == currentUser() || user == kRoot); }

@@ -64,6 +64,9 @@ void releaseChild(ProcessId child);
 /// its parent doesn't.
 bool processExists(ProcessId process);
 ProcessId currentProcess();
+/// The file name of the program that a process runs, without its directory; empty if that can't be
+/// told.
+std::string programOf(ProcessId process);
 /// Asks a process to end.
 int terminateProcess(ProcessId process);
 /// Ends a process at once.
@@ -88,6 +91,12 @@ const char* environmentVariable(const char* name);
 int setEnvironmentVariable(const char* name, const char* value);
 int unsetEnvironmentVariable(const char* name);
 
+/// How many files and sockets this process has open, and how many it may; 0 if that can't be told.
+struct DescriptorUse {
+  int open = 0;
+  int most = 0;
+};
+DescriptorUse descriptorUse();
 /// Raises the soft limit on open files to the hard one. Children get the limit from before.
 void raiseDescriptorLimit();
 /// Writing to a connection whose peer has gone fails instead of ending the process.

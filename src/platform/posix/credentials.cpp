@@ -70,8 +70,9 @@ bool askSocket(Socket socket, PeerUser& peer) {
   if (!isNamed(socket)) return false;
   ucred credentials{};
   socklen_t size = sizeof credentials;
+  peer.byName = true;
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0)
-    peer = {PeerUser::Kind::known, credentials.uid};
+    peer = {PeerUser::Kind::known, credentials.uid, true, credentials.pid};
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/process.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -343,6 +344,15 @@ ProcessId currentProcess() {
   return getpid();
 }
 
+std::string programOf(ProcessId process) {
+  std::array<char, 4096> path;
+  const std::string link = "/proc/" + std::to_string(process) + "/exe";
+  const ssize_t size = readlink(link.c_str(), path.data(), path.size());
+  if (size <= 0) return {};
+  const std::string text(path.data(), static_cast<std::size_t>(size));
+  return text.substr(text.rfind('/') + 1);
+}
+
 int terminateProcess(ProcessId process) {
   return sendSignal(process, SIGTERM);
 }
@@ -375,6 +385,19 @@ bool runOnProcessor(int processor) {
     return sched_setaffinity(0, sizeof one, &one) == 0;
   }
   return false;
+}
+
+DescriptorUse descriptorUse() {
+  DescriptorUse use;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0) use.most = static_cast<int>(limit.rlim_cur);
+  DIR* const directory = opendir("/proc/self/fd");
+  if (!directory) return use;
+  while (const dirent* entry = readdir(directory))
+    if (entry->d_name[0] != '.') ++use.open;
+  --use.open;  // that of the walk itself
+  closedir(directory);
+  return use;
 }
 
 void raiseDescriptorLimit() {

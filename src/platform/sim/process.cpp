@@ -127,6 +127,11 @@ ProcessId currentProcess() {
   return World::current().self().id;
 }
 
+std::string programOf(ProcessId process) {
+  const Process* found = World::current().find(process);
+  return found ? found->name : "";
+}
+
 int terminateProcess(ProcessId process) {
   return end(process, false);
 }
@@ -165,6 +170,13 @@ int unsetEnvironmentVariable(const char* name) {
   if (!name) return -kInvalid;
   World::current().self().environment.erase(name);
   return 0;
+}
+
+DescriptorUse descriptorUse() {
+  DescriptorUse use;
+  for (const auto& descriptor : World::current().self().descriptors)
+    use.open += descriptor.isOpen ? 1 : 0;
+  return use;
 }
 
 void raiseDescriptorLimit() {}

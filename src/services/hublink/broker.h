@@ -15,11 +15,13 @@
 #include "services/hublink/waiting_table.h"
 
 class ConnectedPlugins;
+class HubEvents;
 class HubLog;
 class Launcher;
 class PluginConnector;
 class PluginRecord;
 class ServiceDatabase;
+class StatusService;
 
 /// The fields of RequestServiceConnection, valid while the message is handled.
 struct ServiceRequest {
@@ -37,29 +39,37 @@ class Broker {
  public:
   /// Has plugins that `database` describes started by `launcher`.
   Broker(const ServiceDatabase& database, ConnectedPlugins& plugins, Launcher& launcher,
-         PluginConnector& connector, HubLog& log)
+         PluginConnector& connector, StatusService& status, HubEvents& events, HubLog& log)
       : database_(database),
         plugins_(plugins),
         launcher_(launcher),
         connector_(connector),
+        status_(status),
+        events_(events),
         log_(log) {}
   Broker(const Broker&) = delete;
   Broker& operator=(const Broker&) = delete;
 
   // --- Services and RNs (broker_services.cpp) ---
   HublinkConnection* connectionForRN(std::int32_t rn) const { return rns_.owner(rn); }
-  void releaseRN(HublinkConnection* owner, std::int32_t rn) { rns_.release(owner, rn); }
+  void releaseRN(HublinkConnection* owner, std::int32_t rn);
   void countTraffic(std::int32_t source, std::int32_t destination,
                     const RNTable::Traffic& traffic) {
     rns_.count(source, destination, traffic);
   }
   void reserveRNBlock(HublinkConnection* owner, std::int32_t count);
   void registerServiceList(HublinkConnection* provider, const StringArray& names);
-  void unregisterService(std::int32_t serviceRN) { services_.remove(serviceRN); }
+  void unregisterService(std::int32_t serviceRN);
   void connectionAccepted(HublinkConnection* provider, std::int32_t serviceRN,
                           std::int32_t remoteRN, bool accept);
   void dropServiceConnection(HublinkConnection* sender, std::int32_t localRN,
                              std::int32_t serviceRN);
+
+  // --- For those who look into the hub ---
+  const ServiceDatabase& database() const { return database_; }
+  const ServiceTable& services() const { return services_; }
+  const RNTable& rns() const { return rns_; }
+  const WaitingTable& waiting() const { return waiting_; }
 
   // --- Questions (broker_requests.cpp) ---
   void requestServiceConnection(HublinkConnection* requester, const ServiceRequest& request);
@@ -118,13 +128,18 @@ class Broker {
   void logFailedLaunch(const std::string& program, const char* serviceName);
   static void printFailedStartup(const std::string& program);
   bool findAnother(Waiting& waiting);
-  static void fail(const Waiting& waiting);
+  void fail(const Waiting& waiting);
+  void replyFailure(HublinkConnection* requester, const char* serviceName,
+                    std::int32_t clientCookie);
+  void openStatus(HublinkConnection* requester, const ServiceRequest& request);
   void purgeAccepts(HublinkConnection* connection);
 
   const ServiceDatabase& database_;
   ConnectedPlugins& plugins_;
   Launcher& launcher_;
   PluginConnector& connector_;
+  StatusService& status_;
+  HubEvents& events_;
   HubLog& log_;
   ServiceTable services_;
   RNTable rns_;

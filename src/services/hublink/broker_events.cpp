@@ -4,7 +4,9 @@
 
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
+#include "services/hublink/hub_events.h"
 #include "services/hublink/hub_log.h"
+#include "services/hublink/status/status_service.h"
 
 void Broker::logFailedLaunch(const std::string& program, const char* serviceName) {
   log_.logInternal("Warning: Failed to launch plugin: %s to handle service %s.\n", program.c_str(),
@@ -17,7 +19,7 @@ void Broker::printFailedStartup(const std::string& program) {
 
 void Broker::fail(const Waiting& waiting) {
   if (const auto* service = std::get_if<ServiceWish>(&waiting.wish))
-    waiting.requester->sendFailureReply(service->name.c_str(), service->clientCookie);
+    replyFailure(waiting.requester, service->name.c_str(), service->clientCookie);
   else if (const auto* query = std::get_if<QueryWish>(&waiting.wish))
     waiting.requester->PluginIdForServiceReplyEvent(query->cookie, query->name.c_str(), -1, true);
   else if (const auto* plugin = std::get_if<PluginWish>(&waiting.wish))
@@ -72,7 +74,7 @@ void Broker::startPluginEvent(HublinkConnection* sender, std::int32_t startCooki
       end.own->requester->PluginConnectedEvent(plugin->cookie, success ? pluginID : -1,
                                                errorMessage);
     else if (const auto* wish = std::get_if<ServiceWish>(&end.own->wish))
-      end.own->requester->sendFailureReply("", wish->clientCookie);
+      replyFailure(end.own->requester, "", wish->clientCookie);
   }
   for (const Waiting& waiting : end.others) fail(waiting);
   if (end.setAside != 0) plugins_.ids().giveBack(end.setAside);
@@ -86,7 +88,8 @@ void Broker::disconnectPlugin(HublinkConnection* connection) {
 
 void Broker::purgeConnection(HublinkConnection* connection) {
   plugins_.setPersistent(connection, false);
-  rns_.releaseAll(connection, [this](std::int32_t rn) { services_.remove(rn); });
+  status_.closeAll(connection);
+  rns_.releaseAll(connection, [this](std::int32_t rn) { unregisterService(rn); });
   // Those whose RN it has given back.
   if (connection->usage().services.count > 0) services_.removeAllOf(connection);
   const WaitingTable::Departure departure = waiting_.gone(connection, connection->getPluginID());
@@ -104,6 +107,8 @@ void Broker::purgeAccepts(HublinkConnection* connection) {
       releaseRN(pending.requester, pending.localRN);
       pending.requester->ConnectionReplyEvent(pending.serviceName.c_str(), -1, true, false, false,
                                               0, -1, nullptr, pending.clientCookie);
+      events_.tell("answered", pending.requester->getPluginID(), connection->getPluginID(),
+                   pending.serviceName, "the provider has gone");
     }
     place = asked || own ? accepts_.erase(place) : std::next(place);
   }
@@ -115,5 +120,6 @@ void Broker::dropPeerLinks(HublinkConnection* connection) {
     if (!peer || peer == connection) continue;
     peer->removePeerLink(link.remoteRN, link.localRN);
     peer->ConnectionDroppedEvent(link.remoteRN, link.localRN);
+    events_.tell("link down", connection->getPluginID(), link.peerPluginID, link.serviceName);
   }
 }

@@ -1,16 +1,19 @@
 // What a plugin asks for: a connection to a service, who provides it, and plugins to be started or
 // connected to. A provider that nobody runs is started as the service description files tell, by
 // the hub or by the requester, and the request waits until the new plugin registers the service.
+#include <algorithm>
 #include <cstring>
 
 #include "indgen/format.h"
 #include "service_database/service_database.h"
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
+#include "services/hublink/hub_events.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/launcher.h"
 #include "services/hublink/plugin_bounds.h"
 #include "services/hublink/plugin_connector.h"
+#include "services/hublink/status/status_service.h"
 
 namespace {
 
@@ -45,6 +48,22 @@ std::vector<std::string> argumentsOf(const StringArray& array) {
 }
 
 }  // namespace
+
+void Broker::replyFailure(HublinkConnection* requester, const char* serviceName,
+                          std::int32_t clientCookie) {
+  requester->sendFailureReply(serviceName, clientCookie);
+  events_.tell("answered", requester->getPluginID(), 0, serviceName ? serviceName : "",
+               "not found");
+}
+
+// The hub provides this one itself, on the requester's own link.
+void Broker::openStatus(HublinkConnection* requester, const ServiceRequest& request) {
+  const std::int32_t viewerRN = rns_.assign(requester);
+  requester->ConnectionReplyEvent(request.serviceName, viewerRN, true, false, true,
+                                  StatusService::kRN, StatusService::kPluginID, nullptr,
+                                  request.clientCookie);
+  status_.open(requester, viewerRN);
+}
 
 bool Broker::canWait(const HublinkConnection* requester) {
   const PluginUsage& usage = requester->usage();
@@ -97,8 +116,9 @@ void Broker::requestServiceConnection(HublinkConnection* requester, const Servic
   const char* name = request.serviceName;
   const std::int32_t pluginID = request.providingPluginID;
   const bool reuse = !request.noReuse && !request.clientStart;
+  events_.tell("asked", requester->getPluginID(), std::max(pluginID, 0), name ? name : "");
   if (!name || !canWait(requester)) {
-    requester->sendFailureReply(name, request.clientCookie);
+    replyFailure(requester, name, request.clientCookie);
     return;
   }
   if (reuse) {
@@ -110,7 +130,7 @@ void Broker::requestServiceConnection(HublinkConnection* requester, const Servic
                     request.clientCookie);
       } else {
         log_.logInternal("Warning: Service connection is missing for serviceRN: %d.\n", serviceRN);
-        requester->sendFailureReply(name, request.clientCookie);
+        replyFailure(requester, name, request.clientCookie);
       }
       return;
     }
@@ -122,7 +142,7 @@ void Broker::requestServiceConnection(HublinkConnection* requester, const Servic
   }
   if (pluginID != -1) {
     log_.logInternal("Plugin id %d for service %s no longer exists.\n", pluginID, name);
-    requester->sendFailureReply(name, request.clientCookie);
+    replyFailure(requester, name, request.clientCookie);
     return;
   }
   // A plugin that would start on this machine is no local provider to a requester elsewhere.
@@ -130,7 +150,7 @@ void Broker::requestServiceConnection(HublinkConnection* requester, const Servic
     log_.logInternal(
         "Local connection requested for service with no plugin, but requestor is on different "
         "host.\n");
-    requester->sendFailureReply(name, request.clientCookie);
+    replyFailure(requester, name, request.clientCookie);
     return;
   }
   startProviderForConnection(requester, request);
@@ -185,12 +205,13 @@ void Broker::startProviderForConnection(HublinkConnection* requester,
   const PluginRecord* record = database_.find_plugin(name);
   if (!record) {
     log_.logInternal(kNotDescribed, name);
-    requester->sendFailureReply(name, request.clientCookie);
+    replyFailure(requester, name, request.clientCookie);
     return;
   }
   if (record->is_shared_object()) {
     requester->ConnectionReplyEvent(name, -1, true, true, false, -1, -1,
                                     record->executable_name().c_str(), request.clientCookie);
+    events_.tell("answered", requester->getPluginID(), 0, name, "is a library");
     return;
   }
   if (request.clientStart) {
@@ -203,7 +224,7 @@ void Broker::startProviderForConnection(HublinkConnection* requester,
     }
   }
   logFailedLaunch(record->executable_name(), name);
-  requester->sendFailureReply(name, request.clientCookie);
+  replyFailure(requester, name, request.clientCookie);
 }
 
 void Broker::startProviderForQuery(HublinkConnection* requester, std::int32_t cookie,

@@ -1,10 +1,13 @@
 // Services and their RNs: who provides what, and the introduction of a requester to a provider.
 #include <cstring>
 
+#include "platform/clock.h"
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
+#include "services/hublink/hub_events.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/plugin_bounds.h"
+#include "services/hublink/status/status_service.h"
 
 bool Broker::canReserve(const HublinkConnection* owner, std::int32_t count) {
   if (count < 0 || count > kLargestRNBlock) return false;
@@ -48,8 +51,20 @@ void Broker::registerServiceList(HublinkConnection* provider, const StringArray&
     const std::int32_t serviceRN = list[static_cast<std::size_t>(i)];
     const auto bytes = static_cast<std::int64_t>(std::strlen(name));
     services_.add(name, serviceRN, provider, provider->shareOf(&PluginUsage::services, bytes));
+    events_.tell("service registered", provider->getPluginID(), 0, name);
     serviceRegistered(provider, name, serviceRN);
   }
+}
+
+void Broker::unregisterService(std::int32_t serviceRN) {
+  const HublinkConnection* owner = connectionForRN(serviceRN);
+  if (const auto name = services_.remove(serviceRN))
+    events_.tell("service withdrawn", owner ? owner->getPluginID() : 0, 0, *name);
+}
+
+void Broker::releaseRN(HublinkConnection* owner, std::int32_t rn) {
+  status_.close(owner, rn);
+  rns_.release(owner, rn);
 }
 
 // Serves every request that waits for this service, oldest first.
@@ -105,10 +120,15 @@ void Broker::connectionAccepted(HublinkConnection* provider, std::int32_t servic
     pending.requester->ConnectionReplyEvent(pending.serviceName.c_str(), pending.localRN, true,
                                             false, accept, serviceRN, provider->getPluginID(),
                                             nullptr, pending.clientCookie);
+    events_.tell("answered", pending.requester->getPluginID(), provider->getPluginID(),
+                 pending.serviceName, accept ? "accepted" : "refused");
     if (accept) {
-      provider->addPeerLink(pending.requester->getPluginID(), serviceRN, pending.localRN);
-      pending.requester->addPeerLink(provider->getPluginID(), pending.localRN, serviceRN,
-                                     pending.requester->shareOf(&PluginUsage::connections));
+      provider->addPeerLink({pending.requester->getPluginID(), serviceRN, pending.localRN, {}});
+      pending.requester->addPeerLink({provider->getPluginID(), pending.localRN, serviceRN,
+                                      pending.requester->shareOf(&PluginUsage::connections),
+                                      pending.serviceName, platform::unixMilliseconds()});
+      events_.tell("link up", pending.requester->getPluginID(), provider->getPluginID(),
+                   pending.serviceName);
     }
     accepts_.erase(place);
     return;
@@ -117,9 +137,11 @@ void Broker::connectionAccepted(HublinkConnection* provider, std::int32_t servic
 
 void Broker::dropServiceConnection(HublinkConnection* sender, std::int32_t localRN,
                                    std::int32_t serviceRN) {
+  if (serviceRN == StatusService::kRN) status_.close(sender, localRN);
   if (HublinkConnection* other = connectionForRN(serviceRN)) {
     other->removePeerLink(serviceRN, localRN);
     other->ConnectionDroppedEvent(serviceRN, localRN);
+    events_.tell("link down", sender->getPluginID(), other->getPluginID());
     if (other != sender) sender->getTransport()->waitFor(*other->getTransport());
   }
   sender->removePeerLink(localRN, serviceRN);

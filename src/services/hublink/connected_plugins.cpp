@@ -6,6 +6,7 @@
 
 #include "platform/process.h"
 #include "services/hublink/broker.h"
+#include "services/hublink/hub_events.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/hublink.h"
 
@@ -54,7 +55,19 @@ void ConnectedPlugins::becomeActive(HublinkConnection* connection) {
   activeByID_[pluginID] = connection;
   if (log_.plugins()) connection->StartLogging();
   connection->PluginId(pluginID);
+  events_.tell("plugin came", pluginID, 0, connection->getName());
   broker_.negotiated(pluginID);
+}
+
+bool ConnectedPlugins::kick(std::int32_t pluginID) {
+  for (const List* list : {&active_, &negotiating_})
+    for (const auto& connection : *list)
+      if (connection->getPluginID() == pluginID && !connection->isDead()) {
+        log_.logInternal("Plugin ID %d is disconnected by request.\n", pluginID);
+        connection->getTransport()->disconnect();
+        return true;
+      }
+  return false;
 }
 
 void ConnectedPlugins::reap() {
@@ -70,6 +83,7 @@ void ConnectedPlugins::reapDead(List& connections, const char* stage) {
       continue;
     }
     log_.logInternal("Connection to plugin ID %d down%s.\n", connection->getPluginID(), stage);
+    events_.tell("plugin gone", connection->getPluginID(), 0, connection->getName());
     takeDown(connection);
     // Without a message of its own nobody else has heard of it.
     if (!connection->isNegotiated() && !connection->hasSpoken())

@@ -15,6 +15,7 @@
 #include "stp_transport/transport/stp_transport.h"
 
 class Broker;
+class HubEvents;
 class HubLog;
 class Hublink;
 
@@ -23,8 +24,14 @@ class ConnectedPlugins {
   using List = std::list<CountedPtr<HublinkConnection>>;
 
   /// Tells `broker` who has negotiated and who has gone. New transports go into `transports`.
-  ConnectedPlugins(Hublink& hub, Broker& broker, STPTransportSet& transports, HubLog& log)
-      : hub_(hub), broker_(broker), transports_(transports), log_(log), ids_(log) {}
+  ConnectedPlugins(Hublink& hub, Broker& broker, STPTransportSet& transports, HubEvents& events,
+                   HubLog& log)
+      : hub_(hub),
+        broker_(broker),
+        transports_(transports),
+        events_(events),
+        log_(log),
+        ids_(log) {}
 
   PluginIDs& ids() { return ids_; }
   /// Makes the connection on a transport that is connected, sends its negotiate record and counts
@@ -47,6 +54,8 @@ class ConnectedPlugins {
   void negotiationFinished() { someHaveNegotiated_ = true; }
   /// Makes active those who have finished, the oldest first.
   void stepNegotiation();
+  /// Closes the link of a plugin, whatever it owes others; false if there is none with this ID.
+  bool kick(std::int32_t pluginID);
   /// Takes down the connections whose links have ended.
   void reap();
 
@@ -66,6 +75,7 @@ class ConnectedPlugins {
   Hublink& hub_;
   Broker& broker_;
   STPTransportSet& transports_;
+  HubEvents& events_;
   HubLog& log_;
   PluginIDs ids_;
   List active_;

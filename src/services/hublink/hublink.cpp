@@ -1,5 +1,6 @@
 #include "services/hublink/hublink.h"
 
+#include "platform/clock.h"
 #include "stp_transport/transport/stp_process_state.h"
 
 namespace {
@@ -14,11 +15,13 @@ Hublink::Hublink(const ServiceDatabase& database, std::uint32_t port, STPFileLog
                  std::FILE* internalFile)
     : log_(this, log, internalFile),
       gate_(log_),
-      plugins_(*this, broker_, transports_, log_),
+      plugins_(*this, broker_, transports_, events_, log_),
       entrance_(port, plugins_, gate_, transports_, log_),
-      launcher_(plugins_, broker_, entrance_, transports_, log_),
+      launcher_(plugins_, broker_, entrance_, transports_, events_, log_),
       connector_(plugins_, broker_, gate_, log_),
-      broker_(database, plugins_, launcher_, connector_, log_) {}
+      status_(*this, events_),
+      broker_(database, plugins_, launcher_, connector_, status_, events_, log_),
+      since_(platform::unixMilliseconds()) {}
 
 Hublink::~Hublink() {
   log_.logInternal("Shutting down Hublink.\n");
@@ -71,6 +74,12 @@ void Hublink::reap() {
   }
 }
 
+void Hublink::traceAll() {
+  for (const auto* connections : {&plugins_.active(), &plugins_.negotiating()})
+    for (const auto& connection : *connections) connection->setLogs(log_.internal());
+  status_.traceAll();
+}
+
 bool Hublink::isNeeded() const {
   return numPersistentPlugins() > 0 || launcher_.inHand() > 0 || connector_.inHand() > 0;
 }
@@ -120,6 +129,11 @@ void Hublink::relayed(const STPTransport& sender, std::int32_t sourceRN, std::in
   const bool isOwn = owner && owner->getTransport() == &sender;
   broker_.countTraffic(isOwn ? sourceRN : 0, destinationRN,
                        {static_cast<std::uint64_t>(packets), static_cast<std::uint64_t>(bytes)});
+}
+
+void Hublink::slownessChanged(STPTransport* target, bool isSlow) {
+  if (const HublinkConnection* connection = plugins_.ownerOf(target))
+    events_.tell(isSlow ? "receiver slow" : "receiver recovered", connection->getPluginID());
 }
 
 void Hublink::congestionChanged(STPTransport* target, bool isCongested) {

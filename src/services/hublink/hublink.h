@@ -5,6 +5,7 @@
 //   Launcher      plugins that are being started        PluginConnector   or connected to
 //   ConnectedPlugins   the connections: IDs, negotiation, end
 //   Broker        services, RNs, and who waits for what
+//   StatusService   what all of them tell to those who look into the hub
 //
 // What a plugin's message does is an operation of one of them, called by its HublinkConnection.
 // The hub holds one reference to each transport, which dies only in the reaping at the end of a
@@ -20,9 +21,11 @@
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
 #include "services/hublink/entrance.h"
+#include "services/hublink/hub_events.h"
 #include "services/hublink/hub_log.h"
 #include "services/hublink/launcher.h"
 #include "services/hublink/plugin_connector.h"
+#include "services/hublink/status/status_service.h"
 #include "services/hublink/user_gate.h"
 #include "stp_transport/transport/stp_transport.h"
 
@@ -54,6 +57,14 @@ class Hublink : public ForwardingHandler {
   UserGate& gate() { return gate_; }
   HubLog& log() { return log_; }
 
+  /// Null without one.
+  const ActiveHubRecord* activeRecord() const { return activeRecord_.get(); }
+  /// How it was called, for those who look into it.
+  void setOptions(std::string options) { options_ = std::move(options); }
+  const std::string& options() const { return options_; }
+  /// When it was made, in ms since 1970.
+  std::int64_t since() const { return since_; }
+
   // --- Life ---
   /// One pass: accepts, looks at negotiations, launches and connects in hand, serves all transports
   /// for at most `timeout` ms, and reaps what has died. A failure of the serving stands in
@@ -65,6 +76,12 @@ class Hublink : public ForwardingHandler {
   bool removeActiveRecord();
   std::int32_t numPersistentPlugins() const { return plugins_.numPersistent(); }
   std::int32_t numPlugins() const { return static_cast<std::int32_t>(plugins_.active().size()); }
+  /// Has the main loop end, at once or as soon as nobody needs the hub.
+  void stop(bool whenIdle) { (whenIdle ? stopsWhenIdle_ : stopsNow_) = true; }
+  bool stopsNow() const { return stopsNow_; }
+  bool stopsWhenIdle() const { return stopsWhenIdle_; }
+  /// Writes the trace of all connections to the internal log that there is now, if any.
+  void traceAll();
   /// Whether a plugin keeps the hub up, or one that is about to come.
   bool isNeeded() const;
   /// Writes what is queued for plugins, for at most half a second, disconnects each of them and
@@ -76,6 +93,7 @@ class Hublink : public ForwardingHandler {
   /// Counts the traffic of links.
   void relayed(const STPTransport& sender, std::int32_t sourceRN, std::int32_t destinationRN,
                std::int64_t packets, std::int64_t bytes) override;
+  void slownessChanged(STPTransport* target, bool isSlow) override;
   /// Tells in the internal log who holds others up.
   void congestionChanged(STPTransport* target, bool isCongested) override;
 
@@ -86,13 +104,18 @@ class Hublink : public ForwardingHandler {
   void reap();
 
   HubLog log_;
+  HubEvents events_;
   STPTransportSet transports_;
   UserGate gate_;
   ConnectedPlugins plugins_;
   Entrance entrance_;
   Launcher launcher_;
   PluginConnector connector_;
+  StatusService status_;
   Broker broker_;
   std::unique_ptr<ActiveHubRecord> activeRecord_;
+  std::int64_t since_;
+  std::string options_;
+  bool stopsNow_ = false, stopsWhenIdle_ = false;
   std::uint64_t reapedClosings_ = 0;  // the process's count when the hub last reaped
 };

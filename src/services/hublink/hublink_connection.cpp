@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "indgen/host.h"
+#include "platform/clock.h"
 #include "service_database/prefer_ada.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/plugin_bounds.h"
@@ -37,7 +38,8 @@ HublinkConnection::HublinkConnection(STPTransport* link, Hublink* owner, std::in
       pluginID(id),
       process(child),
       name(childName ? childName : ""),
-      workingDir(directory ? directory : "") {
+      workingDir(directory ? directory : ""),
+      since(platform::unixMilliseconds()) {
   link->setForwardingHandler(owner);
   setLogs(internalLog);
   setTransport(link, STP_HUB_RN, STP_PLUGIN_RN);
@@ -72,9 +74,8 @@ bool HublinkConnection::isDead() const {
   return getTransport()->isClosed();
 }
 
-void HublinkConnection::addPeerLink(std::int32_t peerPluginID, std::int32_t localRN,
-                                    std::int32_t remoteRN, UsageShare share) {
-  peerLinks.push_back({peerPluginID, localRN, remoteRN, std::move(share)});
+void HublinkConnection::addPeerLink(PeerLink link) {
+  peerLinks.push_back(std::move(link));
 }
 
 void HublinkConnection::removePeerLink(std::int32_t localRN, std::int32_t remoteRN) {

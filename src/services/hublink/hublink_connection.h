@@ -21,7 +21,9 @@ struct PeerLink {
   std::int32_t peerPluginID;
   std::int32_t localRN;
   std::int32_t remoteRN;
-  UsageShare share;  ///< of the connections, at the side that has asked for it
+  UsageShare share;           ///< of the connections, at the side that has asked for it
+  std::string serviceName{};  ///< at that side
+  std::int64_t since = 0;     ///< at that side, in ms since 1970; 0 at the other
 };
 
 class HublinkConnection : public virtual Hublink_router_Impl {
@@ -56,13 +58,15 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   void setPersistent(bool flag) { persistent = flag; }
   /// A message to the hub has come; the plugin may send them before it has negotiated.
   bool hasSpoken() const { return spoken; }
+  /// When the connection was made, in ms since 1970.
+  std::int64_t getSince() const { return since; }
   /// True once the link is down; the next reaping takes the connection away.
   bool isDead() const;
 
-  void addPeerLink(std::int32_t peerPluginID, std::int32_t localRN, std::int32_t remoteRN,
-                   UsageShare share = {});
+  void addPeerLink(PeerLink link);
   /// Removes the first record that matches both values, if there is one.
   void removePeerLink(std::int32_t localRN, std::int32_t remoteRN);
+  const std::list<PeerLink>& links() const { return peerLinks; }
   /// Gives the records away.
   std::list<PeerLink> takePeerLinks();
 
@@ -117,6 +121,7 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   std::int32_t process;
   std::string name;
   std::string workingDir;
+  std::int64_t since;
   bool persistent = false;
   bool spoken = false;
   std::shared_ptr<PluginUsage> used = std::make_shared<PluginUsage>();

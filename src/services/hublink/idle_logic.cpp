@@ -12,9 +12,10 @@ std::int64_t now() {
 }  // namespace
 
 bool IdleLogic::afterPass() {
-  if (!recordRemoved_ && hub_.plugins().ids().areUsedUp())
-    recordRemoved_ = hub_.removeActiveRecord();
+  const bool isClosing = hub_.plugins().ids().areUsedUp() || hub_.stopsWhenIdle();
+  if (!recordRemoved_ && isClosing) recordRemoved_ = hub_.removeActiveRecord();
   const bool idle = !hub_.isNeeded();
+  if (idle && hub_.stopsWhenIdle()) return false;
   if (idle && !idleConfirmed_) {
     if (hub_.hasNoActiveRecord()) return false;
     if (idleSeen_) {

@@ -14,6 +14,7 @@
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
 #include "services/hublink/entrance.h"
+#include "services/hublink/hub_events.h"
 #include "services/hublink/hub_log.h"
 
 namespace {
@@ -60,8 +61,10 @@ std::string outcomeOf(const STPChildProcess& child, const STPStatus& status) {
 bool Launcher::launch(LaunchOrder order) {
   if (order.argv.empty() || order.argv[0].empty() || !plugins_.ids().areLeft()) return false;
   log_.logInternal("Launching plugin %s.\n", order.argv[0].c_str());
+  events_.tell("launch begun", 0, 0, order.argv[0]);
   launches_.emplace_back(std::move(order));
   Launch& launch = launches_.back();
+  launch.since = platform::monotonicMilliseconds();
   const std::string& name = launch.order.argv[0];
   launch.program = programFor(name);
   std::vector<std::string> arguments = launch.order.argv;
@@ -105,6 +108,7 @@ bool Launcher::start(Launch& launch) {
 void Launcher::tellFailure(Launch& launch, const std::string& reason) {
   log_.logInternal("Unable to launch %s: %s\n", launch.program.c_str(), reason.c_str());
   log_.tellErrors(nameOf(launch.order).c_str(), launch.child.errorText());
+  events_.tell("launch failed", 0, 0, launch.order.argv[0], reason);
 }
 
 // Whether the launch is over, which has then been told.
@@ -114,9 +118,11 @@ bool Launcher::hasEnded(Launch& launch) {
     const platform::ProcessId process = launch.child.process();
     if (plugins_.ids().areLeft()) {
       const char* workingDir = textOrNull(launch.order.workingDir);
-      broker_.arrived(launch.order.arrival,
-                      plugins_.add(launch.transport, process, nameOf(launch.order).c_str(),
-                                   workingDir ? workingDir : gen_getcwd()));
+      const HublinkConnection* connection =
+          plugins_.add(launch.transport, process, nameOf(launch.order).c_str(),
+                       workingDir ? workingDir : gen_getcwd());
+      events_.tell("launch done", connection->getPluginID(), 0, launch.order.argv[0]);
+      broker_.arrived(launch.order.arrival, connection);
       return true;
     }
     launch.transport->disconnect();
@@ -151,6 +157,14 @@ void Launcher::startWaiting(int most) {
     broker_.arrivalFailed(launch->order.arrival, launch->order.argv[0]);
     launches_.erase(launch);
   }
+}
+
+std::vector<Launcher::InHand> Launcher::launches() const {
+  std::vector<InHand> list;
+  for (const Launch& launch : launches_)
+    list.push_back({launch.order.arrival, nameOf(launch.order), launch.child.process(),
+                    launch.since, launch.deadline});
+  return list;
 }
 
 int Launcher::timeLeft(int most) const {

@@ -25,6 +25,7 @@
 class Broker;
 class ConnectedPlugins;
 class Entrance;
+class HubEvents;
 class HubLog;
 
 /// What is to be launched.
@@ -45,11 +46,12 @@ class Launcher {
 
   /// Tells `broker` how launches end. Clients that start a plugin are told the port of `entrance`.
   Launcher(ConnectedPlugins& plugins, Broker& broker, const Entrance& entrance,
-           STPTransportSet& transports, HubLog& log)
+           STPTransportSet& transports, HubEvents& events, HubLog& log)
       : plugins_(plugins),
         broker_(broker),
         entrance_(entrance),
         transports_(transports),
+        events_(events),
         log_(log),
         environment_(log),
         debugging_(log) {}
@@ -66,6 +68,16 @@ class Launcher {
   void setEnvironmentVariable(const char* variable, const char* value);
   PluginDebugging& debugging() { return debugging_; }
 
+  /// A launch in hand, for those who look into the hub. Times are of the steady clock, in ms.
+  struct InHand {
+    ArrivalID arrival;
+    std::string program;
+    platform::ProcessId process;  ///< 0 as long as it isn't started
+    std::uint64_t since;
+    std::uint64_t deadline;  ///< 0 for none
+  };
+  /// In the order in which they were asked for.
+  std::vector<InHand> launches() const;
   /// How many launches are in hand.
   std::size_t inHand() const { return launches_.size(); }
   /// Sees how far the launches are. To be called in each pass.
@@ -86,7 +98,7 @@ class Launcher {
     std::string program;  ///< what is executed
     CountedPtr<STPTransport> transport;
     STPChildProcess child{false};
-    std::uint64_t deadline = 0;  ///< ms of the steady clock
+    std::uint64_t since = 0, deadline = 0;  ///< ms of the steady clock
     bool isStarted = false;
   };
   using Launches = std::list<Launch>;
@@ -100,6 +112,7 @@ class Launcher {
   Broker& broker_;
   const Entrance& entrance_;
   STPTransportSet& transports_;
+  HubEvents& events_;
   HubLog& log_;
   ChildEnvironment environment_;
   PluginDebugging debugging_;

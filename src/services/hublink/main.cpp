@@ -1,14 +1,13 @@
 // The hub's entry: set-up and the end in order around the main loop.
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "indgen/access.h"
+#include "indgen/command_line.h"
 #include "indgen/config_dirs.h"
 #include "indgen/memory.h"
-#include "indgen/own_file.h"
 #include "indgen/path.h"
 #include "indgen/program.h"
 #include "platform/memory.h"
@@ -28,16 +27,12 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// A log can be followed while the hub runs: each line goes out when it is complete. It holds what
-// is nobody else's business.
 File openLog(const char* name) {
   if (!name) return nullptr;
-  File file(gen_open_log_file(name));
-  if (file)
-    std::setvbuf(file.get(), nullptr, _IOLBF, BUFSIZ);
-  else
-    std::fprintf(stderr, "Warning: Unable to open log file %s: %s.\n", name,
-                 errno == EPERM ? "it belongs to another user" : std::strerror(errno));
+  std::string error;
+  File file(openLogFile(name, error));
+  if (!file)
+    std::fprintf(stderr, "Warning: Unable to open log file %s: %s.\n", name, error.c_str());
   return file;
 }
 
@@ -118,6 +113,8 @@ int main(int argc, char** argv) {
   platform::installStopSignals();
   const auto hub = setUp(database, line, log.get(), oneFile ? logFile.get() : internalFile.get());
   if (!hub) return 1;
+  if (const gen_text options = gen_command_line(nullptr, argv + 1)) hub->setOptions(options.get());
+  if (hub->log().internal()) hub->log().setInternalFile(line.internalLogFile);
   platform::readiness().setBusyPolling(!line.noBusyPolling);
   runMainLoop(*hub);
   hub->shutdownPlugins(hub->hasNoActiveRecord(), kShutdownWait);

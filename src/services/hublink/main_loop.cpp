@@ -15,7 +15,7 @@ void runMainLoop(Hublink& hub, const std::function<void()>& afterPass) {
   do {
     hub.servicePass(kPassTimeout);
     if (afterPass) afterPass();
-  } while (!platform::stopRequested() && idle.afterPass());
+  } while (!platform::stopRequested() && !hub.stopsNow() && idle.afterPass());
   // Nobody is to find a hub that was told to stop.
-  if (platform::stopRequested()) hub.removeActiveRecord();
+  if (platform::stopRequested() || hub.stopsNow()) hub.removeActiveRecord();
 }

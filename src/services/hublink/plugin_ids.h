@@ -19,6 +19,9 @@ class PluginIDs {
   void giveBack(std::int32_t pluginID) { unlearned_.push_back(pluginID); }
   /// No ID is left, or once none was. That has been told.
   bool areUsedUp() const { return usedUp_; }
+  /// How many have been given out, and how many there are.
+  std::int32_t used() const { return last_; }
+  std::int32_t limit() const { return limit_; }
   /// The last ID before old ones are given out again; less for tests.
   void setLimit(std::int32_t pluginID) { limit_ = pluginID; }
 

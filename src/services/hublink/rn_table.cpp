@@ -5,7 +5,7 @@
 std::int32_t RNTable::takeNext() {
   if (next_ < kFirst) next_ = kFirst;
   const std::int32_t rn = next_;
-  next_ = rn == std::numeric_limits<std::int32_t>::max() ? 0 : rn + 1;
+  next_ = rn == kLast ? 0 : rn + 1;
   return rn;
 }
 
@@ -53,6 +53,7 @@ void RNTable::count(std::int32_t source, std::int32_t destination, const Traffic
     sum.packets += traffic.packets;
     sum.bytes += traffic.bytes;
   };
+  add(relayed_);
   if (TrafficOfRN* from = trafficPlace(source)) add(from->sent);
   if (TrafficOfRN* to = trafficPlace(destination)) add(to->received);
 }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <set>
 #include <unordered_map>
@@ -19,6 +20,8 @@ class RNTable {
  public:
   /// RNs below this are the addresses of a link itself and are never handed out.
   static constexpr std::int32_t kFirst = STP_FIRST_RN;
+  /// The last one before the count starts anew.
+  static constexpr std::int32_t kLast = std::numeric_limits<std::int32_t>::max();
 
   /// The next RN, owned by `owner` from now on. RNs count up over all owners; only past the top of
   /// the signed range does the count start anew, and an RN then met again passes to the new owner.
@@ -51,6 +54,10 @@ class RNTable {
   void count(std::int32_t source, std::int32_t destination, const Traffic& traffic);
   /// Since the RN was handed out.
   TrafficOfRN traffic(std::int32_t rn) const;
+  /// All that was counted, of RNs that have gone too.
+  const Traffic& relayed() const { return relayed_; }
+  /// How far the count has come.
+  std::int32_t handedOut() const { return next_ < kFirst ? 0 : next_ - kFirst; }
   /// How many RNs it owns.
   std::int64_t count(const HublinkConnection* owner) const;
   /// How many pages are held, for those who watch memory.
@@ -79,6 +86,7 @@ class RNTable {
   void note(const HublinkConnection* owner, std::int64_t change);
 
   std::int32_t next_ = 0;
+  Traffic relayed_;
   std::vector<Slot> slots_;
   std::set<std::size_t> live_;  // the slots that own something
   std::unordered_map<const HublinkConnection*, std::int64_t> counts_;

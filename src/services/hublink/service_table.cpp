@@ -8,11 +8,12 @@ void ServiceTable::add(std::string_view name, std::int32_t serviceRN,
   byRN_[serviceRN] = byName_.emplace(name, Entry{serviceRN, provider, std::move(share)});
 }
 
-void ServiceTable::remove(std::int32_t serviceRN) {
+std::optional<std::string> ServiceTable::remove(std::int32_t serviceRN) {
   const auto place = byRN_.find(serviceRN);
-  if (place == byRN_.end()) return;
-  byName_.erase(place->second);
+  if (place == byRN_.end()) return std::nullopt;
+  std::string name = std::move(byName_.extract(place->second).key());
   byRN_.erase(place);
+  return name;
 }
 
 void ServiceTable::removeAllOf(const HublinkConnection* provider) {
@@ -32,4 +33,11 @@ std::int32_t ServiceTable::find(std::string_view name,
   for (auto entry = first; entry != last; ++entry)
     if (fits(entry->second.serviceRN)) return entry->second.serviceRN;
   return -1;
+}
+
+void ServiceTable::forEachFrom(
+    std::string_view name,
+    const std::function<bool(const std::string& name, std::int32_t rn)>& visit) const {
+  for (auto entry = byName_.lower_bound(name); entry != byName_.end(); ++entry)
+    if (!visit(entry->first, entry->second.serviceRN)) return;
 }

@@ -8,7 +8,7 @@
 namespace {
 
 // Null for a wish that is for no service.
-const std::string* serviceOf(const Wish& wish) {
+const std::string* nameIn(const Wish& wish) {
   if (const auto* service = std::get_if<ServiceWish>(&wish)) return &service->name;
   if (const auto* query = std::get_if<QueryWish>(&wish)) return &query->name;
   return nullptr;
@@ -47,6 +47,18 @@ bool sameWorkingDir(const char* a, const char* b) {
   return a && b && gen_same_path(a, b);
 }
 
+std::string WaitingTable::serviceOf(ArrivalID arrival) const {
+  for (const Expected& one : expected_)
+    if (isOnArrival(one.from, arrival)) return one.service;
+  return {};
+}
+
+int WaitingTable::countOn(ArrivalID arrival) const {
+  return static_cast<int>(
+      std::count_if(entries_.begin(), entries_.end(),
+                    [arrival](const Waiting& entry) { return isOnArrival(entry.on, arrival); }));
+}
+
 void WaitingTable::add(HublinkConnection* requester, Wish wish, Awaited on, UsageShare share) {
   entries_.push_back({requester, std::move(wish), on, std::move(share)});
 }
@@ -62,7 +74,7 @@ void WaitingTable::expectFromClient(std::string service, std::int32_t startCooki
 
 bool WaitingTable::isAwaited(std::string_view service, const char* workingDir) const {
   return std::any_of(entries_.begin(), entries_.end(), [&](const Waiting& entry) {
-    const std::string* name = serviceOf(entry.wish);
+    const std::string* name = nameIn(entry.wish);
     if (!name || *name != service) return false;
     const char* other = workingDirOf(entry.wish);
     return !workingDir || !other || sameWorkingDir(workingDir, other);
@@ -102,7 +114,7 @@ WaitingList WaitingTable::registered(std::int32_t pluginID, const char* workingD
     return isOnPlugin(one.from, pluginID) && one.service == service;
   });
   return take([&](const Waiting& entry) {
-    const std::string* name = serviceOf(entry.wish);
+    const std::string* name = nameIn(entry.wish);
     if (!name || *name != service || !takes(entry, pluginID)) return false;
     const char* wanted = workingDirOf(entry.wish);
     return !wanted || sameWorkingDir(wanted, workingDir);

@@ -129,6 +129,12 @@ class WaitingTable {
   Departure gone(const HublinkConnection* plugin, std::int32_t pluginID);
 
   bool empty() const { return entries_.empty() && expected_.empty(); }
+  /// In order of arrival.
+  const WaitingList& entries() const { return entries_; }
+  /// The service that is expected from an arrival; empty for none.
+  std::string serviceOf(ArrivalID arrival) const;
+  /// How many hang on it.
+  int countOn(ArrivalID arrival) const;
 
  private:
   friend class HublinkInspector;

@@ -36,6 +36,8 @@ class ActiveHubRecord {
   /// Deletes the record if it still names this hub: another one may have taken it over. True if it
   /// was deleted. The lock has to be held.
   bool remove();
+  /// Where it was written; null if it couldn't be.
+  const char* file() const { return path; }
 
  private:
   bool names(const char* file) const;

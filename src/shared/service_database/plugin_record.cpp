@@ -52,11 +52,13 @@ std::vector<ServiceRecord> servicesOf(const ut_attribute_list* block) {
 }  // namespace
 
 std::optional<PluginRecord> PluginRecord::from_section(std::int32_t id,
-                                                       const ut_attribute_list& section) {
+                                                       const ut_attribute_list& section,
+                                                       const std::string& file) {
   const char* exec_name = section.require_str("ExecName", nullptr);
   if (!exec_name) return std::nullopt;
   PluginRecord record;
   record.id_ = id;
+  record.file_ = file;
   record.exec_name_ = exec_name;
   if (const char* ada = section.str_value("AdaExecName", nullptr)) record.ada_exec_name_ = ada;
   record.plugin_name_ = section.str_value("PluginName", exec_name);

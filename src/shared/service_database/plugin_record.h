@@ -36,8 +36,8 @@ class PluginRecord {
   /// The record of a plugin's section, with `id` as its number; none, with a warning, if the
   /// section has no `ExecName`. A service without `ServiceName`, an argument without `Arg` and a
   /// `LaunchTimeout` out of its range are warned about and left out.
-  static std::optional<PluginRecord> from_section(std::int32_t id,
-                                                  const ut_attribute_list& section);
+  static std::optional<PluginRecord> from_section(std::int32_t id, const ut_attribute_list& section,
+                                                  const std::string& file = {});
 
   /// True if one of the services has exactly this name; a null name is nobody's.
   bool provides(const char* service_name) const;
@@ -45,6 +45,8 @@ class PluginRecord {
   const std::string& executable_name() const;
 
   std::int32_t id() const { return id_; }
+  /// The file that describes it; empty if that isn't known.
+  const std::string& file() const { return file_; }
   bool is_persistent() const { return persistent_; }
   /// True for a plugin that is no process of its own, but something that its requester loads.
   bool is_shared_object() const { return shared_object_; }
@@ -63,6 +65,7 @@ class PluginRecord {
   PluginRecord() = default;
 
   std::int32_t id_ = 0;
+  std::string file_;
   bool persistent_ = false;
   bool shared_object_ = false;
   std::optional<std::int32_t> launch_timeout_;

@@ -39,18 +39,21 @@ class ServiceDatabase {
   bool read_file(const char* path) { return add_file(path) == FileResult::accepted; }
   /// The same, telling what was in the way.
   FileResult add_file(const char* path);
-  /// Adds the plugin of one section; false, with a warning, if it has no `ExecName`.
-  bool add_plugin(const ut_attribute_list& section);
+  /// Adds the plugin of one section, which `file` describes; false, with a warning, if it has no
+  /// `ExecName`.
+  bool add_plugin(const ut_attribute_list& section, const std::string& file = {});
 
   /// The plugin that provides the service: the first one read that has it, the name compared with
   /// case. Null if there is none. Valid until the next plugin is added.
   const PluginRecord* find_plugin(const char* service_name) const;
+  /// For each service the place of its plugin among plugins().
+  using Providers = std::map<std::string, std::size_t, std::less<>>;
+  const Providers& providers() const { return providers_; }
   /// In the order in which they were read; the place of each is its id.
   const std::vector<PluginRecord>& plugins() const { return plugins_; }
 
  private:
   std::int32_t next_id_ = 0;
   std::vector<PluginRecord> plugins_;
-  // For each service the place of its plugin, so that a question costs no walk over all of them.
-  std::map<std::string, std::size_t, std::less<>> providers_;
+  Providers providers_;  // so that a question costs no walk over all of them
 };

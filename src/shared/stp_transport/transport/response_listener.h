@@ -34,6 +34,11 @@ class ForwardingHandler {
     static_cast<void>(packets);
     static_cast<void>(bytes);
   }
+  /// `target` doesn't keep up with what is sent to it, or has taken nearly all of it since.
+  virtual void slownessChanged(STPTransport* target, bool isSlow) {
+    static_cast<void>(target);
+    static_cast<void>(isSlow);
+  }
   /// More waits for `target` than it may hold, or no longer: those who send to it are stopped.
   virtual void congestionChanged(STPTransport* target, bool isCongested) {
     static_cast<void>(target);

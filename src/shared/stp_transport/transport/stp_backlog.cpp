@@ -23,6 +23,7 @@ bool STPBacklog::isTooMuch(std::int64_t waiting) const {
 
 void STPBacklog::hold(std::uint64_t now) {
   state_ = State::held;
+  if (slowSince_ == 0) slowSince_ = now;
   ++turn_;
   if (releaseAt_ == 0) releaseAt_ = halfLimit();
   openWindow(now);
@@ -31,6 +32,8 @@ void STPBacklog::hold(std::uint64_t now) {
 void STPBacklog::reset() {
   state_ = State::quick;
   releaseAt_ = 0;
+  slowSince_ = 0;
+  wasSlow_ = false;
 }
 
 // What a slow one has stored goes down by half of the limit between two turns of the senders, so
@@ -54,6 +57,9 @@ void STPBacklog::took(std::int64_t bytes, std::int64_t waiting, std::uint64_t no
 
 void STPBacklog::expire(std::uint64_t now) {
   if (state_ != State::held || now < windowEnd_) return;
-  if (taken_ < halfLimit()) state_ = State::slow;
+  if (taken_ < halfLimit()) {
+    state_ = State::slow;
+    wasSlow_ = true;
+  }
   openWindow(now);
 }

@@ -23,6 +23,8 @@ class STPBacklog {
   /// The senders wait.
   bool isHeld() const { return state_ == State::held; }
   bool isSlow() const { return state_ == State::slow; }
+  /// Since when it hasn't kept up, in ms of the clock of `now`; 0 if it does.
+  std::uint64_t slowSince() const { return wasSlow_ ? slowSince_ : 0; }
   /// Number of the latest hold: who waits for one isn't concerned by the next, so that each of many
   /// senders gets its turn between two.
   std::uint32_t turn() const { return turn_; }
@@ -57,4 +59,6 @@ class STPBacklog {
   std::uint64_t windowEnd_ = 0;  // of the time in which it must take half of the limit
   std::int64_t taken_ = 0;       // bytes within that time
   std::int64_t releaseAt_ = 0;   // bytes at which a hold ends; 0 for half of the limit
+  std::uint64_t slowSince_ = 0;  // when the first hold of a row has begun
+  bool wasSlow_ = false;         // since then
 };

@@ -82,6 +82,11 @@ class STPTransport {
   /// More bytes wait to be written than the limit allows: until half of that has gone those who
   /// send to it aren't read, and what it asks of this end itself isn't handled.
   bool isCongested() const { return backlog_.isFull(); }
+  /// Since when the peer hasn't kept up with what is sent to it, in ms of the steady clock; 0 if it
+  /// does.
+  std::uint64_t slowSince() const { return backlog_.slowSince(); }
+  /// The serial number of the transport for whose sake this one isn't read at present, or 0.
+  std::uintptr_t waitsFor() const { return isStalled() ? stall_.on : 0; }
   /// Has this one wait like a sender to `target`, to which something was queued on its behalf, if
   /// that is congested or holds its senders up.
   void waitFor(const STPTransport& target);

@@ -39,9 +39,11 @@ void STPTransport::noteQueued() {
 void STPTransport::noteWritten(std::int64_t count) {
   const std::int64_t waiting = writeQueue_.count();
   if (backlog_.isWatched()) {
-    const bool wasHeld = backlog_.isHeld();
+    const bool wasHeld = backlog_.isHeld(), wasSlow = backlog_.slowSince() != 0;
     backlog_.took(count, waiting, platform::monotonicMilliseconds());
     if (wasHeld && !backlog_.isHeld()) endHold();
+    if (wasSlow && backlog_.slowSince() == 0 && forwardingHandler_)
+      forwardingHandler_->slownessChanged(this, false);
   }
   if (isCongested() && waiting <= stpProcess().backlogLimit / 2) setCongested(false);
 }
@@ -72,7 +74,10 @@ bool STPTransport::waitForNews(int timeout, bool& failed) {
   if (!holding.empty()) {
     const std::uint64_t now = platform::monotonicMilliseconds();
     std::erase_if(holding, [now](STPTransport* one) {
+      const bool wasSlow = one->backlog_.slowSince() != 0;
       if (!one->canWrite()) one->backlog_.expire(now);
+      if (!wasSlow && one->backlog_.slowSince() != 0 && one->forwardingHandler_)
+        one->forwardingHandler_->slownessChanged(one, true);
       return !one->backlog_.isHeld();
     });
   }
