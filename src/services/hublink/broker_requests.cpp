@@ -134,6 +134,10 @@ void Broker::requestServiceConnection(HublinkConnection* requester, const Servic
       }
       return;
     }
+    if (pluginID <= StatusService::kPluginID && std::strcmp(name, StatusService::kName) == 0) {
+      openStatus(requester, request);
+      return;
+    }
     if (isServicePending(name, request.workingDir) || (pluginID != -1 && plugins_.find(pluginID))) {
       addServiceWish(requester, request,
                      pluginID == -1 ? waiting_.joining(name) : OnPlugin{pluginID});

@@ -31,6 +31,14 @@ std::string textOfAll(const Facts& facts) {
 
 }  // namespace
 
+std::string clockTime(std::int64_t time) {
+  const std::int64_t ms = time % 86400000;
+  return gen_asprintf("%02d:%02d:%02d.%03d", static_cast<int>(ms / 3600000),
+                      static_cast<int>(ms / 60000 % 60), static_cast<int>(ms / 1000 % 60),
+                      static_cast<int>(ms % 1000))
+      .get();
+}
+
 void tell(const std::string& text) {
   std::fprintf(stderr, "hublinkctl: %s\n", gen_printable(text).c_str());
 }
@@ -108,9 +116,11 @@ bool Session::failUnanswered() {
 }
 
 bool Session::print(const Facts& facts) {
-  const std::string text = options_.json
-                               ? facts.dump(2, ' ', false, Facts::error_handler_t::replace) + '\n'
-                               : textOfAll(facts);
+  return printText(options_.json ? facts.dump(2, ' ', false, Facts::error_handler_t::replace) + '\n'
+                                 : textOfAll(facts));
+}
+
+bool Session::printText(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)
     return true;
   return fail(ExitCode::usage, "the output can't be written");

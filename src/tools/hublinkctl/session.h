@@ -63,6 +63,8 @@ class Session {
 
   /// Prints facts: as an object of JSON, else with a line for each, and one alone without its name.
   bool print(const Facts& facts);
+  /// Prints a text that is fit to be printed.
+  bool printText(const std::string& text);
   /// Tells a failure; false.
   bool fail(ExitCode code, const std::string& text);
   ExitCode exitCode() const { return code_; }
@@ -80,6 +82,8 @@ class Session {
   std::uint64_t end_ = 0;  // in ms of the monotonic clock
 };
 
+/// A time in ms since 1970 as hours, minutes, seconds and milliseconds of the day, in UTC.
+std::string clockTime(std::int64_t time);
 /// Something to be said that is no failure.
 void tell(const std::string& text);
 
