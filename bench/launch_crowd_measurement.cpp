@@ -6,11 +6,13 @@
 #include "bench/launched_provider.h"
 #include "bench/plain_starts.h"
 #include "bench/requesters.h"
+#include "platform/clock.h"
 
 namespace {
 
 constexpr int kRequestersEach = 4;  // of each service
 constexpr int kHanging = 2;
+constexpr int kUndisturbed = 200;  // ms
 
 class LaunchCrowdMeasurement : public Measurement {
  public:
@@ -81,20 +83,22 @@ class LaunchCrowdMeasurement : public Measurement {
     Stage stage;
     if (!prepare(stage, error)) return false;
     Lane& lane = *stage.lane;
-    RoundTripTimes alone, plain, crowded;
+    RoundTripTimes usual, alone, plain, crowded;
     const auto measured = [&](bool isCarried) {
       if (!isCarried && error.empty()) error = lane.failure();
       return error.empty();
     };
-    const auto start = [&] { stage.starter.start(error); };
-    const auto launch = [&] { serve(stage.requesters, error); };
+    const auto measureBeside = [&](const std::function<void()>& work, RoundTripTimes& times) {
+      return measured(measureRoundTripsBeside(lane, work, usual.median, times));
+    };
     const std::uint32_t count = settings_.size.roundTrips;
-    if (!measured(measureRoundTrips(lane, count / 4 + 1, alone)) ||  // warms it up
-        !measured(measureRoundTrips(lane, count, alone)) ||
-        !measured(measureRoundTripsBeside(lane, start, plain)))
+    for (const std::uint32_t each : {count / 4 + 1, count})  // warmed up by the first
+      if (!measured(measureRoundTrips(lane, each, usual))) return false;
+    if (!measureBeside([] { platform::sleepMilliseconds(kUndisturbed); }, alone) ||
+        !measureBeside([&] { stage.starter.start(error); }, plain))
       return false;
     stage.starter.finish();
-    if (!measured(measureRoundTripsBeside(lane, launch, crowded)) ||
+    if (!measureBeside([&] { serve(stage.requesters, error); }, crowded) ||
         !awaitFailures(stage.requesters, error))
       return false;
     add(Path::direct, alone);

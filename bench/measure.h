@@ -27,8 +27,12 @@ struct RoundTripTimes {
 bool measureRoundTrips(Lane& lane, std::uint32_t count, RoundTripTimes& times,
                        const std::function<bool()>& before = {});
 
-/// The same, one after the other from a thread of its own, for as long as `work` runs on this one.
-bool measureRoundTripsBeside(Lane& lane, const std::function<void()>& work, RoundTripTimes& times);
+/// The same from a thread of its own, for as long as `work` runs on this one. Who waits for a
+/// packet sends none, and so a link that stands still for a while would hardly be seen among
+/// thousands that don't: one that takes longer than `usual` microseconds counts for each that would
+/// have been begun in the meantime too.
+bool measureRoundTripsBeside(Lane& lane, const std::function<void()>& work, double usual,
+                             RoundTripTimes& times);
 
 /// Sends a stream on every pair at once, each from a thread of its own and as fast as it goes. The
 /// seconds from the first byte until the last far end has told that all of its stream has arrived.
