@@ -303,6 +303,53 @@ TEST_F(HublinkctlTest, AHubThatIsStoppedOrGoesMeanwhile) {
   EXPECT_EQ(waits->printed(), "hublinkctl: the hub has gone\n");
 }
 
+TEST_F(HublinkctlTest, AnInternalLogThatIsSwitchedOnAndOff) {
+  startHub();
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(directory.path());
+  check({{"log-internal hub.log", ExitCode::fine, ""}});
+  std::filesystem::current_path(before);
+  check({{"setenv A b", ExitCode::fine, ""},
+         {"log-internal --off", ExitCode::fine, ""},
+         {"setenv C d", ExitCode::fine, ""},
+         {"log-internal " + (directory / "none/log"), ExitCode::no, "No such file"},
+         {"log-internal", ExitCode::usage, "hublinkctl: log-internal takes FILE or --off"},
+         {"log-internal x --off", ExitCode::usage, "hublinkctl: "}});
+  const std::string log = contents(directory / "hub.log");
+  EXPECT_THAT(log, HasSubstr("RECV: SetEnvironmentVariable: variable:\"A\""));
+  EXPECT_THAT(log, ::testing::Not(HasSubstr("variable:\"C\"")));
+}
+
+// Among files that look like records, of which one is a hub's that hangs and one a dead hub's.
+TEST_F(HublinkctlTest, AllHubsOfAUser) {
+  EXPECT_EQ(facts("hubs"), json::array());
+  startHub();
+  HubProcess named({"-port", std::to_string(freePort()), "-hl_zone", "named"}, directory);
+  HubProcess dead({"-port", std::to_string(freePort()), "-hl_zone", "dead"}, directory);
+  const auto processOf = [&](const std::string& zone) {
+    EXPECT_TRUE(await([&] { return run("find " + zone).code == ExitCode::fine; }));
+    return facts("find " + zone)["process"].get<platform::ProcessId>();
+  };
+  processOf("--zone named");
+  kill(processOf("--zone dead"), SIGKILL);
+  const platform::ProcessId hanging = processOf("");
+  kill(hanging, SIGSTOP);
+  directory.write("svc_notes", "Port of call, and a Pid of nobody\n");
+  directory.write("svc_large", std::string(1 << 20, '{'));
+  std::filesystem::create_symlink(directory / "svc_named", directory / "svc_link");
+  const json hubs = facts("hubs");
+  kill(hanging, SIGCONT);
+  ASSERT_EQ(hubs.size(), 2u) << hubs;
+  const json& other = hubs[hubs[0]["zone"] == "named" ? 1 : 0];
+  const json& one = hubs[hubs[0]["zone"] == "named" ? 0 : 1];
+  EXPECT_EQ(one["zone"], "named");
+  EXPECT_EQ(one["plugins"], 0);
+  EXPECT_EQ(other["port"], port);
+  EXPECT_EQ(other["plugins"], nullptr);
+  EXPECT_EQ(other["answers"], false);
+  EXPECT_THAT(run("hubs").printed, StartsWith("ZONE "));
+}
+
 TEST_F(HublinkctlTest, UsageAndHelp) {
   for (const char* const line : {"", "nonsense", "provider", "find x", "--port 0 status",
                                  "--port 1 find", "--timeout 0 status", "setenv A=B c",

@@ -30,14 +30,6 @@ constexpr unsigned kDirectoryMode = 0750;
 constexpr int kStaleSeconds = 60;
 constexpr int kToolWait = 20;  // seconds
 
-// Another user's file says nothing to this one, and neither does a link, whoever may have put it
-// into a directory that all users share.
-ActiveHub readRecord(const char* path) {
-  ut_options_database database(kTitle);
-  if (!database.read(path, gen_open_own_file(path))) return {};
-  return {database.int32_value("Port", -1), database.int32_value("Pid", -1)};
-}
-
 // Something else than a record, which can't be replaced by one.
 bool isTaken(const char* path) {
   platform::FileStatus status;
@@ -110,6 +102,12 @@ bool ActiveHubRecord::remove() {
 bool ActiveHubRecord::names(const char* file) const {
   const ActiveHub hub = readRecord(file);
   return hub.process == platform::currentProcess() && hub.port == ownPort;
+}
+
+ActiveHub readRecord(const char* path) {
+  ut_options_database database(kTitle);
+  if (!database.read(path, gen_open_own_file(path))) return {};
+  return {database.int32_value("Port", -1), database.int32_value("Pid", -1)};
 }
 
 std::uint16_t ActiveHub::livePort() const {

@@ -57,6 +57,9 @@ struct ActiveHub {
   /// The port of a hub whose process runs, or 0.
   std::uint16_t livePort() const;
 };
+/// What the record in this very file says. Another user's file says nothing to this one, and
+/// neither does a link, whoever may have put it into a directory that all users share.
+ActiveHub readRecord(const char* path);
 /// The path at which the record lies, or would lie now.
 gen_text activeHubPlace(const char* zone, const char* suffix, const char* programPath);
 /// What another user has put in the way of every record of this name, or of its lock; empty if

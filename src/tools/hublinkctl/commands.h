@@ -10,6 +10,7 @@
 namespace hublinkctl {
 
 void addHubCommands(CLI::App& app, Options& options, int& exitCode);
+void addHubsCommand(CLI::App& app, Options& options, int& exitCode);
 void addInternalLogCommand(CLI::App& app, Options& options, int& exitCode);
 void addListCommands(CLI::App& app, Options& options, int& exitCode);
 void addServiceCommands(CLI::App& app, Options& options, int& exitCode);

@@ -68,6 +68,7 @@ int run(int argc, char** argv) {
   addToolOptions(app);
   addOptions(app, options);
   addHubCommands(app, options, exitCode);
+  addHubsCommand(app, options, exitCode);
   addInternalLogCommand(app, options, exitCode);
   addListCommands(app, options, exitCode);
   addServiceCommands(app, options, exitCode);
