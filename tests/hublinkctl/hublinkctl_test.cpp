@@ -33,11 +33,10 @@ class HublinkctlTest : public HubTest {
     executable = directory / "hublink";
     std::filesystem::copy_file(HubProcess::builtExecutable(), executable);
     std::filesystem::create_directories(directory / "defaults/services");
-    directory.write(
-        "defaults/services/test.kvs",
-        "Services { ExecName = \"" LAUNCHED_PLUGIN
-        "\" Arguments { { Arg = \"provide\" } "
-        "{ Arg = \"OnDemand\" } } ServicesProvided { { ServiceName = \"OnDemand\" } } }");
+    describe("OnDemand", LAUNCHED_PLUGIN, "{ Arg = \"provide\" } { Arg = \"OnDemand\" }");
+    describe("Ends", LAUNCHED_PLUGIN, "{ Arg = \"exit\" }");
+    describe("Misnamed", LAUNCHED_PLUGIN, "{ Arg = \"provide\" } { Arg = \"Other\" }");
+    describe("Lost", "missing_program", "");
     isShared = true;
   }
   void TearDown() override {
@@ -46,6 +45,13 @@ class HublinkctlTest : public HubTest {
       while (platform::processExists(process)) platform::sleepMilliseconds(1);
     }
     HubTest::TearDown();
+  }
+
+  void describe(const std::string& service, const std::string& program,
+                const std::string& arguments) const {
+    directory.write("defaults/services/" + service + ".kvs",
+                    "Services { ExecName = \"" + program + "\" Arguments { " + arguments +
+                        " } ServicesProvided { { ServiceName = \"" + service + "\" } } }");
   }
 
   void startHubWithProvider() {
@@ -116,7 +122,7 @@ class HublinkctlTest : public HubTest {
     for (const char* const line : kOnHub) {
       const Outcome outcome = run(options + line);
       EXPECT_EQ(outcome.code, code) << line;
-      EXPECT_EQ(outcome.printed, "hublinkctl: " + text + "\n") << line;
+      EXPECT_EQ(outcome.printed, "hublinkctl: " + text) << line;
     }
   }
 
@@ -146,7 +152,8 @@ TEST_F(HublinkctlTest, NeedsNoFileThatAnotherUserHas) {
     EXPECT_EQ(endOf(*tool), code) << command;
     EXPECT_THAT(tool->printed(), HasSubstr(text)) << command;
   };
-  isTold("status", ExitCode::noHub, "hublinkctl: there is no hub\n");
+  isTold("status", ExitCode::noHub,
+         "hublinkctl: there is no hub in the zone z: no record " + own + "/svc_z\n");
   const auto stay = beginAsStranger({"start", "--stay"});
   ASSERT_TRUE(await([&] { return stay->printed().find("process: ") != std::string::npos; }));
   EXPECT_THAT(stay->printed(), StartsWith("started: yes\n")) << "and no word about the lock";
@@ -162,7 +169,8 @@ TEST_F(HublinkctlTest, NeedsNoFileThatAnotherUserHas) {
   fs::create_directory(own);
   for (const char* const command : {"find", "status", "start"})
     isTold(command, ExitCode::noHub,
-           "hublinkctl: there is no hub: " + record + " belongs to another user, and " + own +
+           "hublinkctl: there is no hub in the zone z: " + record +
+               " belongs to another user, and " + own +
                " isn't a directory of this user's alone\n");
 }
 
@@ -182,11 +190,15 @@ TEST_F(HublinkctlTest, TellsWhatAHubKnows) {
          {"value 999 colour", ExitCode::no, "plugin 999 has no value colour\n"},
          {"ping Echo --count 5 --size 70000", ExitCode::fine, "packets: 5\nbytes: 70000\nmin "},
          {"ping Echo --size 0", ExitCode::fine, "packets: 10\nbytes: 0\n"},
-         {"ping Garbler", ExitCode::no, "a packet came back changed\n"},
+         {"ping Garbler", ExitCode::no,
+          "a packet came back changed: plugin " + id + " doesn't send back what it gets\n"},
          {"ping Closer", ExitCode::no, "the provider has ended the link\n"},
          {"ping Refuser", ExitCode::no, "Refuser: refused\n"},
-         {"ping Nobody", ExitCode::no, "Nobody: not found\n"},
-         {"ping Mute --timeout 1", ExitCode::noAnswer, "no answer within 1 s\n"}});
+         {"ping Nobody", ExitCode::no, "Nobody: not found: no description file "},
+         {"ping Mute --timeout 1", ExitCode::noAnswer,
+          "no answer in time: plugin " + id + " doesn't send back what it gets\n"},
+         {"provider Nobody --json", ExitCode::no,
+          "{\n  \"error\": \"nobody provides Nobody\"\n}\n"}});
   const json found = facts("find");
   EXPECT_EQ(found["found"], true);
   EXPECT_EQ(found["port"], port);
@@ -207,20 +219,30 @@ TEST_F(HublinkctlTest, TellsWhatAHubKnows) {
 }
 
 TEST_F(HublinkctlTest, HasTheHubDoThings) {
+  expectedPrint = "Unable to startup service: " LAUNCHED_PLUGIN ".\n";  // of Ends
   startHubWithProvider();
   const std::string seen = directory / "seen";
   const std::string launch = "launch " LAUNCHED_PLUGIN " ";
-  check({{"provider OnDemand", ExitCode::no, "nobody provides OnDemand"},
-         {"provider OnDemand --start", ExitCode::fine, "\n"},
-         {"setenv HUB_TEST_VALUE status", ExitCode::fine, ""},
-         {"debug " LAUNCHED_PLUGIN " --debugger gdb --options -q", ExitCode::fine, ""},
-         {launch + "record " + seen + " provide Late --json -x", ExitCode::fine, "\n"},
-         {"wait Late", ExitCode::fine, "\n"},
-         {launch + "exit", ExitCode::no, "hublinkctl: Failed to launch plugin\n"},
-         {"launch " + (directory / "none"), ExitCode::no, "Failed to launch plugin\n"},
-         {"connect 127.0.0.1 " + std::to_string(freePort()), ExitCode::no, "unable to connect"},
-         {"log status", ExitCode::fine, ""},
-         {"log -- --two", ExitCode::fine, ""}});
+  check(
+      {{"provider OnDemand", ExitCode::no, "nobody provides OnDemand"},
+       {"provider OnDemand --start", ExitCode::fine, "\n"},
+       {"setenv HUB_TEST_VALUE status", ExitCode::fine, ""},
+       {"debug " LAUNCHED_PLUGIN " --debugger gdb --options -q", ExitCode::fine, ""},
+       {launch + "record " + seen + " provide Late --json -x", ExitCode::fine, "\n"},
+       {"wait Late", ExitCode::fine, "\n"},
+       {launch + "exit", ExitCode::no,
+        "hublinkctl: Failed to launch plugin: " LAUNCHED_PLUGIN ": exited with status 3\n"},
+       {"launch " + directory.write("none", ""), ExitCode::no, "/none: Permission denied\n"},
+       {"provider Ends --start", ExitCode::no,
+        "nobody provides Ends: " LAUNCHED_PLUGIN ": exited with status 3\n"},
+       {"ping Lost", ExitCode::no, "Lost: not found: missing_program: No such file or directory\n"},
+       {"provider Nobody --start", ExitCode::no,
+        "nobody provides Nobody: no description file that the hub has read offers it\n"},
+       {"provider Misnamed --start --timeout 1", ExitCode::noAnswer,
+        "no answer within 1 s: " LAUNCHED_PLUGIN " has connected as plugin "},
+       {"connect 127.0.0.1 " + std::to_string(freePort()), ExitCode::no, "unable to connect"},
+       {"log status", ExitCode::fine, ""},
+       {"log -- --two", ExitCode::fine, ""}});
   EXPECT_THAT(contents(seen), HasSubstr("provide\nLate\n--json\n-x\n-hl_debug_startup\n"
                                         "-hl_debug_debugger\ngdb\n-hl_debug_debugger_opts\n-q\n"));
   EXPECT_THAT(contents(seen), HasSubstr("\nstatus\n"));
@@ -241,14 +263,16 @@ TEST_F(HublinkctlTest, HasTheHubDoThings) {
 }
 
 TEST_F(HublinkctlTest, NoHubADeadOneAndOneThatIsStarted) {
-  checkAll(ExitCode::noHub, "there is no hub");
-  checkAll(ExitCode::noHub, "there is no hub", "--port " + std::to_string(freePort()) + " ");
+  const auto findsNone = [&] { return run("find").printed.substr(sizeof "hublinkctl: " - 1); };
+  checkAll(ExitCode::noHub, findsNone());
+  const std::string closed = std::to_string(freePort());
+  checkAll(ExitCode::noHub, "there is no hub on port " + closed + "\n", "--port " + closed + " ");
   check({{"find", ExitCode::noHub, "there is no hub: no record "},
          {"find --json", ExitCode::noHub, "\"found\": false"},
          {"start --hub " + (directory / "none"), ExitCode::noHub, "there is no program "}});
   startHub();
   hub.reset();
-  checkAll(ExitCode::noHub, "there is no hub");
+  checkAll(ExitCode::noHub, findsNone());
   check({{"find", ExitCode::noHub, " has gone and left the record "}});
 
   const std::filesystem::path before = std::filesystem::current_path();
@@ -293,12 +317,15 @@ TEST_F(HublinkctlTest, AHubThatIsStoppedOrGoesMeanwhile) {
   EXPECT_EQ(endOf(*late), ExitCode::noAnswer);
   EXPECT_EQ(late->printed(), "hublinkctl: no answer within 3 s\n");
   const std::uint64_t start = platform::monotonicMilliseconds();
-  checkAll(ExitCode::noAnswer, "the hub on port " + std::to_string(port) + " doesn't answer",
+  checkAll(ExitCode::noAnswer, "the hub on port " + std::to_string(port) + " doesn't answer\n",
            "--timeout 0.2 ");
   check({{"--timeout 0.2 start", ExitCode::noAnswer, "doesn't answer"},
          {"find", ExitCode::fine, "found: yes"}});
   EXPECT_LT(platform::monotonicMilliseconds() - start, 10000u) << "12 times 0.2 s and the starts";
+  const auto joins = begin("status --timeout 60");
+  platform::sleepMilliseconds(100);
   hub.reset();
+  EXPECT_EQ(endOf(*joins), ExitCode::hubGone) << joins->printed();
   EXPECT_EQ(endOf(*waits), ExitCode::hubGone);
   EXPECT_EQ(waits->printed(), "hublinkctl: the hub has gone\n");
 }
@@ -358,7 +385,8 @@ TEST_F(HublinkctlTest, UsageAndHelp) {
     EXPECT_EQ(outcome.code, ExitCode::usage) << line;
     EXPECT_EQ(outcome.printed.rfind("hublinkctl: ", 0), 0u) << outcome.printed;
   }
-  check({{"setenv \x9B=", ExitCode::usage, "\"\\x9b=\""},
+  check({{"nonsense", ExitCode::usage, "hublinkctl: there is no subcommand nonsense;"},
+         {"setenv \x9B=", ExitCode::usage, "\"\\x9b=\""},
          {"--version", ExitCode::fine, "hublinkctl "}});
   for (std::string line : {"find", "start"}) check({{line + " --help", ExitCode::fine, "--json"}});
   for (const std::string line : kOnHub)

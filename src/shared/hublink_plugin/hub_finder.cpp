@@ -36,6 +36,15 @@ class RecordKey {
   std::string whyNone() const {
     return isKnown() ? whyNoActiveHub(zone(), nullptr, directory()) : std::string();
   }
+  std::string whyNotFound() const {
+    if (!isKnown()) return "the hub's program isn't found, and no zone is named";
+    const HubRecord record = read();
+    const std::string text = "there is no hub" + (zone_ ? " in the zone " + *zone_ : "") + ": ";
+    if (!record.obstacle.empty()) return text + record.obstacle;
+    if (record.hub.process <= 0) return text + "no record " + record.path;
+    return text + "its process " + std::to_string(record.hub.process) +
+           " has gone and left the record " + record.path;
+  }
   std::uint16_t find() const {
     return isKnown() ? findActiveHub(zone(), nullptr, directory()) : std::uint16_t{0};
   }
@@ -67,13 +76,16 @@ void setUp(HublinkPlugin& plugin, const HubChoice& choice) {
   plugin.setTcpOnly(choice.tcpOnly);
 }
 
-// A hub that is about to end may close the connection: then there is none, as if nobody listened.
+std::string noHubOn(std::uint16_t port) {
+  return "there is no hub on port " + std::to_string(port);
+}
+
 HubSearch join(HublinkPlugin& plugin, std::uint16_t port, std::string& error, int milliseconds) {
   const auto transport = makeCounted<STPTransport>(STP_BUFFER_SIZE);
   STPStatus status;
   if (port != 0) plugin.reach(*transport, kThisMachine, port, &status);
   if (port == 0 || !status.good()) {
-    error = "there is no hub";
+    error = noHubOn(port);
     return HubSearch::none;
   }
   // A stranger's is no hub to this user, who may have one of his own started.
@@ -81,16 +93,28 @@ HubSearch join(HublinkPlugin& plugin, std::uint16_t port, std::string& error, in
   const std::uint64_t end =
       platform::monotonicMilliseconds() + static_cast<std::uint64_t>(milliseconds);
   if (plugin.attach(transport.get(), error, milliseconds)) return HubSearch::joined;
-  if (platform::monotonicMilliseconds() < end) return HubSearch::none;
+  if (platform::monotonicMilliseconds() < end) {
+    error = "the hub has gone: it has closed the connection on port " + std::to_string(port);
+    return HubSearch::gone;
+  }
   error = "the hub on port " + std::to_string(port) + " doesn't answer";
   return HubSearch::silent;
 }
 
 HubSearch join(HublinkPlugin& plugin, const RecordKey& key, std::string& error, int milliseconds) {
-  const HubSearch outcome = join(plugin, key.find(), error, milliseconds);
-  const std::string reason = outcome == HubSearch::none ? key.whyNone() : std::string();
-  if (!reason.empty()) error += ": " + reason;
+  const std::uint16_t port = key.find();
+  if (port == 0) {
+    error = key.whyNotFound();
+    return HubSearch::none;
+  }
+  const HubSearch outcome = join(plugin, port, error, milliseconds);
+  if (error == noHubOn(port)) error += ", which the record " + key.read().path + " names";
   return outcome;
+}
+
+// A hub that is about to end may close the connection: to who wants one that is as good as none.
+bool isMissing(HubSearch outcome) {
+  return outcome == HubSearch::none || outcome == HubSearch::gone;
 }
 
 // The new hub connects to this process, which so is its first plugin, before it listens and writes
@@ -156,6 +180,10 @@ HubRecord readHubRecord(const HubChoice& choice) {
   return RecordKey(choice).read();
 }
 
+std::string whyNoHub(const HubChoice& choice) {
+  return RecordKey(choice).whyNotFound();
+}
+
 HubSearch joinHub(HublinkPlugin& plugin, const HubChoice& choice, std::string& error,
                   int milliseconds) {
   setUp(plugin, choice);
@@ -172,14 +200,14 @@ HubSearch joinOrStartHub(HublinkPlugin& plugin, const HubChoice& choice, std::st
   setUp(plugin, choice);
   const RecordKey key(choice);
   HubSearch outcome = join(plugin, key, error, milliseconds);
-  if (outcome != HubSearch::none) return outcome;
+  if (!isMissing(outcome)) return outcome;
   // A hub that nobody can find is of no use to the next tool, nor is one to be started by two.
   if (!key.whyNone().empty()) return HubSearch::failed;
   // Without a name for its record there is no program either, as the start will tell.
   if (!key.isKnown()) return start(plugin, choice, error, milliseconds);
   const RecordLock lock(key);
   outcome = join(plugin, key, error, milliseconds);
-  if (outcome != HubSearch::none) return outcome;
+  if (!isMissing(outcome)) return outcome;
   if (lock.held()) return start(plugin, choice, error, milliseconds);
   error = "somebody else has been starting a hub for 20 seconds";
   return HubSearch::failed;

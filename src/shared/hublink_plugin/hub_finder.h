@@ -49,11 +49,15 @@ struct HubRecord {
 };
 HubRecord readHubRecord(const HubChoice& choice);
 
+/// Why findHub() finds none, for people: the zone, the record, and what is wrong with it.
+std::string whyNoHub(const HubChoice& choice);
+
 /// What came of looking for a hub.
 enum class HubSearch {
   joined,   ///< the plugin is connected to it
   started,  ///< the same, and the hub is new: the plugin is its first one
   none,     ///< there is none
+  gone,     ///< it was there and has closed the connection
   silent,   ///< it is there and doesn't answer
   failed,   ///< it can't be started
 };

@@ -34,15 +34,7 @@ bool find(Session& session, const Options& options) {
                           {"process", record.hub.process},
                           {"record", path}});
   if (options.json && !session.print({{"found", false}, {"record", path}})) return false;
-  if (record.path.empty())
-    return session.fail(ExitCode::noHub, "the hub's program isn't found, and no zone is named");
-  if (!record.obstacle.empty())
-    return session.fail(ExitCode::noHub, "there is no hub: " + record.obstacle);
-  if (record.hub.process <= 0)
-    return session.fail(ExitCode::noHub, "there is no hub: no record " + record.path);
-  return session.fail(ExitCode::noHub, "there is no hub: its process " +
-                                           std::to_string(record.hub.process) +
-                                           " has gone and left the record " + record.path);
+  return session.fail(ExitCode::noHub, whyNoHub(options.choice));
 }
 
 struct StartOptions {

@@ -18,7 +18,7 @@ Facts factsOf(const ListedRecord& record) {
   HublinkPlugin plugin;
   std::string error;
   const HubSearch outcome = joinHubOnPort(plugin, port, error, kPatience);
-  if (outcome == HubSearch::none) return {};
+  if (outcome == HubSearch::none || outcome == HubSearch::gone) return {};
   std::optional<PluginCounts> counts;
   if (outcome == HubSearch::joined) {
     plugin.setPersistent(false);

@@ -78,7 +78,11 @@ int run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? exitCode : static_cast<int>(ExitCode::usage);
+    const std::vector<std::string> words = app.remaining();
+    const bool isUnknown = error.get_exit_code() != 0 && app.get_subcommands().empty() &&
+                           !words.empty() && words.front()[0] != '-';
+    if (isUnknown) tell("there is no subcommand " + words.front() + "; --help lists them");
+    return isUnknown || app.exit(error) != 0 ? static_cast<int>(ExitCode::usage) : exitCode;
   }
   return exitCode;
 }

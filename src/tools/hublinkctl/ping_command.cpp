@@ -3,8 +3,10 @@
 #include <random>
 #include <vector>
 
+#include "indgen/format.h"
 #include "platform/clock.h"
 #include "tools/hublinkctl/commands.h"
+#include "tools/hublinkctl/launch_watch.h"
 
 namespace hublinkctl {
 namespace {
@@ -20,11 +22,21 @@ struct PingOptions {
 bool openLink(Session& session, const PingOptions& options, std::shared_ptr<HublinkLink>& link) {
   ServiceQuery query;
   query.serviceName = options.service;
+  LaunchWatch watch(session);
+  if (!watch.watchService(options.service)) return false;
   const auto reply = session.ask<ServiceReply>(
       [&](const auto& answered) { session.plugin().requestService(query, answered); });
   if (!reply) return false;
   link = reply->link;
-  return link || session.fail(ExitCode::no, options.service + ": " + outcomeText(reply->outcome));
+  if (link) return true;
+  const bool isMissing = reply->outcome == ServiceReply::Outcome::notFound;
+  const std::string reason = isMissing ? watch.reason() : std::string();
+  return session.fail(ExitCode::no, options.service + ": " + outcomeText(reply->outcome) +
+                                        (reason.empty() ? "" : ": " + reason));
+}
+
+std::string noEcho(const HublinkLink& link) {
+  return gen_asprintf("plugin %d doesn't send back what it gets", link.peerPluginID()).get();
 }
 
 // One round trip, in which the bytes must come back as they went.
@@ -35,8 +47,14 @@ bool exchange(Session& session, HublinkLink& link, const HublinkLink::Packet& se
   const bool came = link.receive(answer, session.left());
   if (!came && session.plugin().isConnected() && !link.isUp())
     return session.fail(ExitCode::no, "the provider has ended the link");
-  if (!came) return session.await([] { return false; });
-  return answer == sent || session.fail(ExitCode::no, "a packet came back changed");
+  if (!came) {
+    // If the hub answers, it isn't what the packet is waiting for.
+    session.restartClock();
+    if (session.count()) session.fail(ExitCode::noAnswer, "no answer in time: " + noEcho(link));
+    return false;
+  }
+  return answer == sent ||
+         session.fail(ExitCode::no, "a packet came back changed: " + noEcho(link));
 }
 
 // `sorted` holds one duration at least.

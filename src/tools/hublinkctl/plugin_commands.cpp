@@ -5,6 +5,7 @@
 #include "generated/hublink_plugin_impl.h"
 #include "indgen/find.h"
 #include "tools/hublinkctl/commands.h"
+#include "tools/hublinkctl/launch_watch.h"
 
 namespace hublinkctl {
 namespace {
@@ -21,9 +22,11 @@ HublinkPlugin::PluginHandler passedTo(const Answered& answered) {
   };
 }
 
-bool told(Session& session, const std::optional<Connected>& answer) {
+bool told(Session& session, const std::optional<Connected>& answer,
+          const std::string& reason = {}) {
   if (!answer) return false;
-  if (answer->plugin == -1) return session.fail(ExitCode::no, answer->errors);
+  if (answer->plugin == -1)
+    return session.fail(ExitCode::no, answer->errors + (reason.empty() ? "" : ": " + reason));
   return session.print({{"plugin", answer->plugin}});
 }
 
@@ -31,10 +34,13 @@ bool told(Session& session, const std::optional<Connected>& answer) {
 bool launch(Session& session, std::vector<std::string> command, const std::string& directory) {
   if (command[0].find('/') != std::string::npos)
     command[0] = gen_full_path(command[0].c_str()).get();
-  return told(session, session.ask<Connected>([&](const auto& answered) {
+  LaunchWatch watch(session);
+  if (!watch.watchProgram(command[0])) return false;
+  const auto answer = session.ask<Connected>([&](const auto& answered) {
     session.plugin().requestPluginLaunch(command, directory.empty() ? nullptr : directory.c_str(),
                                          passedTo(answered));
-  }));
+  });
+  return told(session, answer, watch.reason());
 }
 
 bool connect(Session& session, const std::string& host, std::uint16_t port) {

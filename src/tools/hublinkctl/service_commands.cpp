@@ -1,5 +1,6 @@
 // The subcommands that ask who provides a service: provider, wait.
 #include "tools/hublinkctl/commands.h"
+#include "tools/hublinkctl/launch_watch.h"
 
 namespace hublinkctl {
 namespace {
@@ -19,14 +20,18 @@ std::optional<std::int32_t> providerOf(Session& session, const ProviderOptions& 
   });
 }
 
-bool told(Session& session, const ProviderOptions& query, std::int32_t plugin) {
+bool told(Session& session, const ProviderOptions& query, std::int32_t plugin,
+          const std::string& reason) {
   if (plugin != -1) return session.print({{"plugin", plugin}});
-  return session.fail(ExitCode::no, "nobody provides " + query.service);
+  return session.fail(ExitCode::no,
+                      "nobody provides " + query.service + (reason.empty() ? "" : ": " + reason));
 }
 
 bool provider(Session& session, const ProviderOptions& query) {
+  LaunchWatch watch(session);
+  if (query.start && !watch.watchService(query.service)) return false;
   const auto plugin = providerOf(session, query);
-  return plugin && told(session, query, *plugin);
+  return plugin && told(session, query, *plugin, watch.reason());
 }
 
 // The last question has a chance to be answered before the time is up.
@@ -34,7 +39,7 @@ bool wait(Session& session, const ProviderOptions& query) {
   for (;;) {
     const auto plugin = providerOf(session, query);
     if (!plugin) return false;
-    if (*plugin != -1 || session.left() <= 2 * kAskAgain) return told(session, query, *plugin);
+    if (*plugin != -1 || session.left() <= 2 * kAskAgain) return told(session, query, *plugin, {});
     session.plugin().serveUntil([] { return false; }, kAskAgain);
   }
 }

@@ -88,6 +88,8 @@ bool Session::joined(HubSearch outcome, const std::string& error) {
       return true;
     case HubSearch::silent:
       return fail(ExitCode::noAnswer, error);
+    case HubSearch::gone:
+      return fail(ExitCode::hubGone, error);
     case HubSearch::none:
     case HubSearch::failed:
       break;
@@ -111,8 +113,10 @@ std::optional<PluginCounts> Session::count() {
 
 bool Session::failUnanswered() {
   if (!plugin_.isConnected()) return fail(ExitCode::hubGone, "the hub has gone");
-  return fail(ExitCode::noAnswer,
-              gen_asprintf("no answer within %g s", options_.timeoutSeconds).get());
+  const std::string reason = reason_ ? reason_() : std::string();
+  return fail(ExitCode::noAnswer, gen_asprintf("no answer within %g s%s%s", options_.timeoutSeconds,
+                                               reason.empty() ? "" : ": ", reason.c_str())
+                                      .get());
 }
 
 bool Session::print(const Facts& facts) {
@@ -121,6 +125,7 @@ bool Session::print(const Facts& facts) {
 }
 
 bool Session::printText(const std::string& text) {
+  hasPrinted_ = true;
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)
     return true;
   return fail(ExitCode::usage, "the output can't be written");
@@ -129,6 +134,7 @@ bool Session::printText(const std::string& text) {
 bool Session::fail(ExitCode code, const std::string& text) {
   code_ = code;
   tell(text);
+  if (options_.json && !hasPrinted_) print({{"error", text}});
   return false;
 }
 

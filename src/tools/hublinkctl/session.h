@@ -58,6 +58,8 @@ class Session {
   }
   /// Serves until `done`. False if that hasn't come, or the hub has gone.
   bool await(const std::function<bool()>& done);
+  /// What to add when no answer comes, asked for then; it may be empty.
+  void onSilence(std::function<std::string()> reason) { reason_ = std::move(reason); }
   /// Asks for the hub's counts, by whose answer it has done all that it was told before.
   std::optional<PluginCounts> count();
 
@@ -65,7 +67,7 @@ class Session {
   bool print(const Facts& facts);
   /// Prints a text that is fit to be printed.
   bool printText(const std::string& text);
-  /// Tells a failure; false.
+  /// Tells a failure; false. For machines it is an object too, unless something has been printed.
   bool fail(ExitCode code, const std::string& text);
   ExitCode exitCode() const { return code_; }
 
@@ -78,6 +80,8 @@ class Session {
   HublinkPlugin plugin_;
   HubRecord record_;
   bool started_ = false;
+  bool hasPrinted_ = false;
+  std::function<std::string()> reason_;
   ExitCode code_ = ExitCode::fine;
   std::uint64_t end_ = 0;  // in ms of the monotonic clock
 };

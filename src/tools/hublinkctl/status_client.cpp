@@ -163,18 +163,29 @@ class StatusView : public HubStatus_viewer_Impl {
   }
 };
 
+StatusClient::StatusClient(Session& session) : session_(session) {}
+
 StatusClient::~StatusClient() {
   if (link_) link_->close();
 }
 
 bool StatusClient::open() {
+  return open(true);
+}
+
+bool StatusClient::openIfOffered() {
+  return open(false);
+}
+
+bool StatusClient::open(bool isNeeded) {
   ServiceQuery query;
   query.serviceName = kService;
   const auto reply = session_.ask<ServiceReply>(
       [&](const auto& answered) { session_.plugin().requestService(query, answered); });
   if (!reply) return false;
   if (!reply->link)
-    return session_.fail(ExitCode::no, "the hub doesn't tell of itself: it is an older one");
+    return isNeeded &&
+           session_.fail(ExitCode::no, "the hub doesn't tell of itself: it is an older one");
   link_ = reply->link;
   view_ = makeCounted<StatusView>();
   link_->attach(view_.get());

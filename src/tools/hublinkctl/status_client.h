@@ -24,13 +24,15 @@ class StatusClient {
  public:
   using EventHandler = std::function<void(const Facts& event)>;
 
-  explicit StatusClient(Session& session) : session_(session) {}
+  explicit StatusClient(Session& session);
   ~StatusClient();
   StatusClient(const StatusClient&) = delete;
   StatusClient& operator=(const StatusClient&) = delete;
 
   /// To be called before all others.
   bool open();
+  /// The same for those who can do without: no failure if the hub doesn't tell of itself.
+  bool openIfOffered();
   /// None if no answer has come.
   std::optional<Facts> hub();
   /// All items, an array, page by page; none if an answer hasn't come.
@@ -45,6 +47,7 @@ class StatusClient {
   bool setInternalLog(const char* file);
 
  private:
+  bool open(bool isNeeded);
   using Command = std::function<void(StatusView& view, gen_text& error, STPStatus* status)>;
   bool command(const Command& call);
 
