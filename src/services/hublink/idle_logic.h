@@ -2,10 +2,10 @@
 //
 // A hub is needed as long as a plugin is persistent or is about to come, being started or connected
 // to. One without a record stops on the first pass in which it isn't. A shared one counts such
-// passes: the first starts the clock, the second confirms, the third can remove the record, and once
-// the limit has passed the hub stops. Being needed again starts all anew, except that a record once
-// removed stays removed. A hub that can take nobody any more gives its record up at once, so that
-// tools start another one.
+// passes: the first starts the clock, the second confirms, the third can remove the record, and
+// once the limit has passed the hub stops. Being needed again starts all anew, except that a record
+// once removed stays removed. A hub that can take nobody any more gives its record up at once, so
+// that tools start another one.
 #pragma once
 
 #include <cstdint>
