@@ -6,7 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "forms_teller_impl.h"
 #include "hublink_plugin/hublink_plugin.h"
+#include "indgen/text.h"
 #include "platform/clock.h"
 #include "platform/credentials.h"
 #include "support/hub_test.h"
@@ -375,6 +377,101 @@ TEST_F(HublinkctlTest, AllHubsOfAUser) {
   EXPECT_EQ(other["plugins"], nullptr);
   EXPECT_EQ(other["answers"], false);
   EXPECT_THAT(run("hubs").printed, StartsWith("ZONE "));
+}
+
+class Teller : public Forms_teller_Impl {
+ protected:
+  void peerRecordTaken() override { Greeting("a\xC2\x9B\n"); }
+  void Send(bool u1, std::uint16_t u2, std::int32_t u4, std::uint64_t u8, float f4, double f8,
+            const char* str, const char* fn, const Send_block& block, StringArray names,
+            STPArray<std::uint64_t> longs, STPArray<std::uint16_t> shorts) override {
+    Sent(u1, u2, u4, u8, f4, f8, str, fn, {{block.inner.str}, block.floats}, names, longs, shorts);
+  }
+  void Divide(std::int32_t dividend, std::int32_t divisor, double& quotient,
+              gen_text& remark) override {
+    quotient = static_cast<double>(dividend) / divisor;
+    if (quotient < 0) remark = gen_strdup("below \x9B zero");
+  }
+};
+
+TEST_F(HublinkctlTest, SpeaksAnyInterface) {
+  startHubWithProvider();
+  std::vector<CountedPtr<Teller>> tellers;
+  provider.registerService("Forms", [&](const auto& link) {
+    tellers.push_back(makeCounted<Teller>());
+    link->attach(tellers.back().get());
+    tellers.back()->sendNegotiate(false, nullptr, nullptr);
+  });
+  const std::string id = std::to_string(provider.pluginID());
+  check(
+      {{"introspect Forms", ExitCode::fine,
+        "side: teller\nversion: 3\ntakes:\n  Divide two-way \"dividend:%u4% divisor:%u4% | "},
+       {"introspect Forms", ExitCode::fine, "fields of what it sends:\n  text\n"},
+       {"introspect Forms --catalogue " FORMS, ExitCode::fine, "  Greeting \"text:%str% \"\n"},
+       {"introspect Forms --catalogue " + executable, ExitCode::usage, "hublink:1:1: "},
+       {"introspect Mute --timeout 1", ExitCode::noAnswer, "tells of no interface in time"},
+       {"introspect hublink.status", ExitCode::fine, "  RequestHub \"cookie:%u4% \"\n"},
+       {"introspect 999", ExitCode::no, "there is no plugin 999"},
+       {"call Forms Divide dividend=-1 divisor=2", ExitCode::fine,
+        "quotient: -0.5\nremark: below \\x9b zero\n"},
+       {"call Forms Divide dividend=1 divisor=2 dividend=3", ExitCode::usage, "given twice"},
+       {"call Forms Nothing", ExitCode::no, "takes no message Nothing: it takes Divide, Send\n"},
+       {"call Forms Send u=1", ExitCode::usage, "no field u: the message has u1, u2, u4, u8, f4, "},
+       {"call Forms Send u1=300", ExitCode::usage, "field u1: 300 doesn't fit %u1%\n"},
+       {"call Forms Send u4=4294967296", ExitCode::usage, "field u4: 4294967296 doesn't fit %u4%"},
+       {"call Forms Send u8=-1", ExitCode::usage, "field u8: -1 doesn't fit %u8%"},
+       {"call Forms Send f4=1e39", ExitCode::usage, "field f4: 1e+39 doesn't fit %f4%"},
+       {"call Forms Send k=1", ExitCode::usage, "field k is the count of shorts, which tells it"},
+       {"call Forms Send block={\"inner\":{\"text\":1}}", ExitCode::usage,
+        "no field block.inner.text: block.inner has str\n"},
+       {"call Forms Send names=[\"a\",1]", ExitCode::usage,
+        "field names.data[1]: 1 doesn't fit %str%"},
+       {"call Forms Send names=a", ExitCode::usage, "field names: \"a\" is no object with data\n"},
+       {"call Forms Divide --wait Nothing --timeout 1", ExitCode::noAnswer, "hasn't sent Nothing"},
+       {"call hublink.status KickPlugin plugin_id=999", ExitCode::fine, "there is no plugin 999\n"},
+       {"call hublink.status RequestHub cookie=7 --wait HubDescription", ExitCode::fine,
+        "HubDescription  cookie=7  version="},
+       {"listen Forms --count 1", ExitCode::fine, "(unlisted)  text=\"a\\xc2\\x9b\\n\"\n"}});
+
+  const json all = {{"u1", true},
+                    {"u2", 65535},
+                    {"u4", -2},
+                    {"u8", 18446744073709551615u},
+                    {"f4", 1.5},
+                    {"f8", -1e300},
+                    {"str", "{\"x"},
+                    {"fn", "/a"},
+                    {"block", {{"inner", {{"str", "in"}}}, {"floats", {0.5, 2}}}},
+                    {"names", {"b", nullptr, ""}},
+                    {"longs", {1, 9007199254740993}},
+                    {"shorts", {7}}};
+  std::string send = "call Forms Send --json --wait Sent";
+  for (const auto& [name, value] : all.items())
+    send += " " + name + "=" + (value.is_string() ? value.get<std::string>() : value.dump());
+  const json byFormat = json::parse(run(send + " --catalogue " FORMS).printed, nullptr, false);
+  EXPECT_EQ(byFormat, json({{"message", "Sent"}, {"fields", all}}));
+  // By what the fields tell of themselves.
+  json bare = all;
+  bare["block"]["n"] = 2;
+  bare["block"].erase("floats");
+  bare["names"] = {{"count", all["names"]}};
+  bare["count"] = all["longs"];
+  bare.erase("longs");
+  bare["k"] = 1;
+  json byItself = json::parse(run(send).printed, nullptr, false)["fields"];
+  EXPECT_EQ(byItself["block"]["floats"].size(), 2u) << "of an unknown type";
+  byItself["block"].erase("floats");
+  EXPECT_EQ(byItself, bare);
+  EXPECT_EQ(json::parse(run("call Forms Send --json --wait Sent --catalogue " FORMS).printed,
+                        nullptr, false)["fields"]["names"],
+            json::array());
+
+  // Those of its services that have no interface are told beside it.
+  const Outcome plugin = run("introspect --timeout 0.5 " + id);
+  EXPECT_EQ(plugin.code, ExitCode::no) << plugin.printed;
+  EXPECT_THAT(plugin.printed, HasSubstr("plugin: " + id + "\nversion: 1\n"));
+  EXPECT_THAT(plugin.printed, HasSubstr("\nservice: Forms\nplugin: " + id + "\nside: teller\n"));
+  EXPECT_THAT(plugin.printed, HasSubstr("the provider of Echo tells of no interface in time\n"));
 }
 
 TEST_F(HublinkctlTest, UsageAndHelp) {

@@ -14,6 +14,7 @@ void addHubsCommand(CLI::App& app, Options& options, int& exitCode);
 void addInternalLogCommand(CLI::App& app, Options& options, int& exitCode);
 void addListCommands(CLI::App& app, Options& options, int& exitCode);
 void addServiceCommands(CLI::App& app, Options& options, int& exitCode);
+void addInterfaceCommands(CLI::App& app, Options& options, int& exitCode);
 void addPingCommand(CLI::App& app, Options& options, int& exitCode);
 void addPluginCommands(CLI::App& app, Options& options, int& exitCode);
 

@@ -1,7 +1,6 @@
 // The subcommands that show what a hub holds and what happens in it: list, show, monitor; and those
 // by which its owner steps in: kick, stop.
 #include <algorithm>
-#include <charconv>
 
 #include "indgen/find.h"
 #include "indgen/printable.h"
@@ -129,13 +128,6 @@ bool list(Session& session, const ListOptions& how, bool json) {
     if (!session.plugin().isConnected()) return session.fail(ExitCode::hubGone, "the hub has gone");
   }
   return true;
-}
-
-std::optional<std::int32_t> numberIn(const std::string& text) {
-  std::int32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
 }
 
 // A plugin by its number, or a service by its name, with the links of either.

@@ -72,6 +72,7 @@ int run(int argc, char** argv) {
   addInternalLogCommand(app, options, exitCode);
   addListCommands(app, options, exitCode);
   addServiceCommands(app, options, exitCode);
+  addInterfaceCommands(app, options, exitCode);
   addPingCommand(app, options, exitCode);
   addPluginCommands(app, options, exitCode);
   addTraceCommand(app, exitCode);

@@ -6,7 +6,7 @@
 #include "indgen/format.h"
 #include "platform/clock.h"
 #include "tools/hublinkctl/commands.h"
-#include "tools/hublinkctl/launch_watch.h"
+#include "tools/hublinkctl/service_link.h"
 
 namespace hublinkctl {
 namespace {
@@ -18,22 +18,6 @@ struct PingOptions {
   int count = 10;
   std::size_t size = 64;  // bytes
 };
-
-bool openLink(Session& session, const PingOptions& options, std::shared_ptr<HublinkLink>& link) {
-  ServiceQuery query;
-  query.serviceName = options.service;
-  LaunchWatch watch(session);
-  if (!watch.watchService(options.service)) return false;
-  const auto reply = session.ask<ServiceReply>(
-      [&](const auto& answered) { session.plugin().requestService(query, answered); });
-  if (!reply) return false;
-  link = reply->link;
-  if (link) return true;
-  const bool isMissing = reply->outcome == ServiceReply::Outcome::notFound;
-  const std::string reason = isMissing ? watch.reason() : std::string();
-  return session.fail(ExitCode::no, options.service + ": " + outcomeText(reply->outcome) +
-                                        (reason.empty() ? "" : ": " + reason));
-}
 
 std::string noEcho(const HublinkLink& link) {
   return gen_asprintf("plugin %d doesn't send back what it gets", link.peerPluginID()).get();
@@ -63,8 +47,8 @@ double percentile(const std::vector<double>& sorted, std::size_t percent) {
 }
 
 bool ping(Session& session, const PingOptions& options) {
-  std::shared_ptr<HublinkLink> link;
-  if (!openLink(session, options, link)) return false;
+  const std::shared_ptr<HublinkLink> link = openLink(session, options.service);
+  if (!link) return false;
   std::minstd_rand random;
   HublinkLink::Packet packet(options.size);
   std::vector<double> microseconds;

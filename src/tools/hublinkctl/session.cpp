@@ -1,5 +1,6 @@
 #include "tools/hublinkctl/session.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -14,7 +15,7 @@ std::string textOf(const Facts& value) {
   if (value.is_null()) return "unknown";
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (value.is_number_float()) return gen_asprintf("%.3f", value.get<double>()).get();
-  return value.is_string() ? gen_printable(value.get<std::string>()) : value.dump();
+  return gen_printable(value.is_string() ? value.get<std::string>() : jsonText(value));
 }
 
 std::string textOfAll(const Facts& facts) {
@@ -37,6 +38,17 @@ std::string clockTime(std::int64_t time) {
                       static_cast<int>(ms / 60000 % 60), static_cast<int>(ms / 1000 % 60),
                       static_cast<int>(ms % 1000))
       .get();
+}
+
+std::optional<std::int32_t> numberIn(const std::string& text) {
+  std::int32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+std::string jsonText(const Facts& value) {
+  return value.dump(-1, ' ', false, Facts::error_handler_t::replace);
 }
 
 void tell(const std::string& text) {

@@ -88,6 +88,10 @@ class Session {
 
 /// A time in ms since 1970 as hours, minutes, seconds and milliseconds of the day, in UTC.
 std::string clockTime(std::int64_t time);
+/// The number that the text is, all of it.
+std::optional<std::int32_t> numberIn(const std::string& text);
+/// A value as JSON on one line; what is no UTF-8 in it is replaced.
+std::string jsonText(const Facts& value);
 /// Something to be said that is no failure.
 void tell(const std::string& text);
 

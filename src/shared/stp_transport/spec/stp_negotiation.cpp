@@ -115,6 +115,7 @@ void STPSpecClass::readTags(STPReceivedMessage& message) {
   std::size_t j = 0;
   forEachElement(message, [&](std::uint32_t position) {
     const std::string_view word = wordOf(message);
+    peerTagTaken(position, word);
     while (j < map.size() && tagNames[j] < word) ++j;
     if (!word.empty() && j < map.size() && tagNames[j] == word)
       map[j] = static_cast<std::int32_t>(position);

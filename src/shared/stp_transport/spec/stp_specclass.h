@@ -140,6 +140,8 @@ class STPSpecClass {
   virtual ~STPSpecClass();
 
   virtual void virtualConnectionDown() {}
+  /// The peer's record gives its field names: this is the name of its tag `number`, from 0 on.
+  virtual void peerTagTaken(std::uint32_t /*number*/, std::string_view /*name*/) {}
   /// A negotiate record of the peer has been taken in.
   virtual void peerRecordTaken() {}
   virtual std::int32_t defaultSourceRN() const = 0;
