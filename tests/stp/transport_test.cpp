@@ -143,7 +143,10 @@ TEST(Transport, LastWordsArriveAfterAFailedWrite) {
 
 struct ForwardAll : ForwardingHandler {
   STPTransport* target = nullptr;
-  STPTransport* forwardTarget(std::int32_t rn) override { return rn >= 10 ? target : nullptr; }
+  STPTransport* other = nullptr;  // of RNs from 20 on
+  STPTransport* forwardTarget(std::int32_t rn) override {
+    return rn >= 20 ? other : rn >= 10 ? target : nullptr;
+  }
 };
 
 TEST(Transport, ForwardsByteForByteAndKeepsWhatNobodyOwns) {
@@ -166,6 +169,27 @@ TEST(Transport, ForwardsByteForByteAndKeepsWhatNobodyOwns) {
   in.b->handleRead();
   EXPECT_EQ(drain(*out.a), bytes);
   EXPECT_EQ(recorder.texts, std::vector<std::string>{"for the link"});
+}
+
+// Packets that come in one piece and go to several receivers in turn.
+TEST(Transport, ForwardsEachPacketOfARowToItsOwner) {
+  const Pair in = inProcessPair(), out = inProcessPair(), side = inProcessPair();
+  ForwardAll forward;
+  forward.target = out.a.get();
+  forward.other = side.a.get();
+  in.b->setForwardingHandler(&forward);
+  std::vector<unsigned char> row, expected, aside;
+  for (const std::int32_t rn : {10, 20, 10, 10, 11, 20, 20, 10}) {
+    in.a->enqueueMessage(*in.a->newMessage(12, rn, STP_BINARY, 3, 0x77));
+    const auto bytes = drain(*in.a);
+    auto& owner = rn < 20 ? expected : aside;
+    owner.insert(owner.end(), bytes.begin(), bytes.end());
+    row.insert(row.end(), bytes.begin(), bytes.end());
+  }
+  feed(*in.a, row.data(), row.size());
+  in.b->handleRead();
+  EXPECT_EQ(drain(*out.a), expected);
+  EXPECT_EQ(drain(*side.a), aside);
 }
 
 TEST(Transport, PairsInOneProcessOutliveEachOther) {

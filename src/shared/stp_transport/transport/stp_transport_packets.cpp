@@ -193,7 +193,7 @@ STPPacketTest STPTransport::passOnFront() {
     if (next != target && target) {
       forwardRun(*target, run, test.state == STPPacketState::incomplete);
       if (isStalled()) return {};
-      run = 0;
+      run = latest = 0;
     }
     if (!next) {
       if (test.state == STPPacketState::incomplete) input_.awaitMore();
