@@ -474,6 +474,34 @@ TEST_F(HublinkctlTest, SpeaksAnyInterface) {
   EXPECT_THAT(plugin.printed, HasSubstr("the provider of Echo tells of no interface in time\n"));
 }
 
+TEST_F(HublinkctlTest, ALivePictureOfTheTraffic) {
+  startHubWithProvider();
+  const auto pings = begin("ping Echo --count 10000000 --size 1000");
+  awaitCounts("2/3");
+  const Outcome two = run("top --frames 2 --interval 0.3 --links");
+  EXPECT_EQ(two.code, ExitCode::fine);
+  const std::string second = two.printed.substr(two.printed.rfind("\nSERVICE "));
+  EXPECT_THAT(two.printed, HasSubstr("BYTES/S"));
+  EXPECT_THAT(second, MatchesRegex("\nSERVICE [^\n]*\nEcho +3 +2 +[0-9]+ m?s +[0-9]+ +"
+                                   "[0-9.]+ [KM]iB +[^\n]*\n"));
+  pings->terminate();
+
+  // On a terminal, by keys, which is given back after a key and after a signal.
+  const std::string top = HUBLINKCTL " --port " + std::to_string(port) + " top; stty -a' /dev/null";
+  HubProcess terminals(
+      {"-c", "(sleep 0.5; printf 'l\\033[Ar'; sleep 0.5; printf q) | script -qec '" + top +
+                 "; script -qec 'timeout --foreground 0.3 " + top},
+      directory, 0, "sh");
+  EXPECT_EQ(endOf(terminals), ExitCode::fine);
+  const std::string shown = terminals.printed();
+  EXPECT_THAT(shown,
+              MatchesRegex(".*\x1b\\[\\?1049h.*PROGRAM.*REQUESTER.*links by traffic reversed.*"
+                           "\x1b\\[\\?1049l.*isig icanon iexten echo .*"
+                           "\x1b\\[\\?1049h.*PROGRAM.*\x1b\\[\\?1049l.*"
+                           "isig icanon iexten echo .*"));
+}
+}
+
 TEST_F(HublinkctlTest, UsageAndHelp) {
   for (const char* const line : {"", "nonsense", "provider", "find x", "--port 0 status",
                                  "--port 1 find", "--timeout 0 status", "setenv A=B c",

@@ -16,6 +16,7 @@ void addListCommands(CLI::App& app, Options& options, int& exitCode);
 void addServiceCommands(CLI::App& app, Options& options, int& exitCode);
 void addInterfaceCommands(CLI::App& app, Options& options, int& exitCode);
 void addPingCommand(CLI::App& app, Options& options, int& exitCode);
+void addTopCommand(CLI::App& app, Options& options, int& exitCode);
 void addPluginCommands(CLI::App& app, Options& options, int& exitCode);
 
 /// What a subcommand does; false if it has failed.

@@ -109,7 +109,8 @@ bool listOnce(Session& session, StatusClient& client, const ListOptions& how, bo
     const Facts shown = arranged(*items, how);
     object[kind.name] = shown;
     if (how.what.empty()) text += (text.empty() ? "" : "\n") + std::string(kind.name) + ":\n";
-    text += tableOf(kind.columns, shown, width(), platform::unixMilliseconds());
+    const std::string table = tableOf(kind.columns, shown, width(), platform::unixMilliseconds());
+    text += usesColours() ? coloured(table, shown) : table;
   }
   return json ? session.print(how.what.empty() ? object : object.front()) : session.printText(text);
 }

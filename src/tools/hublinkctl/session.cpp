@@ -145,6 +145,7 @@ bool Session::printText(const std::string& text) {
 
 bool Session::fail(ExitCode code, const std::string& text) {
   code_ = code;
+  failure_ = text;
   tell(text);
   if (options_.json && !hasPrinted_) print({{"error", text}});
   return false;

@@ -70,6 +70,8 @@ class Session {
   /// Tells a failure; false. For machines it is an object too, unless something has been printed.
   bool fail(ExitCode code, const std::string& text);
   ExitCode exitCode() const { return code_; }
+  /// What was told last; empty without a failure.
+  const std::string& failure() const { return failure_; }
 
  private:
   bool joined(HubSearch outcome, const std::string& error);
@@ -82,6 +84,7 @@ class Session {
   bool started_ = false;
   bool hasPrinted_ = false;
   std::function<std::string()> reason_;
+  std::string failure_;
   ExitCode code_ = ExitCode::fine;
   std::uint64_t end_ = 0;  // in ms of the monotonic clock
 };

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 
+#include "indgen/find.h"
 #include "indgen/format.h"
 #include "indgen/printable.h"
+#include "platform/terminal.h"
 
 namespace hublinkctl {
 namespace {
@@ -115,6 +117,28 @@ std::string tableOf(const std::vector<Column>& columns, const Facts& items, std:
     table += line + '\n';
   }
   return table;
+}
+
+bool usesColours() {
+  return platform::isTerminal(1) && *gen_getenv("NO_COLOR", "") == '\0';
+}
+
+std::string coloured(const std::string& table, const Facts& items) {
+  constexpr const char* kTitles = "\x1b[1m";
+  constexpr const char* kSlow = "\x1b[31m";
+  constexpr const char* kEnd = "\x1b[0m";
+  std::string text;
+  std::size_t row = 0;
+  for (std::size_t at = 0; at < table.size(); ++row) {
+    const std::size_t end = table.find('\n', at);
+    const std::string line = table.substr(at, end - at);
+    const bool isSlow =
+        row > 0 && row <= items.size() && !items[row - 1].value("slow_since", Facts()).is_null();
+    const char* const colour = row == 0 ? kTitles : isSlow ? kSlow : nullptr;
+    text += (colour ? colour + line + kEnd : line) + '\n';
+    at = end + 1;
+  }
+  return text;
 }
 
 }  // namespace hublinkctl

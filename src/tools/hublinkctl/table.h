@@ -30,4 +30,9 @@ std::string shownValue(const Facts& value, Shown how, std::int64_t now);
 std::string tableOf(const std::vector<Column>& columns, const Facts& items, std::size_t width,
                     std::int64_t now);
 
+/// Whether the standard output is a terminal whose user hasn't asked for none (`NO_COLOR`).
+bool usesColours();
+/// A table of `items` with its titles and the slow receivers among them set off by colours.
+std::string coloured(const std::string& table, const Facts& items);
+
 }  // namespace hublinkctl
