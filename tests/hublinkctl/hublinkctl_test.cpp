@@ -500,7 +500,6 @@ TEST_F(HublinkctlTest, ALivePictureOfTheTraffic) {
                            "\x1b\\[\\?1049h.*PROGRAM.*\x1b\\[\\?1049l.*"
                            "isig icanon iexten echo .*"));
 }
-}
 
 TEST_F(HublinkctlTest, UsageAndHelp) {
   for (const char* const line : {"", "nonsense", "provider", "find x", "--port 0 status",
