@@ -90,6 +90,8 @@ class STPTransport {
   /// Has this one wait like a sender to `target`, to which something was queued on its behalf, if
   /// that is congested or holds its senders up.
   void waitFor(const STPTransport& target);
+  /// Whether this one isn't read, since it waits for such a target.
+  bool isStalled() const;
   bool isWritePending() const { return hasSocket() && !writeQueue_.empty(); }
   /// Type and id of the last packet queued, each pointer optional; false if there was none.
   bool lastQueued(std::uint32_t* type, std::uint32_t* id) const;
@@ -294,7 +296,6 @@ class STPTransport {
   void noteWritten(std::int64_t count);
   void setCongested(bool flag);
   void endHold();
-  bool isStalled() const;
   bool isOverfull() const;
   static void lookAtStopped();
 
