@@ -25,13 +25,14 @@ struct Stage {
   Ledger& ledger;
   std::uint16_t hubPort = 0;
   std::uint16_t anchorPort = 0;  ///< of the plugin that the hub connects to at its start
+  std::uint64_t seed = 0;        ///< of the scenario
   bool finishing = false;        ///< nobody holds anything back any more
   /// Starts one more plugin that speaks bytes, which was asked for under a cookie.
-  std::function<void(std::uint16_t port, std::int32_t cookie)> startPlugin;
+  std::function<void(std::uint16_t port, std::int32_t cookie)> startPlugin{};
   /// Starts one more plugin that speaks bytes and listens for the hub; the port.
-  std::function<std::uint16_t()> startListener;
+  std::function<std::uint16_t()> startListener{};
   /// Says what happens, for those who watch.
-  std::function<void(const std::string& line)> say;
+  std::function<void(const std::string& line)> say{};
 };
 
 struct ActorRole {
@@ -39,6 +40,11 @@ struct ActorRole {
   std::uint64_t seed = 0;
   std::uint16_t port = 0;         ///< to connect to, or to listen on
   std::string service{};          ///< registered at the start; empty: none
+  std::string needs{};            ///< a service that it asks for before that; empty: none
+  int patience = 0;               ///< ms that it waits for what it needs
+  bool isErrand = false;          ///< on the library: asks as another plugin, before it connects
+  int delay = 0;                  ///< ms that it takes before it does anything
+  int doom = 0;                   ///< moments that it has until it is ended from outside; 0: none
   std::int32_t startCookie = -1;  ///< was started by a client, which is to be told
   bool negotiates = true;
   bool listens = false;  ///< for the hub, instead of connecting to it
@@ -61,7 +67,13 @@ class Actor {
   void order(const Order& order);
   /// Whether it still has its connection, as far as it knows.
   bool isConnected() const { return connected_; }
+  /// Whether the hub has ended it, and not this side.
+  bool isCutOff() const { return cutOff_; }
   std::int32_t pluginID() const { return pluginID_; }
+  /// Whether it takes what comes.
+  virtual bool isAwake() const = 0;
+  /// Has had a connection for so long, ms, and done all that the hub waits for, but isn't a plugin.
+  std::uint64_t waitsForID() const;
   /// Whether it answers for itself.
   virtual bool isLibrary() const = 0;
   /// The process has been ended from outside.
@@ -78,6 +90,7 @@ class Actor {
   ActorRole role_;
   std::mt19937_64 random_;
   std::deque<Order> orders_;
-  bool connected_ = false;
+  bool connected_ = false, cutOff_ = false;
+  std::uint64_t connectedAt_ = 0;  // ms
   std::int32_t pluginID_ = -1;
 };

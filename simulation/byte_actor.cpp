@@ -64,11 +64,13 @@ int ByteActor::awaitHub() {
 }
 
 int ByteActor::run() {
+  platform::sleepMilliseconds(role_.delay);
   socket_ =
       role_.listens ? awaitHub() : connectToServer("localhost", role_.port, nullptr, chance(50));
   if (socket_ <= 0) return 1;
   platform::readiness().watch(socket_);
   connected_ = true;
+  connectedAt_ = platform::monotonicMilliseconds();
   if (role_.negotiates) outbox_.push_back({filled(negotiateBytes())});
   while (connected_) {
     const std::uint64_t now = platform::monotonicMilliseconds();
@@ -83,14 +85,23 @@ int ByteActor::run() {
     if (connected_ && !deaf) read();
     if (connected_ && stage_.finishing)
       for (; !offers_.empty(); offers_.pop_front()) answerOffer(offers_.front(), chance(70));
+    if (needsUntil_ != 0 && needsUntil_ <= now) begin();
     if (connected_ && !quiet) write();
     if (connected_ && role_.life >= 0 && role_.life-- == 0) end();
     if (!connected_) break;
     bool failed = false;
-    const std::uint64_t until = quiet ? quietUntil_ : deafUntil_;
-    platform::readiness().wait(deaf ? static_cast<int>(until - now) : -1, failed);
+    std::uint64_t until = platform::sim::kNever;
+    if (deaf) until = quiet ? quietUntil_ : deafUntil_;
+    if (needsUntil_ != 0) until = std::min(until, needsUntil_);
+    const bool isEndless = until == platform::sim::kNever;
+    platform::readiness().wait(isEndless ? -1 : static_cast<int>(until - now), failed);
   }
   return 0;
+}
+
+bool ByteActor::isAwake() const {
+  const std::uint64_t now = stage_.world.now();
+  return quietUntil_ <= now && deafUntil_ <= now;
 }
 
 void ByteActor::end() {
@@ -106,7 +117,7 @@ void ByteActor::obey(const Order& order) {
   say(actName(order.act));
   switch (order.act) {
     case Act::provide:
-      provide(serviceName(choice));
+      provide(serviceName(choice, stage_.seed));
       break;
     case Act::withdraw:
       if (services_.empty()) break;
@@ -114,20 +125,11 @@ void ByteActor::obey(const Order& order) {
            {{"serviceRN", static_cast<std::uint32_t>(services_[choice % services_.size()])}});
       break;
     case Act::request:
-      request(choice);
+      request(requestShape(choice, stage_.seed));
       break;
-    case Act::query: {
-      const std::int32_t cookie = ++lastCookie_;
-      stage_.ledger.ask(*this, Question::query, cookie);
-      const std::string service = serviceName(choice);
-      send("RequestPluginIdForService", [&](STPMessage& message) {
-        message.putU32(tag("cookie"), static_cast<std::uint32_t>(cookie));
-        message.putString(tag("serviceName"), service.c_str());
-        message.putString(tag("working_dir"), nullptr);
-        message.putU8(tag("startup_if_not_running"), choice & 0x100 ? 1 : 0);
-      });
+    case Act::query:
+      query(choice);
       break;
-    }
     case Act::answer:
       if (!offers_.empty()) {
         answerOffer(offers_.front(), choice % 4 != 0);
@@ -213,9 +215,14 @@ void ByteActor::provide(const std::string& service) {
   });
 }
 
-void ByteActor::request(std::uint64_t choice) {
+// What it needs is there, or it has waited for long enough.
+void ByteActor::begin() {
+  needsUntil_ = 0;
+  if (!role_.service.empty()) provide(role_.service);
+}
+
+std::int32_t ByteActor::request(const RequestShape& shape) {
   const std::int32_t cookie = ++lastCookie_;
-  const RequestShape shape = requestShape(choice);
   stage_.ledger.ask(*this, Question::service, cookie);
   say("asks for " + shape.service + " as " + std::to_string(cookie));
   send("RequestServiceConnection", [&](STPMessage& message) {
@@ -228,12 +235,27 @@ void ByteActor::request(std::uint64_t choice) {
     message.putU8(tag("no_reuse"), shape.noReuse ? 1 : 0);
     message.putU8(tag("client_start"), shape.clientStart ? 1 : 0);
   });
+  return cookie;
+}
+
+void ByteActor::query(std::uint64_t choice) {
+  const std::int32_t cookie = ++lastCookie_;
+  const bool isStarting = (choice & 0x100) != 0;
+  if (!isStarting) lookUps_.insert(cookie);
+  stage_.ledger.ask(*this, isStarting ? Question::query : Question::lookUp, cookie);
+  const std::string service = serviceName(choice, stage_.seed);
+  send("RequestPluginIdForService", [&](STPMessage& message) {
+    message.putU32(tag("cookie"), static_cast<std::uint32_t>(cookie));
+    message.putString(tag("serviceName"), service.c_str());
+    message.putString(tag("working_dir"), nullptr);
+    message.putU8(tag("startup_if_not_running"), isStarting ? 1 : 0);
+  });
 }
 
 void ByteActor::launch(std::uint64_t choice) {
   const std::int32_t cookie = ++lastCookie_;
   stage_.ledger.ask(*this, Question::launch, cookie);
-  const std::string program = programName(choice);
+  const std::string program = programName(choice, stage_.seed);
   say("has " + program + " started as " + std::to_string(cookie));
   send("RequestPluginLaunch", [&](STPMessage& message) {
     putTexts(message, tag("argv"), tag("count"), 1, {program.c_str()});
@@ -329,6 +351,7 @@ void ByteActor::read() {
       return;
     }
     if (outcome.error != 0 || outcome.count == 0) {
+      cutOff_ = true;
       end();
       return;
     }
@@ -361,7 +384,12 @@ void ByteActor::handle(const Packet& packet) {
   if (name == "PluginId") {
     pluginID_ = number(message, "plugin_id");
     say("is plugin " + std::to_string(pluginID_));
-    if (!role_.service.empty()) provide(role_.service);
+    if (role_.needs.empty()) {
+      begin();
+    } else {
+      needCookie_ = request({.service = role_.needs});
+      needsUntil_ = platform::monotonicMilliseconds() + static_cast<std::uint64_t>(role_.patience);
+    }
     if (role_.startCookie != -1)
       send("StartPluginEvent", [&](STPMessage& answer) {
         answer.putU32(tag("cookie"), static_cast<std::uint32_t>(role_.startCookie));
@@ -399,7 +427,9 @@ void ByteActor::handle(const Packet& packet) {
   } else if (name == "PluginConnectedEvent") {
     stage_.ledger.answer(*this, Question::launch, number(message, "cookie"));
   } else if (name == "PluginIdForServiceReplyEvent") {
-    stage_.ledger.answer(*this, Question::query, number(message, "cookie"));
+    const std::int32_t cookie = number(message, "cookie");
+    stage_.ledger.answer(*this, lookUps_.contains(cookie) ? Question::lookUp : Question::query,
+                         cookie);
   } else if (name == "LocationEvent") {
     if (placeQuestions_.empty()) {
       stage_.ledger.fault(*this, "a location that it didn't ask for");
@@ -433,4 +463,5 @@ void ByteActor::handleReply(STPReceivedMessage& message) {
   say("is answered " + std::to_string(cookie) + (accepted ? ": accepted" : ": not accepted"));
   stage_.ledger.answer(*this, Question::service, cookie);
   if (accepted) stage_.ledger.link(*this, requesterRN, serviceRN);
+  if (needsUntil_ != 0 && cookie == needCookie_) begin();
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ class ByteActor : public Actor {
   using Actor::Actor;
   int run() override;
   bool isLibrary() const override { return false; }
+  bool isAwake() const override;
 
  private:
   /// Bytes that wait to be written; with the last of them `end` has sent one packet more.
@@ -30,7 +32,9 @@ class ByteActor : public Actor {
 
   int awaitHub();
   void obey(const Order& order);
-  void request(std::uint64_t choice);
+  void begin();
+  std::int32_t request(const RequestShape& shape);
+  void query(std::uint64_t choice);
   void launch(std::uint64_t choice);
   void sendPackets(std::uint64_t choice);
   void flood(std::uint64_t choice);
@@ -53,7 +57,9 @@ class ByteActor : public Actor {
   std::deque<Outgoing> outbox_;
   std::string input_;
   std::uint64_t quietUntil_ = 0, deafUntil_ = 0;  // ms; one who is deaf still writes
-  std::int32_t lastCookie_ = 0;
+  std::uint64_t needsUntil_ = 0;                  // ms; 0 unless it waits for what it needs
+  std::int32_t lastCookie_ = 0, needCookie_ = 0;
+  std::set<std::int32_t> lookUps_;            // cookies of queries that start nothing
   std::deque<std::int32_t> numberQuestions_;  // cookies, in order
   std::deque<std::int32_t> placeQuestions_;
   std::deque<Offer> offers_;

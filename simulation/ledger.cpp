@@ -1,5 +1,6 @@
 #include "simulation/ledger.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -25,37 +26,46 @@ void Ledger::fault(const Actor& actor, const std::string& text) {
 }
 
 void Ledger::ask(const Actor& actor, Question question, std::int32_t cookie) {
-  questions_[&actor][{question, cookie}];
+  Questions& questions = questions_[&actor];
+  questions.answers[{question, cookie}] = 0;
+  questions.open[{question, cookie}] = world_.now();
 }
 
 void Ledger::answer(const Actor& actor, Question question, std::int32_t cookie) {
-  auto& asked = questions_[&actor];
-  const auto place = asked.find({question, cookie});
-  if (place == asked.end())
+  Questions& questions = questions_[&actor];
+  questions.open.erase({question, cookie});
+  const auto place = questions.answers.find({question, cookie});
+  if (place == questions.answers.end())
     fault(actor, "an answer to nothing that was asked, cookie " + std::to_string(cookie));
-  else if (++place->second.came > 1)
+  else if (++place->second > 1)
     fault(actor, "a second answer, cookie " + std::to_string(cookie));
 }
 
 void Ledger::giveUp(const Actor& actor, Question question, std::int32_t cookie) {
-  questions_[&actor][{question, cookie}].givenUp = true;
+  Questions& questions = questions_[&actor];
+  questions.open.erase({question, cookie});
+  ++questions.givenUp;
 }
 
-int Ledger::open(const Actor& actor, Question question) const {
-  int count = 0;
-  const auto asked = questions_.find(&actor);
-  if (asked == questions_.end()) return 0;
-  for (const auto& [key, answers] : asked->second)
-    if (key.first == question && answers.came == 0 && !answers.givenUp) ++count;
-  return count;
+int Ledger::open(const Actor& actor, Question question, std::uint64_t age) const {
+  const auto questions = questions_.find(&actor);
+  if (questions == questions_.end()) return 0;
+  return static_cast<int>(std::count_if(
+      questions->second.open.begin(), questions->second.open.end(), [&](const auto& one) {
+        return one.first.first == question && one.second + age <= world_.now();
+      }));
+}
+
+bool Ledger::isOpen(const Actor& actor, std::int32_t cookie) const {
+  const auto questions = questions_.find(&actor);
+  return questions != questions_.end() &&
+         std::any_of(questions->second.open.begin(), questions->second.open.end(),
+                     [cookie](const auto& one) { return one.first.second == cookie; });
 }
 
 int Ledger::givenUp(const Actor& actor) const {
-  int count = 0;
-  const auto asked = questions_.find(&actor);
-  if (asked == questions_.end()) return 0;
-  for (const auto& [key, answers] : asked->second) count += answers.givenUp ? 1 : 0;
-  return count;
+  const auto questions = questions_.find(&actor);
+  return questions == questions_.end() ? 0 : questions->second.givenUp;
 }
 
 std::pair<LinkEnd*, LinkEnd*> Ledger::ends(const Actor& actor, std::int32_t own,

@@ -16,8 +16,8 @@ namespace platform::sim {
 class World;
 }
 
-/// What the hub is asked for.
-enum class Question : std::uint8_t { service, query, launch, numbers, location };
+/// What the hub is asked for. It answers the last three without waiting for anybody.
+enum class Question : std::uint8_t { service, query, launch, lookUp, numbers, location };
 
 /// One side of a link between two plugins.
 struct LinkEnd {
@@ -48,8 +48,9 @@ class Ledger {
   void answer(const Actor& actor, Question question, std::int32_t cookie);
   /// The asker has given up waiting, and an answer may still come.
   void giveUp(const Actor& actor, Question question, std::int32_t cookie);
-  /// How many answers are still to come.
-  int open(const Actor& actor, Question question) const;
+  /// How many answers are still to come to what was asked at least so many ms ago.
+  int open(const Actor& actor, Question question, std::uint64_t age = 0) const;
+  bool isOpen(const Actor& actor, std::int32_t cookie) const;
   int givenUp(const Actor& actor) const;
 
   void accept(Actor& provider, std::int32_t serviceRN, std::int32_t requesterRN);
@@ -73,9 +74,11 @@ class Ledger {
   void checkRest();
 
  private:
-  struct Answers {
-    int came = 0;
-    bool givenUp = false;
+  using Asked = std::pair<Question, std::int32_t>;  // with its cookie
+  struct Questions {
+    std::map<Asked, int> answers;
+    std::map<Asked, std::uint64_t> open;  // with the time when each was asked
+    int givenUp = 0;
   };
   using Key = std::pair<std::int32_t, std::int32_t>;  // the provider's RN, the requester's
   /// This side and the other one; nulls if there is no such link.
@@ -84,7 +87,7 @@ class Ledger {
   void checkEnd(const LinkEnd& end, const LinkEnd& other);
 
   platform::sim::World& world_;
-  std::map<const Actor*, std::map<std::pair<Question, std::int32_t>, Answers>> questions_;
+  std::map<const Actor*, Questions> questions_;
   std::map<Key, Link> links_;
   std::set<const Actor*> leaving_;  // have asked the hub to disconnect them
 };

@@ -19,7 +19,20 @@ bool LibraryActor::beConnected(HublinkPlugin& plugin) {
   return isConnected;
 }
 
+// What it needs is a connection of its own for, which it has before it is known to the hub.
+void LibraryActor::runErrand() {
+  HublinkPlugin errand;
+  std::string error;
+  if (!errand.connect(stage_.hubPort, error)) return;
+  ServiceQuery query;
+  query.serviceName = role_.needs;
+  say("runs an errand for " + role_.needs);
+  errand.requestService(query, role_.patience);
+}
+
 int LibraryActor::run() {
+  platform::sleepMilliseconds(role_.delay);
+  if (role_.isErrand) runErrand();
   HublinkPlugin plugin;
   plugin_ = &plugin;
   if (!beConnected(plugin)) return 1;
@@ -27,6 +40,7 @@ int LibraryActor::run() {
   pluginID_ = plugin.pluginID();
   say("is plugin " + std::to_string(pluginID_));
   plugin.onValueRequest([](const std::string&) { return std::optional<std::string>("green"); });
+  if (!role_.needs.empty() && !role_.isErrand) request({.service = role_.needs}, role_.patience);
   if (!role_.service.empty()) provide(role_.service);
   while (connected_ && plugin.isConnected()) {
     while (connected_ && !orders_.empty()) {
@@ -44,7 +58,7 @@ int LibraryActor::run() {
   plugin.disconnect();
   // The end of the connection has answered whatever was open.
   for (const Question question : {Question::service, Question::query, Question::launch,
-                                  Question::numbers, Question::location})
+                                  Question::lookUp, Question::numbers, Question::location})
     if (stage_.ledger.open(*this, question) > 0)
       stage_.ledger.fault(*this, "the library has left a question open");
   links_.clear();
@@ -62,19 +76,22 @@ void LibraryActor::obey(const Order& order) {
   Ledger& ledger = stage_.ledger;
   switch (order.act) {
     case Act::provide:
-      provide(serviceName(choice));
+      provide(serviceName(choice, stage_.seed));
       break;
     case Act::withdraw:
       if (!services_.empty()) plugin_->unregisterService(services_[choice % services_.size()]);
       break;
     case Act::request:
-      request(choice, choice & 0x1000000 ? 500 : -1);
+      request(requestShape(choice, stage_.seed), choice & 0x1000000 ? 500 : -1);
       break;
     case Act::query: {
-      const std::int32_t cookie = begin(Question::query);
-      plugin_->requestProvider(
-          serviceName(choice), nullptr, (choice & 0x100) != 0,
-          [&ledger, this, cookie](std::int32_t) { ledger.answer(*this, Question::query, cookie); });
+      const bool isStarting = (choice & 0x100) != 0;
+      const Question question = isStarting ? Question::query : Question::lookUp;
+      const std::int32_t cookie = begin(question);
+      plugin_->requestProvider(serviceName(choice, stage_.seed), nullptr, isStarting,
+                               [&ledger, this, question, cookie](std::int32_t) {
+                                 ledger.answer(*this, question, cookie);
+                               });
       break;
     }
     case Act::drop:
@@ -92,7 +109,7 @@ void LibraryActor::obey(const Order& order) {
       break;
     case Act::launch: {
       const std::int32_t cookie = begin(Question::launch);
-      plugin_->requestPluginLaunch({programName(choice), "-word"}, nullptr,
+      plugin_->requestPluginLaunch({programName(choice, stage_.seed), "-word"}, nullptr,
                                    [&ledger, this, cookie](std::int32_t, const std::string&) {
                                      ledger.answer(*this, Question::launch, cookie);
                                    });
@@ -132,7 +149,10 @@ void LibraryActor::obey(const Order& order) {
       plugin_->setPersistent((choice & 1) != 0);
       break;
     case Act::hush:
-      if (!stage_.finishing) platform::sleepMilliseconds(static_cast<int>(choice % 3000));
+      if (stage_.finishing) break;
+      isAsleep_ = true;
+      platform::sleepMilliseconds(static_cast<int>(choice % 3000));
+      isAsleep_ = false;
       break;
     case Act::disconnect:
       ledger.leave(*this, false);
@@ -173,13 +193,12 @@ void LibraryActor::linger() {
   else if (chance(50))
     speak(random_());
   else
-    request(random_(), static_cast<int>(below(300)));
+    request(requestShape(random_(), stage_.seed), static_cast<int>(below(300)));
   --nested_;
 }
 
 // With a limit it waits for the answer, else the answer comes when it comes.
-void LibraryActor::request(std::uint64_t choice, int milliseconds) {
-  const RequestShape shape = requestShape(choice);
+void LibraryActor::request(const RequestShape& shape, int milliseconds) {
   ServiceQuery query;
   query.serviceName = shape.service;
   query.providingPluginID = shape.pluginID;
@@ -264,7 +283,9 @@ void LibraryActor::speak(std::uint64_t choice) {
   STPStatus status;
   if (choice & 0x100) {
     TimeoutSTPRetryHandler retry(held.end.spec->getTransport(), 1 + number % 2000);
+    ++calls_;
     talk.call(number, retry, status);
+    --calls_;
   } else if (choice & 0x200) {
     for (int count = number % 8; count >= 0 && status.good(); --count)
       talk.note(++end->notesSent, status);

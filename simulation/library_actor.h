@@ -16,6 +16,7 @@ class LibraryActor : public Actor {
   using Actor::Actor;
   int run() override;
   bool isLibrary() const override { return true; }
+  bool isAwake() const override { return !isAsleep_ && calls_ == 0; }
 
  private:
   using LinkPtr = std::shared_ptr<HublinkLink>;
@@ -25,10 +26,11 @@ class LibraryActor : public Actor {
     TalkEnd end;
   };
 
+  void runErrand();
   bool beConnected(HublinkPlugin& plugin);
   void obey(const Order& order);
   void provide(const std::string& service);
-  void request(std::uint64_t choice, int milliseconds);
+  void request(const RequestShape& shape, int milliseconds);
   void take(const LinkPtr& link, bool isAsker);
   void linger();
   bool accept();
@@ -41,5 +43,7 @@ class LibraryActor : public Actor {
   std::vector<std::int32_t> services_;
   std::map<LinkKey, Held> links_;
   int nested_ = 0;
+  int calls_ = 0;  // on a link, which put off what else comes
+  bool isAsleep_ = false;
   bool isSending_ = false;
 };

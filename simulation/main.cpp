@@ -42,6 +42,7 @@ ServiceDatabase makeDatabase(const std::string& file) {
   for (const Provision& provision : provisions())
     text << "  { ExecName = \"" << provision.program << "\" "
          << (provision.isSharedObject ? "SharedObject = yes " : "")
+         << (provision.timeout ? "LaunchTimeout = " + std::to_string(provision.timeout) + " " : "")
          << "ServicesProvided { { ServiceName = \"" << provision.service << "\" } } }\n";
   text << "}\n";
   text.close();

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/sim/world.h"
@@ -31,13 +32,18 @@ class Run {
   template <class Kind>
   Actor& cast(ActorRole role, std::uint32_t address);
   void setWeather();
-  void installPrograms();
-  int runChild(ActorRole role, bool isLibrary, const std::vector<std::string>& arguments);
+  int runChild(ActorRole role, bool isLibrary);
+  void doom(Actor& actor, int moments);
   int runHub();
+  void lookAtHub(HublinkInspector& inspector);
+  void noteOwed();
   void arrive(std::uint64_t choice);
+  void rush(std::uint64_t choice);
   void take(const Step& step);
   Actor* livingActor(std::uint64_t who) const;
   void kill(Actor& actor, std::uint64_t choice = 0);
+  bool pass(std::uint64_t milliseconds);
+  void checkHeard(std::uint64_t age);
   bool comeToRest();
   void checkRest();
   bool endHub();
@@ -49,7 +55,9 @@ class Run {
   Stage stage_;
   std::vector<std::unique_ptr<Actor>> actors_;
   platform::sim::Process* hub_ = nullptr;
-  HublinkInspector* inspector_ = nullptr;  // while the hub runs
+  HublinkInspector* inspector_ = nullptr;  // while the hub makes passes
   bool isShared_ = false;
   std::uint64_t passes_ = 0;
+  // Cookies of what hung on launches when the hub was told to end.
+  std::vector<std::pair<Actor*, std::int32_t>> owed_;
 };

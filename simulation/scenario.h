@@ -18,6 +18,7 @@ enum class Act : std::uint8_t {
   speak,       ///< a plugin uses an interface of its own on a link
   reserve,     ///< a plugin asks for numbers of its own
   launch,      ///< a plugin has a program started
+  rush,        ///< several plugins need what has to be started, and some don't wait for it
   reach,       ///< a plugin has the hub connect to a port
   locate,      ///< a plugin asks where the hub is
   ask,         ///< a plugin asks another for a value
@@ -56,25 +57,32 @@ Scenario makeScenario(std::uint64_t seed);
 
 // What a choice means.
 
-std::string serviceName(std::uint64_t choice);
+/// Of the services that have to be started each scenario, by its seed, knows some.
+std::string serviceName(std::uint64_t choice, std::uint64_t seed);
 /// A program that a plugin has started.
-std::string programName(std::uint64_t choice);
+std::string programName(std::uint64_t choice, std::uint64_t seed);
+/// A choice that means a service which has to be started.
+std::uint64_t startingChoice(std::uint64_t choice);
 /// Bytes of the packet that is this one of a row.
 std::uint32_t packetSize(std::uint64_t choice, std::uint64_t place);
 
 struct RequestShape {
   std::string service;
-  std::int32_t pluginID;
-  const char* workingDir;  ///< or null
-  bool localOnly, noReuse, clientStart;
+  std::int32_t pluginID = -1;
+  const char* workingDir = nullptr;
+  bool localOnly = false, noReuse = false, clientStart = false;
 };
-RequestShape requestShape(std::uint64_t choice);
+RequestShape requestShape(std::uint64_t choice, std::uint64_t seed);
 
 /// The services that description files tell of, each with the program that provides it; the others
 /// are provided by whoever registers them.
 struct Provision {
   const char* service;
   const char* program;
-  bool isSharedObject;
+  int timeout = 0;              ///< seconds that the program may take to connect; 0: the hub's own
+  const char* needs = nullptr;  ///< a service that the program asks for before it registers its own
+  bool isSharedObject = false;
 };
 const std::vector<Provision>& provisions();
+/// What the program provides, or null.
+const Provision* provisionOf(const std::string& program);

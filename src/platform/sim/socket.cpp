@@ -77,6 +77,7 @@ bool join(const std::shared_ptr<Stream>& near, const std::string& place) {
   near->peer = far;
   near->connected = far->connected = true;
   listener->clients.push_back(far);
+  ++world.self().connections;
   world.announce(listener);
   world.announce(near);
   return true;
@@ -123,6 +124,7 @@ Socket acceptFrom(Socket listener, Transfer& outcome) {
   std::shared_ptr<Stream> client = std::move(stream->clients.front());
   stream->clients.pop_front();
   outcome = Transfer();
+  if (client->peerUser == client->user) ++world.self().connections;
   return world.open(world.self(), {std::move(client)});
 }
 

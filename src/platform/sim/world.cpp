@@ -173,10 +173,11 @@ bool World::isAlive(ProcessId id) const {
   return process && !process->killed;
 }
 
-bool World::keepsChild(const Process& parent) const {
-  return std::any_of(processes_.begin(), processes_.end(), [&parent](const auto& process) {
-    return process->parent == &parent && !process->released;
-  });
+std::set<ProcessId> World::keptChildren(const Process& parent) const {
+  std::set<ProcessId> kept;
+  for (const auto& process : processes_)
+    if (process->parent == &parent && !process->released) kept.insert(process->id);
+  return kept;
 }
 
 void World::report(const std::string& fault) {
@@ -204,6 +205,7 @@ void World::idle() {
     if (process.killed) std::fprintf(stderr, "%s doesn't end\n", process.name.c_str());
     if (process.killed) std::abort();
     report(process.name + " spins");
+    waitUntil(now_, nullptr);
   }
   if (process.killed || chance(weather.interruption)) waitUntil(now_, nullptr);
 }

@@ -19,6 +19,7 @@
 #include <mutex>
 #include <optional>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -88,6 +89,7 @@ struct Process {
   std::map<std::string, std::string> environment;
   std::vector<Descriptor> descriptors;  ///< by number
   int descriptorsAtEnd = 0;             ///< sockets left open when the program returned
+  int connections = 0;                  ///< that it has made, or taken from its own user
 
   // Its run.
   std::thread thread;
@@ -138,8 +140,8 @@ class World {
   void endAll();
   Process* find(ProcessId id) const;
   bool isAlive(ProcessId id) const;
-  /// The process has a child that it may still ask for.
-  bool keepsChild(const Process& parent) const;
+  /// The children of the process that it may still ask for.
+  std::set<ProcessId> keptChildren(const Process& parent) const;
   /// What has gone wrong; empty as long as nothing has.
   const std::string& fault() const { return fault_; }
   void report(const std::string& fault);
