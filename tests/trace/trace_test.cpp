@@ -73,9 +73,61 @@ TEST_F(TraceTest, RecordedSession) {
   const auto missing = run({directory / "missing"});
   EXPECT_EQ(missing->waitForEnd(), 2);
   EXPECT_THAT(missing->printed(), HasSubstr("can't open"));
+  const auto other = run({TRACE_DIRECTORY "/trace_test.cpp"});
+  EXPECT_EQ(other->waitForEnd(), 2);
+  EXPECT_THAT(other->printed(), EndsWith("trace_test.cpp is no internal log of a hub\n"));
   const auto nowhere = run({TRACE_DIRECTORY "/session.log", "--html", directory / "missing/page"});
   EXPECT_EQ(nowhere->waitForEnd(), 2);
   EXPECT_THAT(nowhere->printed(), HasSubstr("can't write"));
+}
+
+TEST_F(TraceTest, ChosenRequests) {
+  const auto requestsOf = [&](std::vector<std::string> options) {
+    options.insert(options.begin(), TRACE_DIRECTORY "/session.log");
+    const auto chart = run(options);
+    EXPECT_EQ(chart->waitForEnd(), 0);
+    std::string text = chart->printed();
+    return std::pair(text.substr(0, text.find("\nRequests:\n")),
+                     text.substr(std::min(text.find("\nRequests:\n"), text.size())));
+  };
+  const auto [lines, render] = requestsOf({"--service", "Render", "--plugin", "1"});
+  EXPECT_THAT(lines, HasSubstr("renderer(4): ConnectionAcceptedEvent"));
+  EXPECT_THAT(lines, Not(HasSubstr("Vault")));
+  EXPECT_THAT(render,
+              testing::ContainsRegex("^\nRequests:\n#[0-9]+ plugin 1: "
+                                     "RequestServiceConnection Render: accepted by plugin 4"));
+  EXPECT_EQ(std::count(render.begin(), render.end(), '\n'), 3);
+  const auto [broken, failed] = requestsOf({"--failed"});
+  EXPECT_THAT(failed, HasSubstr("Vault: refused by plugin 3"));
+  EXPECT_THAT(failed, Not(HasSubstr("accepted")));
+}
+
+// What a viewer needs: slices that don't overlap on a track, and each flow within slices.
+TEST_F(TraceTest, AsAChromeTrace) {
+  const std::string file = directory / "out.json";
+  EXPECT_EQ(run({TRACE_DIRECTORY "/session.log", "--perfetto", file})->waitForEnd(), 0);
+  const auto data = nlohmann::json::parse(contents(file));
+  std::map<std::pair<int, int>, double> ends;
+  std::map<int, std::string> flows, names;
+  std::set<std::tuple<int, int, double>> begins;
+  for (const auto& event : data["traceEvents"]) {
+    const std::string phase = event["ph"];
+    const std::pair track(event["pid"].get<int>(), event["tid"].get<int>());
+    if (phase == "M" && event["name"] == "process_name") names[track.first] = event["args"]["name"];
+    if (phase == "X") {
+      EXPECT_GE(event["ts"].get<double>(), ends[track]) << event;
+      EXPECT_GT(event["dur"], 0);
+      ends[track] = event["ts"].get<double>() + event["dur"].get<double>();
+      begins.insert({track.first, track.second, event["ts"].get<double>()});
+    }
+    if (phase == "s" || phase == "f") {
+      EXPECT_TRUE(begins.contains({track.first, track.second, event["ts"].get<double>()})) << event;
+      flows[event["id"]] += phase;
+    }
+  }
+  EXPECT_EQ(names[4], "renderer 4");
+  EXPECT_FALSE(flows.empty());
+  for (const auto& [id, phases] : flows) EXPECT_THAT(phases, testing::MatchesRegex("sf+")) << id;
 }
 
 TEST(TraceReaderTest, BrokenLinesStandAsTheyAreAndSpoilNoNeighbour) {

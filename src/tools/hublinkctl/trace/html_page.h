@@ -13,6 +13,8 @@ namespace trace {
 class HtmlPage {
  public:
   void add(Event event);
+  /// Takes an event that isn't shown.
+  void skip(const Event& event) { tracker_.assign(event); }
   /// The page; `title` is what it is headed with. Bytes that are no UTF-8 become U+FFFD.
   std::string text(const std::string& title) const;
 

@@ -27,6 +27,8 @@ const events = trace.events.map(([time, kind, plugin, name, message, fields, tex
 const requests = trace.requests.map((request, index) => ({ ...request, index, events: [] }));
 for (const event of events) for (const id of event.requests) requests[id].events.push(event);
 
+const withEvents = requests.filter((request) => request.events.length > 0);  // the page may hold a part of the log
+
 const nameOf = (id) => id === -1 ? 'nobody' : plugins.get(id)?.name ? `${plugins.get(id).name} (${id})` : `plugin ${id}`;
 const quoted = (value, isText) => isText ? `"${value}"` : value;
 const valueOf = ([, value, isText]) =>
@@ -210,12 +212,12 @@ function requestButton(request) {
 }
 
 function requestList() {
-  const inTab = requests.filter((request) => chosen.tab === 'all' || request.state === chosen.tab);
+  const inTab = withEvents.filter((request) => chosen.tab === 'all' || request.state === chosen.tab);
   const list = chosen.words || chosen.plugins.size || chosen.messages.size
     ? (() => { const ids = new Set(shown.flatMap((event) => event.requests)); return inTab.filter((request) => ids.has(request.index)); })() : inTab;
   const tabs = make('div', { className: 'tabs' });
   for (const [tab, label] of [['all', 'All'], ['failed', 'Failed'], ['open', 'No answer']]) {
-    const count = requests.filter((request) => tab === 'all' || request.state === tab).length;
+    const count = withEvents.filter((request) => tab === 'all' || request.state === tab).length;
     const button = make('button', { type: 'button', textContent: `${label} ${count}` });
     button.setAttribute('aria-pressed', chosen.tab === tab);
     button.onclick = () => { chosen.tab = tab; drawPanel(); };

@@ -148,11 +148,19 @@ void TextChart::add(const Event& event) {
   writeLine(timeText(event), chart, text);
 }
 
-void TextChart::finish() {
-  if (!tracker_.requests().empty()) out_ << "\nRequests:\n";
+void TextChart::skip(const Event& event) {
+  tracker_.assign(event);
+  if (event.kind != Kind::down) return;
+  for (std::vector<int>& lane : lanes_) std::erase(lane, *event.pluginID);
+}
+
+void TextChart::finish(const RequestIds* only) {
+  if (only ? !only->empty() : !tracker_.requests().empty()) out_ << "\nRequests:\n";
   std::size_t number = 0;
   for (const Request& request : tracker_.requests()) {
-    out_ << "#" << ++number << " plugin " << request.requester << ": " << request.asked;
+    if (only && !only->contains(number++)) continue;
+    out_ << "#" << (only ? number : ++number) << " plugin " << request.requester << ": "
+         << request.asked;
     if (!request.title.empty()) out_ << " " << gen_printable(request.title);
     out_ << ": " << gen_printable(request.outcome);
     if (request.begin && request.end) out_ << " after " << *request.end - *request.begin << " ms";

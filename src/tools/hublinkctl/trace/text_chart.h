@@ -24,8 +24,10 @@ class TextChart {
   /// Begins with room for `lanes` plugins and makes more as they come. `out` isn't owned.
   TextChart(std::ostream& out, std::size_t lanes);
   void add(const Event& event);
-  /// Closes the chart with a list of the requests and what came of them.
-  void finish();
+  /// Takes an event that isn't shown.
+  void skip(const Event& event);
+  /// Closes the chart with a list of the requests, of all or only these, and what came of them.
+  void finish(const RequestIds* only = nullptr);
   /// How many lanes plugins have needed at once, up to the most that are drawn.
   std::size_t lanes() const { return lanes_.size(); }
 

@@ -1,5 +1,6 @@
 #include "tools/hublinkctl/trace/trace_command.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -12,7 +13,9 @@
 #include "indgen/printable.h"
 #include "platform/clock.h"
 #include "platform/process.h"
+#include "tools/hublinkctl/trace/chrome_trace.h"
 #include "tools/hublinkctl/trace/html_page.h"
+#include "tools/hublinkctl/trace/selection.h"
 #include "tools/hublinkctl/trace/text_chart.h"
 #include "tools/hublinkctl/trace/trace_reader.h"
 
@@ -26,6 +29,8 @@ constexpr int kPollInterval = 100;  // ms between looks at a file that grows
 struct Arguments {
   std::string file;
   std::string html;
+  std::string perfetto;
+  trace::Filter filter;
   bool follow = false;
 };
 
@@ -44,34 +49,72 @@ bool feedRest(std::ifstream& log, trace::Reader& reader) {
   return !log.bad();
 }
 
-int writePage(const Arguments& arguments, std::ifstream& log) {
-  trace::HtmlPage page;
-  trace::Reader reader([&](trace::Event event) { page.add(std::move(event)); });
-  if (!feedRest(log, reader)) return fail("can't read " + arguments.file);
-  reader.finish();
-  std::ofstream out(arguments.html, std::ios::binary);
-  out << page.text(fs::path(arguments.file).filename().string());
+int writeFile(const std::string& file, const std::string& text) {
+  std::ofstream out(file, std::ios::binary);
+  out << text;
   out.close();
-  return out ? 0 : fail("can't write " + arguments.html);
+  return out ? 0 : fail("can't write " + file);
 }
 
-int writeChart(const Arguments& arguments, std::ifstream& log) {
+// Of those that aren't shown it learns all the same what belongs together.
+template <class Chart>
+void fill(Chart& chart, const std::vector<trace::Event>& events,
+          const trace::Selection& selection) {
+  for (std::size_t i = 0; i < events.size(); ++i)
+    selection.hasEvent(i) ? chart.add(events[i]) : chart.skip(events[i]);
+}
+
+int writeChart(const std::vector<trace::Event>& events, const trace::Selection& selection) {
+  // A first run tells how many lanes it takes.
+  std::ostream nowhere(nullptr);
+  trace::TextChart trial(nowhere, 0);
+  fill(trial, events, selection);
+  trace::TextChart chart(std::cout, trial.lanes());
+  fill(chart, events, selection);
+  chart.finish(&selection.requests());
+  return std::cout.flush() ? 0 : fail("can't write the chart");
+}
+
+bool isReadable(const trace::Event& event) {
+  return event.kind != trace::Event::Kind::unreadable;
+}
+
+// Whether the stream holds a line of a hub's log, or nothing yet. Goes back to its beginning.
+bool mayBeLog(std::ifstream& log) {
+  bool isEmpty = true, isLog = false;
+  trace::Reader reader([&](const trace::Event& event) {
+    isEmpty = false;
+    isLog = isLog || isReadable(event);
+  });
+  feedRest(log, reader);
+  reader.finish();
+  log.clear();
+  log.seekg(0);
+  return isEmpty || isLog;
+}
+
+int failNoLog(const Arguments& arguments) {
+  return fail(arguments.file + " is no internal log of a hub");
+}
+
+int writeAll(const Arguments& arguments, std::ifstream& log) {
+  if (!mayBeLog(log)) return failNoLog(arguments);
   std::vector<trace::Event> events;
   trace::Reader reader([&](trace::Event event) { events.push_back(std::move(event)); });
   if (!feedRest(log, reader)) return fail("can't read " + arguments.file);
   reader.finish();
-  // A first run tells how many lanes it takes.
-  std::ostream nowhere(nullptr);
-  trace::TextChart trial(nowhere, 0);
-  for (const trace::Event& event : events) trial.add(event);
-  trace::TextChart chart(std::cout, trial.lanes());
-  for (const trace::Event& event : events) chart.add(event);
-  chart.finish();
-  return std::cout.flush() ? 0 : fail("can't write the chart");
+  const trace::Selection selection(events, arguments.filter);
+  if (!arguments.perfetto.empty())
+    return writeFile(arguments.perfetto, trace::chromeTrace(events, selection));
+  if (arguments.html.empty()) return writeChart(events, selection);
+  trace::HtmlPage page;
+  fill(page, events, selection);
+  return writeFile(arguments.html, page.text(fs::path(arguments.file).filename().string()));
 }
 
 // Until the hub's last line or a signal. A file that has become shorter belongs to a new hub.
 int followChart(const Arguments& arguments, std::ifstream& log) {
+  if (!mayBeLog(log)) return failNoLog(arguments);
   platform::installStopSignals();
   auto chart = std::make_unique<trace::TextChart>(std::cout, 4);
   bool ended = false;
@@ -108,8 +151,7 @@ int run(const Arguments& arguments) {
   std::error_code ignored;
   if (!log || fs::is_directory(arguments.file, ignored))
     return fail("can't open " + arguments.file);
-  if (!arguments.html.empty()) return writePage(arguments, log);
-  return arguments.follow ? followChart(arguments, log) : writeChart(arguments, log);
+  return arguments.follow ? followChart(arguments, log) : writeAll(arguments, log);
 }
 
 }  // namespace
@@ -123,6 +165,22 @@ void addTraceCommand(CLI::App& app, int& exitCode) {
                                         "Go on as the log grows, until the hub ends or SIGINT");
   trace->add_option("--html", arguments->html, "Write a page for a browser to this file instead")
       ->type_name("OUT")
+      ->excludes(follow);
+  trace
+      ->add_option("--perfetto", arguments->perfetto,
+                   "Write a file for the Perfetto viewer, in the Chrome trace format, instead")
+      ->type_name("OUT")
+      ->excludes(follow)
+      ->excludes("--html");
+  trace
+      ->add_option("--plugin", arguments->filter.plugin,
+                   "Only what this plugin asked or was asked for, and its own lines")
+      ->type_name("N")
+      ->excludes(follow);
+  trace->add_option("--service", arguments->filter.service, "Only requests for this service")
+      ->type_name("NAME")
+      ->excludes(follow);
+  trace->add_flag("--failed", arguments->filter.failed, "Only requests that failed")
       ->excludes(follow);
   trace->footer(
       "In the chart \"#3\" stands on each line that belongs to the third request; the requests are "
