@@ -93,6 +93,8 @@ class StatusTest : public HubTest {
                                               STPStatus*);
 
   CountedPtr<Viewer> look(const Plugin& plugin) {
+    plugin->query("hublink.status", 2, false);
+    EXPECT_EQ(plugin->next(), "PluginIdForServiceReplyEvent 2 'hublink.status' 0 1");
     plugin->ask("hublink.status", 1);
     const std::string reply = plugin->next();
     Number rn = 0;

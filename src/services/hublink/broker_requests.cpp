@@ -168,6 +168,8 @@ void Broker::requestPluginIdForService(HublinkConnection* requester, std::int32_
     const HublinkConnection* owner = connectionForRN(serviceRN);
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, owner ? owner->getPluginID() : -1,
                                             owner != nullptr);
+  } else if (serviceName && std::strcmp(serviceName, StatusService::kName) == 0) {
+    requester->PluginIdForServiceReplyEvent(cookie, serviceName, StatusService::kPluginID, true);
   } else if (!startupIfNotRunning || !serviceName || !canWait(requester)) {
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, -1, false);
   } else if (isServicePending(serviceName, workingDir)) {
