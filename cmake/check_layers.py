@@ -27,7 +27,7 @@ SYSTEM_ROOM = "src/platform/posix"
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 # Headers of the libraries that surround the product, by prefix.
-LIBRARIES = ("gtest/", "gmock/", "benchmark/", "CLI/", "nlohmann/", "zmq.h")
+LIBRARIES = ("gtest/", "gmock/", "benchmark/", "CLI/", "nlohmann/", "httplib.h", "zmq.h")
 
 
 def room_of(path):

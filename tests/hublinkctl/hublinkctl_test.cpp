@@ -23,10 +23,9 @@ using ::testing::StartsWith;
 namespace {
 
 // Every subcommand, as it stands when all is well with the hub of HublinkctlTest.
-const char* const kOnHub[] = {"status",     "provider Echo",  "wait Echo",
-                              "launch sh",  "value 2 colour", "connect localhost 1",
-                              "setenv A b", "debug x",        "log text",
-                              "ping Echo"};
+const char* const kOnHub[] = {"status",         "provider Echo",       "wait Echo",  "launch sh",
+                              "value 2 colour", "connect localhost 1", "setenv A b", "debug x",
+                              "log text",       "ping Echo",           "metrics",    "serve"};
 
 class HublinkctlTest : public HubTest {
  protected:
@@ -218,6 +217,93 @@ TEST_F(HublinkctlTest, TellsWhatAHubKnows) {
   EXPECT_LE(times["median_microseconds"], times["p99_microseconds"]);
   EXPECT_LE(times["p99_microseconds"], times["max_microseconds"]);
   awaitCounts("2/2");
+}
+
+// The samples of a text for Prometheus by their names with labels.
+std::map<std::string, double> samplesIn(const std::string& text) {
+  const std::string label = R"([a-z_]+="([^"\\]|\\[\\"n])*")";
+  std::map<std::string, double> samples;
+  std::string family, type;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string sign, word;
+    words >> sign >> word;
+    if (word == "HELP") {
+      words >> family;
+      EXPECT_THAT(line, MatchesRegex("# HELP hublink_[a-z_]+ [A-Z].*\\."));
+    } else if (word == "TYPE") {
+      words >> word >> type;
+      EXPECT_EQ(word, family);
+      EXPECT_EQ(type, family.ends_with("_total") ? "counter" : "gauge");
+    } else {
+      EXPECT_THAT(line, MatchesRegex(family + "([{]" + label + "(," + label + ")*[}])? [0-9.]+"));
+      const std::size_t place = line.rfind(' ');
+      EXPECT_TRUE(samples.try_emplace(line.substr(0, place), std::stod(line.substr(place))).second)
+          << line;
+    }
+  }
+  return samples;
+}
+
+TEST_F(HublinkctlTest, GivesItsFiguresToPrometheus) {
+  startHubWithProvider();
+  const std::string service = "a \"b\" \\ \x1B[31m\n,c=\"";
+  provider.registerService(service, {});
+  HublinkPlugin requester;
+  std::string error;
+  ASSERT_TRUE(requester.connect(port, error, "127.0.0.1", kPatience)) << error;
+  std::vector<std::shared_ptr<HublinkLink>> links;
+  for (const std::string& name : {service, std::string("Echo")}) {
+    ServiceQuery query;
+    query.serviceName = name;
+    requester.requestService(query,
+                             [&](const ServiceReply& reply) { links.push_back(reply.link); });
+  }
+  int answers = 0;
+  EXPECT_TRUE(await([&] { return provider.serve(1) && requester.serve(1) && links.size() == 2; }));
+  links[1]->onPacket([&](const auto*, auto) { ++answers; });
+  for (int i = 0; i < 3; ++i) links[1]->send("12345", 5);
+  EXPECT_TRUE(await([&] { return provider.serve(1) && requester.serve(1) && answers == 3; }));
+  links[0]->send("1", 1);
+  requester.countPlugins();
+
+  const auto samples = samplesIn(run("metrics").printed);
+  const auto value = [&samples](const std::string& name) {
+    const auto place = samples.find(name);
+    return place == samples.end() ? -1 : place->second;
+  };
+  EXPECT_EQ(value("hublink_packets_total"), 7);
+  EXPECT_EQ(value("hublink_links"), 2);
+  EXPECT_EQ(value("hublink_launches"), 0);
+  int known = 0;
+  for (const json& plugin : facts("list plugins")) {
+    const int id = plugin["plugin_id"];
+    if (id != provider.pluginID() && id != requester.pluginID()) continue;
+    const std::string labels = "{plugin=\"" + std::to_string(id) + "\",program=\"" +
+                               plugin["program"].get<std::string>() + "\"}";
+    for (const std::string field :
+         {"sent_packets", "sent_bytes", "received_packets", "received_bytes"})
+      EXPECT_EQ(value("hublink_plugin_" + field + "_total" + labels), plugin[field]) << field;
+    for (const std::string field : {"services", "links", "queued_bytes", "stalled"})
+      EXPECT_EQ(value("hublink_plugin_" + field + labels), plugin[field]) << field;
+    EXPECT_EQ(value("hublink_plugin_start_time_seconds" + labels),
+              plugin["since"].get<double>() / 1000);
+    EXPECT_EQ(value("hublink_plugin_slow_since_seconds" + labels), 0);
+    ++known;
+  }
+  EXPECT_EQ(known, 2);
+  for (const json& link : facts("list links")) {
+    std::string labels = link["service"] == "Echo" ? "{service=\"Echo\""
+                                                   : R"({service="a \"b\" \\ \\x1b[31m\\n,c=\"")";
+    for (const char* end : {"requester_id", "requester_rn", "provider_id", "provider_rn"})
+      labels += std::string(",") + end + "=\"" + link[end].dump() + '"';
+    EXPECT_EQ(value("hublink_link_requester_bytes_total" + labels + "}"), link["requester_bytes"]);
+    EXPECT_EQ(value("hublink_link_provider_packets_total" + labels + "}"),
+              link["service"] == "Echo" ? 3 : 0);
+  }
+  check({{"serve --http 0.0.0.0:0", ExitCode::usage, "takes --any-address\n"},
+         {"serve --http example.org:1", ExitCode::usage, "is no IPv4 address with a port"}});
 }
 
 TEST_F(HublinkctlTest, HasTheHubDoThings) {

@@ -35,8 +35,14 @@ class Browser:
         with urllib.request.urlopen(request, timeout=60) as response:
             return json.load(response)["value"]
 
-    def open(self, path):
-        self._call("POST", "/url", {"url": "file://" + path})
+    def open(self, url):
+        self._call("POST", "/url", {"url": url})
+
+    def prefer(self, scheme):
+        """As if the user liked "light" or "dark" pages."""
+        features = [{"name": "prefers-color-scheme", "value": scheme}]
+        self._call("POST", "/goog/cdp/execute", {"cmd": "Emulation.setEmulatedMedia",
+                                                 "params": {"features": features}})
 
     def run(self, script, *arguments):
         """The value of a JavaScript expression; arguments are `arguments[0]` and so on."""
@@ -45,6 +51,12 @@ class Browser:
 
     def find(self, selector):
         return self._call("POST", "/element", {"using": "css selector", "value": selector})[ELEMENT]
+
+    def press_active(self, keys):
+        """Keys for what has the focus."""
+        actions = [{"type": kind, "value": key} for key in keys for kind in ("keyDown", "keyUp")]
+        self._call("POST", "/actions", {"actions": [{"type": "key", "id": "keys",
+                                                     "actions": actions}]})
 
     def click(self, selector):
         """Clicks as a mouse does: what is covered or out of sight is an error."""

@@ -49,7 +49,7 @@ class PageTest(unittest.TestCase):
     def open(self, log):
         page = str(self.folder / "page.html")
         subprocess.run([HUBLINKCTL, "trace", str(log), "--html", page], check=True)
-        self.browser.open(page)
+        self.browser.open("file://" + page)
 
     def count(self):
         return self.browser.texts("#count")[0]

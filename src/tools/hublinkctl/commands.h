@@ -18,6 +18,7 @@ void addInterfaceCommands(CLI::App& app, Options& options, int& exitCode);
 void addPingCommand(CLI::App& app, Options& options, int& exitCode);
 void addTopCommand(CLI::App& app, Options& options, int& exitCode);
 void addPluginCommands(CLI::App& app, Options& options, int& exitCode);
+void addWebCommands(CLI::App& app, Options& options, int& exitCode);
 
 /// What a subcommand does; false if it has failed.
 using Action = std::function<bool(Session& session)>;

@@ -76,6 +76,7 @@ int run(int argc, char** argv) {
   addInterfaceCommands(app, options, exitCode);
   addPingCommand(app, options, exitCode);
   addPluginCommands(app, options, exitCode);
+  addWebCommands(app, options, exitCode);
   addTraceCommand(app, exitCode);
   try {
     app.parse(argc, argv);
