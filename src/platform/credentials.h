@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "platform/socket.h"
 
@@ -33,6 +34,13 @@ struct PeerUser {
 
 /// Of a connection that was accepted: who has made it.
 PeerUser userOfClient(Socket accepted);
+/// The same of one over TCP whose socket a library keeps to itself, by the IPv4 addresses and the
+/// ports of both its ends. On a simulated machine it is never known.
+struct TcpEnd {
+  std::string address;
+  std::uint16_t port = 0;
+};
+PeerUser userOfClient(const TcpEnd& client, const TcpEnd& own);
 /// Of a connection that was made: who has accepted it, or listens there and is about to.
 PeerUser userOfServer(Socket connected);
 

@@ -150,6 +150,18 @@ class HubPageTest(unittest.TestCase):
         self.assertIn("\nhublink_packets_total ", self.ask("/metrics")[1])
         self.assertEqual(self.ask("/api/none")[0], 404)
 
+    @unittest.skipIf(os.getuid(), "becoming another user takes root")
+    def test_only_its_own_user(self):
+        child = os.fork()
+        if child == 0:
+            refused = False
+            try:
+                os.setuid(65534)
+                refused = self.ask("/metrics") == (403, "asked by another user\n")
+            finally:
+                os._exit(not refused)
+        self.assertEqual(os.waitpid(child, 0)[1], 0)
+
 
 if __name__ == "__main__":
     BIN = pathlib.Path(sys.argv.pop(1)).resolve()

@@ -175,6 +175,21 @@ PeerUser known(UserId user) {
   return {PeerUser::Kind::known, user};
 }
 
+PeerUser clientBetween(const End& near, const End& far) {
+  if (!isOfThisMachine(far.address, near.address)) return {PeerUser::Kind::elsewhere};
+  const std::optional<Entry> entry = lookUp(far, near);
+  if (!entry || entry->state != TCP_ESTABLISHED || !entry->tellsUser()) return {};
+  return known(entry->user);
+}
+
+bool endOf(const TcpEnd& named, End& end) {
+  end.port = htons(named.port);
+  in_addr address{};
+  const bool isAddress = inet_pton(AF_INET, named.address.c_str(), &address) == 1;
+  end.address = address.s_addr;
+  return isAddress;
+}
+
 }  // namespace
 
 UserId currentUser() {
@@ -186,10 +201,12 @@ PeerUser userOfClient(Socket accepted) {
   if (askSocket(accepted, peer)) return peer;
   End near, far;
   if (!endOf(getsockname, accepted, near) || !endOf(getpeername, accepted, far)) return {};
-  if (!isOfThisMachine(far.address, near.address)) return {PeerUser::Kind::elsewhere};
-  const std::optional<Entry> entry = lookUp(far, near);
-  if (!entry || entry->state != TCP_ESTABLISHED || !entry->tellsUser()) return {};
-  return known(entry->user);
+  return clientBetween(near, far);
+}
+
+PeerUser userOfClient(const TcpEnd& client, const TcpEnd& own) {
+  End near, far;
+  return endOf(own, near) && endOf(client, far) ? clientBetween(near, far) : PeerUser();
 }
 
 // Between its arrival and the accept the other end has no owner yet: whoever listens there is it.

@@ -27,6 +27,10 @@ PeerUser userOfClient(Socket accepted) {
   return otherEnd(accepted);
 }
 
+PeerUser userOfClient(const TcpEnd&, const TcpEnd&) {
+  return {};
+}
+
 PeerUser userOfServer(Socket connected) {
   return otherEnd(connected);
 }

@@ -15,6 +15,7 @@ constexpr int kStep = 50;  // ms
 struct ServeOptions {
   std::string http = "127.0.0.1:0";
   bool anyAddress = false;
+  bool anyUser = false;
 };
 
 // All that the hub tells of itself at one time.
@@ -66,7 +67,7 @@ bool serve(Session& session, const ServeOptions& options) {
   Board board;
   if (!client.subscribe([&board](const Facts& event) { board.add(event); }))
     return session.fail(ExitCode::hubGone, "the hub has gone");
-  WebServer server(board);
+  WebServer server(board, options.anyUser);
   if (!server.start(address))
     return session.fail(ExitCode::usage, "it isn't possible to listen on " + options.http);
   const bool isServed = session.print(Facts{{"url", "http://" + address.host + ':' +
@@ -101,6 +102,7 @@ void addWebCommands(CLI::App& app, Options& options, int& exitCode) {
   command->add_flag("--any-address", how->anyAddress,
                     "Allow an address that other machines can reach, with what the hub tells");
   addNote(command,
+          "Other users of this machine are refused, unless --any-user is given.\n"
           "Paths: / is the page; /metrics for Prometheus; /api/hub, /api/plugins, /api/services, "
           "/api/links, /api/launches and /api/all are JSON; /api/events tells what happens.");
   runsOnHub(command, options, exitCode, [how](Session& session) { return serve(session, *how); });

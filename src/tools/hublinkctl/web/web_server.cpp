@@ -6,6 +6,7 @@
 #include <random>
 
 #include "indgen/format.h"
+#include "platform/credentials.h"
 #include "tools/hublinkctl/metrics.h"
 #include "tools/hublinkctl/web/page.h"
 
@@ -36,10 +37,6 @@ bool isAddress(const std::string& text) {
     if (!numberIn(text.substr(begin, end == text.npos ? end : end - begin), 255)) return false;
   }
   return parts == 4;
-}
-
-std::string jsonText(const Facts& facts) {
-  return facts.dump(-1, ' ', false, Facts::error_handler_t::replace);
 }
 
 // A word that nobody who hasn't got the page can know: what the page's own style and program are
@@ -78,7 +75,8 @@ std::optional<WebAddress> webAddressIn(const std::string& text) {
   return address;
 }
 
-WebServer::WebServer(Board& board) : board_(board), server_(std::make_unique<httplib::Server>()) {}
+WebServer::WebServer(Board& board, bool anyUser)
+    : board_(board), anyUser_(anyUser), server_(std::make_unique<httplib::Server>()) {}
 
 WebServer::~WebServer() {
   server_->stop();
@@ -169,7 +167,19 @@ void WebServer::answerEvents(const httplib::Request& request, httplib::Response&
       [this](bool) { --streams_; });
 }
 
+bool WebServer::isOfTakenUser(const httplib::Request& request) const {
+  using platform::PeerUser;
+  static std::mutex mutex;  // the system is asked by one thread at a time
+  const std::lock_guard lock(mutex);
+  const PeerUser peer =
+      platform::userOfClient({request.remote_addr, static_cast<std::uint16_t>(request.remote_port)},
+                             {request.local_addr, static_cast<std::uint16_t>(request.local_port)});
+  // From elsewhere comes only who may.
+  return peer.isOwn() || peer.kind == PeerUser::Kind::elsewhere;
+}
+
 const char* WebServer::refusalOf(const httplib::Request& request) const {
+  if (!anyUser_ && !isOfTakenUser(request)) return "asked by another user";
   if (request.get_header_value_count("Host") != 1 || !isOwnHost(request.get_header_value("Host")))
     return "this isn't the host that was asked for";
   if (request.has_header("Origin") &&

@@ -2,7 +2,8 @@
 // and the page. It has threads of its own.
 //
 // It answers only those who mean it: requests that a page of another origin has a browser make, or
-// that come by another name for this address, are refused. Nothing can be changed through it.
+// that come by another name for this address, are refused, and so are those of other users of this
+// machine. Nothing can be changed through it.
 #pragma once
 
 #include <atomic>
@@ -34,8 +35,8 @@ std::optional<WebAddress> webAddressIn(const std::string& text);
 
 class WebServer {
  public:
-  /// `board` must outlive it.
-  explicit WebServer(Board& board);
+  /// `board` must outlive it. With `anyUser` it answers other users of this machine too.
+  WebServer(Board& board, bool anyUser);
   /// Stops, for which the board must have been closed.
   ~WebServer();
   WebServer(const WebServer&) = delete;
@@ -51,8 +52,10 @@ class WebServer {
   /// Why a request is refused; null if it isn't.
   const char* refusalOf(const httplib::Request& request) const;
   bool isOwnHost(const std::string& host) const;
+  bool isOfTakenUser(const httplib::Request& request) const;
 
   Board& board_;
+  const bool anyUser_;
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   WebAddress address_;
