@@ -19,8 +19,9 @@
 
 namespace {
 
-// To start a program takes some tenths of a millisecond, in which nothing is relayed.
-constexpr int kStartsPerPass = 2;
+// Until the system has got round to a new process, which takes some milliseconds on busy processors,
+// nothing is relayed.
+constexpr int kStartsPerPass = 1;
 
 std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
   std::vector<const char*> pointers;
