@@ -16,9 +16,11 @@ const plugins = new Map();  // by ID: name, first and last event
 const events = trace.events.map(([time, kind, plugin, name, message, fields, text, requests], index) => {
   const isMessage = MESSAGE_KINDS.includes(kind);
   if (plugin !== null) {
-    const known = plugins.get(plugin) ?? { id: plugin, name: '', first: index, last: trace.events.length, count: 0 };
+    const known = plugins.get(plugin) ?? { id: plugin, name: '', first: index, last: trace.events.length, count: 0, services: new Set() };
     known.name ||= name;
     known.count += 1;
+    if (kind === 'received' && message === 'RegisterServiceList')
+      for (const service of fields.find((field) => field[0] === 'name_list')?.[1] ?? []) known.services.add(service);
     if (kind === 'down') known.last = index;
     plugins.set(plugin, known);
   }
@@ -30,6 +32,7 @@ for (const event of events) for (const id of event.requests) requests[id].events
 const withEvents = requests.filter((request) => request.events.length > 0);  // the page may hold a part of the log
 
 const nameOf = (id) => id === -1 ? 'nobody' : plugins.get(id)?.name ? `${plugins.get(id).name} (${id})` : `plugin ${id}`;
+const fullNameOf = (id) => nameOf(id) + (plugins.get(id)?.services.size ? `: ${[...plugins.get(id).services].join(', ')}` : '');
 const quoted = (value, isText) => isText ? `"${value}"` : value;
 const valueOf = ([, value, isText]) =>
   Array.isArray(value) ? `[${value.slice(0, 100).map((item) => quoted(item, isText)).join(', ')}${value.length > 100 ? ', …' : ''}]` : quoted(value, isText);
@@ -58,8 +61,15 @@ function applyFilters() {
     (only === null || event.requests.includes(only)) && (!ids.size || ids.has(event.plugin)) &&
     (!messages.size || messages.has(event.type)) && (!words || haystackOf(event).includes(words)));
   const used = new Set(shown.map((event) => event.plugin));
-  lanes = [...plugins.values()].filter((plugin) => used.has(plugin.id)).sort((a, b) => a.id - b.id);
-  laneAt = new Map(lanes.map((plugin, place) => [plugin.id, place + 1]));
+  // A lane that has become free is the next plugin's.
+  lanes = [];
+  laneAt = new Map();
+  for (const plugin of [...plugins.values()].filter(({ id }) => used.has(id)).sort((a, b) => a.first - b.first)) {
+    const free = lanes.findIndex((lane) => lane.at(-1).last < plugin.first);
+    const place = free === -1 ? lanes.push([]) - 1 : free;
+    lanes[place].push(plugin);
+    laneAt.set(plugin.id, place + 1);
+  }
   $('count').textContent = shown.length === events.length ? `${events.length} lines` : `${shown.length} of ${events.length} lines`;
   $('nothing').hidden = shown.length > 0;
   $('rows').style.height = `${shown.length * ROW}px`;
@@ -101,14 +111,21 @@ function visibleLanes() {
   return [first + 1, Math.ceil(($('lanes').scrollLeft + $('lanes').clientWidth) / laneWidth)];
 }
 
+// Whose lane it is at the top of what can be seen.
+function ownerOf(lane) {
+  const top = shown[Math.floor($('scroller').scrollTop / ROW)]?.index ?? 0;
+  return lane.findLast((plugin) => plugin.first <= top) ?? lane[0];
+}
+
 function drawHeads() {
   const box = $('lanes').firstChild;
   box.style.width = `${laneWidth * (lanes.length + 1)}px`;
   const [first, last] = visibleLanes();
   const heads = [];
   for (let place = first - 1; place <= Math.min(last, lanes.length); ++place) {
-    const plugin = place < first ? null : lanes[place - 1];
-    const head = make('span', { title: plugin ? nameOf(plugin.id) : 'the hub' }, make('b', { textContent: plugin ? plugin.id : 'hub' }), plugin?.name ?? '');
+    const lane = place < first ? null : lanes[place - 1];
+    const plugin = lane && ownerOf(lane);
+    const head = make('span', { title: lane ? lane.map(({ id }) => fullNameOf(id)).join('\n') : 'the hub' }, make('b', { textContent: plugin ? plugin.id : 'hub' }), plugin?.name ?? '');
     Object.assign(head.style, { left: `${laneX(plugin ? place : 0) - laneWidth / 2 + 1}px`, width: `${laneWidth - 2}px` });
     heads.push(head);
   }
@@ -173,12 +190,14 @@ function draw() {
   const life = (place, y1, y2) => signs.append(shape('line', { class: 'life', x1: laneX(place), x2: laneX(place), y1, y2 }));
   if (visible.length) life(0, 0, visible.length * ROW);
   for (let place = left; visible.length && place <= Math.min(right, lanes.length); ++place) {
-    const { first: born, last: died } = lanes[place - 1];
-    const before = visible.filter((event) => event.index < born).length;
-    const until = visible.filter((event) => event.index <= died).length;
-    const top = born >= visible[0].index ? before + 0.5 : 0;
-    const bottom = died <= visible.at(-1).index ? until - 0.5 : visible.length;
-    if (bottom > top) life(place, top * ROW, bottom * ROW);
+    for (const { first: born, last: died } of lanes[place - 1]) {
+      if (born > visible.at(-1).index || died < visible[0].index) continue;
+      const before = visible.filter((event) => event.index < born).length;
+      const until = visible.filter((event) => event.index <= died).length;
+      const top = born >= visible[0].index ? before + 0.5 : 0;
+      const bottom = died <= visible.at(-1).index ? until - 0.5 : visible.length;
+      if (bottom > top) life(place, top * ROW, bottom * ROW);
+    }
   }
   visible.forEach((event, row) => signs.append(signOf(event, (row + 0.5) * ROW)));
   drawing.replaceChildren(signs);
@@ -235,7 +254,7 @@ function requestCard(request) {
   const card = make('div', { className: 'card' },
     make('h2', { textContent: `#${request.index + 1} ${titleOf(request)}` }),
     make('p', { className: request.state === 'failed' ? 'bad' : '', textContent: resultOf(request) }),
-    make('p', { className: 'who', textContent: `asked by ${nameOf(request.requester)}${request.provider === -1 ? '' : `, served by ${nameOf(request.provider)}`}` }), only);
+    make('p', { className: 'who', textContent: `asked by ${fullNameOf(request.requester)}${request.provider === -1 ? '' : `, served by ${fullNameOf(request.provider)}`}` }), only);
   for (const event of request.events.slice(0, MOST_LISTED)) {
     const step = make('button', { type: 'button', className: `step ${event === chosen.event ? 'now' : ''}` },
       make('small', { textContent: `+${since(event.time, request.begin)}` }),
@@ -296,7 +315,7 @@ function showAll() {
 const counts = new Map();
 for (const event of events) counts.set(event.type, (counts.get(event.type) ?? 0) + 1);
 const ownCount = events.filter((event) => event.plugin === null).length;
-fillFilter('plugins', [[null, 'hub', ownCount], ...[...plugins.values()].sort((a, b) => a.id - b.id).map((plugin) => [plugin.id, nameOf(plugin.id), plugin.count])]);
+fillFilter('plugins', [[null, 'hub', ownCount], ...[...plugins.values()].sort((a, b) => a.id - b.id).map((plugin) => [plugin.id, fullNameOf(plugin.id), plugin.count])]);
 fillFilter('messages', [...counts.keys()].sort().map((type) => [type, type, counts.get(type)]));
 document.title = $('title').textContent = $('title').title = trace.title;
 document.documentElement.dataset.theme = matchMedia('(prefers-color-scheme: dark)').matches ? 'dark' : 'light';
@@ -304,7 +323,7 @@ document.documentElement.dataset.theme = matchMedia('(prefers-color-scheme: dark
 $('search').oninput = () => { chosen.words = $('search').value.trim().toLowerCase(); $('scroller').scrollTop = 0; applyFilters(); };
 $('clear').onclick = $('nothing').querySelector('button').onclick = showAll;
 $('theme').onclick = () => { const root = document.documentElement.dataset; root.theme = root.theme === 'dark' ? 'light' : 'dark'; };
-$('scroller').onscroll = draw;
+$('scroller').onscroll = () => { drawHeads(); draw(); };
 $('lanes').onscroll = () => { drawHeads(); draw(); };
 $('rows').onclick = (click) => { const row = click.target.closest('.row'); if (row) choose(events[row.dataset.event]); };
 window.onresize = layOut;
