@@ -587,6 +587,24 @@ TEST_F(HublinkctlTest, ALivePictureOfTheTraffic) {
                            "isig icanon iexten echo .*"));
 }
 
+// The names of services are others' texts, which a shell must not run.
+TEST_F(HublinkctlTest, CompletesWhatTheHubHas) {
+  startHubWithProvider();
+  provider.registerService("E$(touch oops)", {});
+  const std::string line =
+      std::string("source ") + COMPLETION +
+      "; complete() { COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _hublinkctl; "
+      "echo \"${COMPREPLY[*]}\"; }; line() { complete " HUBLINKCTL " --port " +
+      std::to_string(port) + " \"$@\"; }; ";
+  HubProcess shell(
+      {"-c", line + "line provider E; line kick ''; line call hublink.status RequestL"}, directory,
+      0, "bash");
+  EXPECT_EQ(endOf(shell), ExitCode::fine);
+  EXPECT_THAT(shell.printed(),
+              MatchesRegex("Ends Echo\n1 2 [0-9]+\nRequestLaunches RequestLinks\n|"
+                           "Echo Ends\n1 2 [0-9]+\nRequestLaunches RequestLinks\n"));
+}
+
 TEST_F(HublinkctlTest, UsageAndHelp) {
   for (const char* const line : {"", "nonsense", "provider", "find x", "--port 0 status",
                                  "--port 1 find", "--timeout 0 status", "setenv A=B c",
