@@ -184,7 +184,7 @@ void addTraceCommand(CLI::App& app, int& exitCode) {
       ->excludes(follow);
   trace->footer(
       "In the chart \"#3\" stands on each line that belongs to the third request; the requests are "
-      "listed at the end.\nExit codes: 0, or 2 if the log can't be read or the chart can't be "
-      "written.");
+      "listed at the end.\nExit codes: 0, or 2 if the log can't be read or is none, or the chart "
+      "can't be written.");
   trace->callback([arguments, &exitCode] { exitCode = run(*arguments); });
 }
