@@ -1,6 +1,7 @@
 #include "tools/hublinkctl/top_frame.h"
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "platform/clock.h"
@@ -61,7 +62,7 @@ void TopFrame::addRates(Facts& item, Key key, Counts counts, std::map<Key, Count
                        before->second.bytes <= counts.bytes &&
                        before->second.packets <= counts.packets;
   const auto rate = [&](std::uint64_t now, std::uint64_t then) {
-    return Facts(static_cast<std::uint64_t>(static_cast<double>(now - then) / *seconds_ + 0.5));
+    return Facts(std::llround(static_cast<double>(now - then) / *seconds_));
   };
   item["packet_rate"] = isKnown ? rate(counts.packets, before->second.packets) : Facts();
   item["byte_rate"] = isKnown ? rate(counts.bytes, before->second.bytes) : Facts();
