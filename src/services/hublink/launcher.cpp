@@ -19,8 +19,8 @@
 
 namespace {
 
-// Until the system has got round to a new process, which takes some milliseconds on busy processors,
-// nothing is relayed.
+// Until the system has got round to a new process, which takes some milliseconds on busy
+// processors, nothing is relayed.
 constexpr int kStartsPerPass = 1;
 
 std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
