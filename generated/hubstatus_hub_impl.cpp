@@ -6,7 +6,7 @@ namespace {
 namespace tag {
 enum : std::int32_t {
   address, after, bytes, cookie, descriptors, detail, error, events, file, host, internal_log, kind,
-  launched, launches, links, lost, most, most_descriptors, most_plugin_ids, most_rns, name,
+  launched, launches, line, links, lost, most, most_descriptors, most_plugin_ids, most_rns, name,
   negotiated, negotiating, next, options, other_id, packets, persistent, plugin_id, plugin_ids,
   plugin_log, plugins, port, process, program, provider_bytes, provider_id, provider_packets,
   provider_rn, queued_bytes, received_bytes, received_packets, record, requester_bytes,
@@ -32,7 +32,7 @@ enum : std::uint32_t {
 
 constexpr const char* kTagNames[] = {
     "address", "after", "bytes", "cookie", "descriptors", "detail", "error", "events", "file",
-    "host", "internal_log", "kind", "launched", "launches", "links", "lost", "most",
+    "host", "internal_log", "kind", "launched", "launches", "line", "links", "lost", "most",
     "most_descriptors", "most_plugin_ids", "most_rns", "name", "negotiated", "negotiating", "next",
     "options", "other_id", "packets", "persistent", "plugin_id", "plugin_ids", "plugin_log",
     "plugins", "port", "process", "program", "provider_bytes", "provider_id", "provider_packets",
@@ -82,7 +82,7 @@ constexpr STPMessageEntry kSendTable[] = {
      "sent_bytes:%u8% received_packets:%u8% received_bytes:%u8% ", 5, 0x02},
     {"ServiceDescription",
      "cookie:%u4% name:%str% state:%str% service_rn:%u4% plugin_id:%u4% waiting:%u4% "
-     "program:%str% file:%str% ", 6, 0x02},
+     "program:%str% file:%str% line:%u4% ", 6, 0x02},
 };
 
 constexpr STPSpecTables kTables = {
@@ -91,7 +91,7 @@ constexpr STPSpecTables kTables = {
     .vstamp = "1",
     .specFlags = 0x00,
     .tagNames = kTagNames,
-    .tagCount = 68,
+    .tagCount = 69,
     .receiveTable = kReceiveTable,
     .receiveCount = 9,
     .sendTable = kSendTable,
@@ -264,8 +264,9 @@ void HubStatus_hub_Impl::PluginDescription(std::int32_t cookie, std::int32_t plu
 void HubStatus_hub_Impl::ServiceDescription(std::int32_t cookie, const char* name,
                                             const char* state, std::int32_t service_rn,
                                             std::int32_t plugin_id, std::int32_t waiting,
-                                            const char* program, const char* file, bool wait,
-                                            RetryHandler* retry, STPStatus* status) {
+                                            const char* program, const char* file,
+                                            std::int32_t line, bool wait, RetryHandler* retry,
+                                            STPStatus* status) {
   const CountedPtr<STPSpecClass> hold(this);
   const std::uint32_t id = sendTable[sent::ServiceDescription].id;
   if (!canSend(false, id != STP_NO_MESSAGE, status)) return;
@@ -281,7 +282,8 @@ void HubStatus_hub_Impl::ServiceDescription(std::int32_t cookie, const char* nam
           .field("plugin_id", plugin_id)
           .field("waiting", waiting)
           .field("program", program)
-          .field("file", file);
+          .field("file", file)
+          .field("line", line);
   }
   const auto packet = newStubMessage(id, 0x02);
   packet->putU32(tag::cookie, cookie);
@@ -292,6 +294,7 @@ void HubStatus_hub_Impl::ServiceDescription(std::int32_t cookie, const char* nam
   packet->putU32(tag::waiting, waiting);
   packet->putString(tag::program, program);
   packet->putString(tag::file, file);
+  packet->putU32(tag::line, line);
   sendStubMessage(*packet, wait, retry, status);
 }
 

@@ -40,8 +40,9 @@ class HubStatus_hub_Impl : public STPSpecClass {
                          RetryHandler* retry = nullptr, STPStatus* status = nullptr);
   void ServiceDescription(std::int32_t cookie, const char* name, const char* state,
                           std::int32_t service_rn, std::int32_t plugin_id, std::int32_t waiting,
-                          const char* program, const char* file, bool wait = false,
-                          RetryHandler* retry = nullptr, STPStatus* status = nullptr);
+                          const char* program, const char* file, std::int32_t line,
+                          bool wait = false, RetryHandler* retry = nullptr,
+                          STPStatus* status = nullptr);
   void LinkDescription(std::int32_t cookie, const char* service, std::int32_t requester_id,
                        std::int32_t requester_rn, std::int32_t provider_id,
                        std::int32_t provider_rn, std::uint64_t since,

@@ -6,7 +6,7 @@ namespace {
 namespace tag {
 enum : std::int32_t {
   address, after, bytes, cookie, descriptors, detail, error, events, file, host, internal_log, kind,
-  launched, launches, links, lost, most, most_descriptors, most_plugin_ids, most_rns, name,
+  launched, launches, line, links, lost, most, most_descriptors, most_plugin_ids, most_rns, name,
   negotiated, negotiating, next, options, other_id, packets, persistent, plugin_id, plugin_ids,
   plugin_log, plugins, port, process, program, provider_bytes, provider_id, provider_packets,
   provider_rn, queued_bytes, received_bytes, received_packets, record, requester_bytes,
@@ -32,7 +32,7 @@ enum : std::uint32_t {
 
 constexpr const char* kTagNames[] = {
     "address", "after", "bytes", "cookie", "descriptors", "detail", "error", "events", "file",
-    "host", "internal_log", "kind", "launched", "launches", "links", "lost", "most",
+    "host", "internal_log", "kind", "launched", "launches", "line", "links", "lost", "most",
     "most_descriptors", "most_plugin_ids", "most_rns", "name", "negotiated", "negotiating", "next",
     "options", "other_id", "packets", "persistent", "plugin_id", "plugin_ids", "plugin_log",
     "plugins", "port", "process", "program", "provider_bytes", "provider_id", "provider_packets",
@@ -70,7 +70,7 @@ constexpr STPMessageEntry kReceiveTable[] = {
      "sent_bytes:%u8% received_packets:%u8% received_bytes:%u8% ", 5, 0x02},
     {"ServiceDescription",
      "cookie:%u4% name:%str% state:%str% service_rn:%u4% plugin_id:%u4% waiting:%u4% "
-     "program:%str% file:%str% ", 6, 0x02},
+     "program:%str% file:%str% line:%u4% ", 6, 0x02},
 };
 
 constexpr STPMessageEntry kSendTable[] = {
@@ -91,7 +91,7 @@ constexpr STPSpecTables kTables = {
     .vstamp = "1",
     .specFlags = 0x00,
     .tagNames = kTagNames,
-    .tagCount = 68,
+    .tagCount = 69,
     .receiveTable = kReceiveTable,
     .receiveCount = 7,
     .sendTable = kSendTable,
@@ -500,6 +500,7 @@ void HubStatus_viewer_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPM
       const std::int32_t waiting = in.u4(tag::waiting);
       const char* const program = in.str(tag::program);
       const char* const file = in.str(tag::file);
+      const std::int32_t line = in.u4(tag::line);
       if (receiveLog)
         STPStubTrace(*receiveLog, this, "RECV: ServiceDescription: ")
             .field("cookie", cookie)
@@ -509,8 +510,9 @@ void HubStatus_viewer_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPM
             .field("plugin_id", plugin_id)
             .field("waiting", waiting)
             .field("program", program)
-            .field("file", file);
-      ServiceDescription(cookie, name, state, service_rn, plugin_id, waiting, program, file);
+            .field("file", file)
+            .field("line", line);
+      ServiceDescription(cookie, name, state, service_rn, plugin_id, waiting, program, file, line);
       break;
     }
     default:

@@ -71,7 +71,8 @@ class HubStatus_viewer_Impl : public STPSpecClass {
                                  std::uint64_t received_bytes) = 0;
   virtual void ServiceDescription(std::int32_t cookie, const char* name, const char* state,
                                   std::int32_t service_rn, std::int32_t plugin_id,
-                                  std::int32_t waiting, const char* program, const char* file) = 0;
+                                  std::int32_t waiting, const char* program, const char* file,
+                                  std::int32_t line) = 0;
   virtual void LinkDescription(std::int32_t cookie, const char* service, std::int32_t requester_id,
                                std::int32_t requester_rn, std::int32_t provider_id,
                                std::int32_t provider_rn, std::uint64_t since,

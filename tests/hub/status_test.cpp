@@ -61,7 +61,7 @@ class Viewer : public HubStatus_viewer_Impl {
     if (slow != 0) events.push_back(line("slow", id, queued > 0, waitsFor, stalled));
   }
   void ServiceDescription(Number, Text name, Text state, Number rn, Number plugin, Number waiting,
-                          Text program, Text) override {
+                          Text program, Text, Number) override {
     items.push_back(line(name, state, rn, plugin, waiting, shown(program)));
   }
   void LinkDescription(Number, Text service, Number requester, Number requesterRN, Number provider,

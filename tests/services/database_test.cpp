@@ -83,6 +83,8 @@ Services { { ExecName = "hidden" } }
   EXPECT_EQ(tool.services()[0].priority, -2);
   EXPECT_EQ(pairs(tool.services()[0].service_data), "b=1;a=2;");
   EXPECT_EQ(tool.services()[1].priority, 0);
+  EXPECT_EQ(tool.line(), 4);
+  EXPECT_EQ(database.plugins()[1].file(), scratch / "common.inc");
   EXPECT_TRUE(tool.provides("Example"));
   EXPECT_FALSE(tool.provides("example") || tool.provides(nullptr));
   EXPECT_EQ(reports(), "");

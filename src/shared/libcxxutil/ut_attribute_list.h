@@ -36,6 +36,10 @@ class ut_attribute_list {
   /// Whether the block was opened with `{` and hasn't seen its `}` yet.
   bool block_open() const { return block_open_; }
   void set_block_open(bool open) { block_open_ = open; }
+  /// Where it was first opened, as `"file", line N`; empty if no file has opened it. Behind
+  /// directives and lines that they hide the line may be an earlier one.
+  const std::string& position() const { return position_; }
+  void set_position(const char* position) { position_ = position; }
   /// Whether this is the root of an options database.
   bool is_database() const { return is_database_; }
 
@@ -201,6 +205,7 @@ class ut_attribute_list {
   ut_attribute_list* parent_ = nullptr;
   std::unique_ptr<ut_attribute_list> next_, first_child_;
   ut_attribute_list* last_child_ = nullptr;
+  std::string position_;
   bool block_open_ = false, is_database_ = false;
   std::vector<ut_attribute> attributes_;
   mutable std::unique_ptr<ChildIndex> childIndex_;

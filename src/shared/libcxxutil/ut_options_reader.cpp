@@ -215,6 +215,7 @@ ut_attribute_list* ut_options_reader::child(const std::string& name) {
   if (blocksMade_ == kMostBlocks) return nullptr;
   ++blocksMade_;
   ut_attribute_list* made = current_->add_child(name.c_str());
+  made->set_position(stream_.position());
   if (observer_) observer_->opened(*made, false);
   return made;
 }

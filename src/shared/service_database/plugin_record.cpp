@@ -1,6 +1,8 @@
 #include "service_database/plugin_record.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <string_view>
 
 #include "indgen/report.h"
 #include "libcxxutil/ut_attribute_list.h"
@@ -49,16 +51,24 @@ std::vector<ServiceRecord> servicesOf(const ut_attribute_list* block) {
   return services;
 }
 
+// `"file", line N`
+void takePosition(const std::string& position, std::string& file, std::int32_t& line) {
+  constexpr std::string_view kLine = "\", line ";
+  const std::size_t end = position.rfind(kLine);
+  if (end == position.npos || position.front() != '"') return;
+  file = position.substr(1, end - 1);
+  line = std::atoi(position.c_str() + end + kLine.size());
+}
+
 }  // namespace
 
 std::optional<PluginRecord> PluginRecord::from_section(std::int32_t id,
-                                                       const ut_attribute_list& section,
-                                                       const std::string& file) {
+                                                       const ut_attribute_list& section) {
   const char* exec_name = section.require_str("ExecName", nullptr);
   if (!exec_name) return std::nullopt;
   PluginRecord record;
   record.id_ = id;
-  record.file_ = file;
+  takePosition(section.position(), record.file_, record.line_);
   record.exec_name_ = exec_name;
   if (const char* ada = section.str_value("AdaExecName", nullptr)) record.ada_exec_name_ = ada;
   record.plugin_name_ = section.str_value("PluginName", exec_name);

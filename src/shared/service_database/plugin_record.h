@@ -36,8 +36,8 @@ class PluginRecord {
   /// The record of a plugin's section, with `id` as its number; none, with a warning, if the
   /// section has no `ExecName`. A service without `ServiceName`, an argument without `Arg` and a
   /// `LaunchTimeout` out of its range are warned about and left out.
-  static std::optional<PluginRecord> from_section(std::int32_t id, const ut_attribute_list& section,
-                                                  const std::string& file = {});
+  static std::optional<PluginRecord> from_section(std::int32_t id,
+                                                  const ut_attribute_list& section);
 
   /// True if one of the services has exactly this name; a null name is nobody's.
   bool provides(const char* service_name) const;
@@ -45,8 +45,10 @@ class PluginRecord {
   const std::string& executable_name() const;
 
   std::int32_t id() const { return id_; }
-  /// The file that describes it; empty if that isn't known.
+  /// The file that describes it and the line of its block, as well as the reader knows it; empty
+  /// and 0 if it comes from no file.
   const std::string& file() const { return file_; }
+  std::int32_t line() const { return line_; }
   bool is_persistent() const { return persistent_; }
   /// True for a plugin that is no process of its own, but something that its requester loads.
   bool is_shared_object() const { return shared_object_; }
@@ -66,6 +68,7 @@ class PluginRecord {
 
   std::int32_t id_ = 0;
   std::string file_;
+  std::int32_t line_ = 0;
   bool persistent_ = false;
   bool shared_object_ = false;
   std::optional<std::int32_t> launch_timeout_;

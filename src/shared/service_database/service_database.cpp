@@ -27,17 +27,17 @@ ServiceDatabase::FileResult ServiceDatabase::add_file(const char* path) {
   if (!services) return FileResult::without_services;
   bool accepted = true;
   if (services->str_value("ExecName", nullptr)) {
-    accepted = add_plugin(*services, path);
+    accepted = add_plugin(*services);
   } else {
     const ut_attribute_list* section = services->first_child();
     for (; section; section = section->next_sibling())
-      if (!add_plugin(*section, path)) accepted = false;
+      if (!add_plugin(*section)) accepted = false;
   }
   return accepted ? FileResult::accepted : FileResult::section_refused;
 }
 
-bool ServiceDatabase::add_plugin(const ut_attribute_list& section, const std::string& file) {
-  std::optional<PluginRecord> record = PluginRecord::from_section(next_id_, section, file);
+bool ServiceDatabase::add_plugin(const ut_attribute_list& section) {
+  std::optional<PluginRecord> record = PluginRecord::from_section(next_id_, section);
   if (!record) return false;
   ++next_id_;
   for (const ServiceRecord& service : record->services())

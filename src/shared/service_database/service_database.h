@@ -39,9 +39,9 @@ class ServiceDatabase {
   bool read_file(const char* path) { return add_file(path) == FileResult::accepted; }
   /// The same, telling what was in the way.
   FileResult add_file(const char* path);
-  /// Adds the plugin of one section, which `file` describes; false, with a warning, if it has no
+  /// Adds the plugin of one section; false, with a warning, if it has no
   /// `ExecName`.
-  bool add_plugin(const ut_attribute_list& section, const std::string& file = {});
+  bool add_plugin(const ut_attribute_list& section);
 
   /// The plugin that provides the service: the first one read that has it, the name compared with
   /// case. Null if there is none. Valid until the next plugin is added.

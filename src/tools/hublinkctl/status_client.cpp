@@ -109,7 +109,7 @@ class StatusView : public HubStatus_viewer_Impl {
   }
   void ServiceDescription(std::int32_t cookieOfQuestion, const char* name, const char* state,
                           std::int32_t service_rn, std::int32_t plugin_id, std::int32_t waiting,
-                          const char* program, const char* file) override {
+                          const char* program, const char* file, std::int32_t line) override {
     if (cookieOfQuestion != cookie) return;
     items.push_back({{"name", text(name)},
                      {"state", text(state)},
@@ -117,7 +117,8 @@ class StatusView : public HubStatus_viewer_Impl {
                      {"plugin_id", someone(plugin_id)},
                      {"waiting", waiting},
                      {"program", text(program)},
-                     {"file", text(file)}});
+                     {"file", text(file)},
+                     {"line", line > 0 ? Facts(line) : Facts()}});
   }
   void LinkDescription(std::int32_t cookieOfQuestion, const char* service,
                        std::int32_t requester_id, std::int32_t requester_rn,

@@ -199,6 +199,7 @@ std::string HubReader::services(const std::string& after, int most,
     if (const PluginRecord* record = hub_.broker().database().find_plugin(facts.name.c_str())) {
       facts.program = record->executable_name();
       facts.file = record->file();
+      facts.line = record->line();
     }
   };
   Page page(most);

@@ -56,6 +56,7 @@ struct ServiceFacts {
   const char* state;  ///< "registered", "awaited" or "startable"
   std::int32_t serviceRN = -1, pluginID = 0, waiting = 0;
   std::string program, file;  ///< of the description
+  std::int32_t line = 0;
 };
 
 struct LinkFacts {

@@ -78,7 +78,7 @@ void StatusDesk::RequestPlugins(std::int32_t cookie, const char* after, std::int
 void StatusDesk::RequestServices(std::int32_t cookie, const char* after, std::int32_t most) {
   finish(cookie, reader_.services(keyOf(after), sizeOf(most), [&](const ServiceFacts& one) {
     ServiceDescription(cookie, one.name.c_str(), one.state, one.serviceRN, one.pluginID,
-                       one.waiting, orNull(one.program), orNull(one.file));
+                       one.waiting, orNull(one.program), orNull(one.file), one.line);
   }));
 }
 
