@@ -60,7 +60,7 @@ test_commands() {
   done
   grep -qxe -hl_log_internal <(offers hublink -hl_) || fail "bash doesn't complete hublink"
   for command in hublink-services stpc hublinkctl; do test_help "$command"; done
-  subcommands=$(hublinkctl --help | sed -nE '/^Subcommands:/,$ s/^  ([a-z]+) .*/\1/p')
+  subcommands=$(hublinkctl --help | sed -nE '/^Subcommands:/,$ s/^  ([a-z-]+) .*/\1/p')
   [ "$subcommands" ] || fail "hublinkctl has no subcommands"
   diff <(sort <<<"$subcommands") <(offers hublinkctl '' | sort) || fail "bash's subcommands differ"
   for subcommand in $subcommands; do
