@@ -4,6 +4,7 @@
 #include <array>
 #include <random>
 
+#include "platform/clock.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/main_loop.h"
 #include "simulation/byte_actor.h"
