@@ -66,6 +66,7 @@ bool Launcher::launch(LaunchOrder order) {
   launches_.emplace_back(std::move(order));
   Launch& launch = launches_.back();
   launch.since = platform::monotonicMilliseconds();
+  launch.seconds = launch.order.timeout.value_or(timeout_);
   const std::string& name = launch.order.argv[0];
   launch.program = programFor(name);
   std::vector<std::string> arguments = launch.order.argv;
@@ -99,10 +100,9 @@ bool Launcher::start(Launch& launch) {
   }
   launch.transport->addRef();
   transports_.insert(launch.transport.get());
-  const std::int32_t seconds = launch.order.timeout.value_or(timeout_);
-  if (seconds > 0)
+  if (launch.seconds > 0)
     launch.deadline =
-        platform::monotonicMilliseconds() + static_cast<std::uint64_t>(seconds) * 1000;
+        platform::monotonicMilliseconds() + static_cast<std::uint64_t>(launch.seconds) * 1000;
   return true;
 }
 
@@ -133,8 +133,7 @@ bool Launcher::hasEnded(Launch& launch) {
     tellFailure(launch, outcomeOf(launch.child, status));
   } else if (launch.deadline != 0 && platform::monotonicMilliseconds() >= launch.deadline) {
     // It may go on, but not as a plugin of this hub.
-    const std::int32_t seconds = launch.order.timeout.value_or(timeout_);
-    tellFailure(launch, "it hasn't connected within " + std::to_string(seconds) + " s");
+    tellFailure(launch, "it hasn't connected within " + std::to_string(launch.seconds) + " s");
     platform::releaseChild(launch.child.process());
   } else {
     return false;

@@ -98,6 +98,7 @@ class Launcher {
     std::string program;  ///< what is executed
     CountedPtr<STPTransport> transport;
     STPChildProcess child{false};
+    std::int32_t seconds = 0;               ///< that it may take, 0 for no limit
     std::uint64_t since = 0, deadline = 0;  ///< ms of the steady clock
     bool isStarted = false;
   };

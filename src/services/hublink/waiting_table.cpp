@@ -7,13 +7,6 @@
 
 namespace {
 
-// Null for a wish that is for no service.
-const std::string* nameIn(const Wish& wish) {
-  if (const auto* service = std::get_if<ServiceWish>(&wish)) return &service->name;
-  if (const auto* query = std::get_if<QueryWish>(&wish)) return &query->name;
-  return nullptr;
-}
-
 const char* workingDirOf(const Wish& wish) {
   if (const auto* service = std::get_if<ServiceWish>(&wish)) return textOrNull(service->workingDir);
   if (const auto* query = std::get_if<QueryWish>(&wish)) return textOrNull(query->workingDir);
@@ -42,6 +35,12 @@ bool takes(const Waiting& entry, std::int32_t pluginID) {
 }
 
 }  // namespace
+
+const std::string* serviceIn(const Wish& wish) {
+  if (const auto* service = std::get_if<ServiceWish>(&wish)) return &service->name;
+  if (const auto* query = std::get_if<QueryWish>(&wish)) return &query->name;
+  return nullptr;
+}
 
 bool sameWorkingDir(const char* a, const char* b) {
   return a && b && gen_same_path(a, b);
@@ -74,7 +73,7 @@ void WaitingTable::expectFromClient(std::string service, std::int32_t startCooki
 
 bool WaitingTable::isAwaited(std::string_view service, const char* workingDir) const {
   return std::any_of(entries_.begin(), entries_.end(), [&](const Waiting& entry) {
-    const std::string* name = nameIn(entry.wish);
+    const std::string* name = serviceIn(entry.wish);
     if (!name || *name != service) return false;
     const char* other = workingDirOf(entry.wish);
     return !workingDir || !other || sameWorkingDir(workingDir, other);
@@ -114,7 +113,7 @@ WaitingList WaitingTable::registered(std::int32_t pluginID, const char* workingD
     return isOnPlugin(one.from, pluginID) && one.service == service;
   });
   return take([&](const Waiting& entry) {
-    const std::string* name = nameIn(entry.wish);
+    const std::string* name = serviceIn(entry.wish);
     if (!name || *name != service || !takes(entry, pluginID)) return false;
     const char* wanted = workingDirOf(entry.wish);
     return !wanted || sameWorkingDir(wanted, workingDir);

@@ -51,6 +51,9 @@ struct PluginWish {
 };
 using Wish = std::variant<ServiceWish, QueryWish, PluginWish>;
 
+/// The name of the service that a wish is for; null for a wish that is for none.
+const std::string* serviceIn(const Wish& wish);
+
 /// Any provider.
 struct OnAnybody {};
 /// This plugin and no other, whether it is there or not.

@@ -68,8 +68,7 @@ bool start(Session& session, const Options& options, const StartOptions& how) {
                                    {"process", session.process()}}))
     return false;
   while (how.stay && !platform::stopRequested())
-    if (!session.plugin().serve(kStayStep))
-      return session.fail(ExitCode::hubGone, "the hub has gone");
+    if (!session.serve(kStayStep)) return false;
   return true;
 }
 

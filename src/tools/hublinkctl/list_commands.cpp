@@ -127,7 +127,7 @@ bool list(Session& session, const ListOptions& how, bool json) {
     if (clears && !session.printText("\x1b[H\x1b[2J")) return false;
     if (!listOnce(session, client, how, json)) return false;
     session.plugin().serveUntil([] { return platform::stopRequested(); }, kWatchStep);
-    if (!session.plugin().isConnected()) return session.fail(ExitCode::hubGone, "the hub has gone");
+    if (!session.plugin().isConnected()) return session.failGone();
   }
   return true;
 }
@@ -180,15 +180,12 @@ bool monitor(Session& session, bool json) {
   platform::installStopSignals();
   bool isWritten = true;
   if (!client.subscribe([&](const Facts& event) {
-        const std::string line =
-            json ? event.dump(-1, ' ', false, Facts::error_handler_t::replace) + '\n'
-                 : eventLine(event);
+        const std::string line = json ? jsonText(event) + '\n' : eventLine(event);
         if (isWritten) isWritten = session.printText(line);
       }))
     return false;
   while (isWritten && !platform::stopRequested())
-    if (!session.plugin().serve(kWatchStep))
-      return session.fail(ExitCode::hubGone, "the hub has gone");
+    if (!session.serve(kWatchStep)) return false;
   return isWritten;
 }
 

@@ -124,7 +124,7 @@ std::optional<PluginCounts> Session::count() {
 }
 
 bool Session::failUnanswered() {
-  if (!plugin_.isConnected()) return fail(ExitCode::hubGone, "the hub has gone");
+  if (!plugin_.isConnected()) return failGone();
   const std::string reason = reason_ ? reason_() : std::string();
   return fail(ExitCode::noAnswer, gen_asprintf("no answer within %g s%s%s", options_.timeoutSeconds,
                                                reason.empty() ? "" : ": ", reason.c_str())

@@ -56,6 +56,9 @@ class Session {
     question([answer](const Answer& given) { *answer = given; });
     return await([&] { return answer->has_value(); }) ? std::move(*answer) : std::nullopt;
   }
+  /// One step of at most `milliseconds`, in which handlers run. False, which is told, once the hub
+  /// has gone.
+  bool serve(int milliseconds) { return plugin_.serve(milliseconds) || failGone(); }
   /// Serves until `done`. False if that hasn't come, or the hub has gone.
   bool await(const std::function<bool()>& done);
   /// What to add when no answer comes, asked for then; it may be empty.
@@ -69,6 +72,8 @@ class Session {
   bool printText(const std::string& text);
   /// Tells a failure; false. For machines it is an object too, unless something has been printed.
   bool fail(ExitCode code, const std::string& text);
+  /// Tells that the hub has gone; false.
+  bool failGone() { return fail(ExitCode::hubGone, "the hub has gone"); }
   ExitCode exitCode() const { return code_; }
   /// What was told last; empty without a failure.
   const std::string& failure() const { return failure_; }

@@ -73,8 +73,7 @@ bool rest(Session& session, platform::FullScreen* screen, const TopFrame& frame,
       platform::monotonicMilliseconds() + static_cast<std::uint64_t>(options.interval * 1000);
   while (platform::monotonicMilliseconds() < next) {
     const std::uint64_t left = next - platform::monotonicMilliseconds();
-    if (!session.plugin().serve(static_cast<int>(std::min<std::uint64_t>(left, kKeyStep))))
-      return session.fail(ExitCode::hubGone, "the hub has gone");
+    if (!session.serve(static_cast<int>(std::min<std::uint64_t>(left, kKeyStep)))) return false;
     const After after = screen ? take(screen->key(), options.view) : After::nothing;
     if (after == After::end) return false;
     if (after == After::look) return true;

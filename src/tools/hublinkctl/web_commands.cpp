@@ -45,7 +45,7 @@ bool metrics(Session& session) {
 // Serves the session, which is this thread's alone, and keeps the board up to date.
 bool keepBoard(Session& session, StatusClient& client, Board& board) {
   while (!platform::stopRequested()) {
-    if (!session.plugin().serve(kStep)) return session.fail(ExitCode::hubGone, "the hub has gone");
+    if (!session.serve(kStep)) return false;
     if (!board.isWanted()) continue;
     session.restartClock();
     auto snapshot = takeSnapshot(client);
@@ -66,7 +66,7 @@ bool serve(Session& session, const ServeOptions& options) {
   platform::installStopSignals();
   Board board;
   if (!client.subscribe([&board](const Facts& event) { board.add(event); }))
-    return session.fail(ExitCode::hubGone, "the hub has gone");
+    return session.failGone();
   WebServer server(board, options.anyUser);
   if (!server.start(address))
     return session.fail(ExitCode::usage, "it isn't possible to listen on " + options.http);

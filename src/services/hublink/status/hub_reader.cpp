@@ -80,10 +80,12 @@ class Page {
   std::string last_, next_;
 };
 
-const std::string* serviceOf(const Waiting& waiting) {
-  if (const auto* service = std::get_if<ServiceWish>(&waiting.wish)) return &service->name;
-  if (const auto* query = std::get_if<QueryWish>(&waiting.wish)) return &query->name;
-  return nullptr;
+// How many wait for each service.
+std::map<std::string, std::int32_t> waitingByService(const WaitingTable& table) {
+  std::map<std::string, std::int32_t> counts;
+  for (const Waiting& entry : table.entries())
+    if (const std::string* name = serviceIn(entry.wish)) ++counts[*name];
+  return counts;
 }
 
 }  // namespace
@@ -176,14 +178,6 @@ std::string HubReader::plugins(const std::string& after, int most,
   return page.next();
 }
 
-int HubReader::waitingFor(const std::string& service) const {
-  const WaitingList& entries = hub_.broker().waiting().entries();
-  return static_cast<int>(std::count_if(entries.begin(), entries.end(), [&](const Waiting& entry) {
-    const std::string* name = serviceOf(entry);
-    return name && *name == service;
-  }));
-}
-
 // The key is the state's number, an RN, and the name.
 std::string HubReader::services(const std::string& after, int most,
                                 const Visit<ServiceFacts>& visit) const {
@@ -194,9 +188,11 @@ std::string HubReader::services(const std::string& after, int most,
   const auto keyOf = [](int number, std::int32_t rn, const std::string& name) {
     return std::to_string(number) + " " + std::to_string(rn) + " " + name;
   };
-  const auto describe = [this](ServiceFacts& facts) {
-    facts.waiting = waitingFor(facts.name);
-    if (const PluginRecord* record = hub_.broker().database().find_plugin(facts.name.c_str())) {
+  const auto waiting = waitingByService(broker.waiting());
+  const auto describe = [&](ServiceFacts& facts) {
+    const auto count = waiting.find(facts.name);
+    if (count != waiting.end()) facts.waiting = count->second;
+    if (const PluginRecord* record = broker.database().find_plugin(facts.name.c_str())) {
       facts.program = record->executable_name();
       facts.file = record->file();
       facts.line = record->line();
@@ -220,15 +216,14 @@ std::string HubReader::services(const std::string& after, int most,
   const auto isOpen = [&](const std::string& name) {
     return broker.services().find(name, [](std::int32_t) { return true; }) == -1;
   };
-  std::set<std::string> awaited;
-  for (const Waiting& entry : broker.waiting().entries())
-    if (const std::string* name = serviceOf(entry); name && isOpen(*name)) awaited.insert(*name);
   if (state <= 2)
-    for (auto name = state == 2 ? awaited.upper_bound(lastName) : awaited.begin();
-         hasRoom && name != awaited.end(); ++name) {
-      hasRoom = page.take(keyOf(2, 0, *name));
+    for (auto place = state == 2 ? waiting.upper_bound(lastName) : waiting.begin();
+         hasRoom && place != waiting.end(); ++place) {
+      const std::string& name = place->first;
+      if (!isOpen(name)) continue;
+      hasRoom = page.take(keyOf(2, 0, name));
       if (!hasRoom) break;
-      ServiceFacts facts(*name, "awaited");
+      ServiceFacts facts(name, "awaited");
       describe(facts);
       visit(facts);
     }
@@ -236,7 +231,7 @@ std::string HubReader::services(const std::string& after, int most,
   for (auto place = state == 3 ? startable.upper_bound(lastName) : startable.begin();
        hasRoom && place != startable.end(); ++place) {
     const std::string& name = place->first;
-    if (awaited.contains(name) || !isOpen(name)) continue;
+    if (waiting.contains(name) || !isOpen(name)) continue;
     hasRoom = page.take(keyOf(3, 0, name));
     if (!hasRoom) break;
     ServiceFacts facts(name, "startable");

@@ -91,7 +91,6 @@ class HubReader {
 
  private:
   PluginFacts factsOf(const HublinkConnection& connection) const;
-  int waitingFor(const std::string& service) const;
 
   Hublink& hub_;
 };

@@ -130,7 +130,7 @@ std::optional<Facts> InterfaceClient::call(const std::string& message,
 }
 
 bool InterfaceClient::isThere() {
-  if (!session_.plugin().isConnected()) return session_.fail(ExitCode::hubGone, "the hub has gone");
+  if (!session_.plugin().isConnected()) return session_.failGone();
   return link_->isUp() || session_.fail(ExitCode::no, "the provider has ended the link");
 }
 
