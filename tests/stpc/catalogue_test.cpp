@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "tools/stpc/author_names.h"
 #include "tools/stpc/catalogue_parser.h"
 #include "tools/stpc/emit.h"
 #include "tools/stpc/text_template.h"
@@ -69,9 +70,62 @@ TEST(CatalogueTest, FaultsInMessagesAreNamedWithTheirPlace) {
       {"M \"\" M_b \"\" N \"\" M2 \"b:{x:%u4% } \" M2_b \"\"",
        "2:22: the type of the block would be \"M2_b\", and that name is taken"},
       {"M \"M:%u4% \"", "2:4: a field named like its message"},
+      {"M nullable x \"x:%u4% \"", "2:12: \"M\" has no text or texts called \"x\""},
   };
   for (const Case& each : cases)
     EXPECT_EQ(faultOf(withMessages(each.source)), each.fault) << each.source;
+}
+
+TEST(CatalogueTest, DocsAndTextsThatMayBeNoneAreKept) {
+  stpc::Catalogue catalogue;
+  stpc::Error error;
+  ASSERT_TRUE(
+      stpc::parseCatalogue("# Of the file.\n\n"
+                           "# Of the spec,\n  # in two lines.\nspec S\n"
+                           "side a { } # no doc\nside b { }\n"
+                           "from a to b {\n# Of M.\nM nullable x \"x:%str% "
+                           "l:{n:%u4% x:*(n)[%str%] } b:{x:%fn% } \"\n"
+                           "N two-way nullable l \"l:{n:%u4% d:*(n)[%str%] } | r:%str% \" }",
+                           catalogue, error))
+      << error.text;
+  EXPECT_EQ(catalogue.doc, "Of the spec,\nin two lines.");
+  EXPECT_EQ(catalogue.sides[1].doc, "");
+  const stpc::Message& message = catalogue.messages[0];
+  EXPECT_EQ(message.doc, "Of M.");
+  EXPECT_TRUE(message.fields[0].isNullable);
+  EXPECT_FALSE(message.fields[1].list()->isNullable) << "its name is hidden by the block's";
+  EXPECT_TRUE(message.fields[2].fields[0].isNullable);
+  EXPECT_TRUE(catalogue.messages[1].fields[0].list()->isNullable);
+  EXPECT_FALSE(catalogue.messages[1].reply[0].isNullable);
+}
+
+TEST(AuthorNamesTest, FollowTheCustomsOfALanguage) {
+  EXPECT_EQ(stpc::snakeCase("RNBlockReservedEvent"), "rn_block_reserved_event");
+  EXPECT_EQ(stpc::snakeCase("serviceRN"), "service_rn");
+  EXPECT_EQ(stpc::camelCase("client_cookie2"), "clientCookie2");
+  EXPECT_EQ(stpc::pascalCase("URLOf_aFile"), "UrlOfAFile");
+  EXPECT_EQ(stpc::unreserved("from", stpc::Language::python), "from_");
+  EXPECT_EQ(stpc::unreserved("from", stpc::Language::typescript), "from");
+}
+
+// What is right on the wire and in the hub's own style may not be in a language's.
+TEST(AuthorNamesTest, ClashesAreNamedWithTheirPlace) {
+  const auto faultIn = [](const std::string& messages, stpc::Language language) {
+    stpc::Catalogue catalogue;
+    stpc::Error error;
+    EXPECT_TRUE(stpc::parseCatalogue(withMessages(messages), catalogue, error)) << error.text;
+    if (stpc::checkAuthorNames(catalogue, language, {"close"}, error)) return std::string("good");
+    return std::to_string(error.at.line) + ":" + std::to_string(error.at.column) + ": " +
+           error.text;
+  };
+  using stpc::Language;
+  EXPECT_EQ(faultIn("M \"aB:%u4% a_b:%u4% \"", Language::python),
+            "2:12: \"a_b\" would be the field \"a_b\", and so would \"aB\"");
+  EXPECT_EQ(faultIn("M \"aB:%u4% a_b:%u4% \"", Language::cpp), "good");
+  EXPECT_EQ(faultIn("Close \"\"", Language::typescript),
+            "2:1: \"Close\" would be the operation \"close\", which every side has");
+  EXPECT_EQ(faultIn("M two-way \"| x:%u4% \" MReply \"\"", Language::typescript),
+            "2:23: \"MReply\" would be the type \"MReply\", and so would \"M\"");
 }
 
 TEST(CatalogueTest, FaultsInFormatsAreNamedWithTheirPlace) {

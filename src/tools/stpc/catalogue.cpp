@@ -46,15 +46,36 @@ bool Field::isArrayBlock() const {
   return kind == Kind::block && fields.size() == 2 && fields[0].isCount();
 }
 
-std::vector<std::string> Catalogue::tagNames() const {
-  std::set<std::string> sorted;
-  bool keepsNumbers = false;
+const Field* Field::list() const {
+  if (isArray()) return this;
+  return isArrayBlock() ? &fields[1] : nullptr;
+}
+
+std::set<std::string> Catalogue::fieldNames() const {
+  std::set<std::string> names;
   for (const Message& message : messages) {
-    collectNames(message.fields, sorted);
-    collectNames(message.reply, sorted);
-    keepsNumbers = keepsNumbers || (!dense && hasPointerArray(message.fields));
+    collectNames(message.fields, names);
+    collectNames(message.reply, names);
   }
+  return names;
+}
+
+std::vector<std::string> Catalogue::tagNames() const {
+  return numbered(fieldNames());
+}
+
+std::vector<std::string> Catalogue::tagNamesWithRefusal() const {
+  std::set<std::string> names = fieldNames();
+  if (std::any_of(messages.begin(), messages.end(), [](const Message& m) { return m.twoWay; }))
+    names.insert(kRefusalField);
+  return numbered(std::move(names));
+}
+
+std::vector<std::string> Catalogue::numbered(std::set<std::string> sorted) const {
   std::vector<std::string> names(sorted.begin(), sorted.end());
+  const bool keepsNumbers =
+      !dense && std::any_of(messages.begin(), messages.end(),
+                            [](const Message& message) { return hasPointerArray(message.fields); });
   if (!keepsNumbers) return names;
   for (const auto kept : {STP_TAG_ARRAY_COUNT, STP_TAG_ARRAY_ELEMENT}) {
     const auto number = static_cast<std::size_t>(kept);

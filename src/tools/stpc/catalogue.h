@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -53,15 +54,19 @@ struct Field {
   Scalar scalar = Scalar::u4;       ///< of the elements, for an array
   std::vector<Field> fields;        ///< of a block
   std::size_t counterpart = kNone;  ///< in the same list: an array's count field, a count's array
+  bool isNullable = false;          ///< a text, or the elements of an array of texts, may be none
 
   bool isArray() const { return kind == Kind::pointerArray || kind == Kind::dynamicArray; }
   bool isCount() const { return kind == Kind::scalar && counterpart != kNone; }
   /// A block of a count and its array, which is passed as the array.
   bool isArrayBlock() const;
+  /// The array that this field is to its users, itself or the one in its block; null for none.
+  const Field* list() const;
 };
 
 struct Message {
   std::string name;
+  std::string doc;  ///< what the catalogue's comment above says
   Position at;
   std::size_t sender = 0;  ///< index of the side
   bool twoWay = false;
@@ -74,6 +79,7 @@ struct Message {
 
 struct Side {
   std::string name;
+  std::string doc;
   std::string vstamp = "1";
   std::uint32_t flags = 0;
   std::uint32_t source = 1;
@@ -82,6 +88,7 @@ struct Side {
 
 struct Catalogue {
   std::string specName;
+  std::string doc;
   bool dense = false;       ///< names are numbered without a gap
   std::vector<Side> sides;  ///< two of them
   /// In the order of the file, which is that of the operations in the generated classes.
@@ -91,10 +98,19 @@ struct Catalogue {
   /// a pointer array go to names that no field can have, unless the spec is dense or has no such
   /// array: a reader that doesn't know the array could take its parts for a field.
   std::vector<std::string> tagNames() const;
+  /// The same with the field for the text of a refused call, if there are two-way messages.
+  std::vector<std::string> tagNamesWithRefusal() const;
   /// The messages that a side sends, or those that it receives, in the order of the file.
   std::vector<const Message*> sentBy(std::size_t side) const;
   std::vector<const Message*> receivedBy(std::size_t side) const;
+
+ private:
+  std::vector<std::string> numbered(std::set<std::string> names) const;
+  std::set<std::string> fieldNames() const;
 };
+
+/// The field of a response that says why a call was refused. No field of a catalogue has this name.
+inline constexpr const char* kRefusalField = "_refused";
 
 /// The class of a side. Its files are called the same in lower case.
 std::string className(const Catalogue& catalogue, const Side& side);

@@ -81,23 +81,26 @@ class CatalogueParser {
   }
 
   bool parseStatement() {
-    if (takeWord("spec")) return parseSpec();
-    if (takeWord("side")) return parseSide();
+    const std::string doc = token_.doc;
+    if (takeWord("spec")) return parseSpec(doc);
+    if (takeWord("side")) return parseSide(doc);
     if (takeWord("from")) return parseMessages();
     return failExpected("\"spec\", \"side\" or \"from\"");
   }
 
-  bool parseSpec() {
+  bool parseSpec(const std::string& doc) {
     if (!catalogue_.specName.empty()) return fail("a second spec");
+    catalogue_.doc = doc;
     if (!takeName(catalogue_.specName, "the spec's name")) return false;
     catalogue_.dense = takeWord("dense");
     return true;
   }
 
-  bool parseSide() {
+  bool parseSide(const std::string& doc) {
     if (catalogue_.sides.size() == 2) return fail("a third side: a spec has two");
     const bool isFirst = catalogue_.sides.empty();
     Side side;
+    side.doc = doc;
     side.source = isFirst ? 1 : 2;
     side.destination = isFirst ? 2 : 1;
     const Position place = token_.at;
@@ -150,6 +153,7 @@ class CatalogueParser {
   bool parseMessage(std::size_t sender) {
     Message message;
     message.at = token_.at;
+    message.doc = token_.doc;
     message.sender = sender;
     if (!takeName(message.name, "a message or \"}\"")) return false;
     if (const std::string fault = messageFault(message.name); !fault.empty())
@@ -160,12 +164,15 @@ class CatalogueParser {
                                                         : "the other direction has a message " +
                                                               quoted(message.name) + " too") +
                                     ": the first is in line " + std::to_string(other.at.line));
-    if (!parseAttributes(message) || !parseMessageFormat(message)) return false;
+    std::vector<Token> nullable;
+    if (!parseAttributes(message, nullable) || !parseMessageFormat(message)) return false;
+    for (const Token& field : nullable)
+      if (!makeNullable(message, field)) return false;
     catalogue_.messages.push_back(std::move(message));
     return true;
   }
 
-  bool parseAttributes(Message& message) {
+  bool parseAttributes(Message& message, std::vector<Token>& nullable) {
     message.twoWay = takeWord("two-way");
     message.entryFlags = message.packetFlags =
         message.twoWay ? STP_ENTRY_TWO_WAY : STP_ENTRY_ONE_WAY;
@@ -174,11 +181,35 @@ class CatalogueParser {
         if (!takeFlags(message.entryFlags, kEntryBits, message.twoWay)) return false;
       } else if (takeWord("packet")) {
         if (!takeFlags(message.packetFlags, kPacketBits, message.twoWay)) return false;
+      } else if (takeWord("nullable")) {
+        nullable.push_back(token_);
+        if (!expect(Token::Kind::word, "a field's name")) return false;
       } else {
         return failExpected("a format");
       }
     }
     return true;
+  }
+
+  bool makeNullable(Message& message, const Token& field) {
+    bool isFound = makeNullable(message.fields, field.text);
+    isFound = makeNullable(message.reply, field.text) || isFound;
+    if (isFound) return true;
+    return fail(field.at,
+                quoted(message.name) + " has no text or texts called " + quoted(field.text));
+  }
+  // All fields of this name that are texts, in blocks too.
+  static bool makeNullable(std::vector<Field>& fields, const std::string& name) {
+    bool isFound = false;
+    for (Field& field : fields) {
+      Field& holder = field.isArrayBlock() ? field.fields[1] : field;
+      if (field.name == name && holder.kind != Field::Kind::block && isText(holder.scalar)) {
+        holder.isNullable = true;
+        isFound = true;
+      }
+      if (!field.isArrayBlock() && makeNullable(field.fields, name)) isFound = true;
+    }
+    return isFound;
   }
 
   bool takeFlags(std::uint32_t& flags, std::uint32_t allowed, bool twoWay) {

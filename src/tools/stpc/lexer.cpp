@@ -36,14 +36,32 @@ void Lexer::step() {
 }
 
 void Lexer::skipBlanks() {
-  bool inComment = false;
+  doc_.clear();
   while (!atEnd()) {
     const char c = source_[offset_];
-    if (c == '#') inComment = true;
-    if (c == '\n') inComment = false;
-    if (!inComment && c != ' ' && c != '\t' && c != '\r' && c != '\n') return;
-    step();
+    if (c == '#') {
+      takeComment(lineIsEmpty_);
+    } else if (c == '\n') {
+      if (lineIsEmpty_) doc_.clear();
+      lineIsEmpty_ = true;
+      step();
+    } else if (c == ' ' || c == '\t' || c == '\r') {
+      step();
+    } else {
+      break;
+    }
   }
+  lineIsEmpty_ = false;
+}
+
+// A comment behind something else on its line is nobody's doc.
+void Lexer::takeComment(bool isLineOfItsOwn) {
+  step();
+  std::string_view text = takeWhile([](char c) { return c != '\n'; });
+  if (text.starts_with(' ')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == '\r' || text.back() == ' ')) text.remove_suffix(1);
+  if (isLineOfItsOwn) doc_.append(doc_.empty() ? "" : "\n").append(text);
+  lineIsEmpty_ = false;
 }
 
 std::string_view Lexer::takeWhile(bool (*belongs)(char)) {
@@ -71,6 +89,7 @@ Token Lexer::next() {
   skipBlanks();
   Token token;
   token.at = at_;
+  token.doc = doc_;
   if (atEnd()) return token;
   const char c = source_[offset_];
   if (c == '"') return takeText(std::move(token));

@@ -1,5 +1,5 @@
 // Cuts a catalogue file into words, numbers, texts and braces. A `#` starts a comment that ends
-// with its line.
+// with its line; those on the lines directly above a token are its doc.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +16,7 @@ struct Token {
   std::string text;  ///< the characters, a text's without its quotes; for `bad`, what is wrong
   std::uint32_t value = 0;  ///< of a number
   Position at;              ///< the first character, a text's opening quote
+  std::string doc;  ///< the comment lines directly above, without their `#`, joined by line ends
 };
 
 class Lexer {
@@ -28,6 +29,7 @@ class Lexer {
  private:
   void step();
   void skipBlanks();
+  void takeComment(bool isLineOfItsOwn);
   std::string_view takeWhile(bool (*belongs)(char));
   Token takeText(Token token);
   bool atEnd() const { return offset_ == source_.size(); }
@@ -35,6 +37,8 @@ class Lexer {
   std::string_view source_;
   std::size_t offset_ = 0;
   Position at_;
+  std::string doc_;
+  bool lineIsEmpty_ = true;  // so far
 };
 
 }  // namespace stpc

@@ -1,4 +1,5 @@
-// The interface compiler: reads a catalogue and writes the classes of its sides.
+// The interface compiler: reads a catalogue and writes the classes of its sides, in the hub's own
+// style or in that of a language's authors.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -7,11 +8,16 @@
 #include <iterator>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "indgen/whole_file.h"
+#include "tools/stpc/author_names.h"
 #include "tools/stpc/catalogue_parser.h"
 #include "tools/stpc/emit.h"
+#include "tools/stpc/emit_cpp.h"
+#include "tools/stpc/emit_python.h"
+#include "tools/stpc/emit_typescript.h"
 #include "tools/tool_options.h"
 
 namespace {
@@ -27,6 +33,21 @@ struct Arguments {
   std::string output;
   std::vector<std::string> sides;
   bool check = false;
+  std::string language;  // empty: the hub's own style
+};
+
+// How a spec is written for the authors of a language.
+struct Style {
+  const char* name;
+  stpc::Language language;
+  std::vector<stpc::OutputFile> (*emit)(const stpc::Catalogue& catalogue,
+                                        const std::string& catalogueName);
+  std::vector<std::string_view> (*namesOfSides)();
+};
+const Style kStyles[] = {
+    {"cpp", stpc::Language::cpp, stpc::emitCpp, stpc::namesOfCppSides},
+    {"python", stpc::Language::python, stpc::emitPython, stpc::namesOfPythonSides},
+    {"typescript", stpc::Language::typescript, stpc::emitTypeScript, stpc::namesOfTypeScriptSides},
 };
 
 std::optional<std::string> readFile(const fs::path& path) {
@@ -59,15 +80,30 @@ int handOver(const stpc::OutputFile& file, const Arguments& arguments) {
   return kBadCatalogue;
 }
 
+int badCatalogue(const Arguments& arguments, const stpc::Error& error) {
+  std::fprintf(stderr, "%s:%d:%d: %s\n", arguments.catalogue.c_str(), error.at.line,
+               error.at.column, error.text.c_str());
+  return kBadCatalogue;
+}
+
+int handOverAll(const std::vector<stpc::OutputFile>& files, const Arguments& arguments) {
+  int worst = kGood;
+  for (const stpc::OutputFile& file : files) worst = std::max(worst, handOver(file, arguments));
+  return worst;
+}
+
 int compile(const Arguments& arguments) {
   const std::optional<std::string> source = readFile(arguments.catalogue);
   if (!source) return troubleWith("can't read", arguments.catalogue);
   stpc::Catalogue catalogue;
   stpc::Error error;
-  if (!stpc::parseCatalogue(*source, catalogue, error)) {
-    std::fprintf(stderr, "%s:%d:%d: %s\n", arguments.catalogue.c_str(), error.at.line,
-                 error.at.column, error.text.c_str());
-    return kBadCatalogue;
+  if (!stpc::parseCatalogue(*source, catalogue, error)) return badCatalogue(arguments, error);
+  const std::string baseName = fs::path(arguments.catalogue).filename().string();
+  for (const Style& style : kStyles) {
+    if (style.name != arguments.language) continue;
+    if (!stpc::checkAuthorNames(catalogue, style.language, style.namesOfSides(), error))
+      return badCatalogue(arguments, error);
+    return handOverAll(style.emit(catalogue, baseName), arguments);
   }
   std::vector<std::size_t> wanted;
   for (const std::string& name : arguments.sides) {
@@ -78,10 +114,8 @@ int compile(const Arguments& arguments) {
   }
   if (wanted.empty()) wanted = {0, 1};
   int worst = kGood;
-  const std::string baseName = fs::path(arguments.catalogue).filename().string();
   for (const std::size_t side : wanted)
-    for (const stpc::OutputFile& file : stpc::emitSide(catalogue, side, baseName))
-      worst = std::max(worst, handOver(file, arguments));
+    worst = std::max(worst, handOverAll(stpc::emitSide(catalogue, side, baseName), arguments));
   return worst;
 }
 
@@ -89,15 +123,23 @@ int compile(const Arguments& arguments) {
 
 int main(int argc, char** argv) {
   Arguments arguments;
-  CLI::App app("Writes the C++ classes of the sides of an interface from its catalogue.", "stpc");
+  CLI::App app("Writes the classes of the sides of an interface from its catalogue.", "stpc");
   addToolOptions(app);
   app.add_option("CATALOGUE", arguments.catalogue, "The file that describes the interface")
       ->required();
   app.add_option("--output", arguments.output, "The directory to write to")
       ->required()
       ->type_name("DIR");
+  std::vector<std::string> languages;
+  for (const Style& style : kStyles) languages.emplace_back(style.name);
+  CLI::Option* language =
+      app.add_option("--language", arguments.language,
+                     "Write both sides for this language's authors, not in the hub's own style")
+          ->type_name("NAME")
+          ->check(CLI::IsMember(languages));
   app.add_option("--side", arguments.sides, "Write this side only; may be given again")
       ->type_name("NAME")
+      ->excludes(language)
       ->allow_extra_args(false);
   app.add_flag("--check", arguments.check,
                "Write nothing; say which files aren't as they would be written");
