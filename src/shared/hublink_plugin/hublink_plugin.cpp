@@ -290,11 +290,14 @@ void HublinkPlugin::run() {
 bool HublinkPlugin::serve(int milliseconds) {
   if (isConnected()) {
     const CountedPtr<STPTransport> hold = transport_;
-    hold->serviceOnce(hasToHandle() ? 0 : milliseconds);
+    const int due = timedCalls_.next();
+    const int most = due >= 0 && (milliseconds < 0 || due < milliseconds) ? due : milliseconds;
+    hold->serviceOnce(hasToHandle() ? 0 : most);
   }
   if (!isConnected()) connectionEnded();
   handlePutOff();
   tellRoom();
+  timedCalls_.callDue();
   return isConnected();  // a handler may have connected again
 }
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "hublink_plugin/hublink_link.h"
+#include "hublink_plugin/timed_calls.h"
 
 class Hublink_plugin_Impl;
 class HublinkPluginSpec;
@@ -174,6 +175,14 @@ class HublinkPlugin {
   /// Writes what is queued as far as it goes without waiting.
   void flush();
 
+  /// Has `call` made in serve(), run() or a call that waits, once `milliseconds` have passed, with
+  /// or without a connection. It is forgotten by cancelLater(), and with the plugin.
+  TimedCallID callLater(int milliseconds, std::function<void()> call) {
+    return timedCalls_.add(milliseconds, std::move(call));
+  }
+  /// False if the call was made already, or has been taken back before.
+  bool cancelLater(TimedCallID id) { return timedCalls_.cancel(id); }
+
   // --- For a loop of one's own ---
   /// -1 without a connection. The descriptor stays the plugin's.
   int descriptor() const { return transport_ ? transport_->fileDescriptor() : -1; }
@@ -225,6 +234,7 @@ class HublinkPlugin {
   bool anyUser_ = false;
   bool tcpOnly_ = false;
   bool logKept_ = false;
+  TimedCalls timedCalls_;
   std::map<std::int32_t, Service> services_;            // by serviceRN
   std::deque<RNHandler> rnHandlers_;                    // in the order of the questions
   std::map<std::int32_t, ReplyHandler> replyHandlers_;  // by cookie
