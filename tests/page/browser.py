@@ -9,7 +9,8 @@ ELEMENT = "element-6066-11e4-a52e-4f735466cecf"
 
 class Browser:
     def __init__(self):
-        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
+        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE,
+                                       text=True)
         line = next(line for line in self.driver.stdout if "started successfully on port" in line)
         self.base = f"http://127.0.0.1:{line.split()[-1].rstrip('.')}/session"
         arguments = ["--headless=new", "--disable-gpu", "--window-size=1440,900"]
@@ -30,8 +31,8 @@ class Browser:
 
     def _call(self, method, path, body=None):
         data = None if body is None else json.dumps(body).encode()
-        request = urllib.request.Request(self.base + path, data, {"Content-Type": "application/json"},
-                                         method=method)
+        headers = {"Content-Type": "application/json"}
+        request = urllib.request.Request(self.base + path, data, headers, method=method)
         with urllib.request.urlopen(request, timeout=60) as response:
             return json.load(response)["value"]
 

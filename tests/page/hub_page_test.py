@@ -1,5 +1,8 @@
 #!/usr/bin/env python3
-"""The page of `hublinkctl serve` in a headless browser, on a hub under load: hub_page_test.py BIN"""
+"""The page of `hublinkctl serve` in a headless browser, on a hub under load:
+
+    hub_page_test.py BIN
+"""
 import http.client
 import json
 import os
@@ -78,16 +81,18 @@ class HubPageTest(unittest.TestCase):
     def tearDown(self):
         self.assertEqual(self.browser.complaints(), [])
 
+    def count_of(self, selector):
+        return self.browser.run(f"document.querySelectorAll('{selector}').length")
+
     def test_picture(self):
         self.wait("hub.packetRate > 1000")
-        self.assertEqual(self.browser.run("document.querySelectorAll('#asks .cell.plugin').length + "
-                                          "document.querySelectorAll('#provides .cell.plugin').length"),
-                         self.browser.run("hub.plugins.size"))
+        cells = [self.count_of(f"#{side} .cell.plugin") for side in ("asks", "provides")]
+        self.assertEqual(sum(cells), self.browser.run("hub.plugins.size"))
         names = self.browser.texts(".group h3 > :first-child")
         self.assertIn("busy_plugins", names)
         self.assertIn("Service #", names)
         self.assertIn("/s", self.browser.texts("#asks .group:not(.alone) h3 small")[1])
-        self.assertGreaterEqual(len(self.browser.run("[...document.querySelectorAll('#edges path')]")), 4)
+        self.assertGreaterEqual(self.count_of("#edges path"), 4)
         self.assertIn("silent", self.browser.texts("#provides .cell.launch .full"))
         self.wait("document.querySelectorAll('#provides .cell.slow').length == 1")
         self.assertEqual(self.browser.texts("#figures .slow"), ["1 slow"])
@@ -121,7 +126,7 @@ class HubPageTest(unittest.TestCase):
         self.assertRegex(self.browser.texts("#panel > h2")[0], r" #\d+$")
         self.assertTrue(title.startswith(self.browser.texts("#panel > h2")[0]))
         self.assertIn("process", self.browser.texts("#panel td"))
-        self.assertGreater(len(self.browser.run("[...document.querySelectorAll('#edges .own')]")), 0)
+        self.assertGreater(self.count_of("#edges .own"), 0)
         self.browser.press_active([TAB, TAB, ENTER])
         self.assertNotIn(self.browser.texts("#panel > h2")[0], title)
         self.browser.press_active(ESCAPE)

@@ -66,7 +66,8 @@ class PageTest(unittest.TestCase):
         self.open(SESSION)
         everything = self.count()
         self.assertEqual(self.browser.texts("#lanes b"), ["hub", "1", "2", "3", "4", "5"])
-        titles = self.browser.run("[...document.querySelectorAll('#lanes span')].map((s) => s.title)")
+        titles = self.browser.run(
+            "[...document.querySelectorAll('#lanes span')].map((s) => s.title)")
         self.assertEqual(titles[4:], ["renderer (4): Render", "plugin 5\nrenderer (6)"])
         self.browser.click("#plugins summary")
         self.browser.click("#plugins label:nth-child(6)")

@@ -165,11 +165,13 @@ class Page:
     def await_output(self, where, shown):
         if not shown:
             return
+
         def find():
             text = self.terminal_path.read_text(errors="replace")
             lines = text[:text.rfind("\n") + 1].splitlines()
             ends = (matched(lines, start, shown) for start in range(self.seen, len(lines) + 1))
             return next((min(end) for end in ends if end), None)
+
         end = wait_until(find)
         if not end:
             lines = self.terminal_path.read_text(errors="replace").splitlines()

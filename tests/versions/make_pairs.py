@@ -194,7 +194,8 @@ def version_code(name, messages, folder):
         code += (f"struct {side}_end : {side}::{name}_{side}_Impl {{\n"
                  + f" using Self = {side}_end; Talk* talk = nullptr;\n"
                  + "".join(m.handler() for m in messages if m.sender != sender)
-                 + " static void sendAll(Self& sender, const STPSpecClass& receiver, Talk& talk) {\n"
+                 + " static void sendAll(Self& sender, const STPSpecClass& receiver,"
+                 + " Talk& talk) {\n"
                  + "  [[maybe_unused]] PumpingHandler patience(talk.pair);\n"
                  + "".join(m.send() for m in sent) + "} };\n")
     return code + "}\n"
