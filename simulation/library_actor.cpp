@@ -5,6 +5,13 @@
 #include "platform/clock.h"
 #include "simulation/scenario.h"
 
+namespace {
+
+// Of a question whose answer the hub owes, however long it takes.
+constexpr int kNoLimit = -1;
+
+}  // namespace
+
 // As a program of its own it goes by its command line.
 bool LibraryActor::beConnected(HublinkPlugin& plugin) {
   std::string error;
@@ -88,10 +95,12 @@ void LibraryActor::obey(const Order& order) {
       const bool isStarting = (choice & 0x100) != 0;
       const Question question = isStarting ? Question::query : Question::lookUp;
       const std::int32_t cookie = begin(question);
-      plugin_->requestProvider(serviceName(choice, stage_.seed), nullptr, isStarting,
-                               [&ledger, this, question, cookie](std::int32_t) {
-                                 ledger.answer(*this, question, cookie);
-                               });
+      plugin_->requestProvider(
+          serviceName(choice, stage_.seed), nullptr, isStarting,
+          [&ledger, this, question, cookie](std::int32_t) {
+            ledger.answer(*this, question, cookie);
+          },
+          kNoLimit);
       break;
     }
     case Act::drop:
@@ -109,10 +118,12 @@ void LibraryActor::obey(const Order& order) {
       break;
     case Act::launch: {
       const std::int32_t cookie = begin(Question::launch);
-      plugin_->requestPluginLaunch({programName(choice, stage_.seed), "-word"}, nullptr,
-                                   [&ledger, this, cookie](std::int32_t, const std::string&) {
-                                     ledger.answer(*this, Question::launch, cookie);
-                                   });
+      plugin_->requestPluginLaunch(
+          {programName(choice, stage_.seed), "-word"}, nullptr,
+          [&ledger, this, cookie](std::int32_t, const std::string&) {
+            ledger.answer(*this, Question::launch, cookie);
+          },
+          kNoLimit);
       break;
     }
     case Act::move:
@@ -120,26 +131,32 @@ void LibraryActor::obey(const Order& order) {
       break;
     case Act::reserve: {
       const std::int32_t cookie = begin(Question::numbers);
-      plugin_->reserveRNs(static_cast<std::int32_t>(choice % 3000),
-                          [&ledger, this, cookie](const std::vector<std::int32_t>&) {
-                            ledger.answer(*this, Question::numbers, cookie);
-                          });
+      plugin_->reserveRNs(
+          static_cast<std::int32_t>(choice % 3000),
+          [&ledger, this, cookie](const std::vector<std::int32_t>&) {
+            ledger.answer(*this, Question::numbers, cookie);
+          },
+          kNoLimit);
       break;
     }
     case Act::reach: {
       const std::int32_t cookie = begin(Question::launch);
-      plugin_->requestPluginConnect(choice & 1 ? "localhost" : "nowhere",
-                                    choice & 2 ? stage_.startListener() : std::uint16_t{5},
-                                    [&ledger, this, cookie](std::int32_t, const std::string&) {
-                                      ledger.answer(*this, Question::launch, cookie);
-                                    });
+      plugin_->requestPluginConnect(
+          choice & 1 ? "localhost" : "nowhere",
+          choice & 2 ? stage_.startListener() : std::uint16_t{5},
+          [&ledger, this, cookie](std::int32_t, const std::string&) {
+            ledger.answer(*this, Question::launch, cookie);
+          },
+          kNoLimit);
       break;
     }
     case Act::locate: {
       const std::int32_t cookie = begin(Question::location);
-      plugin_->requestLocation([&ledger, this, cookie](const std::string&, std::int32_t) {
-        ledger.answer(*this, Question::location, cookie);
-      });
+      plugin_->requestLocation(
+          [&ledger, this, cookie](const std::string&, std::int32_t) {
+            ledger.answer(*this, Question::location, cookie);
+          },
+          kNoLimit);
       break;
     }
     case Act::ask:
@@ -217,7 +234,7 @@ void LibraryActor::request(const RequestShape& shape, int milliseconds) {
     take(reply.link, true);
   };
   if (milliseconds < 0) {
-    plugin_->requestService(query, answered);
+    plugin_->requestService(query, answered, kNoLimit);
     return;
   }
   const ServiceReply reply = plugin_->requestService(query, milliseconds);

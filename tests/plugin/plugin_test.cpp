@@ -333,4 +333,26 @@ TEST_F(PluginTest, EveryQuestionIsAnsweredOnceAndALateAnswerUndone) {
   EXPECT_EQ(request("Late").outcome, Outcome::notFound);
 }
 
+TEST_F(PluginTest, ALinkThatNobodyWaitsForAnyMoreEndsAtOnce) {
+  std::string heard;
+  std::int32_t asked = -1;
+  provider.registerService(
+      "Slow", [&](const auto& link) { provided = link; },
+      [&](const ConnectionRequest& request) {
+        if (request.nameValuePairs.empty()) return requester.cancelRequest(asked);
+        return requester.serveUntil([&] { return !heard.empty(); }, kPatience);
+      });
+  ServiceQuery query;
+  query.serviceName = "Slow";
+  query.nameValuePairs = {"wait"};
+  const auto hear = [&](const ServiceReply& reply) { heard += outcomeText(reply.outcome); };
+  requester.requestService(query, hear, 1);
+  serveBoth([&] { return provided && !provided->isUp(); });
+  provided.reset();
+  query.nameValuePairs.clear();
+  asked = requester.requestService(query, hear);
+  serveBoth([&] { return provided && !provided->isUp(); });
+  EXPECT_EQ(heard, "timed out");
+}
+
 }  // namespace

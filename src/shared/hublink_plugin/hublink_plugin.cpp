@@ -16,6 +16,7 @@ namespace {
 // Milliseconds between two tries to reach a hub that isn't there yet.
 constexpr int kConnectPause = 20;
 constexpr const char* kConnectionEnded = "the connection to the hub has ended";
+constexpr const char* kTimedOut = "the hub hasn't answered in time";
 
 // The texts as a message takes them, valid while they live.
 std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
@@ -71,7 +72,21 @@ const char* outcomeText(ServiceReply::Outcome outcome) {
   return "";
 }
 
-HublinkPlugin::HublinkPlugin() = default;
+HublinkPlugin::HublinkPlugin()
+    : replies_(timedCalls_,
+               [](const ReplyHandler& tell, NoAnswer reason) {
+                 ServiceReply reply;
+                 if (reason == NoAnswer::timedOut) reply.outcome = ServiceReply::Outcome::timedOut;
+                 tell(reply);
+               }),
+      providers_(timedCalls_, [](const ProviderHandler& tell, NoAnswer) { tell(-1); }),
+      plugins_(timedCalls_,
+               [](const PluginHandler& tell, NoAnswer reason) {
+                 tell(-1, reason == NoAnswer::timedOut ? kTimedOut : kConnectionEnded);
+               }),
+      rns_(timedCalls_, [](const RNHandler& tell, NoAnswer) { tell({}); }),
+      locations_(timedCalls_, [](const LocationHandler& tell, NoAnswer) { tell("", -1); }),
+      values_(timedCalls_, [](const AnswerHandler& tell, NoAnswer) { tell(std::nullopt); }) {}
 
 HublinkPlugin::~HublinkPlugin() {
   disconnect();
@@ -157,28 +172,34 @@ void HublinkPlugin::setPersistent(bool persistent) {
   if (isConnected()) spec_->PersistentService(persistent);
 }
 
+template <class Key, class Handler>
+bool HublinkPlugin::ask(OpenQuestions<Key, Handler>& questions, std::type_identity_t<Key> key,
+                        std::type_identity_t<Handler> handler, int milliseconds,
+                        std::type_identity_t<Handler> late) {
+  const bool goes = isConnected();
+  if (goes)
+    questions.ask(std::move(key), std::move(handler), milliseconds, std::move(late));
+  else
+    questions.fail(handler, NoAnswer::disconnected);
+  return goes;
+}
+
 std::int32_t HublinkPlugin::registerService(const std::string& name, LinkHandler connected,
                                             AcceptHandler accept, int milliseconds) {
-  if (!isConnected()) return -1;
-  struct Question {
-    std::optional<std::int32_t> serviceRN;
-    bool awaited = true;
+  const auto serviceRN = std::make_shared<std::optional<std::int32_t>>();
+  const auto answered = [this, serviceRN, service = Service{name, connected, accept}](
+                            const std::vector<std::int32_t>& list) {
+    *serviceRN = list.empty() ? -1 : list.front();
+    if (!list.empty()) services_[list.front()] = service;
   };
-  const auto question = std::make_shared<Question>();
-  rnHandlers_.push_back([this, question, name, connected = std::move(connected),
-                         accept = std::move(accept)](const std::vector<std::int32_t>& list) {
-    question->serviceRN = list.empty() ? -1 : list.front();
-    if (list.empty()) return;
-    if (question->awaited)
-      services_[list.front()] = {name, connected, accept};
-    else
-      spec_->UnregisterService(list.front());  // the caller was told that it failed
-  });
+  const auto withdraw = [this](const std::vector<std::int32_t>& list) {
+    for (const std::int32_t rn : list) spec_->UnregisterService(rn);
+  };
+  if (!ask(rns_, {}, answered, milliseconds, withdraw)) return -1;
   const char* text = name.c_str();
   spec_->RegisterServiceList({1, &text});
-  serveUntil([&] { return question->serviceRN.has_value(); }, milliseconds);
-  question->awaited = false;
-  return question->serviceRN.value_or(-1);
+  serveUntil([&] { return serviceRN->has_value(); }, -1);
+  return serviceRN->value_or(-1);
 }
 
 void HublinkPlugin::unregisterService(std::int32_t serviceRN) {
@@ -188,87 +209,64 @@ void HublinkPlugin::unregisterService(std::int32_t serviceRN) {
 
 ServiceReply HublinkPlugin::requestService(const ServiceQuery& query, int milliseconds) {
   const auto reply = std::make_shared<std::optional<ServiceReply>>();
-  requestService(query, [reply](const ServiceReply& answer) { *reply = answer; });
-  const std::int32_t cookie = lastCookie_;
-  serveUntil([&] { return reply->has_value(); }, milliseconds);
-  if (reply->has_value()) return **reply;
-  ServiceReply failure;
-  failure.outcome =
-      isConnected() ? ServiceReply::Outcome::timedOut : ServiceReply::Outcome::disconnected;
-  replyHandlers_.erase(cookie);
-  return failure;
+  requestService(
+      query, [reply](const ServiceReply& answer) { *reply = answer; }, milliseconds);
+  serveUntil([&] { return reply->has_value(); }, -1);
+  return reply->value_or(ServiceReply());
 }
 
-void HublinkPlugin::requestService(const ServiceQuery& query, ReplyHandler handler) {
-  if (!isConnected()) {
-    if (handler) handler(ServiceReply());
-    return;
-  }
-  replyHandlers_[++lastCookie_] = std::move(handler);
+std::int32_t HublinkPlugin::requestService(const ServiceQuery& query, ReplyHandler handler,
+                                           int milliseconds) {
+  const std::int32_t cookie = ++lastCookie_;
+  if (!ask(replies_, cookie, std::move(handler), milliseconds)) return -1;
   const auto pairs = pointersOf(query.nameValuePairs);
   spec_->RequestServiceConnection(query.serviceName.c_str(), query.providingPluginID,
                                   arrayOf(pairs),
                                   query.workingDir ? query.workingDir->c_str() : nullptr,
-                                  query.localOnly, lastCookie_, query.noReuse, query.clientStart);
+                                  query.localOnly, cookie, query.noReuse, query.clientStart);
+  return cookie;
 }
 
-void HublinkPlugin::reserveRNs(std::int32_t count, RNHandler handler) {
-  if (!isConnected()) {
-    if (handler) handler({});
-    return;
-  }
-  rnHandlers_.push_back(std::move(handler));
-  spec_->ReserveRNBlock(count);
+void HublinkPlugin::reserveRNs(std::int32_t count, RNHandler handler, int milliseconds) {
+  const auto giveBack = [this](const std::vector<std::int32_t>& list) {
+    for (const std::int32_t rn : list) spec_->ReleaseRN(rn);
+  };
+  if (ask(rns_, {}, std::move(handler), milliseconds, giveBack)) spec_->ReserveRNBlock(count);
 }
 
-void HublinkPlugin::requestLocation(LocationHandler handler) {
-  if (!isConnected()) {
-    if (handler) handler("", -1);
-    return;
-  }
-  locationHandlers_.push_back(std::move(handler));
-  spec_->RequestLocation();
+void HublinkPlugin::requestLocation(LocationHandler handler, int milliseconds) {
+  const auto ignore = [](const std::string&, std::int32_t) {};
+  if (ask(locations_, {}, std::move(handler), milliseconds, ignore)) spec_->RequestLocation();
 }
 
 void HublinkPlugin::requestProvider(const std::string& serviceName, const char* workingDir,
-                                    bool startIfNotRunning, ProviderHandler handler) {
-  if (!isConnected()) {
-    if (handler) handler(-1);
-    return;
-  }
-  providerHandlers_[++lastCookie_] = std::move(handler);
-  spec_->RequestPluginIdForService(lastCookie_, serviceName.c_str(), workingDir, startIfNotRunning);
+                                    bool startIfNotRunning, ProviderHandler handler,
+                                    int milliseconds) {
+  const std::int32_t cookie = ++lastCookie_;
+  if (ask(providers_, cookie, std::move(handler), milliseconds))
+    spec_->RequestPluginIdForService(cookie, serviceName.c_str(), workingDir, startIfNotRunning);
 }
 
 void HublinkPlugin::requestValue(std::int32_t pluginID, const std::string& name,
-                                 AnswerHandler handler) {
-  if (!isConnected()) {
-    if (handler) handler(std::nullopt);
-    return;
-  }
-  answerHandlers_.emplace(std::pair(pluginID, name), std::move(handler));
-  spec_->RequestValueOfNameOnPlugin(pluginID, name.c_str());
+                                 AnswerHandler handler, int milliseconds) {
+  if (ask(values_, {pluginID, name}, std::move(handler), milliseconds))
+    spec_->RequestValueOfNameOnPlugin(pluginID, name.c_str());
 }
 
 void HublinkPlugin::requestPluginLaunch(const std::vector<std::string>& command,
-                                        const char* workingDir, PluginHandler handler) {
-  if (!isConnected()) {
-    if (handler) handler(-1, kConnectionEnded);
-    return;
-  }
-  pluginHandlers_[++lastCookie_] = std::move(handler);
+                                        const char* workingDir, PluginHandler handler,
+                                        int milliseconds) {
+  const std::int32_t cookie = ++lastCookie_;
+  if (!ask(plugins_, cookie, std::move(handler), milliseconds)) return;
   const auto texts = pointersOf(command);
-  spec_->RequestPluginLaunch(arrayOf(texts), lastCookie_, false, workingDir);
+  spec_->RequestPluginLaunch(arrayOf(texts), cookie, false, workingDir);
 }
 
 void HublinkPlugin::requestPluginConnect(const std::string& host, std::uint16_t port,
-                                         PluginHandler handler) {
-  if (!isConnected()) {
-    if (handler) handler(-1, kConnectionEnded);
-    return;
-  }
-  pluginHandlers_[++lastCookie_] = std::move(handler);
-  spec_->RequestPluginConnect(host.c_str(), port, lastCookie_);
+                                         PluginHandler handler, int milliseconds) {
+  const std::int32_t cookie = ++lastCookie_;
+  if (ask(plugins_, cookie, std::move(handler), milliseconds))
+    spec_->RequestPluginConnect(host.c_str(), port, cookie);
 }
 
 std::optional<PluginCounts> HublinkPlugin::countPlugins(int milliseconds) {
@@ -402,16 +400,13 @@ void HublinkPlugin::connectionRequested(const ConnectionRequest& request, std::i
 void HublinkPlugin::connectionReplied(std::int32_t cookie, const ServiceReply& reply,
                                       std::int32_t localRN, std::int32_t serviceRN,
                                       const std::string& serviceName) {
-  auto node = replyHandlers_.extract(cookie);
   ServiceReply answer = reply;
-  if (reply.outcome == ServiceReply::Outcome::accepted) {
+  if (reply.outcome == ServiceReply::Outcome::accepted)
     answer.link = openLink(localRN, serviceRN, reply.pluginID, serviceName, true);
-    // Nobody waits any more.
-    if (node.empty() || !node.mapped()) answer.link->close();
-  } else if (localRN != -1) {
+  else if (localRN != -1)
     spec_->ReleaseRN(localRN);
-  }
-  if (!node.empty() && node.mapped()) node.mapped()(answer);
+  const bool isAwaited = replies_.answer(cookie, answer);
+  if (!isAwaited && answer.link) answer.link->close();
 }
 
 void HublinkPlugin::connectionDropped(std::int32_t localRN, std::int32_t remoteRN) {
@@ -439,26 +434,12 @@ void HublinkPlugin::closeLink(HublinkLink& link) {
 // what it asks and offers then belongs to the new connection.
 void HublinkPlugin::connectionEnded() {
   const auto links = std::exchange(links_, {});
-  const auto replies = std::exchange(replyHandlers_, {});
-  const auto rns = std::exchange(rnHandlers_, {});
-  const auto providers = std::exchange(providerHandlers_, {});
-  const auto plugins = std::exchange(pluginHandlers_, {});
-  const auto answers = std::exchange(answerHandlers_, {});
-  const auto locations = std::exchange(locationHandlers_, {});
+  const std::function<void()> failures[] = {replies_.takeAll(),   rns_.takeAll(),
+                                            providers_.takeAll(), plugins_.takeAll(),
+                                            values_.takeAll(),    locations_.takeAll()};
   services_.clear();
   for (const auto& [key, link] : links) link->end();
-  for (const auto& [cookie, handler] : replies)
-    if (handler) handler(ServiceReply());
-  for (const auto& handler : rns)
-    if (handler) handler({});
-  for (const auto& [cookie, handler] : providers)
-    if (handler) handler(-1);
-  for (const auto& [cookie, handler] : plugins)
-    if (handler) handler(-1, kConnectionEnded);
-  for (const auto& [question, handler] : answers)
-    if (handler) handler(std::nullopt);
-  for (const auto& handler : locations)
-    if (handler) handler("", -1);
+  for (const auto& tell : failures) tell();
 }
 
 std::uint16_t hublinkPortArgument(int argc, char** argv) {

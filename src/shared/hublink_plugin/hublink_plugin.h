@@ -19,10 +19,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "hublink_plugin/hublink_link.h"
+#include "hublink_plugin/open_questions.h"
 #include "hublink_plugin/timed_calls.h"
 
 class Hublink_plugin_Impl;
@@ -79,6 +81,13 @@ class HublinkPlugin {
   using RNHandler = std::function<void(const std::vector<std::int32_t>& list)>;
   using ValueHandler = std::function<std::optional<std::string>(const std::string& name)>;
 
+  /// How long answers are waited for unless told otherwise, in ms: those that only the hub or a
+  /// plugin gives, requests for a service, and whatever may start a program, for whose connection
+  /// the hub waits 30 seconds.
+  static constexpr int kAnswerTime = 10000;
+  static constexpr int kServiceTime = 30000;
+  static constexpr int kStartTime = 40000;
+
   HublinkPlugin();
   /// Disconnects. Not to be destroyed within one of its handlers.
   ~HublinkPlugin();
@@ -118,36 +127,46 @@ class HublinkPlugin {
                                AcceptHandler accept = {}, int milliseconds = 5000);
   /// Withdraws a service; links that are up stay so.
   void unregisterService(std::int32_t serviceRN);
-  /// Asks for a service and waits for the answer (negative time: no limit).
-  ServiceReply requestService(const ServiceQuery& query, int milliseconds = 30000);
-  /// Asks without waiting.
-  void requestService(const ServiceQuery& query, ReplyHandler handler);
+  // Questions to the hub. A handler is called once: with the answer, or with what stands for none
+  // when the time is up (negative: no limit) or the connection has ended, which without one is at
+  // once.
 
-  // A question asked without a connection, or still open at its end, is answered as failed.
-
+  /// Asks for a service and waits for the answer.
+  ServiceReply requestService(const ServiceQuery& query, int milliseconds = kServiceTime);
+  /// Asks without waiting. The request's number; -1 without a connection. A provider that accepts
+  /// when the time is up is told at once that the link has ended.
+  std::int32_t requestService(const ServiceQuery& query, ReplyHandler handler,
+                              int milliseconds = kServiceTime);
+  /// Takes back a request by its number: its handler isn't called any more. False if it was
+  /// answered already.
+  bool cancelRequest(std::int32_t request) { return replies_.giveUp(request); }
   /// Asks for `count` RNs for the plugin's own use, given back with `hub().ReleaseRN`; no RNs if
-  /// that failed.
-  void reserveRNs(std::int32_t count, RNHandler handler);
+  /// that failed. Those that come too late are given back.
+  void reserveRNs(std::int32_t count, RNHandler handler, int milliseconds = kAnswerTime);
   /// Asks where the hub listens; an empty name and -1 if that failed.
   using LocationHandler = std::function<void(const std::string& hostName, std::int32_t port)>;
-  void requestLocation(LocationHandler handler);
+  void requestLocation(LocationHandler handler, int milliseconds = kAnswerTime);
   /// Asks who provides a service; -1 for nobody. With `workingDir` (or null) only a provider with
   /// this working directory counts.
   using ProviderHandler = std::function<void(std::int32_t pluginID)>;
   void requestProvider(const std::string& serviceName, const char* workingDir,
-                       bool startIfNotRunning, ProviderHandler handler);
+                       bool startIfNotRunning, ProviderHandler handler,
+                       int milliseconds = kStartTime);
   /// Asks a plugin for a named value; none if there is no such plugin or value.
   using AnswerHandler = std::function<void(const std::optional<std::string>& value)>;
-  void requestValue(std::int32_t pluginID, const std::string& name, AnswerHandler handler);
+  void requestValue(std::int32_t pluginID, const std::string& name, AnswerHandler handler,
+                    int milliseconds = kAnswerTime);
   /// Has the hub start a plugin: a program that is sought beside the hub and in PATH, with its
-  /// arguments, in a working directory (null: the hub's). -1 with a text if it doesn't come up.
+  /// arguments, in a working directory (null: the hub's). -1 with a text if it doesn't come up; one
+  /// that comes later stays up.
   using PluginHandler = std::function<void(std::int32_t pluginID, const std::string& errors)>;
   void requestPluginLaunch(const std::vector<std::string>& command, const char* workingDir,
-                           PluginHandler handler);
+                           PluginHandler handler, int milliseconds = kStartTime);
   /// Has the hub connect to a plugin that listens; -1 with a text if it can't.
-  void requestPluginConnect(const std::string& host, std::uint16_t port, PluginHandler handler);
-  /// Asks how many plugins there are, this one among them, and waits for the answer (negative time:
-  /// no limit); none if it didn't come. All that was sent to the hub before has then been done.
+  void requestPluginConnect(const std::string& host, std::uint16_t port, PluginHandler handler,
+                            int milliseconds = kStartTime);
+  /// Asks how many plugins there are, this one among them, and waits for the answer; none if
+  /// it didn't come. All that was sent to the hub before has then been done.
   std::optional<PluginCounts> countPlugins(int milliseconds = 5000);
   /// Whether the hub keeps a log, to which `hub().LogMessageEvent` adds.
   bool isLogKept() const { return logKept_; }
@@ -203,6 +222,11 @@ class HublinkPlugin {
   static constexpr std::int64_t kSendLimit = 8 << 20;
   using LinkKey = std::pair<std::int32_t, std::int32_t>;
 
+  /// Takes down a question that is to be sent; false without a connection, and then it has failed.
+  template <class Key, class Handler>
+  bool ask(OpenQuestions<Key, Handler>& questions, std::type_identity_t<Key> key,
+           std::type_identity_t<Handler> handler, int milliseconds,
+           std::type_identity_t<Handler> late = {});
   std::shared_ptr<HublinkLink> openLink(std::int32_t localRN, std::int32_t remoteRN,
                                         std::int32_t peerPluginID, const std::string& serviceName,
                                         bool ownsRN);
@@ -235,14 +259,15 @@ class HublinkPlugin {
   bool tcpOnly_ = false;
   bool logKept_ = false;
   TimedCalls timedCalls_;
-  std::map<std::int32_t, Service> services_;            // by serviceRN
-  std::deque<RNHandler> rnHandlers_;                    // in the order of the questions
-  std::map<std::int32_t, ReplyHandler> replyHandlers_;  // by cookie
-  std::map<std::int32_t, ProviderHandler> providerHandlers_;
-  std::map<std::int32_t, PluginHandler> pluginHandlers_;
-  std::deque<LocationHandler> locationHandlers_;  // in the order of the questions
-  std::multimap<std::pair<std::int32_t, std::string>, AnswerHandler> answerHandlers_;
+  std::map<std::int32_t, Service> services_;  // by serviceRN
+  // Open questions; those with a number by their cookie.
   std::int32_t lastCookie_ = 0;
+  OpenQuestions<std::int32_t, ReplyHandler> replies_;
+  OpenQuestions<std::int32_t, ProviderHandler> providers_;
+  OpenQuestions<std::int32_t, PluginHandler> plugins_;
+  OpenQuestions<InTurn, RNHandler> rns_;
+  OpenQuestions<InTurn, LocationHandler> locations_;
+  OpenQuestions<std::pair<std::int32_t, std::string>, AnswerHandler> values_;
   std::map<LinkKey, std::shared_ptr<HublinkLink>> links_;
   ValueHandler valueHandler_;
   std::int64_t sendLimit_ = kSendLimit;

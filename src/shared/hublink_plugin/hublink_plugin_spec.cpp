@@ -8,25 +8,10 @@ std::string textOf(const char* text) {
   return text ? text : "";
 }
 
-// Takes the handler of a question out of its table and calls it with the answer.
-template <class Table, class Key, class... Answer>
-void answer(Table& table, const Key& key, const Answer&... values) {
-  auto node = table.extract(key);
-  if (!node.empty() && node.mapped()) node.mapped()(values...);
-}
-
-template <class Queue, class... Answer>
-void answerFirst(Queue& queue, const Answer&... values) {
-  if (queue.empty()) return;
-  const auto handler = std::move(queue.front());
-  queue.pop_front();
-  if (handler) handler(values...);
-}
-
 }  // namespace
 
 void HublinkPluginSpec::LocationEvent(const char* hostname, std::int32_t port) {
-  if (plugin_) answerFirst(plugin_->locationHandlers_, textOf(hostname), port);
+  if (plugin_) plugin_->locations_.answer({}, textOf(hostname), port);
 }
 
 void HublinkPluginSpec::PluginId(std::int32_t plugin_id) {
@@ -70,18 +55,17 @@ void HublinkPluginSpec::ConnectionReplyEvent(const char* serviceName, std::int32
 
 void HublinkPluginSpec::PluginIdForServiceReplyEvent(std::int32_t cookie, const char*,
                                                      std::int32_t plugin_id, bool) {
-  if (plugin_) answer(plugin_->providerHandlers_, cookie, plugin_id);
+  if (plugin_) plugin_->providers_.answer(cookie, plugin_id);
 }
 
 void HublinkPluginSpec::RNBlockReservedEvent(RNArray rn_list) {
   if (plugin_)
-    answerFirst(plugin_->rnHandlers_,
-                std::vector<std::int32_t>(rn_list.data, rn_list.data + rn_list.count));
+    plugin_->rns_.answer({}, std::vector<std::int32_t>(rn_list.data, rn_list.data + rn_list.count));
 }
 
 void HublinkPluginSpec::PluginConnectedEvent(std::int32_t cookie, std::int32_t pluginID,
                                              const char* errors) {
-  if (plugin_) answer(plugin_->pluginHandlers_, cookie, pluginID, textOf(errors));
+  if (plugin_) plugin_->plugins_.answer(cookie, pluginID, textOf(errors));
 }
 
 void HublinkPluginSpec::ForwardedRequestValueOfNameOnPlugin(std::int32_t requesting_plugin_id,
@@ -99,8 +83,8 @@ void HublinkPluginSpec::ForwardedRequestValueOfNameOnPlugin(std::int32_t request
 void HublinkPluginSpec::ValueOfNameOnPluginEvent(std::int32_t plugin_id, const char* name,
                                                  const char* value) {
   if (plugin_)
-    answer(plugin_->answerHandlers_, std::pair(plugin_id, textOf(name)),
-           value ? std::optional<std::string>(value) : std::nullopt);
+    plugin_->values_.answer({plugin_id, textOf(name)},
+                            value ? std::optional<std::string>(value) : std::nullopt);
 }
 
 // A plugin on this library starts no others on the hub's behalf.

@@ -17,9 +17,11 @@ struct Location {
 
 std::optional<Location> locationOf(Session& session) {
   return session.ask<Location>([&](const auto& answered) {
-    session.plugin().requestLocation([answered](const std::string& host, std::int32_t port) {
-      answered(Location{host, port});
-    });
+    session.plugin().requestLocation(
+        [answered](const std::string& host, std::int32_t port) {
+          answered(Location{host, port});
+        },
+        kNoLimit);
   });
 }
 

@@ -38,21 +38,22 @@ bool launch(Session& session, std::vector<std::string> command, const std::strin
   if (!watch.watchProgram(command[0])) return false;
   const auto answer = session.ask<Connected>([&](const auto& answered) {
     session.plugin().requestPluginLaunch(command, directory.empty() ? nullptr : directory.c_str(),
-                                         passedTo(answered));
+                                         passedTo(answered), kNoLimit);
   });
   return told(session, answer, watch.reason());
 }
 
 bool connect(Session& session, const std::string& host, std::uint16_t port) {
   return told(session, session.ask<Connected>([&](const auto& answered) {
-    session.plugin().requestPluginConnect(host, port, passedTo(answered));
+    session.plugin().requestPluginConnect(host, port, passedTo(answered), kNoLimit);
   }));
 }
 
 bool value(Session& session, std::int32_t plugin, const std::string& name) {
   using Value = std::optional<std::string>;
-  const auto answer = session.ask<Value>(
-      [&](const auto& answered) { session.plugin().requestValue(plugin, name, answered); });
+  const auto answer = session.ask<Value>([&](const auto& answered) {
+    session.plugin().requestValue(plugin, name, answered, kNoLimit);
+  });
   if (!answer) return false;
   if (*answer) return session.print({{"value", **answer}});
   return session.fail(ExitCode::no, "plugin " + std::to_string(plugin) + " has no value " + name);

@@ -16,7 +16,7 @@ struct ProviderOptions {
 std::optional<std::int32_t> providerOf(Session& session, const ProviderOptions& query) {
   const char* directory = query.directory.empty() ? nullptr : query.directory.c_str();
   return session.ask<std::int32_t>([&](const auto& answered) {
-    session.plugin().requestProvider(query.service, directory, query.start, answered);
+    session.plugin().requestProvider(query.service, directory, query.start, answered, kNoLimit);
   });
 }
 

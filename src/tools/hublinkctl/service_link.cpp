@@ -10,7 +10,7 @@ std::shared_ptr<HublinkLink> openLink(Session& session, const std::string& servi
   LaunchWatch watch(session);
   if (!watch.watchService(service)) return nullptr;
   const auto reply = session.ask<ServiceReply>(
-      [&](const auto& answered) { session.plugin().requestService(query, answered); });
+      [&](const auto& answered) { session.plugin().requestService(query, answered, kNoLimit); });
   if (!reply || reply->link) return reply ? reply->link : nullptr;
   const bool isMissing = reply->outcome == ServiceReply::Outcome::notFound;
   const std::string reason = isMissing ? watch.reason() : std::string();

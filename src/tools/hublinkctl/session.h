@@ -28,6 +28,9 @@ struct Options {
 /// Names and values in the order in which they are printed.
 using Facts = nlohmann::ordered_json;
 
+/// How long the plugin waits for an answer: a session has a limit of its own.
+inline constexpr int kNoLimit = -1;
+
 class Session {
  public:
   /// The time runs from here on. `options` must outlive the session.

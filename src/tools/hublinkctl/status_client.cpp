@@ -182,7 +182,7 @@ bool StatusClient::open(bool isNeeded) {
   ServiceQuery query;
   query.serviceName = kService;
   const auto reply = session_.ask<ServiceReply>(
-      [&](const auto& answered) { session_.plugin().requestService(query, answered); });
+      [&](const auto& answered) { session_.plugin().requestService(query, answered, kNoLimit); });
   if (!reply) return false;
   if (!reply->link)
     return isNeeded &&
