@@ -187,14 +187,14 @@ TEST_F(Backlog, LetsTheSendersOtherLinksGoOn) {
 // Who asks and doesn't read the answers is answered no more, and who asks of somebody who doesn't
 // read waits as well; each answer comes in the end.
 TEST_F(Backlog, StopsThoseWhoAskWithoutEnd) {
-  constexpr int kQuestions = 10000;
+  constexpr int kQuestions = 10000, kNoLimit = -1;
   startHub(kLimit);
   startPlugin(echo);
   startPlugin(deafFor(30000));
   int answers = 0, values = 0;
   startPlugin([&](HublinkPlugin& plugin) {
     for (int i = 0; i < kQuestions; ++i)
-      plugin.requestLocation([&](const std::string&, std::int32_t) { ++answers; });
+      plugin.requestLocation([&](const std::string&, std::int32_t) { ++answers; }, kNoLimit);
     for (int i = 0; i < 500; ++i, platform::sleepMilliseconds(10)) plugin.flush();
     unsent = plugin.wantsWrite();
     plugin.run();
@@ -211,7 +211,8 @@ TEST_F(Backlog, StopsThoseWhoAskWithoutEnd) {
   startPlugin([&](HublinkPlugin& plugin) {
     const auto link = plugin.requestService(queryFor("Deaf")).link;
     for (int i = 0; i < kQuestions; ++i)
-      plugin.requestValue(deaf, "name", [&](const auto&) { ++values; });
+      plugin.requestValue(
+          deaf, "name", [&](const auto&) { ++values; }, kNoLimit);
     plugin.run();
   });
   world.pass(15000);
