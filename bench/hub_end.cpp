@@ -27,9 +27,13 @@ bool joinAsFirst(HublinkPlugin& plugin, LoopbackSocket connection, std::uint16_t
 
 bool HubEnd::connect(std::uint16_t port, Road road, std::string& error) {
   plugin_.setTcpOnly(road == Road::tcp);
-  if (!plugin_.connect(port, error, "127.0.0.1", kStartLimit)) return false;
+  connection_ = makeCounted<STPTransport>(STP_BUFFER_SIZE);
+  STPStatus status;
+  plugin_.reach(*connection_, "127.0.0.1", port, &status);
+  if (!status.good()) error = status.message;
+  if (!status.good() || !plugin_.attach(connection_.get(), error, kStartLimit)) return false;
   // A connection by name has no port.
-  if ((platform::localPort(plugin_.descriptor()) == 0) != (road == Road::local))
+  if ((platform::localPort(connection_->fileDescriptor()) == 0) != (road == Road::local))
     error = "the hub was reached by another road than asked for";
   return error.empty();
 }
@@ -72,7 +76,7 @@ bool HubEnd::joinAsRequester(std::uint16_t port, Road road, std::string& error) 
 }
 
 platform::Socket HubEnd::takeOver() {
-  const platform::Socket socket = plugin_.descriptor();
+  const platform::Socket socket = connection_->fileDescriptor();
   platform::readiness().forget(socket);
   return platform::makeBlocking(socket, kTransferLimit) ? socket : platform::kNoSocket;
 }

@@ -41,6 +41,7 @@ class HubEnd {
   bool connect(std::uint16_t port, Road road, std::string& error);
 
   std::string service_;
+  CountedPtr<STPTransport> connection_;
   HublinkPlugin plugin_;
   std::shared_ptr<HublinkLink> link_;
 };

@@ -37,6 +37,12 @@ class ReadinessSet {
   /// time: no limit. False if an interrupt ended the wait or the wait failed; `failed` tells which.
   bool wait(int milliseconds, bool& failed);
 
+  /// Ends the wait that is under way, or else the next one. From any thread, as nothing else here.
+  void wake();
+  /// A descriptor that can be read when a wait would end before its time, for loops that wait by
+  /// other means; -1 if there is none. It is the set's.
+  int descriptor() const;
+
   /// The descriptors of which something has become known since forgetNews(), each at least once;
   /// some may have been closed since.
   const std::vector<int>& news() const { return news_; }
@@ -85,6 +91,7 @@ class ReadinessSet {
 
   int set_;
   int alarm_ = -1;                   // a timer, or -1 if none is to be had
+  int waker_ = -1;                   // what wake() writes to; the same
   std::uint64_t alarmAt_ = 0;        // ms of the steady clock; 0 if it isn't set
   std::vector<std::uint8_t> flags_;  // by descriptor
   std::vector<int> news_;

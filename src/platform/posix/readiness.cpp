@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <sched.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -34,16 +35,28 @@ epoll_event eventOf(int descriptor, std::uint32_t events) {
 
 ReadinessSet::ReadinessSet()
     : set_(epoll_create1(EPOLL_CLOEXEC)),
-      alarm_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
-  epoll_event event = eventOf(alarm_, EPOLLIN | EPOLLET);
-  if (alarm_ < 0 || epoll_ctl(set_, EPOLL_CTL_ADD, alarm_, &event) == 0) return;
-  close(alarm_);
-  alarm_ = -1;
+      alarm_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
+      waker_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+  for (int* own : {&alarm_, &waker_}) {
+    epoll_event event = eventOf(*own, EPOLLIN | EPOLLET);
+    if (*own < 0 || epoll_ctl(set_, EPOLL_CTL_ADD, *own, &event) == 0) continue;
+    close(*own);
+    *own = -1;
+  }
 }
 
 ReadinessSet::~ReadinessSet() {
-  if (alarm_ >= 0) close(alarm_);
-  if (set_ >= 0) close(set_);
+  for (const int descriptor : {alarm_, waker_, set_})
+    if (descriptor >= 0) close(descriptor);
+}
+
+// Each write is announced anew, so that nobody has to read it.
+void ReadinessSet::wake() {
+  if (waker_ >= 0) eventfd_write(waker_, 1);
+}
+
+int ReadinessSet::descriptor() const {
+  return set_;
 }
 
 void ReadinessSet::watch(int descriptor) {
@@ -147,6 +160,7 @@ int ReadinessSet::look(int milliseconds, bool& failed) {
       --found;
       continue;
     }
+    if (event.data.fd == waker_) continue;
     std::uint8_t& known = flags_[static_cast<std::size_t>(event.data.fd)];
     // Room that nobody lacks is news of a peer that reads: it isn't asked for any more.
     if ((event.events & EPOLLOUT) && (known & kArmed) && (known & kWritable))

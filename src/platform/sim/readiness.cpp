@@ -73,6 +73,15 @@ void ReadinessSet::clearWritable(int descriptor) {
   if (!(flags(descriptor) & kArmed)) arm(descriptor, true);
 }
 
+// A simulated process has one thread, which calls this for itself.
+void ReadinessSet::wake() {
+  World::wake(World::current().self());
+}
+
+int ReadinessSet::descriptor() const {
+  return -1;
+}
+
 // What is ready already is told once more.
 void ReadinessSet::arm(int descriptor, bool room) {
   std::uint8_t& known = flags_[static_cast<std::size_t>(descriptor)];

@@ -9,6 +9,7 @@
 #include "libcxxutil/ut_wait.h"
 #include "platform/clock.h"
 #include "platform/credentials.h"
+#include "platform/readiness.h"
 #include "stp_transport/retry/stp_retryhandler.h"
 
 namespace {
@@ -91,6 +92,7 @@ HublinkPlugin::HublinkPlugin()
 HublinkPlugin::~HublinkPlugin() {
   disconnect();
   handlePutOff();
+  posted_.close();
   if (spec_) {
     spec_->detach();
     spec_->setTransport(nullptr);
@@ -144,6 +146,7 @@ bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int mill
     spec_->setTransport(nullptr);
   }
   transport_ = CountedPtr<STPTransport>(transport);
+  owesEnd_ = true;
   spec_ = makeCounted<HublinkPluginSpec>(this);
   pluginID_ = -1;
   logKept_ = false;
@@ -288,15 +291,27 @@ void HublinkPlugin::run() {
 bool HublinkPlugin::serve(int milliseconds) {
   if (isConnected()) {
     const CountedPtr<STPTransport> hold = transport_;
-    const int due = timedCalls_.next();
-    const int most = due >= 0 && (milliseconds < 0 || due < milliseconds) ? due : milliseconds;
-    hold->serviceOnce(hasToHandle() ? 0 : most);
+    const int due = nextTimeout();
+    hold->serviceOnce(due >= 0 && (milliseconds < 0 || due < milliseconds) ? due : milliseconds);
+  } else {
+    bool failed = false;  // takes in what has woken a loop
+    platform::readiness().wait(0, failed);
   }
   if (!isConnected()) connectionEnded();
   handlePutOff();
   tellRoom();
+  posted_.callAll();
   timedCalls_.callDue();
   return isConnected();  // a handler may have connected again
+}
+
+int HublinkPlugin::descriptor() const {
+  return platform::readiness().descriptor();
+}
+
+int HublinkPlugin::nextTimeout() const {
+  const bool hasToStep = owesEnd_ && (!isConnected() || transport_->hasToStep());
+  return hasToStep || hasToHandle() ? 0 : timedCalls_.next();
 }
 
 bool HublinkPlugin::serveUntil(const std::function<bool()>& done, int milliseconds) {
@@ -361,6 +376,7 @@ void HublinkPlugin::handlePutOff() {
 }
 
 bool HublinkPlugin::hasToHandle() const {
+  if (!posted_.isEmpty()) return true;
   if (!putOff_.empty() && waitingHandlers_ == 0) return true;
   return !roomAwaited_.empty() && (!full_ || waitingBytes() <= sendLimit_ / 2);
 }
@@ -433,6 +449,7 @@ void HublinkPlugin::closeLink(HublinkLink& link) {
 // Nothing will be answered any more. All tables are taken first: a handler may connect again, and
 // what it asks and offers then belongs to the new connection.
 void HublinkPlugin::connectionEnded() {
+  if (!std::exchange(owesEnd_, false)) return;
   const auto links = std::exchange(links_, {});
   const std::function<void()> failures[] = {replies_.takeAll(),   rns_.takeAll(),
                                             providers_.takeAll(), plugins_.takeAll(),

@@ -7,9 +7,12 @@
 //   plugin.registerService("Echo", [](const std::shared_ptr<HublinkLink>& link) { ... });
 //   plugin.run();
 //
-// A plugin runs on one thread. Handlers run inside run(), serve() or any call that waits, and may
-// themselves send, ask and wait. A program with a loop of its own polls descriptor() and calls
-// serve(0) when it is readable, or writable while wantsWrite(), or while hasDeliverable().
+// A plugin runs on one thread, and all plugins of a process on the same. Handlers run inside run(),
+// serve() or any call that waits, and may themselves send, ask and wait. Another thread may call
+// post() and nothing else.
+//
+// A program with a loop of its own sleeps until descriptor() is readable, for nextTimeout() at
+// most, and then calls serve(0).
 #pragma once
 
 #include <cstdint>
@@ -25,6 +28,7 @@
 
 #include "hublink_plugin/hublink_link.h"
 #include "hublink_plugin/open_questions.h"
+#include "hublink_plugin/posted_calls.h"
 #include "hublink_plugin/timed_calls.h"
 
 class Hublink_plugin_Impl;
@@ -186,8 +190,13 @@ class HublinkPlugin {
   /// Serves until a stop() in a handler or the end of the connection.
   void run();
   void stop() { stopped_ = true; }
+  /// Hands `call` over to the plugin's thread, from any thread at any time in the plugin's life. It
+  /// is made in serve(), run() or a call that waits, which it wakes, behind those that were posted
+  /// before, with or without a connection. Those that are still there when the plugin goes are
+  /// destroyed unmade. With `post([&plugin] { plugin.stop(); })` another thread ends run().
+  void post(std::function<void()> call) { posted_.add(std::move(call)); }
   /// One step of at most `milliseconds`, in which handlers run; false once the connection has
-  /// ended, which all who wait have then been told.
+  /// ended, which all who wait have then been told. Without a connection it doesn't wait.
   bool serve(int milliseconds);
   /// Serves until `done` or the time is up (negative: no limit); the last word of `done`.
   bool serveUntil(const std::function<bool()>& done, int milliseconds);
@@ -203,12 +212,14 @@ class HublinkPlugin {
   bool cancelLater(TimedCallID id) { return timedCalls_.cancel(id); }
 
   // --- For a loop of one's own ---
-  /// -1 without a connection. The descriptor stays the plugin's.
-  int descriptor() const { return transport_ ? transport_->fileDescriptor() : -1; }
+  /// Readable when there is something to serve: room to write included, and what is posted. It is
+  /// the same for all plugins of the process, before, in and after a connection, and stays open.
+  int descriptor() const;
+  /// How many milliseconds a sleep may last if the descriptor doesn't become readable before; -1:
+  /// any. To be asked before each sleep, behind all that may have sent or asked something.
+  int nextTimeout() const;
+  /// Whether something is still to be written to the hub.
   bool wantsWrite() const { return transport_ && transport_->isWritePending(); }
-  bool hasDeliverable() const {
-    return hasToHandle() || (transport_ && transport_->hasDeliverable());
-  }
 
  private:
   friend class HublinkLink;
@@ -258,6 +269,8 @@ class HublinkPlugin {
   bool anyUser_ = false;
   bool tcpOnly_ = false;
   bool logKept_ = false;
+  bool owesEnd_ = false;  // there is a connection whose end hasn't been told
+  PostedCalls posted_;
   TimedCalls timedCalls_;
   std::map<std::int32_t, Service> services_;  // by serviceRN
   // Open questions; those with a number by their cookie.

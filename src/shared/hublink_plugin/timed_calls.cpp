@@ -13,6 +13,11 @@ constexpr std::uint64_t kMillion = 1000000;
 
 }  // namespace
 
+// What a call holds may itself cancel another when it goes.
+TimedCalls::~TimedCalls() {
+  const auto rest = std::exchange(calls_, {});
+}
+
 // A millisecond that has begun doesn't count: none is called too early.
 TimedCallID TimedCalls::add(int milliseconds, Call call) {
   const std::uint64_t begun = milliseconds > 0 ? kMillion - 1 : 0;

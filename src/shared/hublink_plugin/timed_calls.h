@@ -18,6 +18,11 @@ class TimedCalls {
  public:
   using Call = std::function<void()>;
 
+  TimedCalls() = default;
+  TimedCalls(const TimedCalls&) = delete;
+  TimedCalls& operator=(const TimedCalls&) = delete;
+  ~TimedCalls();
+
   /// Has `call` made once `milliseconds` have passed; 0 or less: in the next step.
   TimedCallID add(int milliseconds, Call call);
   /// False if it was made already, or has been taken back before.

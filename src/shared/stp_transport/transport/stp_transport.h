@@ -188,6 +188,8 @@ class STPTransport {
   // --- Service (stp_transport_service.cpp) ---
   /// One step: waits up to `timeout` ms for this transport, then writes and reads.
   void serviceOnce(int timeout, STPStatus* status = nullptr);
+  /// Whether such a step has something to do without waiting.
+  bool hasToStep() const { return canWrite() || canRead() || hasDeliverable(); }
   /// Before the end of all of them: writes what is queued, for at most `milliseconds`. Whatever
   /// comes meanwhile to those that have something queued is dropped, and they only remain to be
   /// disconnected.
