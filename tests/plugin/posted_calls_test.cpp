@@ -78,10 +78,12 @@ TEST_F(PostedCallsTest, NeedNoConnectionAndGoWithThePlugin) {
     EXPECT_EQ(*counted, 3);
     // What goes with the plugin may still turn to it.
     struct LastWish {
-      explicit LastWish(HublinkPlugin& of) : plugin(of) {}
+      explicit LastWish(HublinkPlugin& of) : turnsTo(of) {}
       ~LastWish() {
-        plugin.post([] {});
+        turnsTo.post([] {});
+        turnsTo.cancelLater({});
       }
+      HublinkPlugin& turnsTo;
     };
     lonely.post([counted, wish = std::make_shared<LastWish>(lonely)] { ++*counted; });
     lonely.callLater(0, [counted, wish = std::make_shared<LastWish>(lonely)] { ++*counted; });
