@@ -29,11 +29,14 @@ HublinkLink::~HublinkLink() {
 
 bool HublinkLink::send(const void* bytes, std::size_t size) {
   if (!up_ || size >= kMostBytes) return false;
-  if (plugin_->isFull()) {
-    const std::shared_ptr<HublinkLink> hold = shared_from_this();
-    plugin_->awaitRoom([this] { return !up_; });
-  }
-  return up_ && queue(bytes, size);
+  const std::shared_ptr<HublinkLink> hold = shared_from_this();
+  return awaitRoom(-1) && queue(bytes, size);
+}
+
+bool HublinkLink::awaitRoom(int milliseconds) {
+  if (!up_) return false;
+  if (!plugin_->isFull()) return true;
+  return plugin_->awaitRoom([this] { return !up_; }, milliseconds) && up_;
 }
 
 SendOutcome HublinkLink::trySend(const void* bytes, std::size_t size) {

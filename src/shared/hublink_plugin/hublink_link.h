@@ -23,6 +23,9 @@
 #include "stp_transport/transport/stp_transport.h"
 
 class HublinkPlugin;
+namespace hublink {
+class InterfaceCore;
+}
 
 /// What came of a packet that was to be queued without waiting.
 enum class SendOutcome {
@@ -85,10 +88,13 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
 
  private:
   friend class HublinkPlugin;
+  friend class hublink::InterfaceCore;
   HublinkLink(HublinkPlugin* plugin, std::int32_t localRN, std::int32_t remoteRN,
               std::int32_t peerPluginID, std::string serviceName, bool ownsRN);
 
   bool handleMessage(STPReceivedMessage& message, bool exclusive) override;
+  /// Waits for room for one message more; false if the time is up or the link has ended.
+  bool awaitRoom(int milliseconds);
   bool queue(const void* bytes, std::size_t size);
   void callHandler(const unsigned char* bytes, std::size_t size);
   /// Hands over a packet that has been put off.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "active_hub/plugin_options.h"
+#include "hublink_plugin/countdown.h"
 #include "hublink_plugin/hublink_plugin_spec.h"
 #include "indgen/number.h"
 #include "indgen/text.h"
@@ -29,27 +30,6 @@ std::vector<const char*> pointersOf(const std::vector<std::string>& texts) {
 StringArray arrayOf(const std::vector<const char*>& pointers) {
   return {static_cast<std::int32_t>(pointers.size()), pointers.data()};
 }
-
-// Counts down from a limit in milliseconds; a negative one never ends.
-class Countdown {
- public:
-  explicit Countdown(int milliseconds)
-      : endless_(milliseconds < 0),
-        end_(platform::monotonicMilliseconds() +
-             static_cast<std::uint64_t>(std::max(milliseconds, 0))) {}
-  /// Milliseconds that are left, negative without a limit.
-  int left() const {
-    if (endless_) return -1;
-    const std::uint64_t now = platform::monotonicMilliseconds();
-    return now >= end_ ? 0 : static_cast<int>(end_ - now);
-  }
-  /// The same for one step of a wait.
-  int step() const { return endless_ ? STP_WAIT_STEP : std::min(left(), STP_WAIT_STEP); }
-
- private:
-  bool endless_;
-  std::uint64_t end_;
-};
 
 }  // namespace
 
@@ -350,13 +330,15 @@ bool HublinkPlugin::isFull() {
 
 // Room that has been there in between counts: handlers that run meanwhile may use up all of it
 // again and again.
-void HublinkPlugin::awaitRoom(const std::function<bool()>& isVain) {
+bool HublinkPlugin::awaitRoom(const std::function<bool()>& isVain, int milliseconds) {
   const std::uint64_t before = rooms_;
   const int waiting = packetDepth_ > 0 ? 1 : 0;
   waitingHandlers_ += waiting;
   flush();
-  serveUntil([&] { return isVain() || !isFull() || rooms_ != before; }, -1);
+  const bool isThere =
+      serveUntil([&] { return isVain() || !isFull() || rooms_ != before; }, milliseconds);
   waitingHandlers_ -= waiting;
+  return isThere;
 }
 
 void HublinkPlugin::tellRoom() {

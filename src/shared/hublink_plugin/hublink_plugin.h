@@ -224,6 +224,7 @@ class HublinkPlugin {
  private:
   friend class HublinkLink;
   friend class HublinkPluginSpec;
+  friend class hublink::InterfaceCore;
 
   struct Service {
     std::string name;
@@ -252,8 +253,9 @@ class HublinkPlugin {
   // What links may send (see HublinkLink::send).
   std::int64_t waitingBytes() const { return wantsWrite() ? transport_->writeCount() : 0; }
   bool isFull();
-  /// Serves until there is room or `isVain` says that nobody needs it any more.
-  void awaitRoom(const std::function<bool()>& isVain);
+  /// Serves until there is room or `isVain` says that nobody needs it any more; false if the time
+  /// is up.
+  bool awaitRoom(const std::function<bool()>& isVain, int milliseconds);
   void tellRoom();
   /// Whether what comes on links has to wait for a packet handler that waits for room, or for what
   /// has waited so.

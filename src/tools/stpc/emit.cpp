@@ -1,9 +1,8 @@
 #include "tools/stpc/emit.h"
 
-#include <cstdio>
-
 #include "tools/stpc/code_layout.h"
 #include "tools/stpc/emit_fields.h"
+#include "tools/stpc/emit_tables.h"
 #include "tools/stpc/text_template.h"
 
 namespace stpc {
@@ -83,13 +82,6 @@ ${class}::~${class}() = default;
 ${stubs}
 ${dispatch})";
 
-constexpr const char* kEnumeration = R"(namespace ${name} {
-enum : ${type} {
-${words}};
-}  // namespace ${name}
-
-)";
-
 constexpr const char* kStub = R"(
 ${signature}  const CountedPtr<STPSpecClass> hold(this);
   const std::uint32_t id = sendTable[sent::${name}].id;
@@ -139,26 +131,6 @@ ${cases}    default:
 constexpr const char* kNoDispatch =
     R"(void ${class}::handleBinaryMessage(STPReceivedMessage&, STPMessage*, std::uint32_t) {}
 )";
-
-std::string hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%02x", value);
-  return text;
-}
-
-// The format as C++ texts, cut behind blanks where it is too long for a line.
-std::vector<std::string> formatPieces(std::string_view format) {
-  constexpr std::size_t kPiece = 80;
-  std::vector<std::string> pieces;
-  while (format.size() > kPiece) {
-    const std::size_t cut = format.rfind(' ', kPiece - 1) + 1;
-    if (cut == 0) break;
-    pieces.push_back("\"" + std::string(format.substr(0, cut)) + "\"");
-    format.remove_prefix(cut);
-  }
-  pieces.push_back("\"" + std::string(format) + "\"");
-  return pieces;
-}
 
 class SideEmitter {
  public:
@@ -242,7 +214,7 @@ class SideEmitter {
                   {"spec", catalogue_.specName},
                   {"side", side_.name},
                   {"vstamp", side_.vstamp},
-                  {"flags", hex(side_.flags)},
+                  {"flags", hexNumber(side_.flags)},
                   {"tagNames", tags.empty() ? "nullptr" : "kTagNames"},
                   {"tagCount", std::to_string(tags.size())},
                   {"receiveTable", receivedTable.empty() ? "nullptr" : "kReceiveTable"},
@@ -252,56 +224,6 @@ class SideEmitter {
                   {"class", className_},
                   {"stubs", stubs()},
                   {"dispatch", dispatch()}});
-  }
-
-  static std::vector<std::string> namesOf(const std::vector<const Message*>& messages) {
-    std::vector<std::string> names;
-    for (const Message* message : messages) names.push_back(message->name);
-    return names;
-  }
-
-  static std::string enumeration(const char* name, const char* type,
-                                 const std::vector<std::string>& words) {
-    if (words.empty()) return {};
-    return fillTemplate(kEnumeration,
-                        {{"name", name}, {"type", type}, {"words", wordLines(2, words)}});
-  }
-
-  // Placeholders are left out, and the name behind them tells its number.
-  static std::vector<std::string> tagWords(const std::vector<std::string>& tags) {
-    std::vector<std::string> words;
-    for (std::size_t i = 0; i < tags.size(); ++i) {
-      if (isPlaceholder(tags[i])) continue;
-      const bool isBehindGap = i > 0 && isPlaceholder(tags[i - 1]);
-      words.push_back(tags[i] + (isBehindGap ? " = " + std::to_string(i) : ""));
-    }
-    return words;
-  }
-
-  static std::string tagTable(std::vector<std::string> tags) {
-    if (tags.empty()) return {};
-    for (std::string& tag : tags) tag = "\"" + tag + "\"";
-    return "constexpr const char* kTagNames[] = {\n" + wordLines(4, tags) + "};\n\n";
-  }
-
-  static std::string messageTable(const char* name, const std::vector<const Message*>& messages) {
-    if (messages.empty()) return {};
-    std::string lines = std::string("constexpr STPMessageEntry ") + name + "[] = {\n";
-    for (std::size_t i = 0; i < messages.size(); ++i) {
-      const Message& message = *messages[i];
-      const std::string tail = ", " + std::to_string(i) + ", " + hex(message.entryFlags) + "},";
-      const std::string head = "{\"" + message.name + "\",";
-      const std::vector<std::string> pieces = formatPieces(message.format);
-      const std::string whole = head + " " + pieces.back() + tail;
-      if (pieces.size() == 1 && fitsLine(4, whole)) {
-        lines += codeLine(4, whole);
-        continue;
-      }
-      lines += codeLine(4, head);
-      for (std::size_t k = 0; k < pieces.size(); ++k)
-        lines += codeLine(5, pieces[k] + (k + 1 == pieces.size() ? tail : ""));
-    }
-    return lines + "};\n\n";
   }
 
   std::string traceSend(const Message& message) const {
@@ -322,7 +244,7 @@ class SideEmitter {
                                                  withCommon(message, false), " {")},
                          {"name", message.name},
                          {"trace", traceSend(message)},
-                         {"flags", hex(message.packetFlags)},
+                         {"flags", hexNumber(message.packetFlags)},
                          {"write", writeFields(message.fields, "packet", 2)}});
   }
 
@@ -337,7 +259,7 @@ class SideEmitter {
                          {"clear", clearReply(message, 2)},
                          {"name", message.name},
                          {"trace", traceSend(message)},
-                         {"flags", hex(message.packetFlags)},
+                         {"flags", hexNumber(message.packetFlags)},
                          {"write", writeFields(message.fields, "packet", 2)},
                          {"read", read}});
   }

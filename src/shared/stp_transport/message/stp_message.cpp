@@ -30,10 +30,19 @@ STPMessage::STPMessage() : STPMessage(STP_HEADER_SIZE + kInitialPayload) {
 STPMessage::STPMessage(std::int64_t capacity) : STPBuffer(capacity) {}
 
 void STPMessage::putString(std::int32_t tag, const char* text) {
+  if (text) {
+    putText(tag, text);
+    return;
+  }
   writeField(tag, STP_FIELD_STRING);
-  const std::size_t length = text ? std::strlen(text) + 1 : 0;
+  writeU32(0);
+}
+
+void STPMessage::putText(std::int32_t tag, std::string_view text) {
+  writeField(tag, STP_FIELD_STRING);
+  const std::size_t length = text.size() + 1;
   writeU32(static_cast<std::uint32_t>(length));
-  writeBytes(text, static_cast<std::int64_t>(length));
+  writeBytes(text.data(), static_cast<std::int64_t>(length));
 }
 
 void STPMessage::putU8(std::int32_t tag, std::uint8_t value) {
@@ -95,6 +104,12 @@ void STPMessage::putArrayData(std::int32_t tag, const void* elements, std::int32
   beginArray(tag, mark);
   writeElements(elements, count, elementSize);
   endArray(mark);
+}
+
+void STPMessage::dropFields() {
+  const std::int64_t used = cursorOffset() - STP_HEADER_SIZE;
+  setCursor(STP_HEADER_SIZE);
+  std::memset(cursor_, 0, static_cast<std::size_t>(used));
 }
 
 void STPMessage::finishMessage(std::uint32_t sequence) {

@@ -26,6 +26,8 @@ class STPMessage : public STPBuffer {
 
   // --- Binary form: each appends one field at the cursor. Tags are the writer's own. ---
   void putString(std::int32_t tag, const char* text);  ///< null and empty differ on the wire
+  /// The same for a text whose length is known; its closing zero stands behind it.
+  void putText(std::int32_t tag, std::string_view text);
   void putU8(std::int32_t tag, std::uint8_t value);
   void putU16(std::int32_t tag, std::uint16_t value);
   void putU32(std::int32_t tag, std::uint32_t value);
@@ -55,6 +57,9 @@ class STPMessage : public STPBuffer {
   void writeString(const char* text, const char* name = nullptr);  ///< escaped; null is "null "
   void writeWord(const char* text, const char* name = nullptr);    ///< no quoting
   void writeQuoted(const char* text, const char* name = nullptr);  ///< no escaping
+
+  /// Takes back all fields that were put into a message of one's own.
+  void dropFields();
 
   /// Closes the message under a sequence number: end word, sizes, and the header words over the
   /// first bytes of the storage. Called once; the cursor stays behind the end word.

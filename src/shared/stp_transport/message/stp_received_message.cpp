@@ -107,15 +107,22 @@ gen_text STPReceivedMessage::getString(std::int32_t tag) {
 }
 
 const char* STPReceivedMessage::getStringView(std::int32_t tag) {
+  const std::string_view text = getText(tag);
+  const char* end = text.data() + text.size();
+  if (!text.data() || end < textCursor()) return text.data();
+  // The next field may begin right behind the characters, so that there is no place for a zero.
+  closed_.emplace_front(text);
+  return closed_.front().c_str();
+}
+
+std::string_view STPReceivedMessage::getText(std::int32_t tag) {
   findField(tag);
-  const std::int64_t length = readStringLength();
-  if (length == 0) return nullptr;
+  const auto length = static_cast<std::size_t>(readStringLength());
+  if (length == 0) return {};
   const char* text = textCursor();
   cursor_ += length;
-  if (std::memchr(text, 0, static_cast<std::size_t>(length))) return text;
-  // The next field may begin right behind the characters, so that there is no place for a zero.
-  closed_.emplace_front(text, static_cast<std::size_t>(length));
-  return closed_.front().c_str();
+  const void* zero = std::memchr(text, 0, length);
+  return {text, zero ? static_cast<std::size_t>(static_cast<const char*>(zero) - text) : length};
 }
 
 void STPReceivedMessage::enterStruct(std::int32_t tag, Range& saved) {
@@ -131,17 +138,27 @@ void STPReceivedMessage::leaveStruct(const Range& saved) {
 }
 
 void* STPReceivedMessage::getArrayAlloc(std::int32_t tag, std::int32_t& count, int elementSize) {
+  unsigned char* elements = nullptr;
+  readCounted(tag, elementSize, [&](std::size_t number) {
+    count = static_cast<std::int32_t>(number);
+    elements =
+        static_cast<unsigned char*>(gen_alloc(number, static_cast<std::size_t>(elementSize)));
+    return elements;
+  });
+  return elements;
+}
+
+void STPReceivedMessage::readCounted(
+    std::int32_t tag, int elementSize,
+    const std::function<unsigned char*(std::size_t count)>& allocate) {
   Range saved;
   enterStruct(tag, saved);
   const std::int64_t announced = readU32();
   const std::int64_t held = isElementSize(elementSize) ? remaining() / elementSize : 0;
-  count = static_cast<std::int32_t>(std::min(announced, held));
-  void* elements =
-      gen_alloc(static_cast<std::size_t>(count), static_cast<std::size_t>(elementSize));
-  readElements(static_cast<unsigned char*>(elements), count, elementSize);
+  const std::int64_t count = std::min(announced, held);
+  readElements(allocate(static_cast<std::size_t>(count)), count, elementSize);
   if (announced > held) cursor_ = limit_;
   leaveStruct(saved);
-  return elements;
 }
 
 void STPReceivedMessage::getArray(std::int32_t tag, void* elements, std::int32_t count,

@@ -11,7 +11,9 @@
 
 #include <cstdint>
 #include <forward_list>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "indgen/memory.h"
@@ -47,6 +49,8 @@ class STPReceivedMessage : public STPMessage {
   /// The characters inside the message, zero-closed, valid while the message lives; null for a null
   /// string or a missing field. Stored characters that have no zero among them are copied.
   const char* getStringView(std::int32_t tag);
+  /// The same up to the first zero, with or without one; its data is null where that gives null.
+  std::string_view getText(std::int32_t tag);
   /// Makes the value of a struct or array field the range of the following reads; an absent field
   /// gives an empty range.
   void enterStruct(std::int32_t tag, Range& saved);
@@ -55,6 +59,14 @@ class STPReceivedMessage : public STPMessage {
   /// are none. `count` receives how many there are, never more than the payload holds. Elements are
   /// of 1, 2, 4 or 8 bytes; an array of any other size reads as empty.
   void* getArrayAlloc(std::int32_t tag, std::int32_t& count, int elementSize);
+  /// The same as a vector of numbers.
+  template <class T>
+  void getArray(std::int32_t tag, std::vector<T>& elements) {
+    readCounted(tag, sizeof(T), [&elements](std::size_t count) {
+      elements.resize(count);
+      return reinterpret_cast<unsigned char*>(elements.data());
+    });
+  }
   /// Reads up to `count` elements of an array field without a count; what isn't there is zero.
   void getArray(std::int32_t tag, void* elements, std::int32_t count, int elementSize);
   /// A count field, read before the pointer array that it counts.
@@ -122,6 +134,9 @@ class STPReceivedMessage : public STPMessage {
   Field stepOver();
   /// Whether the field whose word ends at `offset` is part of an array that has been entered.
   bool isEntered(std::int64_t offset) const;
+  /// Reads an array field with a count to where `allocate` makes room for that many elements.
+  void readCounted(std::int32_t tag, int elementSize,
+                   const std::function<unsigned char*(std::size_t count)>& allocate);
   void readElements(unsigned char* elements, std::int64_t count, int elementSize);
   std::uint64_t readPair();
   /// Length of the string at the cursor, with the cursor on its characters; 0 for a null string and
