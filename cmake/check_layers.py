@@ -24,6 +24,8 @@ ROOMS["src/services/hublink"] = [room for room in ROOMS if room != "src/shared/h
 ROOMS["src/tools"] = [room for room in ROOMS if room != "src/services/hublink"]
 ANYTHING = ["examples", "tests", "bench", "fuzz", "simulation"]
 SYSTEM_ROOM = "src/platform/posix"
+# Programs that show what lies around a plugin.
+AUTHORS_ROOM = "examples/loops"
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 # Headers of the libraries that surround the product, by prefix.
@@ -55,7 +57,7 @@ def check(path):
         place = f"{path}:{number}: "
         if kind == "<":
             system = ("." in name or "/" in name) and not name.startswith(LIBRARIES)
-            if system and not path.as_posix().startswith(SYSTEM_ROOM + "/"):
+            if system and not path.as_posix().startswith((SYSTEM_ROOM + "/", AUTHORS_ROOM + "/")):
                 yield f"{place}system header <{name}> outside {SYSTEM_ROOM}"
             continue
         target = resolve(name, path)
