@@ -143,7 +143,9 @@ bool isBlock(const Field& field) {
 // A member of a dataclass.
 std::string member(const Field& field, const std::string& outer) {
   const std::string name = fieldName(field, kLanguage);
-  if (const Field* list = field.list())
+  const Field* list = field.list();
+  if (list && list->scalar == Scalar::u1) return codeLine(4, name + ": bytes = b\"\"");
+  if (list)
     return codeLine(4, name + ": typing.List[" + scalarType(*list) + "] = " + factory("list"));
   if (isBlock(field)) {
     const std::string type = blockType(outer, field);

@@ -139,13 +139,16 @@ class Reader:
                 return True
         return False
 
-    def u1(self, tag: int) -> bool:
+    def byte(self, tag: int) -> int:
         self._find(tag)
         if self._cursor >= self._limit:
             self._cursor = self._limit
-            return False
+            return 0
         self._cursor += 1
-        return self._data[self._cursor - 1] != 0
+        return self._data[self._cursor - 1]
+
+    def u1(self, tag: int) -> bool:
+        return self.byte(tag) != 0
 
     def u2(self, tag: int) -> int:
         self._find(tag)
@@ -275,7 +278,7 @@ class Reader:
         return number, data
 
     def has(self, tag: int) -> bool:
-        """Whether the field is there. The reading begins anew."""
+        """Whether the message has the field; the reading begins anew."""
         found = self._find(tag)
         self._start = self._cursor = 0
         return found

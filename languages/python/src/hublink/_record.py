@@ -260,6 +260,7 @@ class Record:
         self.flags = 0
         self.tags: Dict[bytes, int] = {}                 # those of this side's names
         self.messages: Dict[bytes, MessageEntry] = {}    # all that it takes
+        self.lists_messages = False  # else it takes what this side knows, by this side's numbers
         self._extra_bytes = 0
         self._extras = 0
 
@@ -281,6 +282,7 @@ class Record:
         if reader.find(b"tags"):
             self._take_tags(reader, tag_names)
         if reader.find(b"msgs"):
+            self.lists_messages = True
             self._take_messages(reader, message_names)
 
     def _take_tags(self, reader: AsciiReader, names: Sequence[bytes]) -> None:

@@ -24,8 +24,10 @@ _CLASSES = {"u1": 0x21, "u2": 0x22, "u4": 0x24, "u8": 0x28, "f4": 0x34, "f8": 0x
 _SIZES = {"u1": 1, "u2": 2, "u4": 4, "u8": 8, "f4": 4, "f8": 8}
 _FORMATS = {"u1": "?", "u2": "H", "u4": "i", "u8": "Q", "f4": "f", "f8": "Q"}
 _PADDED = {"u1": "?3x", "u2": "H2x"}
+_PADDED_ELEMENTS = {"u1": "B3x", "u2": "H2x"}
 _STRING, _STRUCT, _ARRAY = 0x10, 0x40, 0x50
 _ZEROS = (bytes(4), bytes(3), bytes(2), bytes(1))  # the zero of a text and what fills its word
+_PACKED = struct.Struct("<3I")
 _COUNT = COUNT_TAG << 8 | 0x24
 _ELEMENT = ELEMENT_TAG << 8
 
@@ -55,7 +57,7 @@ class Count(NamedTuple):
 
 
 class Elements(NamedTuple):
-    """An array whose elements are fields of their own."""
+    """An array whose elements are fields of their own; one of u1 is bytes."""
 
     name: str
     type: str
@@ -63,7 +65,7 @@ class Elements(NamedTuple):
 
 
 class Packed(NamedTuple):
-    """An array of bare numbers."""
+    """An array of bare numbers; one of u1 is bytes."""
 
     name: str
     tag: int
@@ -119,13 +121,27 @@ def _encoded(text: Any, nullable: bool, path: bool) -> Optional[bytes]:
     if text is None and nullable:
         return None
     if path:
-        text = os.fspath(text)
-        if text:  # the empty name stays empty
-            text = os.path.abspath(text)
+        text = _absolute(os.fspath(text))
     data: bytes = text.encode("utf-8", "surrogateescape")
     if 0 in data:
         raise ValueError
     return data
+
+
+def _absolute(path: str) -> str:
+    """As the C++ library makes it: cleaned, but for the `/` at the end; an empty name stays so."""
+    if not path:
+        return path
+    if not path.startswith("/"):
+        path = f"{os.getcwd()}/{path}"
+    kept: List[str] = []
+    for name in path.split("/"):
+        if name == ".." and kept and kept[-1] != "..":
+            kept.pop()
+        elif name not in ("", "."):
+            kept.append(name)
+    end = "/" if kept and path.endswith("/") else ""
+    return "/" + "/".join(kept) + end
 
 
 def _text_field(word: int, data: Optional[bytes]) -> Tuple[bytes, int]:
@@ -195,7 +211,7 @@ def _elements(item: Elements, values: Sequence[Any], out: List[bytes]) -> int:
                                      _encoded(value, item.nullable, item.type == "fn"))
             out.append(data)
         return fill
-    pack = struct.Struct("<I" + _PADDED.get(item.type, _FORMATS[item.type])).pack
+    pack = struct.Struct("<I" + _PADDED_ELEMENTS.get(item.type, _FORMATS[item.type])).pack
     word, convert = _ELEMENT | _CLASSES[item.type], _TO_WIRE.get(item.type)
     for value in values:
         out.append(pack(word, convert(value) if convert else value))
@@ -203,14 +219,26 @@ def _elements(item: Elements, values: Sequence[Any], out: List[bytes]) -> int:
     return fill
 
 
+def _bytes_of(values: Any) -> bytes:
+    if isinstance(values, (bytes, bytearray)):
+        return values
+    return bytes(memoryview(values))  # a number would be taken for a size
+
+
 def _packed(item: Packed, values: Sequence[Any], out: List[bytes]) -> int:
     convert = _TO_WIRE.get(item.type)
-    if convert:
-        values = [convert(value) for value in values]
-    data = struct.pack(f"<{len(values)}{_FORMATS[item.type]}", *values)
+    if item.type == "u1":
+        data = _bytes_of(values)
+    elif convert:
+        data = struct.pack(f"<{len(values)}Q", *(convert(value) for value in values))
+    else:
+        data = struct.pack(f"<{len(values)}{_FORMATS[item.type]}", *values)
     fill = -len(data) & 3
-    out.append(struct.pack("<3I", item.tag << 8 | _ARRAY, len(data) + 4, len(values)))
-    out.append(data + bytes(fill))
+    out.append(_PACKED.pack(item.tag << 8 | _ARRAY, len(data) + 4,
+                            len(data) // _SIZES[item.type]))
+    out.append(data)
+    if fill:
+        out.append(bytes(fill))
     return fill
 
 
@@ -321,17 +349,19 @@ def _get_elements(item: Union[Elements, Packed]) -> Callable[[Reader, int], Any]
         return Reader.text
     if texts:
         return lambda reader, tag: reader.text(tag) or ""
-    return {"u1": Reader.u1, "u2": Reader.u2, "u4": Reader.u4, "u8": Reader.u8,
+    return {"u1": Reader.byte, "u2": Reader.u2, "u4": Reader.u4, "u8": Reader.u8,
             "f4": Reader.f4, "f8": Reader.f8}[item.type]
 
 
-def _unpacked(item: Packed, number: int, data: bytes) -> List[Any]:
+def _unpacked(item: Packed, number: int, data: bytes) -> Any:
+    if item.type == "u1":
+        return data
     values: Sequence[Any] = struct.unpack(f"<{number}{_FORMATS[item.type]}", data)
     convert = _FROM_WIRE.get(item.type)
     return [convert(value) for value in values] if convert else list(values)
 
 
-def _cut(values: List[Any], count: int) -> List[Any]:
+def _cut(values: Any, count: int) -> Any:
     """What is announced and what has come: the lesser holds."""
     return values if len(values) <= count else values[:count]
 
@@ -409,13 +439,15 @@ class Decoder(Generic[T]):
     @staticmethod
     def _elements_getter(item: Elements) -> _Get:
         get = _get_elements(item)
-        name = item.name
+        name, are_bytes = item.name, item.type == "u1"
 
         def get_array(reader: Reader, counts: List[Any]) -> Any:
             count = dict(counts)[name]
             held, saved = reader.enter_elements(count)
-            values = [get(reader, ELEMENT_TAG) for _ in range(held)]
+            values: Any = [get(reader, ELEMENT_TAG) for _ in range(held)]
             reader.leave(saved)
+            if are_bytes:
+                values = bytes(values)
             return _cut(values, count.value)
         return get_array
 

@@ -16,7 +16,7 @@ from typing import (Any, Awaitable, ClassVar, Dict, Generic, List, Optional, Seq
                     TYPE_CHECKING, TypeVar, Union)
 
 from . import _wire
-from ._record import Record, make_formats, make_record
+from ._record import MessageEntry, Record, make_formats, make_record
 from ._wire import END_WORD, Header
 from .codec import (Block, Count, Decoder, Elements, Layout, ListBlock, Packed, Scalar, Text)
 from .errors import CallTimedOut, LinkEnded, NotSupported, Refused, TooLarge
@@ -98,9 +98,13 @@ class _Peer:
         self.record = record
         self.tags = [record.tags.get(tag, -1) for tag in tables.tags]
         self.refusal = self.tags[tables.refusal] if tables.refusal >= 0 else -1
+        self.entries = dict(record.messages)
+        if not record.lists_messages:
+            for number, message in enumerate(sorted(tables.sent, key=lambda each: each.key)):
+                self.entries[message.key] = MessageEntry(message.key, number, message.entry_flags)
         self.numbers: Dict[str, int] = {}
         for message in tables.sent:
-            entry = record.messages.get(message.key)
+            entry = self.entries.get(message.key)
             if entry is not None and entry.id != _wire.NO_MESSAGE:
                 self.numbers[message.name] = entry.id
             elif record.flags & _wire.TAKES_UNLISTED:
@@ -112,6 +116,16 @@ class _Peer:
         if decoder is None:
             decoder = self._decoders[id(layout)] = Decoder(layout, self.tags)
         return decoder
+
+    def reply_of(self, message: "TwoWay[M, R]", payload: bytes) -> R:
+        """Reads a response; raises Refused if it is a refusal."""
+        if self.refusal >= 0:
+            reader = Reader(payload)
+            if reader.has(self.refusal):
+                raise Refused(reader.text(self.refusal) or "")
+        assert message.reply is not None
+        reply: R = self.decoder(message.reply)(payload)
+        return reply
 
 
 # Many links mostly lead to a few kinds of peers.
@@ -188,7 +202,7 @@ class Side(abc.ABC):
         """Whether the other side takes a message of this name; False before :meth:`ready`."""
         if self._peer is None:
             return False
-        entry = self._peer.record.messages.get(message.encode())
+        entry = self._peer.entries.get(message.encode())
         return entry is not None and entry.id != _wire.NO_MESSAGE
 
     def knows_field(self, field: str) -> bool:
@@ -269,20 +283,10 @@ class Side(abc.ABC):
             if timeout is not None:
                 timeout = max(0.0, begin + timeout - endpoint.connection.loop.time())
         peer = self._peer
-        assert peer is not None and message.reply is not None
+        assert peer is not None
         number = self._number(peer, message)
-        answer = await endpoint.call(number, message.packet_flags, payload, timeout)
-        if peer.refusal >= 0:
-            self._check_refusal(peer.refusal, answer)
-        reply: R = peer.decoder(message.reply)(answer)
-        return reply
-
-    @staticmethod
-    def _check_refusal(tag: int, answer: bytes) -> None:
-        if len(answer) < 12 or int.from_bytes(answer[1:4], "little") != tag:
-            return  # a refusal is the only field of its response
-        text = Reader(answer).text(tag)
-        raise Refused(text or "")
+        return peer.reply_of(message, await endpoint.call(number, message.packet_flags, payload,
+                                                          timeout))
 
     # --- What the endpoint hands over ---
 
