@@ -1,7 +1,7 @@
 """One end of a path between two programs, in Python: `end.py PATH driver|far ADDRESS`.
 
-It says "ready", and the driver then does what standard input asks for, line by line. What carries the
-messages is the module of the path; what is sent and timed is the same for all, and the same as
+It says "ready", and the driver then does what standard input asks for, line by line. What carries
+the messages is the module of the path; what is sent and timed is the same for all, and the same as
 end.mjs does for Node, which tells what a path is.
 """
 
