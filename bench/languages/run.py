@@ -18,6 +18,8 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
+BIN = TOP / "build/release/bin"
+MADE = TOP / "build/bench_languages"  # what stpc and tsc write
 SMALL, LARGE = 64, 65536
 # What a run of each path takes, and what it is at first.
 SECONDS = 0.4
@@ -59,9 +61,9 @@ class Brokers:
 
     def hub(self):
         zone = f"bench{os.getpid()}"
-        self.start(TOP / "build/release/bin/hublinkctl", "--zone", zone, "start", "--stay",
+        self.start(BIN / "hublinkctl", "--zone", zone, "start", "--stay",
                    stdout=subprocess.DEVNULL)
-        self.wait_for(TOP / "build/release/bin/hublinkctl", "--zone", zone, "find")
+        self.wait_for(BIN / "hublinkctl", "--zone", zone, "find")
         return zone
 
     def dbus(self):
@@ -123,7 +125,7 @@ class Path:
     def end(self, stack, role, address):
         command = (["node", HERE / "node/end.mjs"] if self.language == "Node" else
                    ["/usr/bin/python3", "-B", HERE / "python/end.py"])
-        environment = dict(os.environ, PYTHONPATH=str(TOP / "languages/python/src"))
+        environment = dict(os.environ, PYTHONPATH=f"{TOP / 'languages/python/src'}:{MADE}")
         process = running(stack, [*map(str, command), self.module, role, address], text=True,
                           env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         if process.stdout.readline() != "ready\n":
@@ -190,6 +192,13 @@ def print_table(paths, runs):
                 print(line)
 
 
+def make_interfaces():
+    MADE.mkdir(parents=True, exist_ok=True)
+    for language in ("python",):
+        subprocess.run([BIN / "stpc", HERE / "bench.stp", "--language", language, "--output", MADE],
+                       check=True)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--runs", type=int, default=7)
@@ -198,6 +207,7 @@ def main():
     parser.add_argument("--only", default="", help="a part of the names of the paths to measure")
     parser.add_argument("--json", help="a file for all values")
     options = parser.parse_args()
+    make_interfaces()
     seconds, runs = (0.05, 1) if options.quick else (SECONDS, options.runs)
     with contextlib.ExitStack() as stack:
         directory = stack.enter_context(tempfile.TemporaryDirectory())
