@@ -4,6 +4,7 @@ import asyncio
 import atexit
 import contextlib
 import importlib.util
+import itertools
 import os
 import pathlib
 import shutil
@@ -72,6 +73,7 @@ class HubTest(unittest.IsolatedAsyncioTestCase):
         before = os.environ.get("TMP")
         os.environ["TMP"] = scratch.name
         self.addCleanup(self.restore, before)
+        self.numbers = itertools.count()
         self.hub = program("HUBLINK_HUB", "hublink")
         self.choice = hublink.HubChoice(zone="test", program=self.hub)
         self.addAsyncCleanup(self.end_hub)
@@ -106,8 +108,9 @@ class HubTest(unittest.IsolatedAsyncioTestCase):
         options.setdefault("choice", self.choice)
         return await self.stack.enter_async_context(hublink.connect(**options))
 
-    async def linked(self, connected=None, name="Test"):
+    async def linked(self, connected=None):
         """A requester's link and the provider's, of two plugins."""
+        name = f"Test {next(self.numbers)}"
         provider, requester = await self.plugin(), await self.plugin()
         links = asyncio.Queue()
 
