@@ -1,5 +1,5 @@
-# What an installation holds, in two components: `runtime`, the hub and its tools, and `devel`, what
-# plugins are built with. No installed file knows where it was built or will lie, so the tree can be
+# What an installation holds, in three components: `runtime`, the hub and its tools, `devel`, what
+# plugins are built with, and `python`, the library for those in Python. No installed file knows where it was built or will lie, so the tree can be
 # moved as a whole.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -66,6 +66,11 @@ set(external examples/external)
 install(FILES ${external}/CMakeLists.txt ${external}/Makefile ${external}/converter.stp
               ${external}/provider.cpp ${external}/requester.cpp
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/${external} COMPONENT devel)
+
+# --- For plugins in Python ---
+
+install(DIRECTORY languages/python/src/hublink DESTINATION lib/python3/dist-packages
+        COMPONENT python PATTERN __pycache__ EXCLUDE)
 
 # --- For the shell and man ---
 

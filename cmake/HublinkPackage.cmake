@@ -1,8 +1,8 @@
-# The Debian packages `hublink` and `hublink-dev`, made by cpack of the two components.
+# The Debian packages `hublink`, `hublink-dev` and `python3-hublink`, made by cpack of the components.
 option(HUBLINK_DEBIAN "Install what Debian wants of a package" OFF)
 
 if(HUBLINK_DEBIAN)
-  foreach(component_and_package runtime:hublink devel:hublink-dev)
+  foreach(component_and_package runtime:hublink devel:hublink-dev python:python3-hublink)
     string(REPLACE ":" ";" component_and_package ${component_and_package})
     list(GET component_and_package 0 component)
     list(GET component_and_package 1 package)
@@ -18,7 +18,7 @@ set(CPACK_PACKAGE_NAME hublink)
 set(CPACK_PACKAGE_CONTACT "Hublink developers <developers@hublink.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime devel)
+set(CPACK_COMPONENTS_ALL runtime devel python)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
                                                 GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -46,5 +46,20 @@ support for CMake and pkg-config, and examples.
 .
 stpc compiles the description of an interface to a class for each of its
 sides.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-hublink)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS hublink)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS hublink-dev)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    ${CMAKE_SOURCE_DIR}/packaging/python3-hublink/postinst
+    ${CMAKE_SOURCE_DIR}/packaging/python3-hublink/prerm)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "plugins of a hub in Python
+The plugin side of Hublink for Python programs, on asyncio or blocking: find
+or start the hub, provide services and ask for those of others.
+.
+stpc, in hublink-dev, compiles interfaces for it.")
 
 include(CPack)

@@ -6,7 +6,7 @@
 set -euo pipefail
 packages=$1
 source_tree=$2
-names=(hublink hublink-dev)
+names=(hublink hublink-dev python3-hublink)
 root=()
 [ "$(id -u)" = 0 ] || root=(sudo)
 scratch=$(mktemp -d)
@@ -99,6 +99,26 @@ the provider has served 2 requests
 TEXT
 }
 
+# Converts by the provider that the hub has started, in Python.
+test_python() {
+  stpc /usr/share/doc/hublink/examples/external/converter.stp --language python --output "$scratch"
+  cat >"$scratch/convert.py" <<'PYTHON'
+import asyncio
+import hublink
+from converter import ConverterRequester, ToFahrenheit
+
+async def main():
+    async with await hublink.connect() as plugin:
+        converter = ConverterRequester(await plugin.request("Converter"))
+        reply = await converter.to_fahrenheit(ToFahrenheit(celsius=-40))
+        print(f"-40 C are {reply.fahrenheit:g} F")
+
+asyncio.run(main())
+PYTHON
+  grep -qx -- '-40 C are -40 F' <(/usr/bin/python3 "$scratch/convert.py") ||
+    fail "a plugin in Python isn't served"
+}
+
 test_examples() {
   local examples=/usr/share/doc/hublink/examples
   cp -r "$examples/external" "$scratch/cmake"
@@ -112,6 +132,8 @@ test_examples() {
   start_hub
   test_plugins "$scratch/cmake/build"
   test_plugins "$scratch/make"
+  hublinkctl launch "$scratch/make/converter_provider" >/dev/null
+  test_python
   hublinkctl launch "$scratch/make/converter_provider" >/dev/null
   grep -qx '100 C are 212 F' <("$scratch/cmake/build/converter_requester" 100) ||
     fail "a provider that the hub has started doesn't serve"

@@ -71,11 +71,29 @@ std::string withoutTrailingBlanks(std::string text) {
   return text;
 }
 
+// The lines of a comment, those of one paragraph as a single one. What is indented or a list stays
+// as it is.
+std::vector<std::string> paragraphsOf(const std::string& doc) {
+  const auto stands = [](const std::string& line) {
+    return line.empty() || line[0] == ' ' || line[0] == '-' || line[0] == '*';
+  };
+  std::vector<std::string> paragraphs;
+  bool mayGoOn = false;
+  for (const std::string& line : linesOf(doc)) {
+    if (mayGoOn && !stands(line))
+      paragraphs.back() += " " + line;
+    else
+      paragraphs.push_back(line);
+    mayGoOn = !stands(line);
+  }
+  return paragraphs;
+}
+
 // A comment of the catalogue as the inside of a docstring: no quote or backslash of it ends or
 // changes anything.
 std::vector<std::string> docLines(const std::string& doc, int indent) {
   std::vector<std::string> lines;
-  for (const std::string& line : linesOf(doc)) {
+  for (const std::string& line : paragraphsOf(doc)) {
     std::string safe;
     for (const char c : line) {
       if (c == '\\' || c == '"') safe += '\\';
