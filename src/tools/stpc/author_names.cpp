@@ -28,15 +28,14 @@ constexpr std::string_view kPythonWords[] = {
     "while",   "with",     "yield",    "self",   "match", "case",   "type"};
 
 constexpr std::string_view kTypeScriptWords[] = {
-    "abstract", "any",        "arguments", "as",        "async",      "await",       "boolean",
-    "break",    "case",       "catch",     "class",     "const",      "constructor", "continue",
-    "debugger", "declare",    "default",   "delete",    "do",         "else",        "enum",
-    "eval",     "export",     "extends",   "false",     "finally",    "for",         "function",
-    "if",       "implements", "import",    "in",        "instanceof", "interface",   "let",
-    "new",      "null",       "number",    "package",   "private",    "protected",   "public",
-    "return",   "static",     "string",    "super",     "switch",     "symbol",      "this",
-    "throw",    "true",       "try",       "typeof",    "undefined",  "var",         "void",
-    "while",    "with",       "yield",     "prototype", "then"};
+    "arguments",   "await",    "break",      "case",    "catch",     "class",      "const",
+    "constructor", "continue", "debugger",   "default", "delete",    "do",         "else",
+    "enum",        "eval",     "export",     "extends", "false",     "finally",    "for",
+    "function",    "if",       "implements", "import",  "in",        "instanceof", "interface",
+    "let",         "new",      "null",       "package", "private",   "protected",  "prototype",
+    "public",      "return",   "static",     "super",   "switch",    "then",       "this",
+    "throw",       "true",     "try",        "typeof",  "undefined", "var",        "void",
+    "while",       "with",     "yield"};
 
 constexpr std::string_view kNamespaces[] = {"std", "hublink"};
 
