@@ -83,10 +83,11 @@ Result<std::shared_ptr<HublinkLink>> findLink(HublinkPlugin& plugin, const Servi
   using Outcome = ServiceReply::Outcome;
   const Countdown countdown(milliseconds);
   ServiceReply reply = plugin.requestService(query, milliseconds);
-  for (int pause = kFirstPause; reply.outcome == Outcome::notFound && countdown.left() != 0;
+  for (int pause = kFirstPause; reply.outcome == Outcome::notFound;
        pause = std::min(2 * pause, kLongestPause)) {
-    plugin.serveUntil([] { return false; },
-                      milliseconds < 0 ? pause : std::min(pause, countdown.left()));
+    const int left = countdown.left();
+    plugin.serveUntil([] { return false; }, left < 0 ? pause : std::min(pause, left));
+    if (countdown.left() == 0) break;
     reply = plugin.requestService(query, countdown.left());
   }
   if (reply.link) return reply.link;
