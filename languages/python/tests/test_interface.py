@@ -104,7 +104,7 @@ class InterfaceTest(HubTest):
         return ends
 
     async def test_docs(self):
-        self.assertIn('Talk\nwith a \\ and "quotes".\n', talk.__doc__)
+        self.assertIn('Talk with a \\ and "quotes".\n', talk.__doc__)
         for documented in (talk.Down, talk.TalkAsker.down, talk.TalkTeller.on_down):
             self.assertEqual(documented.__doc__, "Goes down by one level.")
         self.assertRaises(TypeError, talk.TalkTeller, None)  # calls have to be answered

@@ -48,8 +48,8 @@ class PluginTest(HubTest):
     async def test_a_stranger_is_no_hub(self):
         me, nobody = os.geteuid(), 65534
         user = nobody if me == 0 else me  # only root can have a listener of somebody else's
-        listener = subprocess.Popen([sys.executable, "-c", LISTENER], stdout=subprocess.PIPE,
-                                    stdin=subprocess.PIPE, user=user if me == 0 else None)
+        listener = subprocess.Popen([sys.executable, "-c", LISTENER, str(user)],
+                                    stdout=subprocess.PIPE, stdin=subprocess.PIPE)
         self.addCleanup(listener.communicate)
         port = int(listener.stdout.readline())
         with unittest.mock.patch("os.geteuid", lambda: me if me == 0 else nobody):
@@ -241,7 +241,8 @@ class PluginTest(HubTest):
 
 
 LISTENER = """
-import socket, sys
+import os, socket, sys
+os.setuid(int(sys.argv[1]))
 listener = socket.create_server(("127.0.0.1", 0))
 print(listener.getsockname()[1], flush=True)
 sys.stdin.read()
