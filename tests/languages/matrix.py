@@ -1,29 +1,36 @@
 """The programs of all languages talk to each other through a hub, in two versions of an interface.
 
-    matrix.py BUILD TYPESCRIPT
+    matrix.py BUILD LANGUAGE...
 
-Each language has one program, a peer: it provides a service (`provider NAME`), or does as a requester
-(`requester -`) what standard input asks for, a line each: `run SERVICE` all kinds of messages and
-packets, `hold SERVICE` waits for the end of a link, `flood SERVICE MEGABYTES` sends them. It tells on
-standard output what has come of it. Here are the programs started, asked, held against what is
-expected, and killed.
+Each language (cpp, python, typescript) has one program, a peer: it provides a service
+(`provider NAME`), or does as a requester (`requester -`) what standard input asks for, a line each:
+`run SERVICE` all kinds of messages and a packet, `bulk SERVICE` many packets, `hold SERVICE` waits
+for the end of a link, `flood SERVICE MEGABYTES` and then `go` sends them. It tells on standard
+output what has come of it. Here the programs are started, asked, held against what is expected, and
+killed.
 """
 
 import contextlib
+import itertools
 import os
 import pathlib
 import queue
+import shlex
+import shutil
 import signal
 import subprocess
 import sys
 import tempfile
 import threading
 import time
+import zlib
 
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
-LANGUAGES = ("cpp", "python", "typescript")
 LIMIT = 40  # seconds for any one thing that is waited for
+PROMPT = 5  # and for what has no reason to wait, on a busy machine too
+FLOOD = 340  # MiB: more than the hub and the sender hold together
+CHECKSUM = zlib.adler32(bytes(FLOOD << 20))
 
 GIVEN = {
     "bit": "1", "half": "65535", "word": "-2147483648", "wide": "18446744073709551615",
@@ -60,9 +67,8 @@ def expected(requester, provider):
         'refused: not "today" €',
         "total: 500500 progress 10",
         "extra: " + ("known 42" if provider == 2 else "unknown not supported"),
-        "knows: " + ("added" if provider == 2 else "half"),
+        "knows: " + (("half", "added")[provider - 1] if provider == requester else ""),
         "packet: hello",
-        "bulk: intact",
         "done"]
     return lines if requester == 2 else lines[:5] + lines[6:]
 
@@ -121,13 +127,14 @@ class Peer:
 
 
 class Matrix:
-    def __init__(self, stack, build, typescript, directory):
+    def __init__(self, stack, build, languages, directory):
         self.stack = stack
         self.bin = build / "bin"
         self.modules = build / "tests/languages"
-        self.typescript = typescript
+        self.languages = languages
         self.directory = directory
-        self.hub_options = ["-hl_zone", f"matrix{os.getpid()}"]
+        self.log = directory / "hub.log"
+        self.zone = f"matrix{os.getpid()}"
         self.environment = dict(os.environ, TMP=str(directory), PYTHONDONTWRITEBYTECODE="1",
                                 PYTHONPATH=str(TOP / "languages/python/src"))
 
@@ -137,30 +144,119 @@ class Matrix:
                                self.modules / f"python_{version}"],
                     "typescript": ["/usr/bin/env", "node", HERE / "peer.mjs",
                                    self.modules / f"typescript_{version}"]}
-        return [*map(str, programs[language]), *arguments]
+        return [str(word) for word in (*programs[language], *arguments)]
 
     def peer(self, language, version, *arguments):
-        peer = Peer(self.stack, self.command(language, version, *arguments, *self.hub_options),
+        peer = Peer(self.stack, self.command(language, version, *arguments, "-hl_zone", self.zone),
                     self.environment)
         peer.expect("ready")
         return peer
 
     def start_hub(self):
-        """A hub that knows how to start the programs of Python and Node."""
+        """A hub that knows how to start each language's program, under a name of its own."""
         place = self.directory / "installed"
-        (place / "defaults/services").mkdir(parents=True)
-        (place / "hublink").symlink_to(self.bin / "hublink")
-        blocks = ""
-        for language in LANGUAGES:
-            program, *arguments = self.command(language, 1, "provider", f"launched {language}")
-            texts = " ".join('{ Arg = "%s" }' % text for text in arguments)
-            blocks += (f'{{ ExecName = "{program}" Arguments {{ {texts} }} '
-                       f'ServicesProvided {{ {{ ServiceName = "launched {language}" }} }} }}\n')
-        (place / "defaults/services/matrix.kvs").write_text(f"Services {{\n{blocks}}}\n")
+        services = place / "defaults/services"
+        services.mkdir(parents=True)
+        hub = shutil.copy(self.bin / "hublink", place)  # it looks beside itself
+        blocks = []
+        for language in self.languages:
+            # The hub's own arguments come first, which an interpreter would take for its.
+            program = place / f"launched-{language}"
+            command = shlex.join(self.command(language, 1, "provider", program.name))
+            program.write_text(f'#!/bin/sh\nexec {command} "$@"\n')
+            program.chmod(0o755)
+            blocks.append(f'{{ ExecName = "{program}" '
+                          f'ServicesProvided {{ {{ ServiceName = "{program.name}" }} }} }}\n')
+        (services / "matrix.kvs").write_text("Services {\n" + "".join(blocks) + "}\n")
+        keeper = Peer(self.stack, list(map(str, [
+            self.bin / "hublinkctl", "--zone", self.zone, "--hub", hub, "start", "--stay",
+            "--internal-log", self.log])), self.environment)
+        keeper.expect("started: yes")
+
+    # --- What is tested ---
+
+    def all_pairs(self):
+        """Each requester has all providers do all they can, one after the other."""
+        versions = [(language, version) for language in self.languages for version in (1, 2)]
+        self.providers = {key: self.peer(*key, "provider", f"{key[0]}-{key[1]}")
+                          for key in versions}
+        self.requesters = {key: self.peer(*key, "requester", "-") for key in versions}
+        for asking, requester in self.requesters.items():
+            for offering, provider in self.providers.items():
+                check((asking, offering), requester.answers(f"run {offering[0]}-{offering[1]}"),
+                      expected(asking[1], offering[1]))
+                provider.expect("ended")
+                if (asking[1], offering[1]) == (1, 1):
+                    check((asking, offering), requester.answers(f"bulk {offering[0]}-1"),
+                          ["bulk: intact", "done"])
+                    provider.expect("ended")
+
+    def launches(self):
+        for language in self.languages:
+            check(language, self.requesters["cpp", 1].answers(f"run launched-{language}"),
+                  expected(1, 1))
+
+    def neighbours(self):
+        """Each language, with another one."""
+        return zip(self.languages, self.languages[1:] + self.languages[:1])
+
+    def deaths(self):
+        """Who is killed is missed at once by the other side, long before any time-out."""
+        for mortal, other in self.neighbours():
+            provider = self.peer(mortal, 1, "provider", f"mortal-{mortal}")
+            requester = self.requesters[other, 2]
+            requester.ask(f"hold mortal-{mortal}")
+            requester.expect("held")
+            provider.end()
+            for line in ("ended", "call: link ended", "done"):
+                requester.expect(line, PROMPT)
+            requester = self.peer(mortal, 2, "requester", "-")
+            requester.ask(f"hold {other}-1")
+            requester.expect("held")
+            requester.end()
+            self.providers[other, 1].expect("ended", PROMPT)
+
+    def slow_readers(self):
+        """A provider stands still. When the hub holds as much for it as it may, the sender waits
+        and has no more memory than before; nothing is lost when the provider goes on."""
+        for sender, reader in self.neighbours():
+            requester, provider = self.requesters[sender, 1], self.providers[reader, 1]
+            requester.ask(f"flood {reader}-1 {FLOOD}")
+            requester.expect("flooding")
+            provider.signal(signal.SIGSTOP)
+            before, place = requester.resident(), self.log.stat().st_size
+            requester.ask("go")
+            self.await_log(place, "doesn't read: those who send to it wait")
+            grown = requester.resident() - before
+            provider.signal(signal.SIGCONT)
+            requester.expect("handed over")
+            lines = [requester.line(), requester.line()]
+            check((sender, reader), lines, [f"flooded: {CHECKSUM} of {FLOOD * 16}", "done"])
+            provider.expect("ended")
+            assert grown < 64 << 20, f"{sender} keeps {grown >> 20} MiB for {reader}"
+
+    def await_log(self, place, text):
+        end = time.monotonic() + LIMIT
+        while text not in self.log.read_text(errors="replace")[place:]:
+            assert time.monotonic() < end, f"the hub doesn't say that somebody {text}"
+            time.sleep(0.05)
+
+
+def check(what, lines, wanted):
+    if lines != wanted:
+        raise AssertionError(f"{what}:\n" + "\n".join(
+            f"  {a}\n  not {b}" for a, b in itertools.zip_longest(lines, wanted) if a != b))
 
 
 def main():
-    pass
+    build, *languages = sys.argv[1:]
+    with tempfile.TemporaryDirectory() as directory, contextlib.ExitStack() as stack:
+        matrix = Matrix(stack, pathlib.Path(build).resolve(), languages, pathlib.Path(directory))
+        matrix.start_hub()
+        for test in (matrix.all_pairs, matrix.launches, matrix.deaths, matrix.slow_readers):
+            begin = time.monotonic()
+            test()
+            print(f"{test.__name__}: {time.monotonic() - begin:.1f} s", flush=True)
 
 
 main()

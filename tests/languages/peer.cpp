@@ -22,9 +22,11 @@ struct Checksum {
   // Adler-32.
   void add(const unsigned char* bytes, std::size_t size) {
     for (std::size_t i = 0; i < size; ++i) {
-      low = (low + bytes[i]) % 65521;
-      high = (high + low) % 65521;
+      low += bytes[i];
+      high += low;
+      if (i % 4096 == 4095) low %= 65521, high %= 65521;
     }
+    low %= 65521, high %= 65521;
     ++packets;
   }
   std::string text() const {
@@ -222,11 +224,15 @@ void exchange(Requester& requester) {
       (requester.knowsField("half") ? "half" : ""));
 }
 
-// Everything on the same link: a packet to and fro, and many with a checksum.
-void sendPackets(HublinkLink& link) {
+// A packet to and fro, on the link that has an interface, too.
+void sendPacket(HublinkLink& link) {
   HublinkLink::Packet packet;
   sendText(link, "hello");
   if (link.receive(packet, 10000)) say("packet: " + std::string(packet.begin(), packet.end()));
+}
+
+void sendBulk(HublinkLink& link) {
+  HublinkLink::Packet packet;
   Checksum sum;
   std::vector<unsigned char> bytes(kBulkPacket);
   for (int i = 0; i < kBulkPackets; ++i) {
@@ -254,11 +260,12 @@ void provide(HublinkPlugin& plugin, const std::string& service) {
 
 // Sends `megabytes` in packets, which may have to wait for the receiver.
 void flood(HublinkLink& link, int megabytes) {
-  std::vector<unsigned char> bytes(kBulkPacket);
-  for (int i = 0; i < megabytes * 16; ++i) {
-    if (i == 16) say("flooding");
-    link.send(bytes.data(), bytes.size());
-  }
+  say("flooding");
+  std::string line;
+  std::getline(std::cin, line);
+  const std::vector<unsigned char> bytes(kBulkPacket);
+  for (int i = 0; i < megabytes * 16; ++i) link.send(bytes.data(), bytes.size());
+  say("handed over");
   sendText(link, "finish");
   HublinkLink::Packet packet;
   say(link.receive(packet, 60000) ? "flooded: " + std::string(packet.begin(), packet.end())
@@ -267,7 +274,7 @@ void flood(HublinkLink& link, int megabytes) {
 
 void request(HublinkPlugin& plugin) {
   say("ready");
-  for (std::string line; std::getline(std::cin, line); say("done")) {
+  for (std::string line; std::getline(std::cin, line); plugin.flush(), say("done")) {
     std::istringstream words(line);
     std::string what, service;
     words >> what >> service;
@@ -280,7 +287,9 @@ void request(HublinkPlugin& plugin) {
     const std::shared_ptr<HublinkLink> link = requester.link();
     if (what == "run") {
       exchange(requester);
-      sendPackets(*link);
+      sendPacket(*link);
+    } else if (what == "bulk") {
+      sendBulk(*link);
     } else if (what == "hold") {
       say(requester.total({}) ? "held" : "no answer");
       plugin.serveUntil([&] { return requester.ended; }, 30000);
@@ -289,6 +298,7 @@ void request(HublinkPlugin& plugin) {
     } else if (what == "flood") {
       int megabytes = 0;
       words >> megabytes;
+      if (!requester.total({})) say("no answer");
       flood(*link, megabytes);
     }
   }
