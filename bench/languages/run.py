@@ -193,10 +193,17 @@ def print_table(paths, runs):
 
 
 def make_interfaces():
-    MADE.mkdir(parents=True, exist_ok=True)
-    for language in ("python",):
+    library = TOP / "languages/typescript"
+    (MADE / "node_modules").mkdir(parents=True, exist_ok=True)
+    if not (MADE / "node_modules/hublink").exists():
+        (MADE / "node_modules/hublink").symlink_to(library)
+    (MADE / "package.json").write_text('{ "type": "module" }\n')
+    for language in ("python", "typescript"):
         subprocess.run([BIN / "stpc", HERE / "bench.stp", "--language", language, "--output", MADE],
                        check=True)
+    subprocess.run([library / "node_modules/.bin/tsc", "--target", "ES2022", "--module", "NodeNext",
+                    "--strict", "--skipLibCheck", "--types", "node", "--typeRoots",
+                    library / "node_modules/@types", MADE / "bench.ts"], check=True)
 
 
 def main():
