@@ -14,7 +14,7 @@ import {
   whyNoRecord,
 } from "./finder/record.js";
 import { startHub } from "./finder/start.js";
-import { Plugin } from "./plugin.js";
+import { Plugin, type ValueHandler } from "./plugin.js";
 
 const JOIN_TIMEOUT = 5_000;
 const START_TIMEOUT = 10_000;
@@ -51,6 +51,8 @@ export interface HubChoice {
    */
   timeout?: number | undefined;
   signal?: AbortSignal | undefined;
+  /** Answers questions of others about named values, from the first one on. */
+  onValue?: ValueHandler | undefined;
 }
 
 /** A hub by its port. */
@@ -63,6 +65,8 @@ export interface HubAddress {
   /** Milliseconds, 5 seconds unless told. A hub that isn't there yet is tried again so long. */
   timeout?: number | undefined;
   signal?: AbortSignal | undefined;
+  /** As in {@link HubChoice}. */
+  onValue?: ValueHandler | undefined;
 }
 
 function optionOf(argv: readonly string[], name: string): string | undefined {
@@ -86,19 +90,19 @@ async function join(place: Place, timeout: number): Promise<Plugin> {
     signal: place.signal,
   });
   const left = Math.max(0, timeout - (performance.now() - start));
-  return attach(reached, timeout < 0 ? timeout : left, place.signal, false);
+  return attach(reached, timeout < 0 ? timeout : left, place, false);
 }
 
 function attach(
   { transport, socket, readsItself }: Reached,
   timeout: number,
-  signal: AbortSignal | undefined,
+  { signal, onValue }: HubChoice,
   hasStarted: boolean,
 ): Promise<Plugin> {
   return Plugin.attach(
     transport,
     (connection) => transport.start(socket, connection, readsItself),
-    { timeout, signal },
+    { timeout, signal, onValue },
     hasStarted,
   );
 }
@@ -150,9 +154,12 @@ class Finder {
     const port = livePort(record);
     if (port === 0) return missing(this.whyNot(record.path, record.process));
     try {
-      const { anyUser, tcpOnly, signal } = this.choice;
+      const { anyUser, tcpOnly, signal, onValue } = this.choice;
       return await join(
-        { port, anyUser, tcpOnly, signal, process: record.process },
+        {
+          ...{ port, anyUser, tcpOnly, signal, onValue },
+          process: record.process,
+        },
         timeout,
       );
     } catch (error) {
@@ -214,7 +221,7 @@ class Finder {
       signal: choice.signal,
     });
     const left = Math.max(0, timeout - (performance.now() - start));
-    return attach(reached, left, choice.signal, true);
+    return attach(reached, left, choice, true);
   }
 }
 
@@ -230,11 +237,13 @@ const missing = (text: string): HublinkError =>
  */
 export async function connectToHub(choice: HubChoice = {}): Promise<Plugin> {
   const argv = choice.argv ?? process.argv.slice(2);
-  const { anyUser, tcpOnly, signal } = choice;
+  const { anyUser, tcpOnly, signal, onValue } = choice;
   const port = Number(optionOf(argv, "-hl_connect_hublink_port") ?? 0);
   if (Number.isInteger(port) && port > 0 && port <= 65535) {
     const timeout = choice.timeout ?? JOIN_TIMEOUT;
-    return connectToPort({ port, anyUser, tcpOnly, timeout, signal });
+    return connectToPort({
+      ...{ port, anyUser, tcpOnly, timeout, signal, onValue },
+    });
   }
   const finder = new Finder(
     choice,

@@ -66,7 +66,7 @@ export class Connection implements TransportListener {
   private readonly calls = new Map<number, OpenCall>();
   private holds = 0;
   private sendLimit = SEND_LIMIT;
-  private isFull = false;
+  private wasFull = false;
   private roomWaiters: RoomWaiter[] = [];
   private readonly putOff = new Set<Retrying>();
   private isRetryScheduled = false;
@@ -215,29 +215,29 @@ export class Connection implements TransportListener {
 
   setSendLimit(bytes: number): void {
     this.sendLimit = bytes;
-    this.isFull = false;
+    this.wasFull = false;
     this.roomCame();
   }
 
   /** Whether as much is queued as the limit allows, and half of it hasn't gone since. */
-  get full(): boolean {
+  isFull(): boolean {
     const waiting = this.transport.waiting;
-    if (this.isFull) {
-      if (waiting <= this.sendLimit / 2) this.isFull = false;
+    if (this.wasFull) {
+      if (waiting <= this.sendLimit / 2) this.wasFull = false;
     } else if (this.sendLimit > 0 && waiting >= this.sendLimit) {
-      this.isFull = true;
+      this.wasFull = true;
     }
-    return this.isFull;
+    return this.wasFull;
   }
 
   /** Fulfilled when there is room, or `isVain` says that nobody needs it any more. */
   room(isVain: () => boolean): Promise<void> {
-    if (!this.full || isVain()) return DONE;
+    if (!this.isFull() || isVain()) return DONE;
     return new Promise((resolve) => this.roomWaiters.push({ resolve, isVain }));
   }
 
   roomCame(): void {
-    if (this.roomWaiters.length > 0) this.tellRoom(!this.full);
+    if (this.roomWaiters.length > 0) this.tellRoom(!this.isFull());
   }
 
   /** Tells all who wait for room, or those who wait in vain. */

@@ -122,7 +122,9 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
     } catch (error) {
       return failed(error);
     }
-    return this.connection.full ? this.connection.room(() => !this.isUp) : DONE;
+    return this.connection.isFull()
+      ? this.connection.room(() => !this.isUp)
+      : DONE;
   }
 
   /**
@@ -130,9 +132,9 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
    * {@link room}.
    */
   trySend(bytes: Uint8Array | string): boolean {
-    if (this.isUp && this.connection.full) {
+    if (this.isUp && this.connection.isFull()) {
       this.connection.transport.flush();
-      if (this.connection.full) return false;
+      if (this.connection.isFull()) return false;
     }
     this.queue(bytes);
     return true;

@@ -152,12 +152,17 @@ export class Plugin implements LinkOwner {
   static async attach(
     transport: Transport,
     start: (plugin: Connection) => void,
-    options: { timeout: number; signal?: AbortSignal | undefined },
+    options: {
+      timeout: number;
+      signal?: AbortSignal | undefined;
+      onValue?: ValueHandler | undefined;
+    },
     hasStartedHub: boolean,
   ): Promise<Plugin> {
     let tellId!: (id: number) => void;
     const id = new Promise<number>((resolve) => (tellId = resolve));
     const plugin = new Plugin(transport, (value) => tellId(value));
+    plugin.onValue(options.onValue);
     start(plugin.connection);
     const waiting = plugin.questions.wait<number>(
       options,

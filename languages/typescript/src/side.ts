@@ -100,10 +100,7 @@ export abstract class Side<Handlers extends object> {
     private readonly handlers: Handlers,
   ) {
     this.connection = endpoint.connection;
-    this.peer = new PeerRecord(
-      table.tags,
-      table.sends.map((message) => message.name),
-    );
+    this.peer = new PeerRecord(table.tags, table.sends);
     this.refusedTag = table.tags.indexOf(REFUSED_TAG);
     this.heading = {
       source: endpoint.localRn,
@@ -142,7 +139,7 @@ export abstract class Side<Handlers extends object> {
    */
   knows(message: string): boolean {
     const index = this.table.sends.findIndex((sent) => sent.name === message);
-    return index >= 0 && this.peer.ids[index] !== NO_MESSAGE;
+    return this.isReady && index >= 0 && this.peer.ids[index] !== NO_MESSAGE;
   }
 
   /** The same for a field. */
@@ -168,7 +165,7 @@ export abstract class Side<Handlers extends object> {
     } catch (error) {
       return failed(error);
     }
-    return this.connection.full
+    return this.connection.isFull()
       ? this.connection.room(() => this.end !== undefined)
       : DONE;
   }

@@ -214,7 +214,8 @@ std::string blockFunctions(const std::vector<Field>& fields, const std::string& 
 
 std::string writeMethod(const std::string& name, const std::vector<Field>& fields,
                         const std::string& type) {
-  if (fields.empty()) return "    " + name + "(): void {},\n";
+  if (fields.empty())
+    return "    " + name + "(): void {\n      // There is nothing to write.\n    },\n";
   return tsSignature(4, name, {"out: hublink.Writer", "message: hublink.Sending<" + type + ">"},
                      ": void {") +
          writeStatements(fields, type, 6) + "    },\n";

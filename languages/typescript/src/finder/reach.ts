@@ -40,7 +40,7 @@ function connected(
     signal?.throwIfAborted();
     const socket = connectSocket({
       ...place,
-      // eslint-disable-next-line @typescript-eslint/no-misused-promises -- it gives no promise
+
       onread: transport.readOptions(),
     });
     socket.pause();

@@ -309,7 +309,9 @@ const messages = {
     entryFlags: 0x02,
     packetFlags: 0x02,
     handler: "onRequestLocation",
-    write(): void {},
+    write(): void {
+      // There is nothing to write.
+    },
     read(): RequestLocation {
       return {};
     },
@@ -401,7 +403,9 @@ const messages = {
     entryFlags: 0x02,
     packetFlags: 0x02,
     handler: "onRequestHublinkDisconnect",
-    write(): void {},
+    write(): void {
+      // There is nothing to write.
+    },
     read(): RequestHublinkDisconnect {
       return {};
     },
@@ -683,7 +687,9 @@ const messages = {
     entryFlags: 0x01,
     packetFlags: 0x01,
     handler: "onNumPersistentServices",
-    write(): void {},
+    write(): void {
+      // There is nothing to write.
+    },
     read(): NumPersistentServices {
       return {};
     },
@@ -1040,7 +1046,9 @@ const messages = {
     entryFlags: 0x02,
     packetFlags: 0x02,
     handler: "onStartLogging",
-    write(): void {},
+    write(): void {
+      // There is nothing to write.
+    },
     read(): StartLogging {
       return {};
     },

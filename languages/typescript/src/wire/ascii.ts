@@ -3,19 +3,19 @@
 // Every step stops at a zero character or the end of the text. The text is what the bytes are in
 // Latin-1, one character for each.
 
-const enum Char {
-  zero = 0,
-  blank = 32,
-  quote = 34,
-  open = 40,
-  close = 41,
-  colon = 58,
-  bracket = 91,
-  backslash = 92,
-  bracketEnd = 93,
-  brace = 123,
-  braceEnd = 125,
-}
+const Char = {
+  zero: 0,
+  blank: 32,
+  quote: 34,
+  open: 40,
+  close: 41,
+  colon: 58,
+  bracket: 91,
+  backslash: 92,
+  bracketEnd: 93,
+  brace: 123,
+  braceEnd: 125,
+} as const;
 
 const LARGEST = 0xffffffff;
 // A text can be made so that every value in it runs to its end; an honest one is stepped over about
@@ -77,7 +77,7 @@ export class AsciiReader {
   }
 
   /** The next `wanted`, or the end of the text. */
-  private findOrEnd(place: number, wanted: Char): number {
+  private findOrEnd(place: number, wanted: number): number {
     for (let char = this.at(place); char !== wanted && char !== Char.zero;)
       char = this.at(++place);
     return place;
@@ -101,7 +101,7 @@ export class AsciiReader {
   // From inside the innermost open bracket to where its next value begins.
   private nextInside(place: number, brackets: BracketStack): number {
     while (!brackets.isEmpty && this.at(place) !== Char.zero) {
-      let closing = Char.bracketEnd;
+      let closing: number = Char.bracketEnd;
       if (!brackets.inArray) {
         closing = Char.braceEnd;
         for (;;) {
@@ -112,7 +112,7 @@ export class AsciiReader {
           ++place;
         }
       }
-      if (this.at(place) !== (closing as number)) break;
+      if (this.at(place) !== closing) break;
       brackets.close();
       place = this.skipBlanks(place + 1);
     }
@@ -254,7 +254,7 @@ export class AsciiReader {
     return word;
   }
 
-  private step(bracket: Char): void {
+  private step(bracket: number): void {
     const place = this.skipBlanks(this.cursor);
     this.cursor = this.at(place) === bracket ? place + 1 : this.text.length;
   }

@@ -28,6 +28,9 @@ const hex = (value: number): string => `0x${value.toString(16)} `;
 const quoted = (text: string): string =>
   `"${text.replace(/[\\"\n]/g, (char) => `\\${char === "\n" ? "n" : char}`)}" `;
 
+/** A text whose characters stand for bytes. */
+const utf8 = (text: string): string => Buffer.from(text, "latin1").toString();
+
 export function writeRecord(own: OwnRecord): string {
   let text = `name:${own.side} vstamp:${quoted(own.vstamp)}flags:${hex(own.flags)}`;
   text += `tags:(${hex(own.tags.length)})[ `;
@@ -58,22 +61,26 @@ export class PeerRecord {
   readonly ids: Uint32Array;
   /** The flags with which the peer lists them. */
   readonly entryFlags: Uint32Array;
+  private readonly sends: readonly string[];
   private listed = false;
 
   constructor(
     private readonly tags: readonly string[],
-    private readonly sends: readonly string[],
+    sends: readonly { name: string; entryFlags: number }[],
   ) {
     this.tagMap = new Int32Array(tags.length).fill(-1);
-    this.ids = new Uint32Array(sends.length).fill(NO_MESSAGE);
-    this.entryFlags = new Uint32Array(sends.length);
+    this.sends = sends.map((message) => message.name);
+    // A peer that lists no messages takes all, by our own numbers.
+    this.ids = Uint32Array.from(sends, (_, index) => index);
+    this.entryFlags = Uint32Array.from(sends, (message) => message.entryFlags);
   }
 
   /** Takes a record in. `text` is in Latin-1. */
   take(text: string): void {
     const reader = new AsciiReader(text);
-    this.side = reader.word("name");
-    this.vstamp = reader.string("vstamp");
+    this.side = utf8(reader.word("name"));
+    const vstamp = reader.string("vstamp");
+    this.vstamp = vstamp === null ? null : utf8(vstamp);
     this.flags = reader.integer("flags");
     this.takeTags(reader);
     this.takeMessages(reader);
