@@ -77,32 +77,37 @@ const textOfError = (error: unknown): string =>
   error instanceof Error ? error.message : String(error);
 
 export abstract class Side<Handlers extends object> {
-  private readonly peer: PeerRecord;
-  private readonly connection: Connection;
-  private readonly heading: Heading;
-  private readonly refusedTag: number;
-  private isReady = false;
-  private end: HublinkError | undefined;
-  private pending: Pending[] = [];
-  private putOff: Incoming[] = [];
-  private readonly contexts: HandlerContext[] = [];
-  private readonly base: SideBase = {
-    packetCame: (packet) => this.packetCame(packet),
-    retry: () => this.retry(),
-    ended: (reason) => this.linkEnded(reason),
+  // Private to the language: the messages of an interface may be called like any of this.
+  readonly #table: SideTable;
+  readonly #handlers: Handlers;
+  readonly #peer: PeerRecord;
+  readonly #connection: Connection;
+  readonly #heading: Heading;
+  readonly #refusedTag: number;
+  #isReady = false;
+  #end: HublinkError | undefined;
+  #pending: Pending[] = [];
+  #putOff: Incoming[] = [];
+  readonly #contexts: HandlerContext[] = [];
+  readonly #base: SideBase = {
+    packetCame: (packet) => this.#packetCame(packet),
+    retry: () => this.#retry(),
+    ended: (reason) => this.#linkEnded(reason),
   };
   /** Plain functions that have given a promise before. */
-  private readonly slowHandlers = new Set<string>();
+  readonly #slowHandlers = new Set<string>();
 
   protected constructor(
     endpoint: Endpoint,
-    private readonly table: SideTable,
-    private readonly handlers: Handlers,
+    table: SideTable,
+    handlers: Handlers,
   ) {
-    this.connection = endpoint.connection;
-    this.peer = new PeerRecord(table.tags, table.sends);
-    this.refusedTag = table.tags.indexOf(REFUSED_TAG);
-    this.heading = {
+    this.#table = table;
+    this.#handlers = handlers;
+    this.#connection = endpoint.connection;
+    this.#peer = new PeerRecord(table.tags, table.sends);
+    this.#refusedTag = table.tags.indexOf(REFUSED_TAG);
+    this.#heading = {
       source: endpoint.localRn,
       destination: endpoint.remoteRn,
       type: 0,
@@ -113,11 +118,11 @@ export abstract class Side<Handlers extends object> {
       depth: 1,
     };
     if (!endpoint.isUp) {
-      this.end = endpoint.endReason();
+      this.#end = endpoint.endReason();
       return;
     }
-    this.sendRecord();
-    endpoint.attach(this.base);
+    this.#sendRecord();
+    endpoint.attach(this.#base);
   }
 
   /**
@@ -128,9 +133,9 @@ export abstract class Side<Handlers extends object> {
    */
   async ready(options: WaitOptions = {}): Promise<void> {
     options.signal?.throwIfAborted();
-    if (this.end) throw this.end;
-    if (this.isReady) return;
-    await this.whenReady(options, () => undefined);
+    if (this.#end) throw this.#end;
+    if (this.#isReady) return;
+    await this.#whenReady(options, () => undefined);
   }
 
   /**
@@ -138,14 +143,14 @@ export abstract class Side<Handlers extends object> {
    * (see {@link ready}).
    */
   knows(message: string): boolean {
-    const index = this.table.sends.findIndex((sent) => sent.name === message);
-    return this.isReady && index >= 0 && this.peer.ids[index] !== NO_MESSAGE;
+    const index = this.#table.sends.findIndex((sent) => sent.name === message);
+    return this.#isReady && index >= 0 && this.#peer.ids[index] !== NO_MESSAGE;
   }
 
   /** The same for a field. */
   knowsField(field: string): boolean {
-    const index = this.table.tags.indexOf(field);
-    return index >= 0 && this.peer.tagMap[index] !== -1;
+    const index = this.#table.tags.indexOf(field);
+    return index >= 0 && this.#peer.tagMap[index] !== -1;
   }
 
   // --- Sending ---
@@ -155,18 +160,18 @@ export abstract class Side<Handlers extends object> {
     fields: Sending<Message>,
   ): Promise<void> {
     try {
-      if (this.end) throw this.end;
-      if (!this.isReady) {
-        const sent = this.whenReady({}, () => this.queue(message, fields, 0));
+      if (this.#end) throw this.#end;
+      if (!this.#isReady) {
+        const sent = this.#whenReady({}, () => this.#queue(message, fields, 0));
         sent.catch(() => undefined);
         return sent;
       }
-      this.queue(message, fields, 0);
+      this.#queue(message, fields, 0);
     } catch (error) {
       return failed(error);
     }
-    return this.connection.isFull()
-      ? this.connection.room(() => this.end !== undefined)
+    return this.#connection.isFull()
+      ? this.#connection.room(() => this.#end !== undefined)
       : DONE;
   }
 
@@ -179,21 +184,21 @@ export abstract class Side<Handlers extends object> {
     const deadline = deadlineAfter(options.timeout ?? CALL_TIMEOUT);
     return new Promise<Reply>((resolve, reject) => {
       if (signal?.aborted) throw signal.reason;
-      if (this.end) throw this.end;
+      if (this.#end) throw this.#end;
       const begin = (): void =>
-        this.beginCall(message, fields, deadline, signal, resolve, reject);
-      if (this.isReady) {
+        this.#beginCall(message, fields, deadline, signal, resolve, reject);
+      if (this.#isReady) {
         begin();
         return;
       }
-      this.whenReady(
+      this.#whenReady(
         { timeout: deadline - performance.now(), signal },
         begin,
       ).catch(reject);
     });
   }
 
-  private beginCall<Message, Reply>(
+  #beginCall<Message, Reply>(
     message: TwoWay<Message, Reply>,
     fields: Sending<Message>,
     deadline: number,
@@ -201,10 +206,10 @@ export abstract class Side<Handlers extends object> {
     resolve: (reply: Reply) => void,
     reject: (reason: unknown) => void,
   ): void {
-    const { connection } = this;
-    const heading = { ...this.heading };
+    const connection = this.#connection;
+    const heading = { ...this.#heading };
     const context = connection.place(heading);
-    const sequence = this.queue(message, fields, 0, heading);
+    const sequence = this.#queue(message, fields, 0, heading);
     const onAbort = (): void => {
       connection.closeCall(call);
       reject(signal?.reason);
@@ -217,7 +222,7 @@ export abstract class Side<Handlers extends object> {
       deadline,
       answer: (packet) => {
         signal?.removeEventListener("abort", onAbort);
-        const refusal = this.readReply(message, packet, resolve);
+        const refusal = this.#readReply(message, packet, resolve);
         if (refusal !== null) reject(new HublinkError("refused", refusal));
       },
       fail: (reason) => {
@@ -236,45 +241,45 @@ export abstract class Side<Handlers extends object> {
   }
 
   /** The text of a refusal, or null. */
-  private readReply<Reply>(
+  #readReply<Reply>(
     message: { readReply(input: Reader): Reply },
     packet: Incoming,
     resolve: (reply: Reply) => void,
   ): string | null {
-    this.open(packet);
+    this.#open(packet);
     const reply = message.readReply(reader);
-    if (this.refusedTag >= 0 && this.peer.tagMap[this.refusedTag] !== -1) {
-      const refusal = reader.nullable(this.refusedTag);
+    if (this.#refusedTag >= 0 && this.#peer.tagMap[this.#refusedTag] !== -1) {
+      const refusal = reader.nullable(this.#refusedTag);
       if (refusal !== null) return refusal;
     }
     resolve(reply);
     return null;
   }
 
-  private open(packet: Incoming): Reader {
+  #open(packet: Incoming): Reader {
     const { bytes, view, base, payload, end } = packet;
-    return reader.open(bytes, view, base, payload, end, this.peer.tagMap);
+    return reader.open(bytes, view, base, payload, end, this.#peer.tagMap);
   }
 
   /** Queues a message; its sequence. */
-  private queue<Message>(
+  #queue<Message>(
     message: OneWay<Message>,
     fields: Sending<Message>,
     responseTo: number,
-    heading: Heading = this.heading,
+    heading: Heading = this.#heading,
   ): number {
-    const id = this.peer.ids[message.index] as number;
-    if (id === NO_MESSAGE && (this.peer.flags & TAKES_UNLISTED) === 0)
+    const id = this.#peer.ids[message.index] as number;
+    if (id === NO_MESSAGE && (this.#peer.flags & TAKES_UNLISTED) === 0)
       throw new HublinkError(
         "not supported",
         `the other side doesn't take ${message.name}`,
       );
-    if (heading === this.heading) this.connection.place(heading);
+    if (heading === this.#heading) this.#connection.place(heading);
     heading.type = PacketType.binary;
     heading.id = id;
     heading.flags = message.packetFlags;
     heading.responseTo = responseTo;
-    const { transport } = this.connection;
+    const { transport } = this.#connection;
     const out = transport.begin(heading);
     try {
       message.write(out, fields);
@@ -285,8 +290,8 @@ export abstract class Side<Handlers extends object> {
     }
   }
 
-  private put(heading: Heading, write: (out: Writer) => void): number {
-    const { transport } = this.connection;
+  #put(heading: Heading, write: (out: Writer) => void): number {
+    const { transport } = this.#connection;
     const out = transport.begin(heading);
     try {
       write(out);
@@ -297,17 +302,18 @@ export abstract class Side<Handlers extends object> {
     }
   }
 
-  private sendRecord(): void {
-    const { heading, table } = this;
-    this.connection.place(heading);
+  #sendRecord(): void {
+    const heading = this.#heading;
+    const table = this.#table;
+    this.#connection.place(heading);
     heading.type = PacketType.negotiation;
     heading.id = Negotiation.record;
     heading.flags = Flag.oneWay;
     heading.responseTo = 0;
-    this.put(heading, (out) => out.text(writeRecord(this.ownRecord(table))));
+    this.#put(heading, (out) => out.text(writeRecord(this.#ownRecord(table))));
   }
 
-  private ownRecord(table: SideTable): Parameters<typeof writeRecord>[0] {
+  #ownRecord(table: SideTable): Parameters<typeof writeRecord>[0] {
     return {
       ...table,
       receives: table.receives.map(({ name, format, entryFlags }) => ({
@@ -319,14 +325,14 @@ export abstract class Side<Handlers extends object> {
   }
 
   /** Runs something when the peer's record is there, behind what waits for it already. */
-  private whenReady(options: WaitOptions, run: () => void): Promise<void> {
+  #whenReady(options: WaitOptions, run: () => void): Promise<void> {
     const { signal } = options;
-    const { deadlines } = this.connection;
+    const { deadlines } = this.#connection;
     return new Promise((resolve, reject) => {
       const finish = (): void => {
         deadlines.remove(entry);
         signal?.removeEventListener("abort", onAbort);
-        this.pending = this.pending.filter((other) => other !== entry);
+        this.#pending = this.#pending.filter((other) => other !== entry);
       };
       const entry = {
         deadline: deadlineAfter(options.timeout ?? CALL_TIMEOUT),
@@ -354,7 +360,7 @@ export abstract class Side<Handlers extends object> {
         },
       };
       const onAbort = (): void => entry.fail(signal?.reason);
-      this.pending.push(entry);
+      this.#pending.push(entry);
       deadlines.add(entry);
       signal?.addEventListener("abort", onAbort, { once: true });
     });
@@ -362,86 +368,86 @@ export abstract class Side<Handlers extends object> {
 
   // --- Receiving ---
 
-  private packetCame(packet: Incoming): void {
+  #packetCame(packet: Incoming): void {
     switch (packet.type) {
       case PacketType.negotiation:
-        this.negotiationCame(packet);
+        this.#negotiationCame(packet);
         break;
       case PacketType.binary: {
-        const message = this.table.receives[packet.id];
+        const message = this.#table.receives[packet.id];
         const flags =
           packet.flags | ((message?.entryFlags ?? 0) & RECEIVER_FLAGS);
         if (
-          this.connection.canDeliver(
+          this.#connection.canDeliver(
             flags,
             packet.chain,
             packet.depth,
-            this.isBusy(),
+            this.#isBusy(),
           )
         ) {
-          this.handle(message, packet);
+          this.#handle(message, packet);
         } else {
-          this.putOff.push(packet.keep());
-          this.connection.notePutOff(this.base);
+          this.#putOff.push(packet.keep());
+          this.#connection.notePutOff(this.#base);
         }
         break;
       }
       default:
         // Nobody is to wait for an answer that never comes.
         if ((packet.flags & Flag.wantsResponse) !== 0)
-          this.respond(packet, () => undefined);
+          this.#respond(packet, () => undefined);
     }
   }
 
   /** Whether a handler runs that isn't waiting for the answer of a call. */
-  private isBusy(): boolean {
-    for (const context of this.contexts) {
+  #isBusy(): boolean {
+    for (const context of this.#contexts) {
       const isWaiting = context.isTracked
         ? context.openCalls > 0
-        : this.connection.untrackedCalls > 0;
+        : this.#connection.untrackedCalls > 0;
       if (!isWaiting) return true;
     }
     return false;
   }
 
-  private retry(): void {
-    const offered = this.putOff;
-    this.putOff = [];
-    for (const packet of offered) this.packetCame(packet);
+  #retry(): void {
+    const offered = this.#putOff;
+    this.#putOff = [];
+    for (const packet of offered) this.#packetCame(packet);
   }
 
-  private negotiationCame(packet: Incoming): void {
+  #negotiationCame(packet: Incoming): void {
     if (packet.id === Negotiation.record) {
-      this.peer.take(packet.text());
-      this.isReady = true;
-      const waiting = this.pending;
-      this.pending = [];
+      this.#peer.take(packet.text());
+      this.#isReady = true;
+      const waiting = this.#pending;
+      this.#pending = [];
       for (const entry of waiting) entry.run();
     } else if ((packet.flags & Flag.wantsResponse) !== 0) {
       const formats =
         packet.id === Negotiation.formatQuery
-          ? writeFormats(this.ownRecord(this.table))
+          ? writeFormats(this.#ownRecord(this.#table))
           : "";
-      this.respond(packet, (out) => out.text(formats));
+      this.#respond(packet, (out) => out.text(formats));
     }
   }
 
-  private handle(message: AnyMessage | undefined, packet: Incoming): void {
+  #handle(message: AnyMessage | undefined, packet: Incoming): void {
     const { sequence, chain, depth } = packet;
     const wantsResponse = (packet.flags & Flag.wantsResponse) !== 0;
     const call = wantsResponse ? { sequence, chain, depth } : undefined;
     if (message === undefined) {
-      if (call) this.respond(call, () => undefined);
+      if (call) this.#respond(call, () => undefined);
       return;
     }
-    const handler = (this.handlers as Record<string, Handler | undefined>)[
+    const handler = (this.#handlers as Record<string, Handler | undefined>)[
       message.handler
     ];
     if (handler === undefined) {
-      if (call) this.refuse(call, `${message.name} isn't handled`);
+      if (call) this.#refuse(call, `${message.name} isn't handled`);
       return;
     }
-    const fields: unknown = message.read(this.open(packet));
+    const fields: unknown = message.read(this.#open(packet));
     const context: HandlerContext = {
       chain,
       depth,
@@ -451,78 +457,78 @@ export abstract class Side<Handlers extends object> {
         depth !== 1 ||
         chain !== sequence ||
         handler.constructor === AsyncFunction ||
-        this.slowHandlers.has(message.handler),
+        this.#slowHandlers.has(message.handler),
       isOver: false,
     };
     let result: unknown;
     try {
-      result = runIn(context, () => handler.call(this.handlers, fields));
+      result = runIn(context, () => handler.call(this.#handlers, fields));
     } catch (error) {
       context.isOver = true;
-      this.handlerFailed(call, error);
+      this.#handlerFailed(call, error);
       return;
     }
     if (isPromise(result)) {
-      this.slowHandlers.add(message.handler);
-      this.await(result, context, message, call);
+      this.#slowHandlers.add(message.handler);
+      this.#await(result, context, message, call);
       return;
     }
     context.isOver = true;
-    if (call) this.reply(message, call, result);
+    if (call) this.#reply(message, call, result);
   }
 
-  private await(
+  #await(
     result: PromiseLike<unknown>,
     context: HandlerContext,
     message: AnyMessage,
     call: Call | undefined,
   ): void {
-    this.contexts.push(context);
-    ++this.connection.running;
+    this.#contexts.push(context);
+    ++this.#connection.running;
     const over = (): void => {
       context.isOver = true;
-      this.contexts.splice(this.contexts.indexOf(context), 1);
-      --this.connection.running;
-      this.connection.scheduleRetry();
+      this.#contexts.splice(this.#contexts.indexOf(context), 1);
+      --this.#connection.running;
+      this.#connection.scheduleRetry();
     };
     result.then(
       (value) => {
         over();
-        if (call) this.reply(message, call, value);
+        if (call) this.#reply(message, call, value);
       },
       (error: unknown) => {
         over();
-        this.handlerFailed(call, error);
+        this.#handlerFailed(call, error);
       },
     );
   }
 
-  private reply(message: AnyMessage, call: Call, reply: unknown): void {
+  #reply(message: AnyMessage, call: Call, reply: unknown): void {
     try {
-      this.respond(call, (out) => message.writeReply?.(out, reply ?? {}));
+      this.#respond(call, (out) => message.writeReply?.(out, reply ?? {}));
     } catch (error) {
-      this.handlerFailed(call, error);
+      this.#handlerFailed(call, error);
     }
   }
 
-  private handlerFailed(call: Call | undefined, error: unknown): void {
+  #handlerFailed(call: Call | undefined, error: unknown): void {
     const isMeant = error instanceof HublinkError && error.name === "Refused";
-    if (!isMeant) this.connection.onError(error);
-    if (call) this.refuse(call, textOfError(error));
+    if (!isMeant) this.#connection.onError(error);
+    if (call) this.#refuse(call, textOfError(error));
   }
 
-  private refuse(call: Call, why: string): void {
-    this.respond(call, (out) => {
-      if (this.refusedTag >= 0)
-        out.str(this.refusedTag, why.replaceAll("\0", ""));
+  #refuse(call: Call, why: string): void {
+    this.#respond(call, (out) => {
+      if (this.#refusedTag >= 0)
+        out.str(this.#refusedTag, why.replaceAll("\0", ""));
     });
   }
 
-  private respond(call: Call, write: (out: Writer) => void): void {
-    if (this.end || !this.connection.isUp) return;
-    this.put(
+  #respond(call: Call, write: (out: Writer) => void): void {
+    if (this.#end || !this.#connection.isUp) return;
+    this.#put(
       {
-        ...this.heading,
+        ...this.#heading,
         type: PacketType.response,
         id: PacketType.response,
         flags: 0,
@@ -534,10 +540,10 @@ export abstract class Side<Handlers extends object> {
     );
   }
 
-  private linkEnded(reason: HublinkError): void {
-    this.end = reason;
-    this.putOff = [];
-    for (const waiting of [...this.pending]) waiting.fail(reason);
+  #linkEnded(reason: HublinkError): void {
+    this.#end = reason;
+    this.#putOff = [];
+    for (const waiting of [...this.#pending]) waiting.fail(reason);
   }
 }
 
