@@ -126,6 +126,33 @@ class Peer:
         return int(pages) * 4096
 
 
+def compile_interfaces(build, languages):
+    """What stpc writes, and for Node tsc makes of it: `python_1/matrix.py`,
+    `typescript_2/matrix.js` and so on, beside which the package is found by its name."""
+    library = TOP / "languages/typescript"
+    made = build / "tests/languages"
+    sources = []
+    for language, version in itertools.product(("python", "typescript"), (1, 2)):
+        if language not in languages:
+            continue
+        folder = made / f"{language}_{version}"
+        folder.mkdir(parents=True, exist_ok=True)
+        subprocess.run([build / "bin/stpc", HERE / f"version_{version}/matrix.stp", "--language",
+                        language, "--output", folder], check=True)
+        if language == "typescript":
+            sources.append(folder / "matrix.ts")
+    if not sources:
+        return
+    assert (library / "dist/index.js").exists(), "languages/typescript isn't built"
+    (made / "package.json").write_text('{ "type": "module" }\n')
+    (made / "node_modules").mkdir(exist_ok=True)
+    if not (made / "node_modules/hublink").is_symlink():
+        (made / "node_modules/hublink").symlink_to(library)
+    subprocess.run([library / "node_modules/.bin/tsc", "--target", "ES2022", "--module", "NodeNext",
+                    "--strict", "--skipLibCheck", "--types", "node", "--typeRoots",
+                    library / "node_modules/@types", *sources], check=True)
+
+
 class Matrix:
     def __init__(self, stack, build, languages, directory):
         self.stack = stack
@@ -250,8 +277,12 @@ def check(what, lines, wanted):
 
 def main():
     build, *languages = sys.argv[1:]
+    build = pathlib.Path(build).resolve()
+    begin = time.monotonic()
+    compile_interfaces(build, languages)
+    print(f"compiled: {time.monotonic() - begin:.1f} s", flush=True)
     with tempfile.TemporaryDirectory() as directory, contextlib.ExitStack() as stack:
-        matrix = Matrix(stack, pathlib.Path(build).resolve(), languages, pathlib.Path(directory))
+        matrix = Matrix(stack, build, languages, pathlib.Path(directory))
         matrix.start_hub()
         for test in (matrix.all_pairs, matrix.launches, matrix.deaths, matrix.slow_readers):
             begin = time.monotonic()

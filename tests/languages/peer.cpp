@@ -198,7 +198,9 @@ class Requester : public matrix::Requester {
 
 template <class T>
 std::string failureOf(const Result<T>& result) {
-  return result ? "none" : std::string(hublink::failureText(result.failure()));
+  if (result) return "none";
+  if (result.failure() == hublink::Failure::linkEnded) return "link ended";
+  return hublink::failureText(result.failure());
 }
 
 void exchange(Requester& requester) {
