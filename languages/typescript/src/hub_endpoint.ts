@@ -9,6 +9,8 @@ import type { Incoming } from "./wire/incoming.js";
 export class HubEndpoint implements Endpoint, Receiver {
   readonly localRn = PLUGIN_RN;
   readonly remoteRn = HUB_RN;
+  // Its handlers are the library's own, and wait for nothing.
+  readonly keepsChains = false;
   private side: SideBase | undefined;
   private reason: HublinkError | undefined;
 

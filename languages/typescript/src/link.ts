@@ -61,6 +61,8 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
   readonly closed: Promise<void>;
   /** @internal */
   readonly connection: Connection;
+  /** @internal */
+  readonly keepsChains = true;
 
   private tellClosed!: () => void;
   private reason: HublinkError | undefined;

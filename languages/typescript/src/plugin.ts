@@ -135,8 +135,10 @@ export class Plugin implements LinkOwner {
         this.questions.pluginCame(cookie, pluginId, errors),
       onValueOfNameOnPluginEvent: ({ pluginId, name, value }) =>
         this.questions.valueCame(pluginId, name, value),
-      onForwardedRequestValueOfNameOnPlugin: (event) =>
-        this.valueRequested(event),
+      // The hub's next message doesn't wait for the value.
+      onForwardedRequestValueOfNameOnPlugin: (event) => {
+        void this.valueRequested(event);
+      },
       onStartPlugin: ({ cookie }) => {
         void this.hub.startPluginEvent({
           cookie,

@@ -44,6 +44,8 @@ export interface Endpoint {
   readonly localRn: number;
   readonly remoteRn: number;
   readonly isUp: boolean;
+  /** Whether what handlers do after an `await` belongs to the chain of their message. */
+  readonly keepsChains: boolean;
   /** Takes a side, which is then given what comes, and what came before. */
   attach(side: SideBase): void;
   /** What calls fail with once it has ended. */
@@ -82,6 +84,7 @@ export abstract class Side<Handlers extends object> {
   readonly #handlers: Handlers;
   readonly #peer: PeerRecord;
   readonly #connection: Connection;
+  readonly #keepsChains: boolean;
   readonly #heading: Heading;
   readonly #refusedTag: number;
   #isReady = false;
@@ -105,6 +108,7 @@ export abstract class Side<Handlers extends object> {
     this.#table = table;
     this.#handlers = handlers;
     this.#connection = endpoint.connection;
+    this.#keepsChains = endpoint.keepsChains;
     this.#peer = new PeerRecord(table.tags, table.sends);
     this.#refusedTag = table.tags.indexOf(REFUSED_TAG);
     this.#heading = {
@@ -123,6 +127,11 @@ export abstract class Side<Handlers extends object> {
     }
     this.#sendRecord();
     endpoint.attach(this.#base);
+  }
+
+  /** What a side takes and sends, for tools. */
+  static tableOf(side: Side<object>): SideTable {
+    return side.#table;
   }
 
   /**
@@ -453,11 +462,12 @@ export abstract class Side<Handlers extends object> {
       depth,
       openCalls: 0,
       isTracked:
-        wantsResponse ||
-        depth !== 1 ||
-        chain !== sequence ||
-        handler.constructor === AsyncFunction ||
-        this.#slowHandlers.has(message.handler),
+        this.#keepsChains &&
+        (wantsResponse ||
+          depth !== 1 ||
+          chain !== sequence ||
+          handler.constructor === AsyncFunction ||
+          this.#slowHandlers.has(message.handler)),
       isOver: false,
     };
     let result: unknown;

@@ -4,7 +4,7 @@ import { mkdtempSync, rmSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import type { TestContext } from "node:test";
-import type { Endpoint } from "hublink/interface";
+import { Side, type Endpoint } from "hublink/interface";
 import {
   connectToHub,
   HublinkError,
@@ -17,7 +17,7 @@ import {
 export const viewOf = (bytes: Buffer): DataView =>
   new DataView(bytes.buffer, bytes.byteOffset, bytes.length);
 
-type SideClass = new (link: Endpoint, handlers: never) => object;
+type SideClass = new (link: Endpoint, handlers: never) => Side<object>;
 
 /** The table of a compiled side. */
 export function tableOf(side: SideClass): SideTable {
@@ -26,7 +26,7 @@ export function tableOf(side: SideClass): SideTable {
     endReason: () => new HublinkError("link ended", "there is none"),
   };
   const made = new side(gone as unknown as Endpoint, {} as never);
-  return Reflect.get(made, "table") as SideTable;
+  return Side.tableOf(made);
 }
 
 const scratch = mkdtempSync(join(tmpdir(), "hublink-test-"));
