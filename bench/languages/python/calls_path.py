@@ -27,7 +27,8 @@ class Driver(bench.BenchDriver):
         return (await self.echo(bench.Echo(text))).answer
 
     def send(self, data):
-        return self.take(bench.Take(data))
+        message = bench.Take(data)
+        return None if self.try_send(message) else self.take(message)
 
 
 class Far(bench.BenchFar):

@@ -10,6 +10,7 @@ import { FieldKind, TAG_COUNT, TAG_ELEMENT } from "./format.js";
 import type { BareKind, ElementKind } from "./kinds.js";
 
 const SHORT_TEXT = 24;
+const FEW_BYTES = 64;
 const COUNT_WORD = (TAG_COUNT << 8) | FieldKind.u32;
 
 /** Where a count field stands, which is read before its pointer array. */
@@ -255,10 +256,21 @@ export class Reader {
   packedBytes(tag: number, count: number): Uint8Array {
     const saved = this.enter(tag);
     const held = Math.min(this.beginPacked(1), count >>> 0);
-    const values = new Uint8Array(held);
-    values.set(this.bytes.subarray(this.cursor, this.cursor + held));
+    const values = this.copyOf(this.cursor, held);
     this.leave(saved);
     return values;
+  }
+
+  /** A few bytes are copied faster by hand; many need not be cleared before. */
+  private copyOf(from: number, count: number): Uint8Array {
+    if (count > FEW_BYTES) {
+      const many = Buffer.allocUnsafeSlow(count);
+      this.bytes.copy(many, 0, from, from + count);
+      return many;
+    }
+    const few = new Uint8Array(count);
+    for (let i = 0; i < count; ++i) few[i] = this.bytes[from + i] as number;
+    return few;
   }
 
   /** A block by the function that reads its fields. */
