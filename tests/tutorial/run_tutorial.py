@@ -208,7 +208,9 @@ def main():
         subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True,
                        stdout=subprocess.DEVNULL)
         environment = dict(os.environ, PATH=f"{prefix}/bin:{os.environ['PATH']}",
-                           CMAKE_PREFIX_PATH=str(prefix), CMAKE_BUILD_PARALLEL_LEVEL="2")
+                           CMAKE_PREFIX_PATH=str(prefix), CMAKE_BUILD_PARALLEL_LEVEL="2",
+                           PYTHONPATH=f"{prefix}/lib/python3/dist-packages",
+                           PYTHONDONTWRITEBYTECODE="1")
         for page in pages:
             Page(page, scratch, environment).run()
     except Failure as failure:

@@ -83,7 +83,7 @@ class DecoderTest(unittest.TestCase):
                                       self.random.choice((0, 1, 2, 4, 16)), 5, 1)
                 with self.silent():
                     connection._deliver(header, payload)
-            self.assertEqual((connection.handlers, side._endpoint.running), (0, 0))
+            self.assertEqual((connection.handlers, side._endpoint._running), (0, 0))
 
     @staticmethod
     def silent():

@@ -114,7 +114,7 @@ class InterfaceTest(HubTest):
         replies = await self.soon(asyncio.gather(
             *(asker.down(talk.Down(level)) for level in (0, 9, 3))))
         self.assertEqual([reply.sum for reply in replies], [0, 45, 6])
-        connection = asker._endpoint.connection
+        connection = asker._endpoint._connection
         self.assertEqual((connection.calls, connection.handlers, connection._questions),
                          ({}, 0, 0))
 
@@ -170,12 +170,12 @@ class InterfaceTest(HubTest):
         teller.release.clear()
         ended = asyncio.ensure_future(asker.ask(talk.Ask("wait")))
         await asyncio.sleep(0)
-        teller._endpoint.close()
+        teller.link.close()
         with self.assertRaises(hublink.LinkEnded):
             await self.soon(ended)
         with self.assertRaises(hublink.LinkEnded):
             await asker.note(talk.Note())
-        self.assertEqual(asker._endpoint.connection.calls, {})
+        self.assertEqual(asker._endpoint._connection.calls, {})
 
     def quiet(self, fails):
         return self.assertLogs("hublink") if fails else contextlib.nullcontext()
@@ -208,7 +208,7 @@ class InterfaceTest(HubTest):
 
     async def test_packets_beside_messages(self):
         asker, teller = await self.pair()
-        await asker._endpoint.send(b"packet")
+        await asker.link.send(b"packet")
         await asker.note(talk.Note("note"))
-        self.assertEqual(await self.soon(teller._endpoint.receive()), b"packet")
+        self.assertEqual(await self.soon(teller.link.receive()), b"packet")
         await self.until(lambda: teller.got)

@@ -162,12 +162,12 @@ class PluginTest(HubTest):
         far._plugin.set_receive_limit(1 << 20)
         for _ in range(64):
             await near.send(bytes(1 << 16))
-        await self.until(lambda: not far.connection._reading)
-        self.assertLess(far.connection._unread, 3 << 20)
+        await self.until(lambda: not far._connection._reading)
+        self.assertLess(far._connection._unread, 3 << 20)
         await self.soon(far._plugin.count_plugins())  # who waits for an answer reads
         for _ in range(64):
             await self.soon(far.receive())
-        self.assertEqual(far.connection._unread, 0)
+        self.assertEqual(far._connection._unread, 0)
 
     async def test_order_and_ends(self):
         near, far = await self.linked()

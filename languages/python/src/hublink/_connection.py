@@ -10,7 +10,7 @@ from typing import Callable, Dict, List, Optional, Tuple, TYPE_CHECKING
 
 from . import _wire
 from ._wire import Header
-from .errors import Disconnected, HublinkError, ProtocolError
+from .errors import HublinkError, ProtocolError
 
 if TYPE_CHECKING:
     from ._endpoint import Endpoint, HandlerContext
@@ -114,10 +114,10 @@ class Connection(asyncio.BufferedProtocol):
         endpoints = list(self.endpoints.values())
         self.endpoints.clear()
         for call in calls:
-            self._finish(call, None, Disconnected("the connection to the hub has ended"))
+            self._finish(call, None, call.endpoint._end_error())
         for endpoint in endpoints:
-            endpoint.ended()
-        self._wake()
+            endpoint._ended()
+        self.wake_senders()
         self.ended()
 
     # --- Reading ---
@@ -138,8 +138,7 @@ class Connection(asyncio.BufferedProtocol):
         buffer = bytearray(size)
         buffer[:len(rest)] = rest
         self._buffer = buffer
-        self._start -= self._end - len(rest)  # fill that has to come yet stays in front
-        self._start, self._end = min(0, self._start), len(rest)
+        self._start, self._end = 0, len(rest)
 
     def buffer_updated(self, count: int) -> None:
         self._end += count
@@ -184,13 +183,13 @@ class Connection(asyncio.BufferedProtocol):
     def _deliver(self, header: Header, payload: bytes) -> None:
         if header.response_to:
             call = self.calls.get(header.response_to)
-            if call is not None and call.endpoint.is_from(header):
+            if call is not None and call.endpoint._is_from(header):
                 del self.calls[header.response_to]
                 self._finish(call, payload, None)
             return
         endpoint = self.endpoints.get((header.destination, header.source))
         if endpoint is not None:
-            endpoint.take(header, payload)
+            endpoint._take(header, payload)
 
     def eof_received(self) -> None:
         """The transport closes."""
@@ -277,17 +276,16 @@ class Connection(asyncio.BufferedProtocol):
 
     def resume_writing(self) -> None:
         self._full = False
-        self._wake()
+        self.wake_senders()
 
-    def _wake(self) -> None:
+    def wake_senders(self) -> None:
         waiters, self._room = self._room, []
         for waiter in waiters:
             if not waiter.done():
                 waiter.set_result(None)
 
     def room(self) -> "asyncio.Future[None]":
-        """Done when half of the limit has gone, or the connection has, or wake_senders() is called.
-        """
+        """Done when half of the limit has gone, or when a link or the connection has ended."""
         waiter: "asyncio.Future[None]" = self.loop.create_future()
         if self._full and not self._lost:
             self._room.append(waiter)
@@ -333,7 +331,7 @@ class Connection(asyncio.BufferedProtocol):
         """Hands over messages whose turn may have come."""
         if self.waiting:
             for endpoint in list(self.waiting):
-                endpoint.pump()
+                endpoint._pump()
 
     def may_run(self, flags: int, chain: int, depth: int) -> bool:
         """Whether a message may be handled while the calls that are open wait."""

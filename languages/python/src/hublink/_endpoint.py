@@ -41,17 +41,17 @@ class HandlerContext:
     def begin_wait(self) -> None:
         self._waits += 1
         if self._waits == 1 and self.is_active:
-            self.endpoint.running -= 1
-            self.endpoint.pump()
+            self.endpoint._running -= 1
+            self.endpoint._pump()
 
     def end_wait(self) -> None:
         self._waits -= 1
         if self._waits == 0 and self.is_active:
-            self.endpoint.running += 1
+            self.endpoint._running += 1
 
     def finish(self) -> None:
         if self._waits == 0:
-            self.endpoint.running -= 1
+            self.endpoint._running -= 1
         self.is_active = False
 
 
@@ -63,34 +63,37 @@ class Endpoint:
     """A pair of RNs, the side of an interface that is attached to it, and what waits for it."""
 
     def __init__(self, connection: Connection, local_rn: int, remote_rn: int) -> None:
-        self.connection = connection
+        self._connection = connection
         self.local_rn = local_rn
         self.remote_rn = remote_rn
         self.is_up = True
-        self.running = 0  # handlers that run and don't await a call
-        self.side: "Optional[Side]" = None
+        self._running = 0  # handlers that run and don't await a call
+        self._side: "Optional[Side]" = None
         self._queue: Deque[Tuple[Header, bytes]] = deque()
         self._strays: Deque[Tuple[Header, bytes]] = deque()
         self._stray_bytes = 0
+        self._unread = 0  # bytes of what has come and waits, as long as the link is up
         self._tasks: "Set[asyncio.Task[None]]" = set()
         connection.endpoints[local_rn, remote_rn] = self
 
-    def is_from(self, header: Header) -> bool:
+    def _is_from(self, header: Header) -> bool:
         return header.source == self.remote_rn and header.destination == self.local_rn
 
     # --- Receiving ---
 
-    def take(self, header: Header, payload: bytes) -> None:
+    def _take(self, header: Header, payload: bytes) -> None:
         """A packet has come, which is no response."""
         kind = header.type
         if kind == _wire.BINARY or kind == _wire.NEGOTIATION:
-            side = self.side
+            side = self._side
             if side is None:
                 self._keep_stray(header, payload)
             elif kind == _wire.NEGOTIATION:
                 side._take_negotiation(header, payload)
             else:
-                self.enqueue(header, payload)
+                self._enqueue(header, payload)
+        elif header.flags & _wire.WANTS_RESPONSE:
+            self._respond(header, _wire.END_WORD)  # nobody here takes it
 
     def _keep_stray(self, header: Header, payload: bytes) -> None:
         self._strays.append((header, payload))
@@ -99,38 +102,38 @@ class Endpoint:
                                          or self._stray_bytes > _MOST_STRAY_BYTES):
             self._stray_bytes -= len(self._strays.popleft()[1])
 
-    def attach(self, side: "Side") -> None:
+    def _attach(self, side: "Side") -> None:
         """Gives the side what has come before it, in the next turn of the loop."""
-        if self.side is not None:
+        if self._side is not None:
             raise ValueError("a link carries one interface, and this one has it already")
-        self.side = side
+        self._side = side
         if self._strays:
-            self.connection.loop.call_soon(self._take_strays)
+            self._connection.loop.call_soon(self._take_strays)
 
     def _take_strays(self) -> None:
         while self._strays:
             header, payload = self._strays.popleft()
-            self.take(header, payload)
+            self._take(header, payload)
 
-    def enqueue(self, header: Header, payload: bytes) -> None:
+    def _enqueue(self, header: Header, payload: bytes) -> None:
         """Handles a message as soon as it is its turn."""
-        if self.running == 0 and not self._queue and self._may_run(header):
+        if self._running == 0 and not self._queue and self._may_run(header):
             self._run(header, payload)
             return
         self._queue.append((header, payload))
-        self.connection.waiting[self] = None
-        self.connection.add_unread(len(payload))
-        self.pump()
+        self._connection.waiting[self] = None
+        self._add_unread(len(payload))
+        self._pump()
 
     def _may_run(self, header: Header) -> bool:
         flags = header.flags
-        if self.side is not None and header.type == _wire.BINARY:
-            flags |= self.side._entry_flags(header.id)
-        return self.connection.may_run(flags, header.chain, header.depth)
+        if self._side is not None and header.type == _wire.BINARY:
+            flags |= self._side._entry_flags(header.id)
+        return self._connection.may_run(flags, header.chain, header.depth)
 
-    def pump(self) -> None:
+    def _pump(self) -> None:
         """Handles what waits here and may run."""
-        while self._queue and self.running == 0:
+        while self._queue and self._running == 0:
             for place, (header, payload) in enumerate(self._queue):
                 if self._may_run(header):
                     break
@@ -140,21 +143,31 @@ class Endpoint:
             self._queue_shrank(len(payload))
             self._run(header, payload)
 
+    def _add_unread(self, size: int) -> None:
+        if self.is_up:
+            self._unread += size
+            self._connection.add_unread(size)
+
+    def _drop_unread(self, size: int) -> None:
+        if self.is_up:
+            self._unread -= size
+            self._connection.drop_unread(size)
+
     def _queue_shrank(self, size: int) -> None:
-        self.connection.drop_unread(size)
+        self._drop_unread(size)
         if not self._queue:
-            self.connection.waiting.pop(self, None)
+            self._connection.waiting.pop(self, None)
 
     def _run(self, header: Header, payload: bytes) -> None:
         context = HandlerContext(self, header.chain, header.depth)
-        self.running += 1
-        self.connection.handlers += 1
+        self._running += 1
+        self._connection.handlers += 1
         token = _handled.set(context)
         rest: Optional[Awaitable[Any]] = None
         try:
-            rest = self.handle(header, payload)
+            rest = self._handle(header, payload)
             if rest is not None:
-                self.spawn(self._run_rest(context, rest))
+                self._spawn(self._run_rest(context, rest))
         finally:
             _handled.reset(token)
             if rest is None:
@@ -168,31 +181,31 @@ class Endpoint:
 
     def _done(self, context: HandlerContext) -> None:
         context.finish()
-        self.connection.handlers -= 1
+        self._connection.handlers -= 1
         if self._queue:
-            self.pump()
-        elif not self.is_up and self.running == 0:
-            self.drained()
-        self.connection.serve_waiting()
+            self._pump()
+        elif not self.is_up and self._running == 0:
+            self._drained()
+        self._connection.serve_waiting()
 
-    def drained(self) -> None:
+    def _drained(self) -> None:
         """The end has come, and all that came before has been handled."""
 
-    def handle(self, header: Header, payload: bytes) -> Optional[Awaitable[Any]]:
+    def _handle(self, header: Header, payload: bytes) -> Optional[Awaitable[Any]]:
         """Handles a message; gives what is still to be awaited. Raises nothing."""
-        return self.side._handle(header, payload) if self.side is not None else None
+        return self._side._handle(header, payload) if self._side is not None else None
 
-    def spawn(self, work: Any) -> None:
+    def _spawn(self, work: Any) -> None:
         """Runs a coroutine for as long as the endpoint lives, and keeps it from being forgotten."""
-        task: "asyncio.Task[None]" = self.connection.loop.create_task(work)
+        task: "asyncio.Task[None]" = self._connection.loop.create_task(work)
         self._tasks.add(task)
         task.add_done_callback(self._tasks.discard)
 
     # --- Sending ---
 
-    def send_now(self, kind: int, number: int, flags: int, payload: bytes) -> None:
+    def _send_now(self, kind: int, number: int, flags: int, payload: bytes) -> None:
         """Queues a one-way message."""
-        connection = self.connection
+        connection = self._connection
         sequence = connection.next_sequence()
         context = _handled.get()
         if context is not None and context.is_active:
@@ -203,22 +216,22 @@ class Endpoint:
         connection.write(_wire.HEADER.pack(44, size, self.local_rn, self.remote_rn, sequence, 0,
                                            kind, number, flags, chain, depth) + payload)
 
-    def respond(self, header: Header, payload: bytes) -> None:
+    def _respond(self, header: Header, payload: bytes) -> None:
         """Answers a call."""
-        connection = self.connection
+        connection = self._connection
         connection.write(_wire.HEADER.pack(
             44, len(payload), self.local_rn, self.remote_rn, connection.next_sequence(),
             header.sequence, _wire.RESPONSE, _wire.RESPONSE, 0, header.chain, header.depth)
             + payload)
 
-    async def call(self, number: int, flags: int, payload: bytes,
-                   timeout: Optional[float]) -> bytes:
+    async def _call(self, number: int, flags: int, payload: bytes,
+                    timeout: Optional[float]) -> bytes:
         """Sends a two-way message and waits for the payload of its answer."""
-        connection = self.connection
+        connection = self._connection
         if connection.is_full:
-            await connection.room()
+            timeout = await self._await_room(timeout)
         if not self.is_up:
-            raise LinkEnded("the link has ended")
+            raise self._end_error()
         sequence = connection.next_sequence()
         context = _handled.get()
         if context is not None and context.is_active:
@@ -243,22 +256,33 @@ class Endpoint:
             if sequence in connection.calls:  # cancelled
                 connection.close_call(sequence, CallTimedOut("cancelled"))
 
+    async def _await_room(self, timeout: Optional[float]) -> Optional[float]:
+        """What is left of the time."""
+        loop = self._connection.loop
+        begin = loop.time()
+        try:
+            await asyncio.wait_for(self._connection.room(), timeout)
+        except asyncio.TimeoutError:
+            raise CallTimedOut("what was sent before hasn't left in time") from None
+        return None if timeout is None else max(0.0, timeout - (loop.time() - begin))
+
     # --- The end ---
 
-    def ended(self) -> None:
+    def _ended(self) -> None:
         """The other side or the connection has gone."""
         if not self.is_up:
             return
+        connection = self._connection
+        self._drop_unread(self._unread)
         self.is_up = False
-        connection = self.connection
         if connection.endpoints.get((self.local_rn, self.remote_rn)) is self:
             del connection.endpoints[self.local_rn, self.remote_rn]
-        connection.close_calls_of(self, self.end_error())
+        connection.close_calls_of(self, self._end_error())
         self._strays.clear()
-        if self.side is not None:
-            self.side._link_ended()
+        if self._side is not None:
+            self._side._link_ended()
 
-    def end_error(self) -> HublinkError:
+    def _end_error(self) -> HublinkError:
         return LinkEnded("the link has ended")
 
 

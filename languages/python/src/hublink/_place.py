@@ -82,10 +82,7 @@ def record_name(zone: Optional[str], directory: Optional[str]) -> str:
     except KeyError:
         pass
     key += socket.gethostname().encode("utf-8", "surrogateescape")
-    try:
-        digest = hashlib.md5(key, usedforsecurity=False).digest()
-    except TypeError:  # a build without the keyword
-        digest = hashlib.md5(key).digest()
+    digest = hashlib.md5(key, usedforsecurity=False).digest()
     return digest.translate(_HALVES).hex()
 
 

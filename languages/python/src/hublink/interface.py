@@ -13,7 +13,7 @@ import asyncio
 import inspect
 import logging
 from typing import (Any, Awaitable, ClassVar, Dict, Generic, List, Optional, Sequence, Tuple,
-                    TYPE_CHECKING, TypeVar, Union)
+                    TYPE_CHECKING, TypeVar, Union, cast)
 
 from . import _wire
 from ._record import MessageEntry, Record, make_formats, make_record
@@ -24,6 +24,7 @@ from ._reader import Reader
 
 if TYPE_CHECKING:
     from ._endpoint import Endpoint
+    from .link import Link
 
 __all__ = ["Answer", "Block", "CALL_TIMEOUT", "Count", "Elements", "Layout", "ListBlock", "OneWay",
            "Packed", "Scalar", "Side", "Tables", "Text", "TwoWay"]
@@ -160,9 +161,14 @@ class Side(abc.ABC):
         self._endpoint = link
         self._peer: Optional[_Peer] = None
         self._waiters: "List[asyncio.Future[None]]" = []
-        link.attach(self)
+        link._attach(self)
         if link.is_up:
-            link.send_now(_wire.NEGOTIATION, _wire.NEGOTIATE, _wire.ONE_WAY, self._tables.record)
+            link._send_now(_wire.NEGOTIATION, _wire.NEGOTIATE, _wire.ONE_WAY, self._tables.record)
+
+    @property
+    def link(self) -> "Link":
+        """The link that it is on."""
+        return cast("Link", self._endpoint)
 
     # --- What the other side is ---
 
@@ -175,18 +181,18 @@ class Side(abc.ABC):
             return
         endpoint = self._endpoint
         if not endpoint.is_up:
-            raise endpoint.end_error()
-        loop = endpoint.connection.loop
+            raise endpoint._end_error()
+        loop = endpoint._connection.loop
         waiter: "asyncio.Future[None]" = loop.create_future()
         self._waiters.append(waiter)
         timer = None
         if timeout is not None:
             timer = loop.call_later(timeout, self._give_up, waiter, timeout)
-        endpoint.connection.begin_question()
+        endpoint._connection.begin_question()
         try:
             await waiter
         finally:
-            endpoint.connection.end_question()
+            endpoint._connection.end_question()
             if timer is not None:
                 timer.cancel()
             if waiter in self._waiters:
@@ -230,7 +236,7 @@ class Side(abc.ABC):
         would wait. Raises NotSupported if the other side doesn't take the message, or hasn't told
         yet what it takes (:meth:`ready`).
         """
-        if self._endpoint.connection.is_full and self._endpoint.is_up:
+        if self._endpoint._connection.is_full and self._endpoint.is_up:
             return False
         self._post(message)
         return True
@@ -243,11 +249,11 @@ class Side(abc.ABC):
             raise TypeError(f"{message.name} is a call and has to be awaited")
         payload = self._payload(message, value)
         if not self._endpoint.is_up:
-            raise self._endpoint.end_error()
+            raise self._endpoint._end_error()
         if self._peer is None:
             raise NotSupported("the other side hasn't told yet what it takes")
-        self._endpoint.send_now(_wire.BINARY, self._number(self._peer, message),
-                                message.packet_flags, payload)
+        self._endpoint._send_now(_wire.BINARY, self._number(self._peer, message),
+                                 message.packet_flags, payload)
 
     def _number(self, peer: _Peer, message: _Message) -> int:
         number = peer.numbers.get(message.name)
@@ -268,31 +274,31 @@ class Side(abc.ABC):
             await self.ready(timeout)
             assert self._peer is not None
         number = self._number(self._peer, message)
-        if endpoint.connection.is_full:
-            await endpoint.connection.room()
+        if endpoint._connection.is_full:
+            await endpoint._connection.room()
         if not endpoint.is_up:
-            raise endpoint.end_error()
-        endpoint.send_now(_wire.BINARY, number, message.packet_flags, payload)
+            raise endpoint._end_error()
+        endpoint._send_now(_wire.BINARY, number, message.packet_flags, payload)
 
     async def _call(self, message: TwoWay[M, R], value: M, timeout: Optional[float]) -> R:
         payload = self._payload(message, value)
         endpoint = self._endpoint
         if self._peer is None:
-            begin = endpoint.connection.loop.time()
+            begin = endpoint._connection.loop.time()
             await self.ready(timeout)
             if timeout is not None:
-                timeout = max(0.0, begin + timeout - endpoint.connection.loop.time())
+                timeout = max(0.0, begin + timeout - endpoint._connection.loop.time())
         peer = self._peer
         assert peer is not None
         number = self._number(peer, message)
-        return peer.reply_of(message, await endpoint.call(number, message.packet_flags, payload,
-                                                          timeout))
+        answer = await endpoint._call(number, message.packet_flags, payload, timeout)
+        return peer.reply_of(message, answer)
 
     # --- What the endpoint hands over ---
 
     def _take_negotiation(self, header: Header, payload: bytes) -> None:
         if header.id == _wire.FORMAT_QUERY and header.flags & _wire.WANTS_RESPONSE:
-            self._endpoint.respond(header, self._tables.formats)
+            self._endpoint._respond(header, self._tables.formats)
         if header.id != _wire.NEGOTIATE:
             return
         if self._peer is None:
@@ -318,7 +324,7 @@ class Side(abc.ABC):
         wants_answer = bool(header.flags & _wire.WANTS_RESPONSE)
         if self._peer is None or header.id >= len(received):
             if wants_answer:
-                self._endpoint.respond(header, END_WORD)
+                self._endpoint._respond(header, END_WORD)
             return None
         message = received[header.id]
         try:
@@ -356,7 +362,7 @@ class Side(abc.ABC):
         if len(payload) > _MOST_PAYLOAD:
             raise TooLarge(f"the reply to {message.name} has {len(payload)} bytes")
         if self._endpoint.is_up:
-            self._endpoint.respond(header, payload)
+            self._endpoint._respond(header, payload)
 
     def _refuse(self, message: _Message, header: Header, error: Exception,
                 wants_answer: bool) -> None:
@@ -370,7 +376,7 @@ class Side(abc.ABC):
             size = len(data)
             payload = (_wire.PAIR.pack(self._tables.refusal << 8 | 0x10, size + 1) + data
                        + bytes(4 - (size & 3)) + END_WORD)
-        self._endpoint.respond(header, payload)
+        self._endpoint._respond(header, payload)
 
     def _link_ended(self) -> None:
         waiters, self._waiters = self._waiters, []

@@ -44,7 +44,7 @@ class Link(Endpoint):
         self._handler: Optional[PacketHandler] = None
         self._end_handler: Optional[EndHandler] = None
         self._receivers: "Deque[asyncio.Future[None]]" = deque()
-        self._ended: "asyncio.Future[None]" = connection.loop.create_future()
+        self._end_told: "asyncio.Future[None]" = connection.loop.create_future()
 
     @property
     def peer_plugin_id(self) -> int:
@@ -65,13 +65,13 @@ class Link(Endpoint):
         the plugin's send limit is reached, until half of that has gone. Raises LinkEnded if the
         link has ended, also in the wait, and TooLarge for a packet of 256 MiB or more.
         """
-        if self.connection.is_full and self.is_up:
-            await self.connection.room()
+        if self._connection.is_full and self.is_up:
+            await self._connection.room()
         self._queue_packet(data)
 
     def try_send(self, data: Union[bytes, bytearray, memoryview]) -> bool:
         """The same without waiting; False, and nothing is sent, if too much is queued already."""
-        if self.connection.is_full and self.is_up:
+        if self._connection.is_full and self.is_up:
             return False
         self._queue_packet(data)
         return True
@@ -79,16 +79,16 @@ class Link(Endpoint):
     async def wait_room(self) -> None:
         """Waits until :meth:`try_send` may go on, or the link has ended."""
         if self.is_up:
-            await self.connection.room()
+            await self._connection.room()
 
     def _queue_packet(self, data: Union[bytes, bytearray, memoryview]) -> None:
         if not self.is_up:
-            raise self.end_error()
+            raise self._end_error()
         if isinstance(data, memoryview):
             data = data.cast("B")
         if len(data) >= _wire.MAX_PLAIN_SIZE:
             raise TooLarge(f"a packet can't have {len(data)} bytes")
-        connection = self.connection
+        connection = self._connection
         sequence = connection.next_sequence()
         chain = current_chain()
         connection.write(_wire.make_plain(
@@ -97,27 +97,28 @@ class Link(Endpoint):
 
     # --- Receiving ---
 
-    def take(self, header: Header, payload: bytes) -> None:
+    def _take(self, header: Header, payload: bytes) -> None:
         if header.type != _wire.PLAIN:
-            super().take(header, payload)
+            super()._take(header, payload)
             return
         packet = _wire.plain_bytes(payload)
         if packet is None:
             return
         if self._handler is not None:
-            self.enqueue(header, packet)
+            self._enqueue(header, packet)
         else:
-            self._inbox.append(packet)
-            self.connection.add_unread(len(packet))
-            self._wake_receiver()
+            self._keep(packet)
 
-    def handle(self, header: Header, payload: bytes) -> Optional[Awaitable[Any]]:
+    def _keep(self, packet: bytes) -> None:
+        self._inbox.append(packet)
+        self._add_unread(len(packet))
+        self._wake_receiver()
+
+    def _handle(self, header: Header, payload: bytes) -> Optional[Awaitable[Any]]:
         if header.type != _wire.PLAIN:
-            return super().handle(header, payload)
+            return super()._handle(header, payload)
         if self._handler is None:  # it was taken away since
-            self._inbox.append(payload)
-            self.connection.add_unread(len(payload))
-            self._wake_receiver()
+            self._keep(payload)
             return None
         try:
             result = self._handler(payload)
@@ -145,8 +146,8 @@ class Link(Endpoint):
             return
         while self._inbox:
             packet = self._inbox.popleft()
-            self.connection.drop_unread(len(packet))
-            self.enqueue(_KEPT_PACKET, packet)
+            self._drop_unread(len(packet))
+            self._enqueue(_KEPT_PACKET, packet)
 
     async def receive(self, timeout: Optional[float] = None) -> bytes:
         """The next packet; waits up to `timeout` seconds, without one for ever.
@@ -156,15 +157,15 @@ class Link(Endpoint):
         if not self._inbox:
             await self._wait_packet(timeout)
         packet = self._inbox.popleft()
-        self.connection.drop_unread(len(packet))
+        self._drop_unread(len(packet))
         return packet
 
     async def _wait_packet(self, timeout: Optional[float]) -> None:
-        loop = self.connection.loop
+        loop = self._connection.loop
         end = None if timeout is None else loop.time() + timeout
         while not self._inbox:
             if not self.is_up:
-                raise self.end_error()
+                raise self._end_error()
             waiter: "asyncio.Future[None]" = loop.create_future()
             self._receivers.append(waiter)
             timer = loop.call_at(end, self._give_up, waiter) if end is not None else None
@@ -207,10 +208,10 @@ class Link(Endpoint):
         """Has a function called once when the link ends by the other side or with the connection,
         not by :meth:`close`; at once if it has ended already."""
         self._end_handler = handler
-        if not self.is_up and not self._queue and self.running == 0:
-            self.drained()
+        if not self.is_up and not self._queue and self._running == 0:
+            self._drained()
 
-    def drained(self) -> None:
+    def _drained(self) -> None:
         handler, self._end_handler = self._end_handler, None
         if handler is None:
             return
@@ -220,39 +221,39 @@ class Link(Endpoint):
             log.exception("the end handler of a link of %s has failed", self._service_name)
             return
         if inspect.isawaitable(result):
-            self.spawn(self._logged(result, "end"))
+            self._spawn(self._logged(result, "end"))
 
-    def ended(self) -> None:
+    def _ended(self) -> None:
         if not self.is_up:
             return
-        super().ended()
+        super()._ended()
         self._plugin._forget_link(self)
         receivers, self._receivers = self._receivers, deque()
         for receiver in receivers:
             if not receiver.done():
                 receiver.set_result(None)
-        self.connection._wake()
-        if not self._ended.done():
-            self._ended.set_result(None)
-        if not self._queue and self.running == 0:
-            self.drained()
+        self._connection.wake_senders()
+        if not self._end_told.done():
+            self._end_told.set_result(None)
+        if not self._queue and self._running == 0:
+            self._drained()
 
     async def wait_ended(self) -> None:
         """Waits until the link has ended."""
-        await asyncio.shield(self._ended)
+        await asyncio.shield(self._end_told)
 
     def close(self) -> None:
         """Ends the link; what was sent still arrives, and then the other side is told.
 
-        Packets that nobody has taken are dropped.
+        What has come and wasn't handled is dropped.
         """
         if not self.is_up:
             return
         self._end_handler = None
         self._handler = None
         self._plugin._close_link(self)
-        while self._inbox:
-            self.connection.drop_unread(len(self._inbox.popleft()))
+        self._inbox.clear()
+        self._queue.clear()
 
     async def __aenter__(self) -> "Link":
         return self

@@ -83,8 +83,8 @@ class Service:
 class _HubEndpoint(Endpoint):
     """The conversation with the hub: each message is handled as it comes."""
 
-    def take(self, header: Header, payload: bytes) -> None:
-        side = self.side
+    def _take(self, header: Header, payload: bytes) -> None:
+        side = self._side
         if side is None:
             return
         if header.type == _wire.BINARY:
@@ -92,7 +92,7 @@ class _HubEndpoint(Endpoint):
         elif header.type == _wire.NEGOTIATION:
             side._take_negotiation(header, payload)
 
-    def end_error(self) -> HublinkError:
+    def _end_error(self) -> HublinkError:
         return Disconnected("the connection to the hub has ended")
 
 
@@ -304,7 +304,7 @@ class Plugin:
             log.exception("the accept handler of %s has failed", service.name)
             accepted = False
         if inspect.isawaitable(accepted):
-            self._endpoint.spawn(self._decide(service, message, accepted))
+            self._endpoint._spawn(self._decide(service, message, accepted))
         elif accepted:
             self._accept(service, message)
         else:
@@ -339,7 +339,7 @@ class Plugin:
             link.close()
             return
         if inspect.isawaitable(rest):
-            link.spawn(self._serve(link, rest))
+            link._spawn(self._serve(link, rest))
 
     @staticmethod
     async def _serve(link: Link, rest: Awaitable[object]) -> None:
@@ -433,13 +433,13 @@ class Plugin:
         if link is not None:
             if link._owns_rn:
                 self.release_rn(local_rn)
-            link.ended()
+            link._ended()
 
     def _close_link(self, link: Link) -> None:
         self._post(hub.DropServiceConnection(link.local_rn, link.remote_rn))
         if link._owns_rn:
             self.release_rn(link.local_rn)
-        link.ended()
+        link._ended()
 
     # --- Values ---
 
@@ -455,7 +455,7 @@ class Plugin:
             except Exception:
                 log.exception("the value handler has failed")
         if inspect.isawaitable(value):
-            self._endpoint.spawn(self._answer_value(message, value))
+            self._endpoint._spawn(self._answer_value(message, value))
         else:
             self._tell_value(message, value)
 
