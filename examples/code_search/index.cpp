@@ -97,7 +97,7 @@ int serve(HublinkPlugin& plugin, const std::string& directory) {
     auto editor = std::make_unique<Editor>(&words, &editors);
     Editor* const each = editor.get();
     hublink::keepOn(link, std::move(editor));
-    each->tellState();
+    if (words.files() > 0) each->tellState();
   };
   if (plugin.registerService("CodeIndex", welcome) == -1) {
     std::fputs("index: the hub has not registered the service\n", stderr);
