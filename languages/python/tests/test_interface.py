@@ -27,6 +27,18 @@ from teller to asker {
 }
 """
 
+# Names that mean something in Python.
+ODD = """
+spec Odd
+side klass { }
+side other { }
+from klass to other {
+  None nullable str "str:%str% list:{n:%u4% d:*(n)[%str%] } bytes:{n:%u4% d:%dar%(n, %u1%) } "
+    "more:{n:%u4% d:%dar%(n, %u1%) } text:%str% self:%u4% is:{in:{typing:%u1% } } "
+  Str two-way "| str:%str% text:%str% "
+}
+"""
+
 NEWER = TALK.replace("what:%str%", "how:%u4% what:%str%").replace(
     "  Hold", '  New two-way "| "\n  Hold').replace("answer:%str%", "answer:%str% more:%str%")
 
@@ -108,6 +120,15 @@ class InterfaceTest(HubTest):
         for documented in (talk.Down, talk.TalkAsker.down, talk.TalkTeller.on_down):
             self.assertEqual(documented.__doc__, "Goes down by one level.")
         self.assertRaises(TypeError, talk.TalkTeller, None)  # calls have to be answered
+
+    async def test_names(self):
+        odd = generate(ODD)
+        value = odd.None_(None, ["a"], b"b", b"c", "d", 5)
+        value.is_.in_.typing_ = True
+        tags = range(len(odd.OddKlass._tables.tags))
+        layout = odd.OddKlass._tables.sent[0].fields
+        self.assertEqual(layout.decode(layout.encode(value), tags), value)
+        self.assertTrue(callable(odd.OddKlass.none) and callable(odd.OddKlass.str))
 
     async def test_calls_within_calls(self):
         asker, _ = await self.pair()

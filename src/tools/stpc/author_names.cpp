@@ -21,11 +21,12 @@ char upper(char c) {
 
 // Those of C++ no catalogue has (names.h).
 constexpr std::string_view kPythonWords[] = {
-    "False",   "None",     "True",     "and",    "as",    "assert", "async",  "await",
-    "break",   "class",    "continue", "def",    "del",   "elif",   "else",   "except",
-    "finally", "for",      "from",     "global", "if",    "import", "in",     "is",
-    "lambda",  "nonlocal", "not",      "or",     "pass",  "raise",  "return", "try",
-    "while",   "with",     "yield",    "self",   "match", "case",   "type"};
+    "False",  "None",   "True",    "and",      "as",       "assert",      "async",
+    "await",  "break",  "class",   "continue", "def",      "del",         "elif",
+    "else",   "except", "finally", "for",      "from",     "global",      "if",
+    "import", "in",     "is",      "lambda",   "nonlocal", "not",         "or",
+    "pass",   "raise",  "return",  "try",      "while",    "with",        "yield",
+    "self",   "match",  "case",    "type",     "builtins", "dataclasses", "typing"};
 
 constexpr std::string_view kTypeScriptWords[] = {
     "arguments",   "await",    "break",      "case",    "catch",     "class",      "const",

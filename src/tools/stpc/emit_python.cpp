@@ -114,8 +114,8 @@ std::string docstring(const std::string& doc, const std::string& otherwise, int 
   return text + codeLine(indent, "\"\"\"");
 }
 
-std::string scalarType(const Field& field) {
-  switch (field.scalar) {
+const char* numberType(Scalar scalar) {
+  switch (scalar) {
     case Scalar::u1:
       return "bool";
     case Scalar::u2:
@@ -129,7 +129,7 @@ std::string scalarType(const Field& field) {
     case Scalar::fn:
       break;
   }
-  return field.isNullable ? "typing.Optional[str]" : "str";
+  return "";
 }
 
 std::string scalarDefault(const Field& field) {
@@ -150,6 +150,11 @@ std::string scalarDefault(const Field& field) {
   return field.isNullable ? "None" : "\"\"";
 }
 
+// Three words of the language look like the names of types.
+std::string typeOfMessage(const Message& message) {
+  return unreserved(messageType(message), kLanguage);
+}
+
 std::string factory(const std::string& type) {
   return "dataclasses.field(default_factory=" + type + ")";
 }
@@ -158,13 +163,32 @@ bool isBlock(const Field& field) {
   return field.kind == Field::Kind::block && !field.isArrayBlock();
 }
 
+// What a member needs of the language's own names, of which a member before may have taken one.
+std::string builtin(const std::string& name, const std::vector<Field>& members) {
+  for (const Field& member : members)
+    if (!member.isCount() && fieldName(member, kLanguage) == name) return "builtins." + name;
+  return name;
+}
+
+std::string textType(const Field& field, const std::vector<Field>& members) {
+  const std::string text = builtin("str", members);
+  return field.isNullable ? "typing.Optional[" + text + "]" : text;
+}
+
+std::string valueType(const Field& field, const std::vector<Field>& members) {
+  return isText(field.scalar) ? textType(field, members) : numberType(field.scalar);
+}
+
 // A member of a dataclass.
-std::string member(const Field& field, const std::string& outer) {
+std::string member(const Field& field, const std::vector<Field>& members,
+                   const std::string& outer) {
   const std::string name = fieldName(field, kLanguage);
   const Field* list = field.list();
-  if (list && list->scalar == Scalar::u1) return codeLine(4, name + ": bytes = b\"\"");
+  if (list && list->scalar == Scalar::u1)
+    return codeLine(4, name + ": " + builtin("bytes", members) + " = b\"\"");
   if (list)
-    return codeLine(4, name + ": typing.List[" + scalarType(*list) + "] = " + factory("list"));
+    return codeLine(4, name + ": typing.List[" + valueType(*list, members) +
+                           "] = " + factory(builtin("list", members)));
   if (isBlock(field)) {
     const std::string type = blockType(outer, field);
     const std::string line = name + ": " + type + " = " + factory(type);
@@ -172,7 +196,7 @@ std::string member(const Field& field, const std::string& outer) {
     return codeLine(4, name + ": " + type + " = dataclasses.field(") +
            codeLine(8, "default_factory=" + type + ")");
   }
-  return codeLine(4, name + ": " + scalarType(field) + " = " + scalarDefault(field));
+  return codeLine(4, name + ": " + valueType(field, members) + " = " + scalarDefault(field));
 }
 
 void addDataclass(const std::string& type, const std::vector<Field>& fields, const std::string& doc,
@@ -184,7 +208,7 @@ void addDataclass(const std::string& type, const std::vector<Field>& fields, con
   text += "\n\n@dataclasses.dataclass\nclass " + type + ":\n" + docstring(doc, otherwise, 4);
   std::string members;
   for (const Field& field : fields)
-    if (!field.isCount()) members += member(field, type);
+    if (!field.isCount()) members += member(field, fields, type);
   if (!members.empty()) text += "\n" + members;
 }
 
@@ -198,11 +222,11 @@ class PythonEmitter {
   std::vector<OutputFile> emit() const {
     std::string types;
     for (const Message& message : catalogue_.messages) {
-      addDataclass(messageType(message), message.fields, message.doc,
+      addDataclass(typeOfMessage(message), message.fields, message.doc,
                    "The message `" + message.name + "`.", types);
       if (message.twoWay)
         addDataclass(replyType(message), message.reply, "",
-                     "The reply to :class:`" + messageType(message) + "`.", types);
+                     "The reply to :class:`" + typeOfMessage(message) + "`.", types);
     }
     std::string sides;
     for (std::size_t side = 0; side < catalogue_.sides.size(); ++side) sides += sideClass(side);
@@ -227,7 +251,7 @@ class PythonEmitter {
 
   static std::string imports(const std::string& code) {
     std::string lines;
-    for (const char* module : {"abc", "dataclasses", "typing"})
+    for (const char* module : {"abc", "builtins", "dataclasses", "typing"})
       if (code.find(std::string(module) + ".") != std::string::npos)
         lines += "import " + std::string(module) + "\n";
     return lines;
@@ -330,7 +354,7 @@ class PythonEmitter {
         constantOf(message) + " = interface." + (message.twoWay ? "TwoWay" : "OneWay") + "(\n";
     text += codeLine(
         4, inQuotes(message.name) + ", " + inQuotes(handlerName(message, kLanguage)) + ",");
-    text += layout(message.fields, messageType(message), 4, "", ",");
+    text += layout(message.fields, typeOfMessage(message), 4, "", ",");
     if (message.twoWay) text += layout(message.reply, replyType(message), 4, "", ",");
     text += formatLines(message.format);
     // Those of an ordinary message are the library's.
@@ -379,7 +403,7 @@ class PythonEmitter {
   }
 
   static std::string call(const Message& message) {
-    const std::string type = messageType(message);
+    const std::string type = typeOfMessage(message);
     const bool isEmpty = message.fields.empty();
     std::string text = "\n" + codeLine(4, "async def " + callName(message, kLanguage) + "(");
     const std::string parameter = isEmpty ? "typing.Optional[" + type + "] = None" : type;
@@ -394,7 +418,7 @@ class PythonEmitter {
   }
 
   static std::string handler(const Message& message) {
-    const std::string type = messageType(message);
+    const std::string type = typeOfMessage(message);
     const std::string answer = message.twoWay ? replyType(message) : "None";
     std::string text = "\n";
     if (message.twoWay) text += codeLine(4, "@abc.abstractmethod");
@@ -426,9 +450,8 @@ std::vector<OutputFile> emitPython(const Catalogue& catalogue, const std::string
 }
 
 std::vector<std::string_view> namesOfPythonSides() {
-  return {"knows",       "knows_field", "link", "link_ended",  "peer_name",
-          "peer_vstamp", "ready",       "abc",  "dataclasses", "interface",
-          "typing",      "str",         "int",  "float",       "bool"};
+  return {"abc",       "interface",   "knows", "knows_field", "link",  "link_ended",
+          "peer_name", "peer_vstamp", "ready", "try_send",    "typing"};
 }
 
 }  // namespace stpc

@@ -6,10 +6,11 @@ handler belongs to the chain of the message that is handled.
 """
 
 import asyncio
+import contextlib
 import contextvars
 import logging
 from collections import deque
-from typing import Any, Awaitable, Deque, Optional, Set, Tuple, TYPE_CHECKING
+from typing import Any, Awaitable, Deque, Iterator, Optional, Set, Tuple, TYPE_CHECKING
 
 from . import _wire
 from ._connection import Call, Connection
@@ -290,3 +291,13 @@ def current_chain() -> Optional[Tuple[int, int]]:
     """Chain and depth of the message that is handled, or None."""
     context = _handled.get()
     return (context.chain, context.depth) if context is not None and context.is_active else None
+
+
+@contextlib.contextmanager
+def outside_of_handlers() -> Iterator[None]:
+    """What begins here, though it may be in a handler, belongs to no chain."""
+    token = _handled.set(None)
+    try:
+        yield
+    finally:
+        _handled.reset(token)

@@ -18,6 +18,7 @@ from typing import Any, Generator, List, Optional, Sequence, Tuple, Type
 
 from . import _credentials
 from ._connection import Connection
+from ._endpoint import outside_of_handlers
 from ._place import RecordKey
 from .errors import CallTimedOut, HublinkError, HubNotFound, HubSearch
 from .plugin import Plugin
@@ -151,7 +152,6 @@ def _take_local_road(port: int) -> Optional[socket.socket]:
         local.setblocking(False)
         local.connect(_local_name(port))
         if _credentials.user_of_server(local).is_own:  # somebody else may hold the name
-            local.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, _LOCAL_SEND_BUFFER)
             return local
     except OSError:
         pass
@@ -171,7 +171,6 @@ async def _reach(choice: HubChoice, host: str, port: int) -> socket.socket:
     try:
         stream.setblocking(False)
         await asyncio.wait_for(loop.sock_connect(stream, address), _CONNECT_LIMIT)
-        stream.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     except BaseException:
         stream.close()
         raise
@@ -197,7 +196,10 @@ async def _attach(connected: socket.socket, port: int, timeout: float) -> Plugin
     loop = asyncio.get_running_loop()
     connection = Connection(loop)
     try:
-        await loop.create_connection(lambda: connection, sock=connected)
+        if connected.family == socket.AF_UNIX:
+            connected.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, _LOCAL_SEND_BUFFER)
+        with outside_of_handlers():
+            await loop.create_connection(lambda: connection, sock=connected)
     except BaseException:
         connected.close()
         raise

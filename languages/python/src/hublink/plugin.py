@@ -245,6 +245,7 @@ class Plugin:
                                   lambda rn: self._offer(name, rn, connected, accept))
         if not rns:
             raise HublinkError(f"the hub doesn't take the service {name}")
+        self._check_up()
         return self._services[rns[0]]
 
     def _offer(self, name: str, rn: int, connected: LinkHandler,
