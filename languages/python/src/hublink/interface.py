@@ -158,17 +158,13 @@ class Side(abc.ABC):
     _tables: ClassVar[Tables]
 
     def __init__(self, link: "Endpoint") -> None:
+        self.link = cast("Link", link)  #: the link that it is on
         self._endpoint = link
         self._peer: Optional[_Peer] = None
         self._waiters: "List[asyncio.Future[None]]" = []
         link._attach(self)
         if link.is_up:
             link._send_now(_wire.NEGOTIATION, _wire.NEGOTIATE, _wire.ONE_WAY, self._tables.record)
-
-    @property
-    def link(self) -> "Link":
-        """The link that it is on."""
-        return cast("Link", self._endpoint)
 
     # --- What the other side is ---
 
