@@ -11,6 +11,7 @@
 #include "bench/loopback.h"
 #include "bench/packet_socket.h"
 #include "hublink_plugin/hublink_plugin.h"
+#include "stp_transport/transport/stp_transport.h"
 
 /// Becomes the first plugin of the hub that has connected on `connection`, so that it stays up, and
 /// learns its port. False with a text in `error`.

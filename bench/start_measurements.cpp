@@ -10,6 +10,7 @@
 #include "bench/statistics.h"
 #include "bench/stopwatch.h"
 #include "hublink_plugin/hublink_plugin.h"
+#include "stp_transport/transport/stp_transport.h"
 
 namespace {
 

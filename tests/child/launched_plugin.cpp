@@ -20,6 +20,7 @@
 #include "hublink_plugin/hublink_plugin.h"
 #include "platform/clock.h"
 #include "platform/process.h"
+#include "stp_transport/transport/stp_transport.h"
 
 namespace {
 

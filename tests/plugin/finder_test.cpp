@@ -10,7 +10,9 @@
 #include "indgen/temporary.h"
 #include "platform/clock.h"
 #include "platform/credentials.h"
+#include "stp_transport/retry/stp_retryhandler.h"
 #include "stp_transport/transport/stp_socket.h"
+#include "stp_transport/transport/stp_transport.h"
 #include "support/hub_process.h"
 
 using ::testing::HasSubstr;

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "hublink_plugin/hublink_plugin.h"
 #include "support/hub_test.h"
 
 namespace {

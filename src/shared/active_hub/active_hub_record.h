@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <string>
 
+#include "active_hub/active_hub.h"
 #include "indgen/memory.h"
 
 /// The name of the record: a copy of `zone` if there is one, else the digest of all that makes an
@@ -49,14 +50,6 @@ class ActiveHubRecord {
 
 // --- For tools that look for a hub ---
 
-/// What a record says; a value that it lacks is -1, and so are both without a record.
-struct ActiveHub {
-  std::int32_t port = -1;
-  std::int32_t process = -1;
-
-  /// The port of a hub whose process runs, or 0.
-  std::uint16_t livePort() const;
-};
 /// What the record in this very file says. Another user's file says nothing to this one, and
 /// neither does a link, whoever may have put it into a directory that all users share.
 ActiveHub readRecord(const char* path);

@@ -1,5 +1,6 @@
 #include "hublink_plugin/hub_finder.h"
 
+#include "active_hub/active_hub_record.h"
 #include "indgen/find.h"
 #include "indgen/path.h"
 #include "indgen/program.h"

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "active_hub/active_hub_record.h"
+#include "active_hub/active_hub.h"
 #include "hublink_plugin/hublink_plugin.h"
 
 /// Which hub is meant, and how it is started.

@@ -1,6 +1,9 @@
 #include "hublink_plugin/hublink_link.h"
 
 #include "hublink_plugin/hublink_plugin.h"
+#include "stp_transport/spec/stp_specclass.h"
+#include "stp_transport/transport/response_listener.h"
+#include "stp_transport/transport/stp_transport.h"
 
 namespace {
 
@@ -11,20 +14,35 @@ constexpr std::size_t kMostBytes = static_cast<std::size_t>(STP_MAX_PACKET_SIZE)
 
 }  // namespace
 
+class HublinkLink::Listener : public ResponseListener {
+ public:
+  explicit Listener(HublinkLink& link) : link_(link) {}
+  bool handleMessage(STPReceivedMessage& message, bool) override {
+    if (!link_.transport_->canDeliver(message)) return false;
+    const std::shared_ptr<HublinkLink> hold = link_.shared_from_this();
+    hold->arrive(message);
+    return true;
+  }
+
+ private:
+  HublinkLink& link_;
+};
+
 HublinkLink::HublinkLink(HublinkPlugin* plugin, std::int32_t localRN, std::int32_t remoteRN,
                          std::int32_t peerPluginID, std::string serviceName, bool ownsRN)
     : plugin_(plugin),
       transport_(plugin->transport_),
+      listener_(std::make_unique<Listener>(*this)),
       localRN_(localRN),
       remoteRN_(remoteRN),
       peerPluginID_(peerPluginID),
       serviceName_(std::move(serviceName)),
       ownsRN_(ownsRN) {
-  transport_->addListener(remoteRN, localRN, this, STP_PLAIN);
+  transport_->addListener(remoteRN, localRN, listener_.get(), STP_PLAIN);
 }
 
 HublinkLink::~HublinkLink() {
-  transport_->removeListener(this);
+  transport_->removeListener(listener_.get());
 }
 
 bool HublinkLink::send(const void* bytes, std::size_t size) {
@@ -64,13 +82,6 @@ void HublinkLink::tellRoom() {
 
 void HublinkLink::flush() {
   if (up_) plugin_->flush();
-}
-
-bool HublinkLink::handleMessage(STPReceivedMessage& message, bool) {
-  if (!transport_->canDeliver(message)) return false;
-  const std::shared_ptr<HublinkLink> hold = shared_from_this();
-  arrive(message);
-  return true;
 }
 
 void HublinkLink::takeRest() {

@@ -17,12 +17,12 @@
 #include <string>
 #include <vector>
 
-#include "stp_transport/spec/stp_specclass.h"
 #include "stp_transport/transport/counted_ptr.h"
-#include "stp_transport/transport/response_listener.h"
-#include "stp_transport/transport/stp_transport.h"
 
 class HublinkPlugin;
+class STPReceivedMessage;
+class STPSpecClass;
+class STPTransport;
 namespace hublink {
 class InterfaceCore;
 }
@@ -34,7 +34,7 @@ enum class SendOutcome {
   failed,  ///< the link has ended, or the packet is too large
 };
 
-class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private ResponseListener {
+class HublinkLink : public std::enable_shared_from_this<HublinkLink> {
  public:
   using PacketHandler = std::function<void(const unsigned char* bytes, std::size_t size)>;
   using EndHandler = std::function<void()>;
@@ -43,7 +43,7 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
 
   HublinkLink(const HublinkLink&) = delete;
   HublinkLink& operator=(const HublinkLink&) = delete;
-  ~HublinkLink() override;
+  ~HublinkLink();
 
   /// RNs of this end and of the other.
   std::int32_t localRN() const { return localRN_; }
@@ -92,7 +92,8 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
   HublinkLink(HublinkPlugin* plugin, std::int32_t localRN, std::int32_t remoteRN,
               std::int32_t peerPluginID, std::string serviceName, bool ownsRN);
 
-  bool handleMessage(STPReceivedMessage& message, bool exclusive) override;
+  /// Hears of the packets that arrive.
+  class Listener;
   /// Waits for room for one message more; false if the time is up or the link has ended.
   bool awaitRoom(int milliseconds);
   bool queue(const void* bytes, std::size_t size);
@@ -110,6 +111,7 @@ class HublinkLink : public std::enable_shared_from_this<HublinkLink>, private Re
 
   HublinkPlugin* plugin_;  // null once the link has ended and that was told
   CountedPtr<STPTransport> transport_;
+  std::unique_ptr<Listener> listener_;
   std::int32_t localRN_;
   std::int32_t remoteRN_;
   std::int32_t peerPluginID_;

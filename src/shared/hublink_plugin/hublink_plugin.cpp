@@ -12,6 +12,7 @@
 #include "platform/credentials.h"
 #include "platform/readiness.h"
 #include "stp_transport/retry/stp_retryhandler.h"
+#include "stp_transport/transport/stp_transport.h"
 
 namespace {
 
@@ -316,6 +317,14 @@ void HublinkPlugin::flush() {
 void HublinkPlugin::setSendLimit(std::int64_t bytes) {
   sendLimit_ = bytes;
   full_ = false;
+}
+
+bool HublinkPlugin::wantsWrite() const {
+  return transport_ && transport_->isWritePending();
+}
+
+std::int64_t HublinkPlugin::waitingBytes() const {
+  return wantsWrite() ? transport_->writeCount() : 0;
 }
 
 bool HublinkPlugin::isFull() {

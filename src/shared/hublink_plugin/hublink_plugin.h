@@ -33,6 +33,7 @@
 
 class Hublink_plugin_Impl;
 class HublinkPluginSpec;
+struct STPStatus;
 
 /// A request for one of this plugin's services.
 struct ConnectionRequest {
@@ -219,7 +220,7 @@ class HublinkPlugin {
   /// any. To be asked before each sleep, behind all that may have sent or asked something.
   int nextTimeout() const;
   /// Whether something is still to be written to the hub.
-  bool wantsWrite() const { return transport_ && transport_->isWritePending(); }
+  bool wantsWrite() const;
 
  private:
   friend class HublinkLink;
@@ -251,7 +252,7 @@ class HublinkPlugin {
   void connectionEnded();
 
   // What links may send (see HublinkLink::send).
-  std::int64_t waitingBytes() const { return wantsWrite() ? transport_->writeCount() : 0; }
+  std::int64_t waitingBytes() const;
   bool isFull();
   /// Serves until there is room or `isVain` says that nobody needs it any more; false if the time
   /// is up.

@@ -28,9 +28,8 @@ void FieldWriter::path(std::int32_t tag, const std::optional<std::string>& path)
 }
 
 bool FieldWriter::takesBytes(std::size_t bytes) {
-  if (bytes <= static_cast<std::size_t>(STP_MAX_PACKET_SIZE) &&
-      message_.cursorOffset() <= STP_MAX_PACKET_SIZE)
-    return true;
+  const std::int64_t room = STP_MAX_PACKET_SIZE - message_.cursorOffset();
+  if (room >= 0 && bytes <= static_cast<std::size_t>(room)) return true;
   fault_ = Failure::tooLarge;
   return false;
 }

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "indgen/memory.h"
+#include "stp_transport/transport/stp_status.h"
 #include "tools/hublinkctl/session.h"
 
 namespace hublinkctl {
