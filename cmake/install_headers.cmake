@@ -4,8 +4,10 @@
 cmake_policy(VERSION 3.25)
 
 set(pending hublink_plugin/hublink_plugin.h hublink_plugin/hub_finder.h
+            hublink_plugin/interface_side.h hublink_plugin/interface_core.h
             active_hub/plugin_options.h generated/hublink_plugin_impl.h
-            stp_transport/spec/stp_stub_support.h)
+            stp_transport/spec/stp_stub_support.h stp_transport/transport/stp_transport.h
+            stp_transport/retry/stp_retryhandler.h)
 
 # Appends what `file` includes by a name in quotes to `pending`.
 macro(note_includes file)

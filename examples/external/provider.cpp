@@ -6,21 +6,31 @@
 // joins the hub of this machine's installation. It ends with its last requester.
 #include <cstdio>
 
-#include "converter_provider_impl.h"
+#include "converter.h"
 #include "hublink_plugin/hub_finder.h"
-#include "hublink_plugin/hublink_plugin.h"
 
 namespace {
 
-class Converter : public Converter_provider_Impl {
+// One for each requester.
+class Converter : public converter::Provider {
+ public:
+  explicit Converter(HublinkPlugin* plugin) : plugin_(*plugin) { ++served_; }
+  ~Converter() override {
+    if (--served_ == 0) plugin_.stop();
+  }
+
  protected:
-  void ToFahrenheit(double celsius, double& fahrenheit) override {
-    fahrenheit = celsius * 9 / 5 + 32;
-    Served(++requests_);
+  hublink::Result<converter::ToFahrenheitReply> onToFahrenheit(
+      const converter::ToFahrenheit& call) override {
+    if (call.celsius < -273.15) return hublink::refuse("it doesn't get as cold as that");
+    served({.requests = ++requests_});
+    return converter::ToFahrenheitReply{.fahrenheit = call.celsius * 9 / 5 + 32};
   }
 
  private:
-  std::int32_t requests_ = 0;
+  static inline int served_ = 0;
+  HublinkPlugin& plugin_;
+  int requests_ = 0;
 };
 
 }  // namespace
@@ -28,22 +38,11 @@ class Converter : public Converter_provider_Impl {
 int main(int argc, char** argv) {
   HublinkPlugin plugin;
   std::string error;
-  const std::uint16_t port = hublinkPortArgument(argc, argv);
-  if (port ? !plugin.connect(port, error) : !connectToHub(plugin, HubChoice(), error)) {
+  if (!connectToHub(plugin, argc, argv, error)) {
     std::fprintf(stderr, "converter_provider: %s\n", error.c_str());
     return 1;
   }
-  int links = 0;
-  const auto serve = [&](const std::shared_ptr<HublinkLink>& link) {
-    ++links;
-    const auto converter = makeCounted<Converter>();
-    link->attach(converter.get());  // the link holds it until its end
-    converter->sendNegotiate(false, nullptr, nullptr);
-    link->onEnd([&] {
-      if (--links == 0) plugin.stop();
-    });
-  };
-  if (plugin.registerService("Converter", serve) == -1) {
+  if (plugin.registerService("Converter", hublink::serveWith<Converter>(&plugin)) == -1) {
     std::fputs("converter_provider: the hub has not registered the service\n", stderr);
     return 1;
   }

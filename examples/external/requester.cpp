@@ -6,37 +6,21 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "converter_requester_impl.h"
+#include "converter.h"
 #include "hublink_plugin/hub_finder.h"
-#include "hublink_plugin/hublink_plugin.h"
 
 namespace {
 
-constexpr int kPatience = 10000;  // ms for any one answer
-constexpr int kAskAgain = 50;     // ms
-
-class Requester : public Converter_requester_Impl {
+class Requester : public converter::Requester {
  public:
-  std::int32_t served = 0;
+  int served = 0;
 
  protected:
-  void Served(std::int32_t requests) override { served = requests; }
+  void onServed(const converter::Served& message) override { served = message.requests; }
 };
 
-ServiceReply findConverter(HublinkPlugin& plugin) {
-  ServiceQuery query;
-  query.serviceName = "Converter";
-  ServiceReply reply = plugin.requestService(query, kPatience);
-  for (int waited = 0; reply.outcome == ServiceReply::Outcome::notFound && waited < kPatience;
-       waited += kAskAgain) {
-    plugin.serveUntil([] { return false; }, kAskAgain);
-    reply = plugin.requestService(query, kPatience);
-  }
-  return reply;
-}
-
-int fail(const char* what, const char* why) {
-  std::fprintf(stderr, "converter_requester: %s: %s\n", what, why);
+int fail(const std::string& why) {
+  std::fprintf(stderr, "converter_requester: %s\n", why.c_str());
   return 1;
 }
 
@@ -45,26 +29,18 @@ int fail(const char* what, const char* why) {
 int main(int argc, char** argv) {
   HublinkPlugin plugin;
   std::string error;
-  const std::uint16_t port = hublinkPortArgument(argc, argv);
-  if (port ? !plugin.connect(port, error) : !connectToHub(plugin, HubChoice(), error))
-    return fail("no hub", error.c_str());
-  const ServiceReply reply = findConverter(plugin);
-  if (!reply.link) return fail("asked for Converter", outcomeText(reply.outcome));
+  if (!connectToHub(plugin, argc, argv, error)) return fail(error);
+  const auto requester = hublink::find<Requester>(plugin, "Converter");
+  if (!requester) return fail(requester.text());
 
-  const auto requester = makeCounted<Requester>();
-  reply.link->attach(requester.get());
-  STPStatus status;
-  requester->negotiate(nullptr, &status);
-  if (!status.good()) return fail("negotiation", status.message);
-  const int first = port ? 3 : 1;
+  const int first = hublinkPortArgument(argc, argv) ? 3 : 1;
   for (int i = first; i < argc; ++i) {
     const double celsius = std::strtod(argv[i], nullptr);
-    double fahrenheit = 0;
-    if (!requester->ToFahrenheit(celsius, &fahrenheit, nullptr, &status))
-      return fail("no answer", status.message);
-    std::printf("%g C are %g F\n", celsius, fahrenheit);
+    const auto reply = (*requester)->toFahrenheit({.celsius = celsius});
+    if (!reply) return fail(reply.text());
+    std::printf("%g C are %g F\n", celsius, reply->fahrenheit);
   }
-  plugin.serveUntil([&] { return requester->served == argc - first; }, kPatience);
-  std::printf("the provider has served %d requests\n", requester->served);
+  plugin.serveUntil([&] { return (*requester)->served == argc - first; }, hublink::kCallLimit);
+  std::printf("the provider has served %d requests\n", (*requester)->served);
   return 0;
 }
