@@ -187,6 +187,21 @@ class PluginTest(HubTest):
         await self.until(lambda: "end" in got)
         self.assertEqual(got, wanted + ["end"])
 
+    async def test_many_wait_for_one(self):
+        near, far = await self.linked()
+        got, gate = [], asyncio.Event()
+
+        def take(packet):
+            got.append(packet)
+            return gate.wait() if len(got) == 1 else None
+        far.on_packet(take)
+        for number in range(5000):
+            await near.send(b"%d" % number)
+        await near._plugin.count_plugins()
+        gate.set()
+        await self.until(lambda: len(got) == 5000)
+        self.assertEqual(got, [b"%d" % number for number in range(5000)])
+
     async def test_values_and_the_rest(self):
         first, second = await self.plugin(), await self.plugin()
         self.assertIsNone(await first.request_value(second.id, "name"))

@@ -52,6 +52,8 @@ class Connection(asyncio.BufferedProtocol):
         self.holds = 0         # open calls that hold others back
         self.handlers = 0      # that run, or wait for something
         self.waiting: Dict["Endpoint", None] = {}  # endpoints with messages that wait for a turn
+        self._turns = 0        # how often something may have come to its turn
+        self._is_serving = False
         self.unread_limit = RECEIVE_LIMIT
         self._unread = 0       # bytes that have come and nobody has taken
         self._questions = 0    # answers that somebody waits for
@@ -329,9 +331,18 @@ class Connection(asyncio.BufferedProtocol):
 
     def serve_waiting(self) -> None:
         """Hands over messages whose turn may have come."""
-        if self.waiting:
-            for endpoint in list(self.waiting):
-                endpoint._pump()
+        self._turns += 1
+        if not self.waiting or self._is_serving:
+            return  # who is at it looks again
+        self._is_serving = True
+        try:
+            seen = -1
+            while seen != self._turns:
+                seen = self._turns
+                for endpoint in list(self.waiting):
+                    endpoint._pump()
+        finally:
+            self._is_serving = False
 
     def may_run(self, flags: int, chain: int, depth: int) -> bool:
         """Whether a message may be handled while the calls that are open wait."""

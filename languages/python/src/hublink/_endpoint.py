@@ -71,6 +71,7 @@ class Endpoint:
         self._running = 0  # handlers that run and don't await a call
         self._side: "Optional[Side]" = None
         self._queue: Deque[Tuple[Header, bytes]] = deque()
+        self._is_pumping = False
         self._strays: Deque[Tuple[Header, bytes]] = deque()
         self._stray_bytes = 0
         self._unread = 0  # bytes of what has come and waits, as long as the link is up
@@ -134,15 +135,21 @@ class Endpoint:
 
     def _pump(self) -> None:
         """Handles what waits here and may run."""
-        while self._queue and self._running == 0:
-            for place, (header, payload) in enumerate(self._queue):
-                if self._may_run(header):
-                    break
-            else:
-                return
-            del self._queue[place]
-            self._queue_shrank(len(payload))
-            self._run(header, payload)
+        if self._is_pumping:
+            return  # it goes on where it is at work
+        self._is_pumping = True
+        try:
+            while self._queue and self._running == 0:
+                for place, (header, payload) in enumerate(self._queue):
+                    if self._may_run(header):
+                        break
+                else:
+                    return
+                del self._queue[place]
+                self._queue_shrank(len(payload))
+                self._run(header, payload)
+        finally:
+            self._is_pumping = False
 
     def _add_unread(self, size: int) -> None:
         if self.is_up:
