@@ -171,7 +171,8 @@ bool HublinkPlugin::ask(OpenQuestions<Key, Handler>& questions, std::type_identi
 std::int32_t HublinkPlugin::registerService(const std::string& name, LinkHandler connected,
                                             AcceptHandler accept, int milliseconds) {
   const auto serviceRN = std::make_shared<std::optional<std::int32_t>>();
-  const auto answered = [this, serviceRN, service = Service{name, connected, accept}](
+  const auto answered = [this, serviceRN,
+                         service = Service{name, std::move(connected), std::move(accept)}](
                             const std::vector<std::int32_t>& list) {
     *serviceRN = list.empty() ? -1 : list.front();
     if (!list.empty()) services_[list.front()] = service;

@@ -5,7 +5,6 @@
 // was asked is meant. Answers of a kind that has no key come in the order of the questions.
 #pragma once
 
-#include <compare>
 #include <functional>
 #include <map>
 #include <utility>
@@ -14,7 +13,7 @@
 
 /// The key of a kind that has none.
 struct InTurn {
-  auto operator<=>(const InTurn&) const = default;
+  bool operator<(const InTurn&) const { return false; }
 };
 
 enum class NoAnswer {

@@ -2,7 +2,6 @@
 // and then forgotten; those that are still there when the list goes are destroyed uncalled.
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -11,7 +10,9 @@
 struct TimedCallID {
   std::uint64_t at = 0;  ///< ms of the steady clock
   std::uint64_t number = 0;
-  auto operator<=>(const TimedCallID&) const = default;
+  bool operator<(const TimedCallID& other) const {
+    return at != other.at ? at < other.at : number < other.number;
+  }
 };
 
 class TimedCalls {
