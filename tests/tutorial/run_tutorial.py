@@ -200,6 +200,17 @@ class Page:
             raise Failure(f"{self.path.name}: a hub doesn't stop")
 
 
+def prepare_typescript(scratch, environment):
+    """What the page has its reader get from npm: the package lies in the home directory, the
+    compiler is the one that the package was built with, and npm asks nobody."""
+    package = pathlib.Path(__file__).parents[2] / "languages/typescript"
+    (scratch / "node_modules").symlink_to(package / "node_modules")
+    environment.update(HOME=str(scratch), npm_config_offline="true", npm_config_audit="false",
+                       npm_config_fund="false", npm_config_update_notifier="false")
+    subprocess.run(["npm", "pack", "--ignore-scripts", "--silent", "--pack-destination", scratch], cwd=package,
+                   env=environment, check=True, stdout=subprocess.DEVNULL)
+
+
 def main():
     build, *pages = map(pathlib.Path, sys.argv[1:])
     scratch = pathlib.Path(tempfile.mkdtemp(prefix="hublink_tutorial."))
@@ -211,6 +222,8 @@ def main():
                            CMAKE_PREFIX_PATH=str(prefix), CMAKE_BUILD_PARALLEL_LEVEL="2",
                            PYTHONPATH=f"{prefix}/lib/python3/dist-packages",
                            PYTHONDONTWRITEBYTECODE="1")
+        if any("typescript" in page.stem for page in pages):
+            prepare_typescript(scratch, environment)
         for page in pages:
             Page(page, scratch, environment).run()
     except Failure as failure:

@@ -164,7 +164,7 @@ export abstract class Side<Handlers extends object> {
 
   // --- Sending ---
 
-  protected send<Message>(
+  protected sendMessage<Message>(
     message: OneWay<Message>,
     fields: Sending<Message>,
   ): Promise<void> {
@@ -184,7 +184,7 @@ export abstract class Side<Handlers extends object> {
       : DONE;
   }
 
-  protected call<Message, Reply>(
+  protected callMessage<Message, Reply>(
     message: TwoWay<Message, Reply>,
     fields: Sending<Message>,
     options: WaitOptions = {},

@@ -131,7 +131,8 @@ std::string sendMethod(const Message& message) {
   const std::string result = message.twoWay ? replyType(message) : "void";
   return "\n" + tsDoc(2, message.doc) +
          tsSignature(2, callName(message, kLanguage), parameters, ": Promise<" + result + "> {") +
-         tsCall(4, message.twoWay ? "return this.call" : "return this.send", arguments, ";") +
+         tsCall(4, message.twoWay ? "return this.callMessage" : "return this.sendMessage",
+                arguments, ";") +
          "  }\n";
 }
 
@@ -181,9 +182,8 @@ std::vector<OutputFile> emitTypeScript(const Catalogue& catalogue,
 }
 
 std::vector<std::string_view> namesOfTypeScriptSides() {
-  return {"constructor", "ready",      "knows",    "knowsField", "send",          "call",
-          "peer",        "link",       "handlers", "table",      "close",         "closed",
-          "endpoint",    "connection", "toString", "valueOf",    "hasOwnProperty"};
+  return {"constructor", "ready",    "knows",   "knowsField",    "sendMessage",
+          "callMessage", "toString", "valueOf", "hasOwnProperty"};
 }
 
 }  // namespace stpc

@@ -1186,68 +1186,71 @@ export class HublinkRouter extends hublink.Side<HublinkRouterHandlers> {
   }
 
   locationEvent(message: hublink.Sending<LocationEvent> = {}): Promise<void> {
-    return this.send(messages.locationEvent, message);
+    return this.sendMessage(messages.locationEvent, message);
   }
 
   pluginId(message: hublink.Sending<PluginId> = {}): Promise<void> {
-    return this.send(messages.pluginId, message);
+    return this.sendMessage(messages.pluginId, message);
   }
 
   connectionRequestedEvent(
     message: hublink.Sending<ConnectionRequestedEvent> = {},
   ): Promise<void> {
-    return this.send(messages.connectionRequestedEvent, message);
+    return this.sendMessage(messages.connectionRequestedEvent, message);
   }
 
   /** Both may come in the middle of a call that waits for something else. */
   connectionDroppedEvent(
     message: hublink.Sending<ConnectionDroppedEvent> = {},
   ): Promise<void> {
-    return this.send(messages.connectionDroppedEvent, message);
+    return this.sendMessage(messages.connectionDroppedEvent, message);
   }
 
   connectionReplyEvent(
     message: hublink.Sending<ConnectionReplyEvent> = {},
   ): Promise<void> {
-    return this.send(messages.connectionReplyEvent, message);
+    return this.sendMessage(messages.connectionReplyEvent, message);
   }
 
   pluginIdForServiceReplyEvent(
     message: hublink.Sending<PluginIdForServiceReplyEvent> = {},
   ): Promise<void> {
-    return this.send(messages.pluginIdForServiceReplyEvent, message);
+    return this.sendMessage(messages.pluginIdForServiceReplyEvent, message);
   }
 
   rnBlockReservedEvent(
     message: hublink.Sending<RnBlockReservedEvent> = {},
   ): Promise<void> {
-    return this.send(messages.rnBlockReservedEvent, message);
+    return this.sendMessage(messages.rnBlockReservedEvent, message);
   }
 
   pluginConnectedEvent(
     message: hublink.Sending<PluginConnectedEvent> = {},
   ): Promise<void> {
-    return this.send(messages.pluginConnectedEvent, message);
+    return this.sendMessage(messages.pluginConnectedEvent, message);
   }
 
   forwardedRequestValueOfNameOnPlugin(
     message: hublink.Sending<ForwardedRequestValueOfNameOnPlugin> = {},
   ): Promise<void> {
-    return this.send(messages.forwardedRequestValueOfNameOnPlugin, message);
+    return this.sendMessage(
+      messages.forwardedRequestValueOfNameOnPlugin,
+      message,
+    );
   }
 
   valueOfNameOnPluginEvent(
     message: hublink.Sending<ValueOfNameOnPluginEvent> = {},
   ): Promise<void> {
-    return this.send(messages.valueOfNameOnPluginEvent, message);
+    return this.sendMessage(messages.valueOfNameOnPluginEvent, message);
   }
 
   startPlugin(message: hublink.Sending<StartPlugin> = {}): Promise<void> {
-    return this.send(messages.startPlugin, message);
+    return this.sendMessage(messages.startPlugin, message);
   }
 
   startLogging(message: hublink.Sending<StartLogging> = {}): Promise<void> {
-    return this.send(messages.startLogging, message);
+    return this.sendMessage(messages.startLogging, message);
   }
 }
 
@@ -1281,125 +1284,125 @@ export class HublinkPlugin extends hublink.Side<HublinkPluginHandlers> {
   }
 
   debugPlugin(message: hublink.Sending<DebugPlugin> = {}): Promise<void> {
-    return this.send(messages.debugPlugin, message);
+    return this.sendMessage(messages.debugPlugin, message);
   }
 
   requestLocation(
     message: hublink.Sending<RequestLocation> = {},
   ): Promise<void> {
-    return this.send(messages.requestLocation, message);
+    return this.sendMessage(messages.requestLocation, message);
   }
 
   requestPluginLaunch(
     message: hublink.Sending<RequestPluginLaunch> = {},
   ): Promise<void> {
-    return this.send(messages.requestPluginLaunch, message);
+    return this.sendMessage(messages.requestPluginLaunch, message);
   }
 
   requestPluginConnect(
     message: hublink.Sending<RequestPluginConnect> = {},
   ): Promise<void> {
-    return this.send(messages.requestPluginConnect, message);
+    return this.sendMessage(messages.requestPluginConnect, message);
   }
 
   requestPluginIdForService(
     message: hublink.Sending<RequestPluginIdForService> = {},
   ): Promise<void> {
-    return this.send(messages.requestPluginIdForService, message);
+    return this.sendMessage(messages.requestPluginIdForService, message);
   }
 
   requestHublinkDisconnect(
     message: hublink.Sending<RequestHublinkDisconnect> = {},
   ): Promise<void> {
-    return this.send(messages.requestHublinkDisconnect, message);
+    return this.sendMessage(messages.requestHublinkDisconnect, message);
   }
 
   requestServiceConnection(
     message: hublink.Sending<RequestServiceConnection> = {},
   ): Promise<void> {
-    return this.send(messages.requestServiceConnection, message);
+    return this.sendMessage(messages.requestServiceConnection, message);
   }
 
   dropServiceConnection(
     message: hublink.Sending<DropServiceConnection> = {},
   ): Promise<void> {
-    return this.send(messages.dropServiceConnection, message);
+    return this.sendMessage(messages.dropServiceConnection, message);
   }
 
   connectionAcceptedEvent(
     message: hublink.Sending<ConnectionAcceptedEvent> = {},
   ): Promise<void> {
-    return this.send(messages.connectionAcceptedEvent, message);
+    return this.sendMessage(messages.connectionAcceptedEvent, message);
   }
 
   startPluginEvent(
     message: hublink.Sending<StartPluginEvent> = {},
   ): Promise<void> {
-    return this.send(messages.startPluginEvent, message);
+    return this.sendMessage(messages.startPluginEvent, message);
   }
 
   setWorkingDir(message: hublink.Sending<SetWorkingDir> = {}): Promise<void> {
-    return this.send(messages.setWorkingDir, message);
+    return this.sendMessage(messages.setWorkingDir, message);
   }
 
   reserveRnBlock(message: hublink.Sending<ReserveRnBlock> = {}): Promise<void> {
-    return this.send(messages.reserveRnBlock, message);
+    return this.sendMessage(messages.reserveRnBlock, message);
   }
 
   releaseRn(message: hublink.Sending<ReleaseRn> = {}): Promise<void> {
-    return this.send(messages.releaseRn, message);
+    return this.sendMessage(messages.releaseRn, message);
   }
 
   unregisterService(
     message: hublink.Sending<UnregisterService> = {},
   ): Promise<void> {
-    return this.send(messages.unregisterService, message);
+    return this.sendMessage(messages.unregisterService, message);
   }
 
   registerServiceList(
     message: hublink.Sending<RegisterServiceList> = {},
   ): Promise<void> {
-    return this.send(messages.registerServiceList, message);
+    return this.sendMessage(messages.registerServiceList, message);
   }
 
   requestValueOfNameOnPlugin(
     message: hublink.Sending<RequestValueOfNameOnPlugin> = {},
   ): Promise<void> {
-    return this.send(messages.requestValueOfNameOnPlugin, message);
+    return this.sendMessage(messages.requestValueOfNameOnPlugin, message);
   }
 
   valueOfNameOnPluginResponseEvent(
     message: hublink.Sending<ValueOfNameOnPluginResponseEvent> = {},
   ): Promise<void> {
-    return this.send(messages.valueOfNameOnPluginResponseEvent, message);
+    return this.sendMessage(messages.valueOfNameOnPluginResponseEvent, message);
   }
 
   persistentService(
     message: hublink.Sending<PersistentService> = {},
   ): Promise<void> {
-    return this.send(messages.persistentService, message);
+    return this.sendMessage(messages.persistentService, message);
   }
 
   numPersistentServices(
     message: hublink.Sending<NumPersistentServices> = {},
     options?: hublink.WaitOptions,
   ): Promise<NumPersistentServicesReply> {
-    return this.call(messages.numPersistentServices, message, options);
+    return this.callMessage(messages.numPersistentServices, message, options);
   }
 
   logMessageEvent(
     message: hublink.Sending<LogMessageEvent> = {},
   ): Promise<void> {
-    return this.send(messages.logMessageEvent, message);
+    return this.sendMessage(messages.logMessageEvent, message);
   }
 
   setEnvironmentVariable(
     message: hublink.Sending<SetEnvironmentVariable> = {},
   ): Promise<void> {
-    return this.send(messages.setEnvironmentVariable, message);
+    return this.sendMessage(messages.setEnvironmentVariable, message);
   }
 
   setPreferAda(message: hublink.Sending<SetPreferAda> = {}): Promise<void> {
-    return this.send(messages.setPreferAda, message);
+    return this.sendMessage(messages.setPreferAda, message);
   }
 }
