@@ -100,10 +100,18 @@ class PluginTest(HubTest):
         for wanted, outcome, options in (
                 ("Mirror", hublink.Outcome.REFUSED, {}),
                 ("Nothing", hublink.Outcome.NOT_FOUND, {}),
+                ("Nothing", hublink.Outcome.NOT_FOUND, {"wait": True, "timeout": 0.2}),
                 ("Mirror", hublink.Outcome.TIMED_OUT, {"timeout": 0})):
             with self.assertRaises(hublink.RequestFailed) as caught:
                 await requester.request(wanted, **options)
             self.assertEqual(caught.exception.outcome, outcome)
+
+    async def test_who_waits_for_a_provider(self):
+        requester, provider = await self.plugin(), await self.plugin()
+        asked = asyncio.ensure_future(requester.request("Later", wait=True))
+        self.assertIsNone(await requester.find_provider("Later"))
+        await provider.provide("Later", print)
+        self.assertEqual((await self.soon(asked)).peer_plugin_id, provider.id)
 
     async def test_a_handler_that_fails_closes_its_link(self):
         def fail(link):

@@ -227,11 +227,12 @@ class Plugin:
 
     def request(self, service_name: str, *, plugin_id: int = -1, pairs: Iterable[str] = (),
                 working_dir: Path = None, local_only: bool = False, no_reuse: bool = False,
-                client_start: bool = False, timeout: Optional[float] = REQUEST_TIMEOUT) -> Link:
+                client_start: bool = False, wait: bool = False,
+                timeout: Optional[float] = REQUEST_TIMEOUT) -> Link:
         """Asks for a service and gives the link to its provider; raises RequestFailed."""
         return Link(self._runner, self.run(self.asynchronous.request(
             service_name, plugin_id=plugin_id, pairs=pairs, working_dir=working_dir,
-            local_only=local_only, no_reuse=no_reuse, client_start=client_start,
+            local_only=local_only, no_reuse=no_reuse, client_start=client_start, wait=wait,
             timeout=timeout)))
 
     def find_provider(self, service_name: str, *, working_dir: Path = None, start: bool = False,

@@ -5,14 +5,14 @@ uses this side's own tags and is prepared once for each layout; reading uses the
 side has announced, and is prepared once for each announcement (:class:`Decoder`).
 """
 
-import operator
-import os
 import struct
-from typing import (Any, Callable, Generic, List, NamedTuple, Optional, Sequence, Tuple, Type,
-                    TypeVar, Union)
+from typing import Any, Callable, Generic, List, Optional, Sequence, Tuple, Type, TypeVar, Union
 
-from ._reader import COUNT_TAG, ELEMENT_TAG, Reader, pair_of_f8, swap_words
-from ._wire import END_WORD, PAIR
+from ._encoder import put_all
+from ._items import (CLASSES, FORMATS, PADDED, SIZES, Block, Count, Elements, Item, ListBlock,
+                     Packed, Scalar, Text)
+from ._reader import ELEMENT_TAG, Reader, swap_words
+from ._wire import END_WORD
 from .errors import OutOfRange
 
 __all__ = ["Block", "Count", "Decoder", "Elements", "Layout", "ListBlock", "Packed", "Scalar",
@@ -20,93 +20,7 @@ __all__ = ["Block", "Count", "Decoder", "Elements", "Layout", "ListBlock", "Pack
 
 T = TypeVar("T")
 
-_CLASSES = {"u1": 0x21, "u2": 0x22, "u4": 0x24, "u8": 0x28, "f4": 0x34, "f8": 0x38}
-_SIZES = {"u1": 1, "u2": 2, "u4": 4, "u8": 8, "f4": 4, "f8": 8}
-_FORMATS = {"u1": "?", "u2": "H", "u4": "i", "u8": "Q", "f4": "f", "f8": "Q"}
-_PADDED = {"u1": "?3x", "u2": "H2x"}
-_PADDED_ELEMENTS = {"u1": "B3x", "u2": "H2x"}
-_STRING, _STRUCT, _ARRAY = 0x10, 0x40, 0x50
-_ZEROS = (bytes(4), bytes(3), bytes(2), bytes(1))  # the zero of a text and what fills its word
-_PACKED = struct.Struct("<3I")
-_COUNT = COUNT_TAG << 8 | 0x24
-_ELEMENT = ELEMENT_TAG << 8
-
-
-class Scalar(NamedTuple):
-    """A number."""
-
-    name: str
-    tag: int
-    type: str
-
-
-class Text(NamedTuple):
-    """A text; the name of a file is made absolute by its sender."""
-
-    name: str
-    tag: int
-    nullable: bool = False
-    path: bool = False
-
-
-class Count(NamedTuple):
-    """The count of the array of this name, which stands somewhere behind it."""
-
-    name: str
-    tag: int
-
-
-class Elements(NamedTuple):
-    """An array whose elements are fields of their own; one of u1 is bytes."""
-
-    name: str
-    type: str
-    nullable: bool = False
-
-
-class Packed(NamedTuple):
-    """An array of bare numbers; one of u1 is bytes."""
-
-    name: str
-    tag: int
-    type: str
-
-
-class Block(NamedTuple):
-    """Fields within fields."""
-
-    name: str
-    tag: int
-    layout: "Layout[Any]"
-
-
-class ListBlock(NamedTuple):
-    """A block of a count and its array, which is a list to authors."""
-
-    name: str
-    tag: int
-    count_tag: int
-    array: Union[Elements, Packed]
-
-
-Item = Union[Scalar, Text, Count, Elements, Packed, Block, ListBlock]
-# Appends the bytes of an object's fields, and gives how many of the last ones are fill.
-_Put = Callable[[Any, List[bytes]], int]
 _Get = Callable[[Reader, Any], Any]
-
-
-def _swapped(value: int) -> int:
-    value = operator.index(value)
-    if not 0 <= value < 1 << 64:
-        raise OverflowError
-    return swap_words(value)
-
-
-def _swapped_f8(value: float) -> int:
-    return swap_words(pair_of_f8(value))
-
-
-_TO_WIRE = {"u8": _swapped, "f8": _swapped_f8}
 
 
 def _from_f8(value: int) -> float:
@@ -117,203 +31,13 @@ def _from_f8(value: int) -> float:
 _FROM_WIRE = {"u8": swap_words, "f8": _from_f8}
 
 
-def _encoded(text: Any, nullable: bool, path: bool) -> Optional[bytes]:
-    if text is None and nullable:
-        return None
-    if path:
-        text = _absolute(os.fspath(text))
-    data: bytes = text.encode("utf-8", "surrogateescape")
-    if 0 in data:
-        raise ValueError
-    return data
-
-
-def _absolute(path: str) -> str:
-    """As the C++ library makes it: cleaned, but for the `/` at the end; an empty name stays so."""
-    if not path:
-        return path
-    if not path.startswith("/"):
-        path = f"{os.getcwd()}/{path}"
-    kept: List[str] = []
-    for name in path.split("/"):
-        if name == ".." and kept and kept[-1] != "..":
-            kept.pop()
-        elif name not in ("", "."):
-            kept.append(name)
-    end = "/" if kept and path.endswith("/") else ""
-    return "/" + "/".join(kept) + end
-
-
-def _text_field(word: int, data: Optional[bytes]) -> Tuple[bytes, int]:
-    if data is None:
-        return PAIR.pack(word, 0), 0
-    size = len(data)
-    return PAIR.pack(word, size + 1) + data + _ZEROS[size & 3], 3 - (size & 3)
-
-
-def _put_run(items: Sequence[Scalar]) -> _Put:
-    """Numbers that follow each other, which are packed at once."""
-    words = [item.tag << 8 | _CLASSES[item.type] for item in items]
-    pack = struct.Struct("<" + "".join("I" + _PADDED.get(i.type, _FORMATS[i.type])
-                                       for i in items)).pack
-    fill = -_SIZES[items[-1].type] & 3
-    converted = [(2 * place + 1, _TO_WIRE[item.type])
-                 for place, item in enumerate(items) if item.type in _TO_WIRE]
-    if len(items) == 1:
-        word, get, = words[0], operator.attrgetter(items[0].name)
-        convert = _TO_WIRE.get(items[0].type)
-
-        def put_one(value: Any, out: List[bytes]) -> int:
-            number = get(value)
-            out.append(pack(word, convert(number) if convert else number))
-            return fill
-        return put_one
-
-    get_all = operator.attrgetter(*(item.name for item in items))
-    template: List[Any] = [None] * (2 * len(items))
-    template[::2] = words
-
-    def put(value: Any, out: List[bytes]) -> int:
-        parts = template[:]
-        parts[1::2] = get_all(value)
-        for place, convert in converted:
-            parts[place] = convert(parts[place])
-        out.append(pack(*parts))
-        return fill
-    return put
-
-
-def _put_text(item: Text) -> _Put:
-    name, nullable, path, word = item.name, item.nullable, item.path, item.tag << 8 | _STRING
-
-    def put(value: Any, out: List[bytes]) -> int:
-        data, fill = _text_field(word, _encoded(getattr(value, name), nullable, path))
-        out.append(data)
-        return fill
-    return put
-
-
-def _put_count(item: Count) -> _Put:
-    name, word = item.name, item.tag << 8 | _CLASSES["u4"]
-
-    def put(value: Any, out: List[bytes]) -> int:
-        out.append(PAIR.pack(word, len(getattr(value, name))))
-        return 0
-    return put
-
-
-def _elements(item: Elements, values: Sequence[Any], out: List[bytes]) -> int:
-    out.append(PAIR.pack(_COUNT, len(values)))
-    fill = 0
-    if item.type in ("str", "fn"):
-        for value in values:
-            data, fill = _text_field(_ELEMENT | _STRING,
-                                     _encoded(value, item.nullable, item.type == "fn"))
-            out.append(data)
-        return fill
-    pack = struct.Struct("<I" + _PADDED_ELEMENTS.get(item.type, _FORMATS[item.type])).pack
-    word, convert = _ELEMENT | _CLASSES[item.type], _TO_WIRE.get(item.type)
-    for value in values:
-        out.append(pack(word, convert(value) if convert else value))
-        fill = -_SIZES[item.type] & 3
-    return fill
-
-
-def _bytes_of(values: Any) -> bytes:
-    if isinstance(values, (bytes, bytearray)):
-        return values
-    return bytes(memoryview(values))  # a number would be taken for a size
-
-
-def _packed(item: Packed, values: Sequence[Any], out: List[bytes]) -> int:
-    convert = _TO_WIRE.get(item.type)
-    if item.type == "u1":
-        data = _bytes_of(values)
-    elif convert:
-        data = struct.pack(f"<{len(values)}Q", *(convert(value) for value in values))
-    else:
-        data = struct.pack(f"<{len(values)}{_FORMATS[item.type]}", *values)
-    fill = -len(data) & 3
-    out.append(_PACKED.pack(item.tag << 8 | _ARRAY, len(data) + 4,
-                            len(data) // _SIZES[item.type]))
-    out.append(data)
-    if fill:
-        out.append(bytes(fill))
-    return fill
-
-
-def _array(item: Union[Elements, Packed], values: Sequence[Any], out: List[bytes]) -> int:
-    if isinstance(item, Elements):
-        return _elements(item, values, out)
-    return _packed(item, values, out)
-
-
-def _put_array(item: Union[Elements, Packed]) -> _Put:
-    def put(value: Any, out: List[bytes]) -> int:
-        return _array(item, getattr(value, item.name), out)
-    return put
-
-
-def _put_struct(name: str, tag: int, inner: _Put) -> _Put:
-    word = tag << 8 | _STRUCT
-
-    def put(value: Any, out: List[bytes]) -> int:
-        parts: List[bytes] = []
-        fill = inner(getattr(value, name), parts)
-        data = b"".join(parts)
-        out.append(PAIR.pack(word, len(data) - fill))
-        out.append(data)
-        return fill
-    return put
-
-
-def _put_list_block(item: ListBlock) -> _Put:
-    word = item.count_tag << 8 | _CLASSES["u4"]
-
-    def inner(values: Sequence[Any], out: List[bytes]) -> int:
-        out.append(PAIR.pack(word, len(values)))
-        return _array(item.array, values, out)
-    return _put_struct(item.name, item.tag, inner)
-
-
-def _put_all(items: Sequence[Item]) -> _Put:
-    puts: List[_Put] = []
-    run: List[Scalar] = []
-    for item in [*items, None]:
-        if isinstance(item, Scalar):
-            run.append(item)
-            continue
-        if run:
-            puts.append(_put_run(run))
-            run = []
-        if isinstance(item, Text):
-            puts.append(_put_text(item))
-        elif isinstance(item, Count):
-            puts.append(_put_count(item))
-        elif isinstance(item, (Elements, Packed)):
-            puts.append(_put_array(item))
-        elif isinstance(item, Block):
-            puts.append(_put_struct(item.name, item.tag, item.layout.put))
-        elif isinstance(item, ListBlock):
-            puts.append(_put_list_block(item))
-    if len(puts) == 1:
-        return puts[0]
-
-    def put(value: Any, out: List[bytes]) -> int:
-        fill = 0
-        for each in puts:
-            fill = each(value, out)
-        return fill
-    return put
-
-
 class Layout(Generic[T]):
     """The fields of a dataclass in the order of the catalogue."""
 
     def __init__(self, type_: Type[T], items: Sequence[Item] = ()) -> None:
         self.type = type_
         self.items = tuple(items)
-        self.put = _put_all(self.items)
+        self.put = put_all(self.items)
 
     def encode(self, value: T) -> bytes:
         """The payload of a message, with its end word."""
@@ -329,7 +53,7 @@ class Layout(Generic[T]):
         """What is wrong with the value of a field; None if nothing is."""
         for item in self.items:
             try:
-                single = _put_all([item])
+                single = put_all([item])
                 single(value, [])
             except (struct.error, OverflowError, ValueError, TypeError, AttributeError):
                 wrong = getattr(value, item.name, value)
@@ -356,7 +80,7 @@ def _get_elements(item: Union[Elements, Packed]) -> Callable[[Reader, int], Any]
 def _unpacked(item: Packed, number: int, data: bytes) -> Any:
     if item.type == "u1":
         return data
-    values: Sequence[Any] = struct.unpack(f"<{number}{_FORMATS[item.type]}", data)
+    values: Sequence[Any] = struct.unpack(f"<{number}{FORMATS[item.type]}", data)
     convert = _FROM_WIRE.get(item.type)
     return [convert(value) for value in values] if convert else list(values)
 
@@ -380,8 +104,8 @@ class Decoder(Generic[T]):
     def _prepare_fixed(self, items: Sequence[Scalar], tags: Sequence[int]) -> None:
         """Nothing but numbers: one look if they come in the order of the catalogue."""
         self._fixed = struct.Struct("<" + "".join(
-            "I" + _PADDED.get(item.type, _FORMATS[item.type]) for item in items) + "I")
-        self._words = tuple(tags[item.tag] << 8 | _CLASSES[item.type] for item in items) + (0,)
+            "I" + PADDED.get(item.type, FORMATS[item.type]) for item in items) + "I")
+        self._words = tuple(tags[item.tag] << 8 | CLASSES[item.type] for item in items) + (0,)
         self._converted = [(place, _FROM_WIRE[item.type])
                            for place, item in enumerate(items) if item.type in _FROM_WIRE]
 
@@ -453,7 +177,7 @@ class Decoder(Generic[T]):
 
     @staticmethod
     def _packed_getter(item: Packed, tags: Sequence[int]) -> _Get:
-        tag, size, name = tags[item.tag], _SIZES[item.type], item.name
+        tag, size, name = tags[item.tag], SIZES[item.type], item.name
 
         def get_array(reader: Reader, counts: List[Any]) -> Any:
             return _cut(_unpacked(item, *reader.packed(tag, size)), dict(counts)[name].value)

@@ -17,6 +17,7 @@ from types import TracebackType
 from typing import Any, Generator, List, Optional, Sequence, Tuple, Type
 
 from . import _credentials
+from ._choice import HubChoice, find_hub, hub_program, key_of
 from ._connection import Connection
 from ._endpoint import outside_of_handlers
 from ._place import RecordKey
@@ -31,108 +32,6 @@ _CONNECT_LIMIT = 5.0
 _LOCAL_SEND_BUFFER = 512 << 10
 CONNECT_TIMEOUT = 5.0
 START_TIMEOUT = 10.0
-
-
-@dataclasses.dataclass
-class HubChoice:
-    """Which hub is meant, and how it is started."""
-
-    zone: Optional[str] = None
-    """A name that the tools agree on; without one each installation has its own hub for each
-    user."""
-    program: str = ""
-    """The hub's executable, or a bare name in PATH. Empty: `hublink` beside this program, in
-    `../lib/hublink` from there, or in PATH."""
-    port: int = 0
-    """Of a hub whose port is known, which is neither looked for nor started."""
-    host: str = "localhost"
-    """The machine of that hub."""
-    loopback_only: bool = True
-    """Whether a hub that is started can be reached from this machine alone."""
-    any_user: bool = False
-    """Whether a hub that runs as another user is taken; one that is started takes every user
-    then."""
-    tcp_only: bool = False
-    """Whether the local road is left out, by this program and by a hub that is started."""
-    arguments: Sequence[str] = ()
-    """Further options for a hub that is started."""
-
-    @classmethod
-    def from_arguments(cls, argv: Sequence[str]) -> "HubChoice":
-        """The choice that a command line makes; `argv[0]` is the program, as in `sys.argv`.
-
-        `-hl_connect_hublink_port PORT` is there if the hub has started this program, `-hl_zone
-        NAME` and `-hl_hub PROGRAM` are for people. The rest is passed over.
-        """
-        choice = cls()
-        position = 1
-        while position + 1 < len(argv):
-            option, value = argv[position].lower(), argv[position + 1]
-            position += 2
-            if option == "-hl_zone":
-                choice.zone = value
-            elif option == "-hl_hub":
-                choice.program = value
-            elif option == "-hl_connect_hublink_port" and not choice.port:
-                choice.port = _port_of(value)
-            else:
-                position -= 1
-        return choice
-
-
-def _port_of(text: str) -> int:
-    try:
-        port = int(text, 0)
-    except ValueError:
-        return 0
-    return port if 0 < port <= 0xFFFF else 0
-
-
-# --- The hub's program and its record ---
-
-def _is_file(path: str) -> bool:
-    return os.path.exists(path) and not os.path.isdir(path)
-
-
-def _in_path(name: str) -> Optional[str]:
-    for directory in os.environ.get("PATH", "").split(":"):
-        path = os.path.join(directory, name)
-        if _is_file(path):
-            return path
-    return None
-
-
-def hub_program(choice: HubChoice) -> Optional[str]:
-    """The hub's executable without links, or None if there is none."""
-    found: Optional[str] = None
-    if choice.program:
-        if os.path.dirname(choice.program):
-            found = choice.program if _is_file(choice.program) else None
-        else:
-            found = _in_path(choice.program)
-    else:
-        script = os.path.realpath(sys.argv[0]) if sys.argv and sys.argv[0] else ""
-        if _is_file(script):
-            directory = os.path.dirname(script)
-            for path in (os.path.join(directory, "hublink"),
-                         os.path.join(directory, "../lib/hublink/hublink")):
-                if found is None and _is_file(path):
-                    found = path
-        found = found or _in_path("hublink")
-    return os.path.realpath(found) if found else None
-
-
-def _key(choice: HubChoice) -> Optional[RecordKey]:
-    program = hub_program(choice)
-    if choice.zone is None and program is None:
-        return None
-    return RecordKey(choice.zone, os.path.dirname(program) if program else None)
-
-
-def find_hub(choice: HubChoice) -> Optional[int]:
-    """The port of a hub that runs, or None."""
-    key = _key(choice)
-    return (key.read().live_port or None) if key else None
 
 
 # --- The two roads ---
@@ -267,7 +166,7 @@ def _is_missing(error: HubNotFound) -> bool:
 
 
 async def _join_or_start(choice: HubChoice, timeout: float) -> Plugin:
-    key = _key(choice)
+    key = key_of(choice)
     try:
         return await _join(choice, key, timeout)
     except HubNotFound as error:
@@ -409,7 +308,7 @@ class Connecting:
             return await _join_known(choice, CONNECT_TIMEOUT if timeout is None else timeout)
         if self._starts:
             return await _join_or_start(choice, START_TIMEOUT if timeout is None else timeout)
-        return await _join(choice, _key(choice), CONNECT_TIMEOUT if timeout is None else timeout)
+        return await _join(choice, key_of(choice), CONNECT_TIMEOUT if timeout is None else timeout)
 
     def __await__(self) -> Generator[Any, None, Plugin]:
         return self._connect().__await__()

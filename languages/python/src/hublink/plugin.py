@@ -11,10 +11,9 @@ from typing import (Any, Awaitable, Callable, Deque, Dict, Iterable, List, Named
 
 from . import _wire
 from ._connection import Connection
-from ._endpoint import Endpoint
+from ._hub_side import HubEndpoint, HubSide, Location
 from ._messages import hublink as hub
 from ._questions import Questions
-from ._wire import Header
 from .errors import (CallTimedOut, Disconnected, HublinkError, LaunchFailed, LinkEnded, Outcome,
                      RequestFailed)
 from .link import Link
@@ -28,6 +27,7 @@ T = TypeVar("T")
 ANSWER_TIMEOUT = 10.0
 REQUEST_TIMEOUT = 30.0
 _CLOSE_TIMEOUT = 5.0
+_ASK_PAUSE = 0.1
 
 
 class ConnectionRequest(NamedTuple):
@@ -43,13 +43,6 @@ class PluginCounts(NamedTuple):
 
     persistent: int  #: of them, those for whose sake it stays up
     total: int
-
-
-class Location(NamedTuple):
-    """Where a hub listens."""
-
-    host: str
-    port: int
 
 
 LinkHandler = Callable[[Link], object]
@@ -80,68 +73,6 @@ class Service:
         self.withdraw()
 
 
-class _HubEndpoint(Endpoint):
-    """The conversation with the hub: each message is handled as it comes."""
-
-    def _take(self, header: Header, payload: bytes) -> None:
-        side = self._side
-        if side is None:
-            return
-        if header.type == _wire.BINARY:
-            side._handle(header, payload)
-        elif header.type == _wire.NEGOTIATION:
-            side._take_negotiation(header, payload)
-
-    def _end_error(self) -> HublinkError:
-        return Disconnected("the connection to the hub has ended")
-
-
-class _HubSide(hub.HublinkPlugin):
-    """The plugin's side of the interface that the hub has."""
-
-    def __init__(self, link: Endpoint, plugin: "Plugin") -> None:
-        self._plugin = plugin
-        super().__init__(link)
-
-    def on_location_event(self, message: hub.LocationEvent) -> None:
-        self._plugin._locations.answer(Location(message.hostname, message.port))
-
-    def on_plugin_id(self, message: hub.PluginId) -> None:
-        self._plugin._take_id(message.plugin_id)
-
-    def on_connection_requested_event(self, message: hub.ConnectionRequestedEvent) -> None:
-        self._plugin._connection_requested(message)
-
-    def on_connection_dropped_event(self, message: hub.ConnectionDroppedEvent) -> None:
-        self._plugin._connection_dropped(message.service_rn, message.remote_rn)
-
-    def on_connection_reply_event(self, message: hub.ConnectionReplyEvent) -> None:
-        self._plugin._connection_replied(message)
-
-    def on_plugin_id_for_service_reply_event(
-            self, message: hub.PluginIdForServiceReplyEvent) -> None:
-        self._plugin._providers.answer(message.plugin_id, message.cookie)
-
-    def on_rn_block_reserved_event(self, message: hub.RnBlockReservedEvent) -> None:
-        self._plugin._rns_reserved(message.rn_list)
-
-    def on_plugin_connected_event(self, message: hub.PluginConnectedEvent) -> None:
-        self._plugin._starts.answer((message.plugin_id, message.errors), message.cookie)
-
-    def on_forwarded_request_value_of_name_on_plugin(
-            self, message: hub.ForwardedRequestValueOfNameOnPlugin) -> None:
-        self._plugin._value_requested(message)
-
-    def on_value_of_name_on_plugin_event(self, message: hub.ValueOfNameOnPluginEvent) -> None:
-        self._plugin._values.answer(message.value, (message.plugin_id, message.name))
-
-    def on_start_plugin(self, message: hub.StartPlugin) -> None:
-        self._post(hub.StartPluginEvent(message.cookie, False, "this plugin starts no others"))
-
-    def on_start_logging(self, message: hub.StartLogging) -> None:
-        self._plugin._log_kept = True
-
-
 class Plugin:
     """A connection to a hub, made by :func:`hublink.connect`.
 
@@ -168,13 +99,13 @@ class Plugin:
         self._locations: Questions[Location] = Questions(connection, are_unique=False)
         self._values: Questions[Optional[str]] = Questions(connection, are_unique=False)
         self._welcome: Questions[int] = Questions(connection)
-        self._endpoint = _HubEndpoint(connection, _wire.PLUGIN_RN, _wire.HUB_RN)
-        self._hub: Optional[_HubSide] = None
+        self._endpoint = HubEndpoint(connection, _wire.PLUGIN_RN, _wire.HUB_RN)
+        self._hub: Optional[HubSide] = None
         connection.ended = self._connection_ended
 
     async def _negotiate(self, timeout: Optional[float]) -> None:
         welcome = self._welcome.add()
-        self._hub = _HubSide(self._endpoint, self)
+        self._hub = HubSide(self._endpoint, self)
         await self._welcome.wait(welcome, timeout=timeout)
 
     # --- Life ---
@@ -357,22 +288,37 @@ class Plugin:
     async def request(self, service_name: str, *, plugin_id: int = -1, pairs: Iterable[str] = (),
                       working_dir: Union[str, "os.PathLike[str]", None] = None,
                       local_only: bool = False, no_reuse: bool = False,
-                      client_start: bool = False,
+                      client_start: bool = False, wait: bool = False,
                       timeout: Optional[float] = REQUEST_TIMEOUT) -> Link:
         """Asks for a service and gives the link to its provider.
 
         Raises RequestFailed, whose `outcome` says what is wrong; a hub that knows the provider's
-        program starts it before it answers. `plugin_id` is the provider that is wanted, -1 any.
-        `pairs` are passed to its accept handler. With `working_dir` only a provider with this
-        working directory will do.
+        program starts it before it answers. With `wait` a service that nobody provides is asked
+        for again until the time is up. `plugin_id` is the provider that is wanted, -1 any. `pairs`
+        are passed to its accept handler. With `working_dir` only a provider with this working
+        directory will do.
         """
+        message = hub.RequestServiceConnection(
+            service_name, plugin_id, list(pairs), _path(working_dir), local_only, 0, no_reuse,
+            client_start)
+        end = None if timeout is None else self.loop.time() + timeout
+        while True:
+            left = None if end is None else max(0.0, end - self.loop.time())
+            try:
+                return await self._request(message, left)
+            except RequestFailed as failure:
+                if not wait or failure.outcome is not Outcome.NOT_FOUND or left == 0:
+                    raise
+            await asyncio.sleep(_ASK_PAUSE if left is None else min(_ASK_PAUSE, left))
+
+    async def _request(self, message: hub.RequestServiceConnection,
+                       timeout: Optional[float]) -> Link:
+        service_name = message.service_name
         if not self.is_connected:
             raise RequestFailed(service_name, Outcome.DISCONNECTED)
-        cookie = self._next_cookie()
+        cookie = message.client_cookie = self._next_cookie()
         question = self._replies.add(cookie)
-        self._post(hub.RequestServiceConnection(
-            service_name, plugin_id, list(pairs), _path(working_dir), local_only, cookie, no_reuse,
-            client_start))
+        self._post(message)
         try:
             return await self._replies.wait(question, cookie, timeout)
         except CallTimedOut:
