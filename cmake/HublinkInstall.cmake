@@ -62,6 +62,8 @@ install(FILES ${CMAKE_BINARY_DIR}/hublink.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}
 
 install(FILES examples/echo_provider.cpp examples/requester.cpp
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT devel)
+install(DIRECTORY examples/loops DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT devel
+        FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h")
 set(external examples/external)
 install(FILES ${external}/CMakeLists.txt ${external}/Makefile ${external}/converter.stp
               ${external}/provider.cpp ${external}/requester.cpp
