@@ -302,13 +302,17 @@ class Plugin:
             service_name, plugin_id, list(pairs), _path(working_dir), local_only, 0, no_reuse,
             client_start)
         end = None if timeout is None else self.loop.time() + timeout
+        nobody: Optional[RequestFailed] = None
         while True:
             left = None if end is None else max(0.0, end - self.loop.time())
             try:
                 return await self._request(message, left)
             except RequestFailed as failure:
-                if not wait or failure.outcome is not Outcome.NOT_FOUND or left == 0:
+                if nobody is not None and failure.outcome is Outcome.TIMED_OUT:
+                    raise nobody from None
+                if not wait or failure.outcome is not Outcome.NOT_FOUND:
                     raise
+                nobody = failure
             await asyncio.sleep(_ASK_PAUSE if left is None else min(_ASK_PAUSE, left))
 
     async def _request(self, message: hub.RequestServiceConnection,
