@@ -40,6 +40,19 @@ constexpr std::string_view kTypeScriptWords[] = {
 
 constexpr std::string_view kNamespaces[] = {"std", "hublink"};
 
+// Functions of the C library that a spec may well be called like, and that are no namespaces.
+constexpr std::string_view kSystemFunctions[] = {
+    "abort",   "abs",    "accept", "access",  "alarm",  "bind",      "calloc",   "ceil",
+    "clock",   "clone",  "close",  "connect", "crypt",  "daemon",    "div",      "dup",
+    "exit",    "exp",    "floor",  "fork",    "free",   "gamma",     "index",    "kill",
+    "link",    "listen", "log",    "malloc",  "mmap",   "mount",     "nice",     "open",
+    "pause",   "pipe",   "poll",   "pow",     "printf", "profil",    "puts",     "raise",
+    "rand",    "random", "read",   "realloc", "recv",   "remainder", "remove",   "rename",
+    "revoke",  "rewind", "round",  "select",  "send",   "shutdown",  "signal",   "sin",
+    "sleep",   "socket", "splice", "sqrt",    "stat",   "statx",     "symlink",  "sync",
+    "syscall", "system", "tan",    "tee",     "time",   "trunc",     "truncate", "umask",
+    "unlink",  "wait",   "write"};
+
 template <class Table>
 bool contains(const Table& table, std::string_view name) {
   return std::find(std::begin(table), std::end(table), name) != std::end(table);
@@ -211,7 +224,9 @@ std::string sideType(const Catalogue& catalogue, const Side& side, Language lang
 }
 
 std::string moduleName(const Catalogue& catalogue, Language language) {
-  return unreserved(lowerCase(catalogue.specName), language);
+  const std::string name = lowerCase(catalogue.specName);
+  if (language == Language::cpp && contains(kSystemFunctions, name)) return name + "_";
+  return unreserved(name, language);
 }
 
 bool checkAuthorNames(const Catalogue& catalogue, Language language,
