@@ -9,7 +9,7 @@ import unittest.mock
 
 from .support import HubTest, hublink
 
-from hublink import _credentials
+from hublink import _credentials, _place
 
 
 class PluginTest(HubTest):
@@ -62,6 +62,27 @@ class PluginTest(HubTest):
                         await self.plugin(port=port)
                 self.assertEqual(caught.exception.outcome, hublink.HubSearch.STRANGER)
                 self.assertIn(f"another user ({user})", str(caught.exception))
+
+    async def test_somebody_else_has_the_name(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can give files away")
+        usual, own = self.scratch / "svc_test", self.scratch / "hublink_0"
+        usual.write_text("Port = 1\nPid = 1\n")
+        os.chown(usual, 65534, 65534)
+        key = _place.RecordKey("test", None)
+        self.assertEqual((key.read(), key.obstacle()), ((-1, -1), ""))
+        self.assertEqual(own.stat().st_mode & 0o777, 0o700)
+        (own / "svc_test").write_text(f"Port = 7\nPid = {os.getpid()}\n")
+        self.assertEqual(hublink.find_hub(self.choice), 7)
+        async with key.locked() as held:
+            self.assertTrue(held and (own / "svc_test.lock").exists())
+        self.assertEqual(os.listdir(own), ["svc_test"])
+        own.chmod(0o755)  # then it isn't this user's alone
+        with self.assertRaises(hublink.HubNotFound) as caught:
+            await self.plugin()
+        self.assertEqual(caught.exception.outcome, hublink.HubSearch.FAILED)
+        self.assertIn("belongs to another user", str(caught.exception))
+        usual.unlink()
 
     async def test_request_and_packets(self):
         provider, requester = await self.plugin(), await self.plugin()
@@ -248,8 +269,15 @@ class PluginTest(HubTest):
 
     async def test_the_hub_goes(self):
         near, far = await self.linked()
-        asked = asyncio.ensure_future(near._plugin.launch(["/bin/sleep", "20"]))
-        await near._plugin.count_plugins()
+        fifo, script = self.scratch / "fifo", self.scratch / "silent"
+        os.mkfifo(fifo)
+        script.write_text(f"#!/bin/sh\nexec cat {fifo}\n")
+        script.chmod(0o755)
+        asked = asyncio.ensure_future(near._plugin.launch([str(script)]))
+        with await self.soon(asyncio.get_running_loop().run_in_executor(None, open, fifo, "w")):
+            await self.check_end(near, far, asked)
+
+    async def check_end(self, near, far, asked):
         os.kill(self.hub_process(), 9)
         with self.assertRaises(hublink.Disconnected):
             await self.soon(asked)

@@ -21,6 +21,7 @@ SEND_LIMIT = 8 << 20
 RECEIVE_LIMIT = 8 << 20
 
 _BUFFER_SIZE = 256 << 10
+_LARGEST_KEPT = 4 << 20  # of a buffer that has grown for a large packet
 _WRITE_SIZE = 64 << 10  # what is written at once, even if more is to come
 _NO_LIMIT = 1 << 62
 
@@ -181,6 +182,8 @@ class Connection(asyncio.BufferedProtocol):
             view.release()
         if start >= end:  # mostly: the next bytes go to the front
             self._start, self._end = start - end, 0
+            if len(self._buffer) > _LARGEST_KEPT:
+                self._buffer = bytearray(_BUFFER_SIZE)
 
     def _deliver(self, header: Header, payload: bytes) -> None:
         if header.response_to:
