@@ -91,6 +91,7 @@ export abstract class Side<Handlers extends object> {
   #end: HublinkError | undefined;
   #pending: Pending[] = [];
   #putOff: Incoming[] = [];
+  #putOffAt = 0; // how many of them have been handled
   readonly #contexts: HandlerContext[] = [];
   readonly #base: SideBase = {
     packetCame: (packet) => this.#packetCame(packet),
@@ -382,30 +383,34 @@ export abstract class Side<Handlers extends object> {
       case PacketType.negotiation:
         this.#negotiationCame(packet);
         break;
-      case PacketType.binary: {
-        const message = this.#table.receives[packet.id];
-        const flags =
-          packet.flags | ((message?.entryFlags ?? 0) & RECEIVER_FLAGS);
-        if (
-          this.#connection.canDeliver(
-            flags,
-            packet.chain,
-            packet.depth,
-            this.#isBusy(),
-          )
-        ) {
-          this.#handle(message, packet);
-        } else {
+      case PacketType.binary:
+        if (!this.#handleIfMay(packet)) {
           this.#putOff.push(packet.keep());
           this.#connection.notePutOff(this.#base);
         }
         break;
-      }
       default:
         // Nobody is to wait for an answer that never comes.
         if ((packet.flags & Flag.wantsResponse) !== 0)
           this.#respond(packet, () => undefined);
     }
+  }
+
+  /** Handles a message, unless it has to wait. */
+  #handleIfMay(packet: Incoming): boolean {
+    const message = this.#table.receives[packet.id];
+    const flags = packet.flags | ((message?.entryFlags ?? 0) & RECEIVER_FLAGS);
+    if (
+      !this.#connection.canDeliver(
+        flags,
+        packet.chain,
+        packet.depth,
+        this.#isBusy(),
+      )
+    )
+      return false;
+    this.#handle(message, packet);
+    return true;
   }
 
   /** Whether a handler runs that isn't waiting for the answer of a call. */
@@ -419,10 +424,28 @@ export abstract class Side<Handlers extends object> {
     return false;
   }
 
+  /**
+   * Offers what was put off again, in its order. While a handler runs nothing of it can be handled,
+   * and looking at all of it each time would take long when there is much.
+   */
   #retry(): void {
     const offered = this.#putOff;
-    this.#putOff = [];
-    for (const packet of offered) this.#packetCame(packet);
+    const kept: Incoming[] = [];
+    let at = this.#putOffAt;
+    while (at < offered.length && !this.#isBusy()) {
+      const packet = offered[at++] as Incoming;
+      if (!this.#handleIfMay(packet)) kept.push(packet);
+      if (this.#end) return;
+    }
+    if (kept.length > 0 || (at >= 1024 && at * 2 > offered.length)) {
+      this.#putOff = [...kept, ...offered.slice(at)];
+      at = 0;
+    } else if (at === offered.length) {
+      this.#putOff = [];
+      at = 0;
+    }
+    this.#putOffAt = at;
+    if (this.#putOff.length > 0) this.#connection.notePutOff(this.#base);
   }
 
   #negotiationCame(packet: Incoming): void {
