@@ -2,6 +2,7 @@
 
 import asyncio
 import os
+import shutil
 import signal
 import subprocess
 import sys
@@ -69,6 +70,7 @@ class PluginTest(HubTest):
         usual, own = self.scratch / "svc_test", self.scratch / "hublink_0"
         usual.write_text("Port = 1\nPid = 1\n")
         os.chown(usual, 65534, 65534)
+        self.addCleanup(shutil.rmtree, own)  # this process is no hub to be ended
         key = _place.RecordKey("test", None)
         self.assertEqual((key.read(), key.obstacle()), ((-1, -1), ""))
         self.assertEqual(own.stat().st_mode & 0o777, 0o700)
@@ -77,6 +79,7 @@ class PluginTest(HubTest):
         async with key.locked() as held:
             self.assertTrue(held and (own / "svc_test.lock").exists())
         self.assertEqual(os.listdir(own), ["svc_test"])
+        (own / "svc_test").unlink()
         own.chmod(0o755)  # then it isn't this user's alone
         with self.assertRaises(hublink.HubNotFound) as caught:
             await self.plugin()
