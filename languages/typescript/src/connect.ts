@@ -193,19 +193,21 @@ class Finder {
       if (again instanceof Plugin) return again;
       if (!isHeld)
         throw missing("somebody else has been starting a hub for 20 seconds");
-      return await this.start(timeout);
+      return await this.start(timeout, again);
     } finally {
       if (isHeld) giveLock(this.usual);
     }
   }
 
-  private async start(timeout: number): Promise<Plugin> {
+  private async start(timeout: number, why: HublinkError): Promise<Plugin> {
     const { choice, program } = this;
     if (program === undefined)
       throw missing(
-        choice.program
-          ? `there is no program ${choice.program}`
-          : "the hub's program isn't found",
+        `${why.message}, and none can be started: ${
+          choice.program
+            ? `there is no program ${choice.program}`
+            : "the hub's program isn't found"
+        }`,
       );
     const start = performance.now();
     const reached = await startHub({

@@ -14,6 +14,8 @@ const READ_SIZE = 256 * 1024;
 const BLOCK_SIZE = 128 * 1024;
 /** Blocks that are given to the system at a time. */
 const MOST_BLOCKS = 8;
+/** Blocks that are kept for later. */
+const MOST_SPARES = 16;
 
 interface Block {
   readonly writer: Writer;
@@ -210,7 +212,7 @@ export class Transport {
   private landed(): void {
     for (const { writer } of this.flying) {
       if (
-        this.spares.length === MOST_BLOCKS ||
+        this.spares.length === MOST_SPARES ||
         writer.bytes.length > 2 * BLOCK_SIZE
       )
         continue;
