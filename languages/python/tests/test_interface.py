@@ -6,6 +6,8 @@ import os
 
 from .support import HubTest, generate, hublink
 
+from hublink import _wire
+
 TALK = """
 # Talk
 # with a \\ and "quotes".
@@ -209,6 +211,18 @@ class InterfaceTest(HubTest):
                 await work
         self.assertRaises(hublink.NotSupported, asker.try_send, talk.Note())
         self.assertRaises(ValueError, Asker, near)
+
+    async def test_what_came_before_the_side_comes_first(self):
+        near, far = await self.linked()
+        Teller(far)
+        await self.until(lambda: near._strays)  # its record
+        asker = Asker(near)
+        tables = asker._tables
+        number = [message.name for message in tables.received].index("Tell")
+        header = _wire.Header(near.remote_rn, near.local_rn, 9, 0, _wire.BINARY, number, 2, 9, 1)
+        near._take(header, tables.received[number].fields.encode(talk.Tell("early")))
+        await self.until(lambda: asker.got)
+        self.assertEqual(asker.got, ["early"])
 
     async def test_versions(self):
         class NewAsker(newer.TalkAsker):

@@ -87,15 +87,18 @@ class Endpoint:
         """A packet has come, which is no response."""
         kind = header.type
         if kind == _wire.BINARY or kind == _wire.NEGOTIATION:
-            side = self._side
-            if side is None:
+            if self._side is None or self._strays:
                 self._keep_stray(header, payload)
-            elif kind == _wire.NEGOTIATION:
-                side._take_negotiation(header, payload)
             else:
-                self._enqueue(header, payload)
+                self._give(self._side, header, payload)
         elif header.flags & _wire.WANTS_RESPONSE:
             self._respond(header, _wire.END_WORD)  # nobody here takes it
+
+    def _give(self, side: "Side", header: Header, payload: bytes) -> None:
+        if header.type == _wire.NEGOTIATION:
+            side._take_negotiation(header, payload)
+        else:
+            self._enqueue(header, payload)
 
     def _keep_stray(self, header: Header, payload: bytes) -> None:
         self._strays.append((header, payload))
@@ -113,9 +116,10 @@ class Endpoint:
             self._connection.loop.call_soon(self._take_strays)
 
     def _take_strays(self) -> None:
-        while self._strays:
-            header, payload = self._strays.popleft()
-            self._take(header, payload)
+        strays, self._strays = self._strays, deque()
+        assert self._side is not None
+        for header, payload in strays:
+            self._give(self._side, header, payload)
 
     def _enqueue(self, header: Header, payload: bytes) -> None:
         """Handles a message as soon as it is its turn."""
@@ -286,8 +290,9 @@ class Endpoint:
         if connection.endpoints.get((self.local_rn, self.remote_rn)) is self:
             del connection.endpoints[self.local_rn, self.remote_rn]
         connection.close_calls_of(self, self._end_error())
-        self._strays.clear()
-        if self._side is not None:
+        if self._side is None:
+            self._strays.clear()
+        else:
             self._side._link_ended()
 
     def _end_error(self) -> HublinkError:

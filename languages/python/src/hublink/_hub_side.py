@@ -9,6 +9,7 @@ from ._wire import Header
 from .errors import Disconnected, HublinkError
 
 if TYPE_CHECKING:
+    from .interface import Side
     from .plugin import Plugin
 
 
@@ -22,14 +23,11 @@ class Location(NamedTuple):
 class HubEndpoint(Endpoint):
     """The conversation with the hub: each message is handled as it comes."""
 
-    def _take(self, header: Header, payload: bytes) -> None:
-        side = self._side
-        if side is None:
-            return
-        if header.type == _wire.BINARY:
-            side._handle(header, payload)
-        elif header.type == _wire.NEGOTIATION:
+    def _give(self, side: "Side", header: Header, payload: bytes) -> None:
+        if header.type == _wire.NEGOTIATION:
             side._take_negotiation(header, payload)
+        else:
+            side._handle(header, payload)
 
     def _end_error(self) -> HublinkError:
         return Disconnected("the connection to the hub has ended")

@@ -94,6 +94,7 @@ async def _attach(connected: socket.socket, port: int, timeout: float) -> Plugin
     """Negotiates on a connection to a hub, which this takes over."""
     loop = asyncio.get_running_loop()
     connection = Connection(loop)
+    plugin = Plugin(connection)  # which is there before the hub's first word
     try:
         if connected.family == socket.AF_UNIX:
             connected.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, _LOCAL_SEND_BUFFER)
@@ -102,7 +103,6 @@ async def _attach(connected: socket.socket, port: int, timeout: float) -> Plugin
     except BaseException:
         connected.close()
         raise
-    plugin = Plugin(connection)
     try:
         await plugin._negotiate(timeout)
     except CallTimedOut:
