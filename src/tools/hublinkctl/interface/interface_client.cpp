@@ -1,5 +1,7 @@
 #include "tools/hublinkctl/interface/interface_client.h"
 
+#include <algorithm>
+
 #include "indgen/whole_file.h"
 #include "tools/hublinkctl/interface/message_decoder.h"
 #include "tools/hublinkctl/interface/message_encoder.h"
@@ -122,6 +124,12 @@ std::optional<Facts> InterfaceClient::call(const std::string& message,
     // What is written isn't lost with this process, once the hub has answered behind it.
     if (status.good()) return session_.count() ? std::optional(Facts()) : std::nullopt;
   } else if (response) {
+    const std::vector<std::string>& peers = spec_->names().peersNames;
+    const auto refusal = std::find(peers.begin(), peers.end(), stpc::kRefusalField);
+    if (refusal != peers.end())
+      if (const auto why = response->getText(static_cast<std::int32_t>(refusal - peers.begin()));
+          why.data())
+        return fail(service_ + " refuses " + message + ": " + std::string(why));
     return decodeFields(*response, called.reply, spec_->names());
   }
   await([] { return false; },
