@@ -47,10 +47,12 @@ class _Runner:
     def _run(self) -> None:
         asyncio.set_event_loop(self.loop)
         self.loop.run_forever()
-        for task in asyncio.all_tasks(self.loop):
+        tasks = asyncio.all_tasks(self.loop)
+        for task in tasks:
             task.cancel()
+        if tasks:
+            self.loop.run_until_complete(asyncio.wait(tasks))
         self.loop.run_until_complete(self.loop.shutdown_asyncgens())
-        self.loop.run_until_complete(asyncio.sleep(0))  # for those that were cancelled
         self.loop.close()
 
     def run(self, work: Coroutine[Any, Any, T]) -> T:

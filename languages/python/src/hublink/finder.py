@@ -236,17 +236,18 @@ async def _accept(sockets: Sequence[socket.socket], died: "asyncio.Future[None]"
                   timeout: float) -> Optional[socket.socket]:
     tasks = [asyncio.ensure_future(_accept_own(each)) for each in sockets]
     waits: "List[asyncio.Future[Any]]" = [*tasks, died]
+    chosen: Optional[socket.socket] = None
     try:
         await asyncio.wait(waits, timeout=timeout, return_when=asyncio.FIRST_COMPLETED)
+        chosen = next((task.result() for task in tasks if task.done()), None)
+        return chosen
     finally:
         for task in tasks:
             task.cancel()
         # They let go of the listeners before those are closed.
-        ends = await asyncio.gather(*tasks, return_exceptions=True)
-        clients = [end for end in ends if isinstance(end, socket.socket)]
-        for client in clients[1:]:
-            client.close()
-    return clients[0] if clients else None
+        for end in await asyncio.gather(*tasks, return_exceptions=True):
+            if isinstance(end, socket.socket) and end is not chosen:
+                end.close()
 
 
 async def _start(choice: HubChoice, timeout: float) -> Plugin:
