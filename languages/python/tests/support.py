@@ -8,6 +8,7 @@ import itertools
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -99,7 +100,8 @@ class HubTest(unittest.IsolatedAsyncioTestCase):
         process = self.hub_process()
         if process and is_running(process):
             with contextlib.suppress(ProcessLookupError):
-                os.kill(process, 15)
+                os.kill(process, signal.SIGTERM)
+                os.kill(process, signal.SIGCONT)  # for a test that has failed with it stopped
             await self.until(lambda: not is_running(process))
 
     async def plugin(self, **options):
