@@ -394,6 +394,18 @@ TEST_F(HublinkctlTest, NoHubADeadOneAndOneThatIsStarted) {
   EXPECT_EQ(alone["started"], true);
 }
 
+// Whether a process has made a connection and sleeps.
+bool waitsOnSocket(platform::ProcessId process) {
+  const std::string place = "/proc/" + std::to_string(process);
+  std::error_code failure;
+  bool hasSocket = false;
+  for (const auto& entry : std::filesystem::directory_iterator(place + "/fd", failure))
+    hasSocket =
+        hasSocket ||
+        std::filesystem::read_symlink(entry.path(), failure).string().starts_with("socket:");
+  return hasSocket && contents(place + "/stat").find(") S ") != std::string::npos;
+}
+
 TEST_F(HublinkctlTest, AHubThatIsStoppedOrGoesMeanwhile) {
   startHub();
   check({{"log text", ExitCode::no, "the hub keeps no plugins' log"}});
@@ -411,7 +423,7 @@ TEST_F(HublinkctlTest, AHubThatIsStoppedOrGoesMeanwhile) {
          {"find", ExitCode::fine, "found: yes"}});
   EXPECT_LT(platform::monotonicMilliseconds() - start, 10000u) << "12 times 0.2 s and the starts";
   const auto joins = begin("status --timeout 60");
-  platform::sleepMilliseconds(100);
+  ASSERT_TRUE(await([&] { return waitsOnSocket(joins->id()); }));
   hub.reset();
   EXPECT_EQ(endOf(*joins), ExitCode::hubGone) << joins->printed();
   EXPECT_EQ(endOf(*waits), ExitCode::hubGone);

@@ -199,6 +199,11 @@ class Matrix:
             self.bin / "hublinkctl", "--zone", self.zone, "--hub", hub, "start", "--stay",
             "--internal-log", self.log])), self.environment)
         keeper.expect("started: yes")
+        name = ""
+        while name != "process":
+            name, _, value = keeper.line().partition(": ")
+        # Those that it has started end with it.
+        self.stack.callback(os.kill, int(value), signal.SIGTERM)
 
     # --- What is tested ---
 
