@@ -1,5 +1,5 @@
-"""What a plugin's author includes brings none of the transport's headers, and what stpc writes for him
-doesn't name it.
+"""What a plugin's author includes brings none of the transport's headers, and what stpc writes for
+him doesn't name it.
 
     check_headers.py SOURCES GENERATED-HEADER
 """

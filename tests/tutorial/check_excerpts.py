@@ -3,8 +3,8 @@
 
     check_excerpts.py PAGE FOLDER
 
-Each ```cpp block has to stand behind a line "`name`:". Its pieces, between empty lines, are looked for
-in that file of the folder, from the top to the bottom."""
+Each ```cpp block has to stand behind a line "`name`:". Its pieces, between empty lines, are looked
+for in that file of the folder, from the top to the bottom."""
 
 import pathlib
 import sys

@@ -207,8 +207,8 @@ def prepare_typescript(scratch, environment):
     (scratch / "node_modules").symlink_to(package / "node_modules")
     environment.update(HOME=str(scratch), npm_config_offline="true", npm_config_audit="false",
                        npm_config_fund="false", npm_config_update_notifier="false")
-    subprocess.run(["npm", "pack", "--ignore-scripts", "--silent", "--pack-destination", scratch], cwd=package,
-                   env=environment, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["npm", "pack", "--ignore-scripts", "--silent", "--pack-destination", scratch],
+                   cwd=package, env=environment, check=True, stdout=subprocess.DEVNULL)
 
 
 def main():
