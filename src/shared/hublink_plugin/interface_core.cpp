@@ -1,5 +1,6 @@
 #include "hublink_plugin/interface_core.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "hublink_plugin/countdown.h"
@@ -282,7 +283,7 @@ void IncomingMessage::refuse(const std::string& why) {
   // A text ends at its first zero, and nobody reads one that fills a packet.
   constexpr std::size_t kMostBytes = 1 << 20;
   if (reply_ && core_.refusalTag() >= 0)
-    reply_->putText(core_.refusalTag(), std::string(why.c_str()).substr(0, kMostBytes));
+    reply_->putText(core_.refusalTag(), why.substr(0, std::min(why.find('\0'), kMostBytes)));
 }
 
 }  // namespace hublink
