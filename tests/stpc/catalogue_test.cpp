@@ -106,6 +106,10 @@ TEST(AuthorNamesTest, FollowTheCustomsOfALanguage) {
   EXPECT_EQ(stpc::pascalCase("URLOf_aFile"), "UrlOfAFile");
   EXPECT_EQ(stpc::unreserved("from", stpc::Language::python), "from_");
   EXPECT_EQ(stpc::unreserved("from", stpc::Language::typescript), "from");
+  stpc::Catalogue catalogue;
+  catalogue.specName = "Index";  // a function of the C library, and so no namespace
+  EXPECT_EQ(stpc::moduleName(catalogue, stpc::Language::cpp), "index_");
+  EXPECT_EQ(stpc::moduleName(catalogue, stpc::Language::python), "index");
 }
 
 // What is right on the wire and in the hub's own style may not be in a language's.
