@@ -2,7 +2,6 @@
 // if there is none.
 
 import { dirname } from "node:path";
-import { setTimeout as sleep } from "node:timers/promises";
 import { HublinkError } from "./errors.js";
 import { giveLock, takeLock } from "./finder/lock.js";
 import { hubProgram } from "./finder/program.js";
@@ -14,6 +13,7 @@ import {
   whyNoRecord,
 } from "./finder/record.js";
 import { startHub } from "./finder/start.js";
+import { pause } from "./pause.js";
 import { Plugin, type ValueHandler } from "./plugin.js";
 
 const JOIN_TIMEOUT = 5_000;
@@ -124,7 +124,7 @@ export async function connectToPort(address: HubAddress): Promise<Plugin> {
         error instanceof HublinkError && error.outcome === "no hub";
       if (!isMissing || (timeout >= 0 && performance.now() >= end)) throw error;
     }
-    await sleep(CONNECT_PAUSE, undefined, { signal: address.signal });
+    await pause(CONNECT_PAUSE, address.signal);
   }
 }
 

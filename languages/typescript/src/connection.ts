@@ -122,7 +122,6 @@ export class Connection implements TransportListener {
     }
     this.deadlines.clear();
     this.receivers.clear();
-    this.putOff.clear();
     this.tellRoom(true);
   }
 

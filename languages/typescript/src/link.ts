@@ -306,7 +306,7 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
       const came = this.unclaimed;
       this.unclaimed = [];
       this.unclaimedBytes = 0;
-      if (this.isUp) for (const packet of came) side.packetCame(packet);
+      for (const packet of came) side.packetCame(packet);
     });
   }
 

@@ -435,7 +435,6 @@ export abstract class Side<Handlers extends object> {
     while (at < offered.length && !this.#isBusy()) {
       const packet = offered[at++] as Incoming;
       if (!this.#handleIfMay(packet)) kept.push(packet);
-      if (this.#end) return;
     }
     if (kept.length > 0 || (at >= 1024 && at * 2 > offered.length)) {
       this.#putOff = [...kept, ...offered.slice(at)];
@@ -575,7 +574,8 @@ export abstract class Side<Handlers extends object> {
 
   #linkEnded(reason: HublinkError): void {
     this.#end = reason;
-    this.#putOff = [];
+    // What was put off has come before, and is still handled.
+    this.#connection.scheduleRetry();
     for (const waiting of [...this.#pending]) waiting.fail(reason);
   }
 }

@@ -168,3 +168,26 @@ test("a peer without an interface is no hang", async (context) => {
   made.close();
   await assert.rejects(waiting, fails("link ended"));
 });
+
+test("what came before the end of a link is still handled", async (context) => {
+  const hub = new Hub(context);
+  const words: number[] = [];
+  let tell!: () => void;
+  const all = new Promise<void>((resolve) => (tell = resolve));
+  const { link } = await hub.pair((end) => {
+    new first.VectorsRight(end, {
+      onAsk: () => ({}),
+      onPing: () => ({}),
+      onLoose: async ({ last }) => {
+        await end.closed;
+        words.push(last);
+        if (words.length === 3) tell();
+      },
+    });
+  });
+  const left = new first.VectorsLeft(link, { onConfirm: () => ({}) });
+  for (const last of [1, 2, 3]) await left.loose({ last });
+  link.close();
+  await all;
+  assert.deepEqual(words, [1, 2, 3]);
+});

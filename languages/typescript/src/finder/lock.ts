@@ -12,7 +12,7 @@ import {
   statSync,
   unlinkSync,
 } from "node:fs";
-import { setTimeout as sleep } from "node:timers/promises";
+import { pause } from "../pause.js";
 import {
   hasOwnPlace,
   isForeign,
@@ -98,7 +98,7 @@ export async function takeLock(
   if (hasOwnPlace(lock)) breakIfStale(ownPlaceOf(lock));
   const start = secondsNow();
   while (!tryLock(lock)) {
-    await sleep(PAUSE, undefined, { signal });
+    await pause(PAUSE, signal);
     if (start + WAIT_SECONDS <= secondsNow()) return false;
   }
   return true;
