@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
-"""Does what documentation pages tell their reader to do, and compares with what they show.
+"""Does what a documentation page tells its reader to do, and compares with what it shows.
 
-    run_tutorial.py BUILD PAGE...
+    run_tutorial.py BUILD PAGE
 
-The build is installed into a scratch directory, whose commands then stand first on PATH. Each page
-gets a directory of its own, and its fenced blocks are taken as they stand, from the top to the
-bottom:
+The build is installed into a scratch directory, whose commands then stand first on PATH. The page's
+fenced blocks are taken as they stand, from the top to the bottom:
 
 - a block behind a line "`name`:" becomes that file;
 - in a ```console block each line that begins with "$ " is run by the shell, and the lines up to the
@@ -212,7 +211,7 @@ def prepare_typescript(scratch, environment):
 
 
 def main():
-    build, *pages = map(pathlib.Path, sys.argv[1:])
+    build, page = map(pathlib.Path, sys.argv[1:])
     scratch = pathlib.Path(tempfile.mkdtemp(prefix="hublink_tutorial."))
     try:
         prefix = scratch / "prefix"
@@ -222,10 +221,9 @@ def main():
                            CMAKE_PREFIX_PATH=str(prefix), CMAKE_BUILD_PARALLEL_LEVEL="2",
                            PYTHONPATH=f"{prefix}/lib/python3/dist-packages",
                            PYTHONDONTWRITEBYTECODE="1")
-        if any("typescript" in page.stem for page in pages):
+        if "typescript" in page.stem:
             prepare_typescript(scratch, environment)
-        for page in pages:
-            Page(page, scratch, environment).run()
+        Page(page, scratch, environment).run()
     except Failure as failure:
         print(failure, file=sys.stderr)
         return 1
