@@ -177,7 +177,7 @@ std::string camelCase(std::string_view name) {
   return first + pascalCase(name).substr(first.size());
 }
 
-std::string unreserved(std::string name, Language language) {
+std::string unreserved(const std::string& name, Language language) {
   const bool isReserved = language == Language::python       ? contains(kPythonWords, name)
                           : language == Language::typescript ? contains(kTypeScriptWords, name)
                                                              : !nameFault(name).empty();

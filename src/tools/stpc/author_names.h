@@ -21,7 +21,7 @@ std::string camelCase(std::string_view name);   ///< rnBlockReservedEvent
 std::string pascalCase(std::string_view name);  ///< RnBlockReservedEvent, for a name of one's own
 
 /// `name`, with an underscore behind it if it is a reserved word of the language.
-std::string unreserved(std::string name, Language language);
+std::string unreserved(const std::string& name, Language language);
 
 /// A field as a member of its struct.
 std::string fieldName(const Field& field, Language language);

@@ -68,10 +68,10 @@ std::vector<std::string> Catalogue::tagNamesWithRefusal() const {
   std::set<std::string> names = fieldNames();
   if (std::any_of(messages.begin(), messages.end(), [](const Message& m) { return m.twoWay; }))
     names.insert(kRefusalField);
-  return numbered(std::move(names));
+  return numbered(names);
 }
 
-std::vector<std::string> Catalogue::numbered(std::set<std::string> sorted) const {
+std::vector<std::string> Catalogue::numbered(const std::set<std::string>& sorted) const {
   std::vector<std::string> names(sorted.begin(), sorted.end());
   const bool keepsNumbers =
       !dense && std::any_of(messages.begin(), messages.end(),

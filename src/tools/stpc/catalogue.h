@@ -105,7 +105,7 @@ struct Catalogue {
   std::vector<const Message*> receivedBy(std::size_t side) const;
 
  private:
-  std::vector<std::string> numbered(std::set<std::string> names) const;
+  std::vector<std::string> numbered(const std::set<std::string>& sorted) const;
   std::set<std::string> fieldNames() const;
 };
 
