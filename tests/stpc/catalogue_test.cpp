@@ -128,6 +128,8 @@ TEST(AuthorNamesTest, ClashesAreNamedWithTheirPlace) {
   EXPECT_EQ(faultIn("M \"aB:%u4% a_b:%u4% \"", Language::cpp), "good");
   EXPECT_EQ(faultIn("Close \"\"", Language::typescript),
             "2:1: \"Close\" would be the operation \"close\", which every side has");
+  EXPECT_EQ(faultIn("Promise \"\"", Language::typescript),
+            "2:1: \"Promise\" would be the type \"Promise\", which the language has");
   EXPECT_EQ(faultIn("M two-way \"| x:%u4% \" MReply \"\"", Language::typescript),
             "2:23: \"MReply\" would be the type \"MReply\", and so would \"M\"");
 }

@@ -40,6 +40,9 @@ constexpr std::string_view kTypeScriptWords[] = {
 
 constexpr std::string_view kNamespaces[] = {"std", "hublink"};
 
+// Types of the language that generated modules name.
+constexpr std::string_view kTypeScriptTypes[] = {"Object", "Promise", "Uint8Array"};
+
 // Functions of the C library that a spec may well be called like, and that are no namespaces.
 constexpr std::string_view kSystemFunctions[] = {
     "abort",   "abs",    "accept", "access",  "alarm",  "bind",      "calloc",   "ceil",
@@ -63,19 +66,21 @@ class Scope {
  public:
   Scope(std::string what, Error& error) : what_(std::move(what)), error_(error) {}
 
+  /// A name that is there whatever the catalogue says, for which `reason` tells.
+  void take(std::string_view name, const std::string& reason) {
+    names_.emplace(std::string(name), ", which " + reason);
+  }
   bool add(const std::string& name, const std::string& original, Position at) {
-    const auto [place, isNew] = names_.emplace(name, original);
+    const auto [place, isNew] = names_.emplace(name, ", and so would " + quoted(original));
     if (isNew) return true;
-    error_ = {at, quoted(original) + " would be " + what_ + " " + quoted(name) +
-                      (place->second.empty() ? ", which every side has"
-                                             : ", and so would " + quoted(place->second))};
+    error_ = {at, quoted(original) + " would be " + what_ + " " + quoted(name) + place->second};
     return false;
   }
 
  private:
   std::string what_;
   Error& error_;
-  std::map<std::string, std::string> names_;
+  std::map<std::string, std::string> names_;  // with what is said of each
 };
 
 class NameCheck {
@@ -88,6 +93,8 @@ class NameCheck {
       error_ = {{}, "a spec can't be called " + quoted(catalogue_.specName) + " in this language"};
       return false;
     }
+    if (language_ == Language::typescript)
+      for (const std::string_view type : kTypeScriptTypes) types_.take(type, "the language has");
     for (const Side& side : catalogue_.sides)
       if (!types_.add(sideType(catalogue_, side, language_), side.name, {})) return false;
     for (const Message& message : catalogue_.messages)
@@ -119,7 +126,7 @@ class NameCheck {
 
   bool checkOperations(std::size_t side, const std::vector<std::string_view>& taken) {
     Scope operations("the operation", error_);
-    for (const std::string_view name : taken) operations.add(std::string(name), "", {});
+    for (const std::string_view name : taken) operations.take(name, "every side has");
     for (const Message* message : catalogue_.sentBy(side))
       if (!operations.add(callName(*message, language_), message->name, message->at)) return false;
     for (const Message* message : catalogue_.receivedBy(side))

@@ -178,7 +178,8 @@ std::string docLines(int indent, const std::string& doc, const std::string& othe
   for (std::size_t start = 0; start < text.size();) {
     const std::size_t end = std::min(text.find('\n', start), text.size());
     std::string line = text.substr(start, end - start);
-    if (line.ends_with('\\')) line += '.';  // or the comment would go on in the next line
+    // Or the comment would go on in the next line; the other is the same as a trigraph.
+    if (line.ends_with('\\') || line.ends_with("?\?/")) line += '.';
     lines += codeLine(indent, line.empty() ? "///" : "/// " + line);
     start = end + 1;
   }
