@@ -451,8 +451,14 @@ TEST_F(HublinkctlTest, AnInternalLogThatIsSwitchedOnAndOff) {
 TEST_F(HublinkctlTest, AllHubsOfAUser) {
   EXPECT_EQ(facts("hubs"), json::array());
   startHub();
-  HubProcess named({"-port", std::to_string(freePort()), "-hl_zone", "named"}, directory);
-  HubProcess dead({"-port", std::to_string(freePort()), "-hl_zone", "dead"}, directory);
+  const std::uint16_t namedPort = freePort(), deadPort = freePort();
+  HubProcess named({"-port", std::to_string(namedPort), "-hl_zone", "named"}, directory);
+  HubProcess dead({"-port", std::to_string(deadPort), "-hl_zone", "dead"}, directory);
+  // A hub that nobody comes to stops.
+  HublinkPlugin namedKeeper, deadKeeper;
+  std::string error;
+  ASSERT_TRUE(namedKeeper.connect(namedPort, error, "localhost", kPatience)) << error;
+  ASSERT_TRUE(deadKeeper.connect(deadPort, error, "localhost", kPatience)) << error;
   const auto processOf = [&](const std::string& zone) {
     EXPECT_TRUE(await([&] { return run("find " + zone).code == ExitCode::fine; }));
     return facts("find " + zone)["process"].get<platform::ProcessId>();
@@ -470,7 +476,7 @@ TEST_F(HublinkctlTest, AllHubsOfAUser) {
   const json& other = hubs[hubs[0]["zone"] == "named" ? 1 : 0];
   const json& one = hubs[hubs[0]["zone"] == "named" ? 0 : 1];
   EXPECT_EQ(one["zone"], "named");
-  EXPECT_EQ(one["plugins"], 0);
+  EXPECT_EQ(one["plugins"], 1);
   EXPECT_EQ(other["port"], port);
   EXPECT_EQ(other["plugins"], nullptr);
   EXPECT_EQ(other["answers"], false);
