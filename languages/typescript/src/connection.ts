@@ -46,6 +46,26 @@ export function failed(error: unknown): Promise<never> {
   return rejection;
 }
 
+/** The bytes that wait at one end. They count as long as its link is up. */
+export class Unread {
+  private bytes = 0;
+  private isOver = false;
+
+  constructor(private readonly connection: Connection) {}
+
+  add(bytes: number): void {
+    if (this.isOver) return;
+    this.bytes += bytes;
+    this.connection.countUnread(bytes);
+  }
+
+  /** Whoever leaves them lying then holds up nobody. */
+  end(): void {
+    this.add(-this.bytes);
+    this.isOver = true;
+  }
+}
+
 interface RoomWaiter {
   resolve(): void;
   isVain(): boolean;
@@ -69,8 +89,9 @@ export class Connection implements TransportListener {
   private wasFull = false;
   private roomWaiters: RoomWaiter[] = [];
   private readonly putOff = new Set<Retrying>();
-  private isRetryScheduled = false;
-  private inboxBytes = 0;
+  /** Whether what was put off is offered again before the next read. */
+  isRetryScheduled = false;
+  private unreadBytes = 0;
   private questions = 0;
   private isPaused = false;
 
@@ -251,13 +272,13 @@ export class Connection implements TransportListener {
 
   // --- What has come and isn't taken ---
 
-  /** Counts bytes that wait in an inbox: with too many of them no more is read. */
-  countInbox(bytes: number): void {
-    this.inboxBytes += bytes;
+  /** Counts bytes that have come and wait: with too many of them no more is read. */
+  countUnread(bytes: number): void {
+    this.unreadBytes += bytes;
     this.adjustReading();
   }
 
-  /** Counts questions to the hub whose answers are awaited: they must come through. */
+  /** Counts answers and records that are awaited: they must come through. */
   countQuestions(change: number): void {
     this.questions += change;
     this.adjustReading();
@@ -266,7 +287,7 @@ export class Connection implements TransportListener {
   private adjustReading(): void {
     const limit = this.isPaused ? SEND_LIMIT / 2 : SEND_LIMIT;
     const pauses =
-      this.inboxBytes > limit && this.calls.size === 0 && this.questions === 0;
+      this.unreadBytes > limit && this.calls.size === 0 && this.questions === 0;
     if (pauses === this.isPaused || !this.isUp) return;
     this.isPaused = pauses;
     this.transport.pauseReading(pauses);

@@ -4,7 +4,7 @@
 // interface. A link ends when either side closes it, when the other plugin goes, or with the
 // connection to the hub. What came before can still be read then.
 
-import { DONE, failed, type Connection } from "./connection.js";
+import { DONE, failed, Unread, type Connection } from "./connection.js";
 import { HublinkError } from "./errors.js";
 import type { Endpoint, SideBase, WaitOptions } from "./side.js";
 import { Waiting } from "./waiting.js";
@@ -74,6 +74,7 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
   private isHandling = false;
   private inbox: Buffer[] = [];
   private inboxAt = 0;
+  private readonly unread: Unread;
   private waiters: Waiting<Buffer>[] = [];
   private readonly heading: Heading;
 
@@ -83,6 +84,7 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
     place: LinkPlace,
   ) {
     this.connection = owner.connection;
+    this.unread = new Unread(this.connection);
     this.localRn = place.localRn;
     this.remoteRn = place.remoteRn;
     this.peerPluginId = place.peerPluginId;
@@ -228,7 +230,7 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
       this.inbox = this.inbox.slice(this.inboxAt);
       this.inboxAt = 0;
     }
-    this.connection.countInbox(-next.length);
+    this.unread.add(-next.length);
     return next;
   }
 
@@ -244,7 +246,7 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
     const waiter = this.waiters.shift();
     if (waiter?.answer(kept)) return;
     this.inbox.push(kept);
-    this.connection.countInbox(kept.length);
+    this.unread.add(kept.length);
   }
 
   private pump(): void {
@@ -330,6 +332,7 @@ export class Link implements Endpoint, AsyncIterable<Buffer> {
   end(reason: HublinkError): void {
     if (!this.isUp) return;
     this.reason = reason;
+    this.unread.end();
     this.connection.remove(this.localRn, this.remoteRn, this);
     this.connection.failCalls(this.localRn, this.remoteRn, reason);
     this.side?.ended(reason);

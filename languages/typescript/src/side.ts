@@ -3,7 +3,13 @@
 // A side that is put onto a link sends its record at once, and takes in what the other end has sent
 // before. Messages that are sent before the peer's record has come wait for it, in their order.
 
-import { DONE, failed, type Connection, type OpenCall } from "./connection.js";
+import {
+  DONE,
+  failed,
+  Unread,
+  type Connection,
+  type OpenCall,
+} from "./connection.js";
 import { runIn, type HandlerContext } from "./context.js";
 import { deadlineAfter } from "./deadlines.js";
 import { HublinkError } from "./errors.js";
@@ -92,6 +98,7 @@ export abstract class Side<Handlers extends object> {
   #pending: Pending[] = [];
   #putOff: Incoming[] = [];
   #putOffAt = 0; // how many of them have been handled
+  readonly #unread: Unread;
   readonly #contexts: HandlerContext[] = [];
   readonly #base: SideBase = {
     packetCame: (packet) => this.#packetCame(packet),
@@ -109,6 +116,7 @@ export abstract class Side<Handlers extends object> {
     this.#table = table;
     this.#handlers = handlers;
     this.#connection = endpoint.connection;
+    this.#unread = new Unread(this.#connection);
     this.#keepsChains = endpoint.keepsChains;
     this.#peer = new PeerRecord(table.tags, table.sends);
     this.#refusedTag = table.tags.indexOf(REFUSED_TAG);
@@ -341,6 +349,7 @@ export abstract class Side<Handlers extends object> {
     return new Promise((resolve, reject) => {
       const finish = (): void => {
         deadlines.remove(entry);
+        this.#connection.countQuestions(-1);
         signal?.removeEventListener("abort", onAbort);
         this.#pending = this.#pending.filter((other) => other !== entry);
       };
@@ -372,6 +381,7 @@ export abstract class Side<Handlers extends object> {
       const onAbort = (): void => entry.fail(signal?.reason);
       this.#pending.push(entry);
       deadlines.add(entry);
+      this.#connection.countQuestions(1);
       signal?.addEventListener("abort", onAbort, { once: true });
     });
   }
@@ -384,8 +394,14 @@ export abstract class Side<Handlers extends object> {
         this.#negotiationCame(packet);
         break;
       case PacketType.binary:
-        if (!this.#handleIfMay(packet)) {
-          this.#putOff.push(packet.keep());
+        // Nothing overtakes what is about to be offered again.
+        if (
+          (this.#putOff.length > 0 && this.#connection.isRetryScheduled) ||
+          !this.#handleIfMay(packet)
+        ) {
+          const kept = packet.keep();
+          this.#putOff.push(kept);
+          this.#unread.add(kept.bytes.length);
           this.#connection.notePutOff(this.#base);
         }
         break;
@@ -434,7 +450,8 @@ export abstract class Side<Handlers extends object> {
     let at = this.#putOffAt;
     while (at < offered.length && !this.#isBusy()) {
       const packet = offered[at++] as Incoming;
-      if (!this.#handleIfMay(packet)) kept.push(packet);
+      if (this.#handleIfMay(packet)) this.#unread.add(-packet.bytes.length);
+      else kept.push(packet);
     }
     if (kept.length > 0 || (at >= 1024 && at * 2 > offered.length)) {
       this.#putOff = [...kept, ...offered.slice(at)];
@@ -574,6 +591,7 @@ export abstract class Side<Handlers extends object> {
 
   #linkEnded(reason: HublinkError): void {
     this.#end = reason;
+    this.#unread.end();
     // What was put off has come before, and is still handled.
     this.#connection.scheduleRetry();
     for (const waiting of [...this.#pending]) waiting.fail(reason);

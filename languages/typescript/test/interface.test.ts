@@ -191,3 +191,34 @@ test("what came before the end of a link is still handled", async (context) => {
   await all;
   assert.deepEqual(words, [1, 2, 3]);
 });
+
+test("who sends waits for a slow handler", async (context) => {
+  const hub = new Hub(context);
+  let release!: () => void;
+  const released = new Promise<void>((resolve) => (release = resolve));
+  const seen: number[] = [];
+  const { link } = await hub.pair((end) => {
+    new first.VectorsRight(end, {
+      onAsk: () => ({}),
+      onPing: () => ({}),
+      onLoose: async ({ last }) => {
+        await released;
+        seen.push(last);
+      },
+    });
+    return end;
+  });
+  const left = new first.VectorsLeft(link, { onConfirm: () => ({}) });
+  await left.ready();
+  const numbers = new Int32Array(1 << 18);
+  const count = 80;
+  let isSent = false;
+  let sent: Promise<void> | undefined;
+  for (let last = 0; last < count; ++last) sent = left.loose({ numbers, last });
+  void sent?.then(() => (isSent = true));
+  await new Promise((resolve) => setTimeout(resolve, 500));
+  assert.equal(isSent, false);
+  release();
+  await left.ping({}, { timeout: -1 });
+  assert.deepEqual(seen, [...Array(count).keys()]);
+});
