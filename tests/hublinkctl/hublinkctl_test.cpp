@@ -421,7 +421,7 @@ TEST_F(HublinkctlTest, AHubThatIsStoppedOrGoesMeanwhile) {
            "--timeout 0.2 ");
   check({{"--timeout 0.2 start", ExitCode::noAnswer, "doesn't answer"},
          {"find", ExitCode::fine, "found: yes"}});
-  EXPECT_LT(platform::monotonicMilliseconds() - start, 10000u) << "12 times 0.2 s and the starts";
+  EXPECT_LT(platform::monotonicMilliseconds() - start, 30000u) << "12 times 0.2 s and the starts";
   const auto joins = begin("status --timeout 60");
   ASSERT_TRUE(await([&] { return waitsOnSocket(joins->id()); }));
   hub.reset();
