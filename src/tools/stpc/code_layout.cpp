@@ -61,4 +61,13 @@ std::string chainLines(int indent, const std::string& head, const std::vector<st
   return lines;
 }
 
+std::string textLiteral(std::string_view text) {
+  std::string literal = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') literal += '\\';
+    literal += c;
+  }
+  return literal + "\"";
+}
+
 }  // namespace stpc

@@ -1,7 +1,8 @@
-// Lines of C++ that fit into the width of a page.
+// Lines of code that fit into the width of a page, and texts in it.
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace stpc {
@@ -17,5 +18,8 @@ std::string wordLines(int indent, const std::vector<std::string>& words);
 /// One line, and whether it would fit.
 std::string codeLine(int indent, const std::string& text);
 bool fitsLine(int indent, const std::string& text);
+
+/// `text` in quotes, with what would end or change it escaped: the same in every language here.
+std::string textLiteral(std::string_view text);
 
 }  // namespace stpc

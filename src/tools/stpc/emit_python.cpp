@@ -4,10 +4,10 @@
 #include "tools/stpc/emit_python.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "tools/stpc/author_names.h"
 #include "tools/stpc/code_layout.h"
+#include "tools/stpc/emit_tables.h"
 #include "tools/stpc/text_template.h"
 
 namespace stpc {
@@ -27,21 +27,6 @@ from hublink import interface
 
 ${all}
 ${types}${tables}${sides})";
-
-std::string hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%02x", value);
-  return text;
-}
-
-std::string inQuotes(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') quoted += '\\';
-    quoted += c;
-  }
-  return quoted + "\"";
-}
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines(1);
@@ -261,9 +246,10 @@ class PythonEmitter {
   std::string exports(const std::string& types) const {
     std::vector<std::string> names;
     for (const std::string& line : linesOf(types))
-      if (line.starts_with("class ")) names.push_back(inQuotes(line.substr(6, line.find(':') - 6)));
+      if (line.starts_with("class "))
+        names.push_back(textLiteral(line.substr(6, line.find(':') - 6)));
     for (const Side& side : catalogue_.sides)
-      names.push_back(inQuotes(sideType(catalogue_, side, kLanguage)));
+      names.push_back(textLiteral(sideType(catalogue_, side, kLanguage)));
     std::sort(names.begin(), names.end());
     return "__all__ = [\n" + wordLines(4, names) + "]";
   }
@@ -272,10 +258,10 @@ class PythonEmitter {
     return std::to_string(std::find(tags_.begin(), tags_.end(), field.name) - tags_.begin());
   }
 
-  static std::string nameOf(const Field& field) { return inQuotes(fieldName(field, kLanguage)); }
+  static std::string nameOf(const Field& field) { return textLiteral(fieldName(field, kLanguage)); }
 
   static std::string scalarName(const Field& field) {
-    return inQuotes(spelling(field.scalar).name);
+    return textLiteral(spelling(field.scalar).name);
   }
 
   std::vector<std::string> arrayParts(const Field& field) const {
@@ -342,7 +328,7 @@ class PythonEmitter {
       if (cut == 0) cut = std::min(format.find(' ') + 1, format.size());
       const bool isLast = cut == format.size();
       lines += codeLine(4 + (lines.empty() ? 0 : 7),
-                        head + inQuotes(format.substr(0, cut)) + (isLast ? "," : ""));
+                        head + textLiteral(format.substr(0, cut)) + (isLast ? "," : ""));
       head.clear();
       format.remove_prefix(cut);
       if (isLast) return lines;
@@ -353,22 +339,22 @@ class PythonEmitter {
     std::string text =
         constantOf(message) + " = interface." + (message.twoWay ? "TwoWay" : "OneWay") + "(\n";
     text += codeLine(
-        4, inQuotes(message.name) + ", " + inQuotes(handlerName(message, kLanguage)) + ",");
+        4, textLiteral(message.name) + ", " + textLiteral(handlerName(message, kLanguage)) + ",");
     text += layout(message.fields, typeOfMessage(message), 4, "", ",");
     if (message.twoWay) text += layout(message.reply, replyType(message), 4, "", ",");
     text += formatLines(message.format);
     // Those of an ordinary message are the library's.
     const std::uint32_t usual = message.twoWay ? 1 : 2;
     if (message.entryFlags != usual || message.packetFlags != usual)
-      text += codeLine(4, "entry_flags=" + hex(message.entryFlags) +
-                              ", packet_flags=" + hex(message.packetFlags) + ",");
+      text += codeLine(4, "entry_flags=" + hexNumber(message.entryFlags) +
+                              ", packet_flags=" + hexNumber(message.packetFlags) + ",");
     text.replace(text.size() - 2, 2, ")\n");
     return text;
   }
 
   std::string tables() const {
     std::vector<std::string> names;
-    for (const std::string& tag : tags_) names.push_back(inQuotes(tag));
+    for (const std::string& tag : tags_) names.push_back(textLiteral(tag));
     std::string text = "\n\n# What the library needs to know of the messages.\n\n_TAGS = (";
     text += names.empty() ? ")\n" : "\n" + wordLines(4, names) + ")\n";
     for (const Message& each : catalogue_.messages) text += message(each);
@@ -392,8 +378,8 @@ class PythonEmitter {
     text += docstring(
         side.doc, "The side `" + side.name + "` of the interface " + catalogue_.specName + ".", 4);
     text += "\n" + codeLine(4, "_tables = interface.Tables(");
-    text += codeLine(8, inQuotes(catalogue_.specName) + ", " + inQuotes(side.name) + ", " +
-                            inQuotes(side.vstamp) + ", " + hex(side.flags) + ", _TAGS,");
+    text += codeLine(8, textLiteral(catalogue_.specName) + ", " + textLiteral(side.name) + ", " +
+                            textLiteral(side.vstamp) + ", " + hexNumber(side.flags) + ", _TAGS,");
     text += constants("sent", catalogue_.sentBy(index));
     text += constants("received", catalogue_.receivedBy(index));
     text += codeLine(4, ")");

@@ -1,4 +1,6 @@
 #include "tools/stpc/emit_typescript.h"
+#include "tools/stpc/code_layout.h"
+#include "tools/stpc/emit_tables.h"
 
 #include <algorithm>
 
@@ -53,8 +55,8 @@ std::string messageEntry(const Message& message, std::size_t index) {
   entry += tsProperty(4, "name", quoted(message.name));
   entry += tsProperty(4, "format", quoted(message.format));
   entry += tsProperty(4, "index", number(index));
-  entry += tsProperty(4, "entryFlags", tsFlags(message.entryFlags));
-  entry += tsProperty(4, "packetFlags", tsFlags(message.packetFlags));
+  entry += tsProperty(4, "entryFlags", hexNumber(message.entryFlags));
+  entry += tsProperty(4, "packetFlags", hexNumber(message.packetFlags));
   entry += tsProperty(4, "handler", quoted(handlerName(message, kLanguage)));
   entry += writeMethod("write", message.fields, type);
   entry += readMethod("read", message.fields, type);
@@ -89,8 +91,8 @@ std::string sideTable(const Catalogue& catalogue, std::size_t number) {
   std::string table = "const " + tableName(side) + ": hublink.SideTable = {\n";
   table += tsProperty(2, "spec", quoted(catalogue.specName));
   table += tsProperty(2, "side", quoted(side.name));
-  table += tsProperty(2, "vstamp", tsText(side.vstamp));
-  table += tsProperty(2, "flags", tsFlags(side.flags));
+  table += tsProperty(2, "vstamp", textLiteral(side.vstamp));
+  table += tsProperty(2, "flags", hexNumber(side.flags));
   table += tsProperty(2, "tags", "Object.keys(tag)");
   table += tsList(2, "receives: ", valuesOf(catalogue.receivedBy(number)), ",");
   table += tsList(2, "sends: ", valuesOf(catalogue.sentBy(number)), ",");

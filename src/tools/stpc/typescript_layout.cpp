@@ -1,7 +1,5 @@
 #include "tools/stpc/typescript_layout.h"
 
-#include <cstdio>
-
 namespace stpc::typescript {
 namespace {
 
@@ -82,21 +80,6 @@ std::string tsDoc(int indent, const std::string& text) {
   for (const std::string& line : lines)
     doc += margin + " *" + (line.empty() ? "" : " " + line) + "\n";
   return doc + margin + " */\n";
-}
-
-std::string tsText(std::string_view text) {
-  std::string literal = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') literal += '\\';
-    literal += c;
-  }
-  return literal + "\"";
-}
-
-std::string tsFlags(std::uint32_t flags) {
-  char digits[16];
-  std::snprintf(digits, sizeof digits, "0x%02x", flags);
-  return digits;
 }
 
 }  // namespace stpc::typescript

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace stpc::typescript {
@@ -27,9 +26,5 @@ std::string tsProperty(int indent, const std::string& name, const std::string& v
 std::string tsDoc(int indent, const std::string& text);
 /// The lines of a text, none of which ends a comment.
 std::vector<std::string> tsDocLines(const std::string& text);
-/// A text literal.
-std::string tsText(std::string_view text);
-/// A number as flags are written.
-std::string tsFlags(std::uint32_t flags);
 
 }  // namespace stpc::typescript
