@@ -127,6 +127,7 @@ bool HublinkPlugin::attach(STPTransport* transport, std::string& error, int mill
     spec_->setTransport(nullptr);
   }
   transport_ = CountedPtr<STPTransport>(transport);
+  transport_->setPacketSink(packetSink_);
   owesEnd_ = true;
   spec_ = makeCounted<HublinkPluginSpec>(this);
   pluginID_ = -1;
@@ -185,6 +186,10 @@ std::int32_t HublinkPlugin::registerService(const std::string& name, LinkHandler
   spec_->RegisterServiceList({1, &text});
   serveUntil([&] { return serviceRN->has_value(); }, -1);
   return serviceRN->value_or(-1);
+}
+
+void HublinkPlugin::offerRN(std::int32_t rn, LinkHandler connected, AcceptHandler accept) {
+  services_[rn] = {"", std::move(connected), std::move(accept)};
 }
 
 void HublinkPlugin::unregisterService(std::int32_t serviceRN) {
@@ -322,6 +327,19 @@ void HublinkPlugin::setSendLimit(std::int64_t bytes) {
 
 bool HublinkPlugin::wantsWrite() const {
   return transport_ && transport_->isWritePending();
+}
+
+void HublinkPlugin::carryPackets(PacketSink* sink) {
+  packetSink_ = sink;
+  if (transport_) transport_->setPacketSink(sink);
+}
+
+void HublinkPlugin::sendPackets(const unsigned char* packets, std::int64_t size) {
+  if (isConnected()) transport_->queuePackets(packets, size);
+}
+
+void HublinkPlugin::setReading(bool flag) {
+  if (transport_) transport_->setReading(flag);
 }
 
 std::int64_t HublinkPlugin::waitingBytes() const {

@@ -32,6 +32,7 @@
 #include "hublink_plugin/timed_calls.h"
 
 class Hublink_plugin_Impl;
+class PacketSink;
 class HublinkPluginSpec;
 struct STPStatus;
 
@@ -130,6 +131,9 @@ class HublinkPlugin {
   /// -1, and then the service isn't offered, also if the hub's answer comes later.
   std::int32_t registerService(const std::string& name, LinkHandler connected,
                                AcceptHandler accept = {}, int milliseconds = 5000);
+  /// Offers a service under an RN that the plugin has reserved and under no name: only for those
+  /// whom the hub sends there itself. unregisterService() withdraws it.
+  void offerRN(std::int32_t rn, LinkHandler connected, AcceptHandler accept = {});
   /// Withdraws a service; links that are up stay so.
   void unregisterService(std::int32_t serviceRN);
   // Questions to the hub. A handler is called once: with the answer, or with what stands for none
@@ -177,6 +181,12 @@ class HublinkPlugin {
   bool isLogKept() const { return logKept_; }
   /// Answers questions about named values; none means that there is no such value.
   void onValueRequest(ValueHandler handler) { valueHandler_ = std::move(handler); }
+  /// The same for who has to ask further himself: the answer is given, in this connection, whenever
+  /// it is there. Such a handler goes before one of the other kind.
+  using ValueAnswer = std::function<void(const std::optional<std::string>& value)>;
+  using ValueQuestionHandler = std::function<void(std::int32_t requestingPluginID,
+                                                  const std::string& name, ValueAnswer answer)>;
+  void onValueQuestion(ValueQuestionHandler handler) { valueQuestionHandler_ = std::move(handler); }
   /// Whether the hub stays up for this plugin's sake; it does unless told otherwise. Ignored
   /// without a connection.
   void setPersistent(bool persistent);
@@ -211,6 +221,19 @@ class HublinkPlugin {
   }
   /// False if the call was made already, or has been taken back before.
   bool cancelLater(TimedCallID id) { return timedCalls_.cancel(id); }
+
+  // --- For who carries links on elsewhere, packets unread ---
+  /// All that comes on links goes to `sink` (not owned; null: no longer), in the next connection
+  /// too; their HublinkLink tells of their end only.
+  void carryPackets(PacketSink* sink);
+  /// Queues whole packets as they stand, `size` bytes with the fill of each. Only they say which
+  /// link they belong to. Nothing waits, whatever the send limit says; without a connection they
+  /// are dropped.
+  void sendPackets(const unsigned char* packets, std::int64_t size);
+  /// Whether what comes from the hub is read. Meanwhile the hub lets those who send here wait.
+  void setReading(bool flag);
+  /// Bytes that wait to be written to the hub.
+  std::int64_t waitingBytes() const;
 
   // --- For a loop of one's own ---
   /// Readable when there is something to serve: room to write included, and what is posted. It is
@@ -252,7 +275,6 @@ class HublinkPlugin {
   void connectionEnded();
 
   // What links may send (see HublinkLink::send).
-  std::int64_t waitingBytes() const;
   bool isFull();
   /// Serves until there is room or `isVain` says that nobody needs it any more; false if the time
   /// is up.
@@ -286,6 +308,8 @@ class HublinkPlugin {
   OpenQuestions<std::pair<std::int32_t, std::string>, AnswerHandler> values_;
   std::map<LinkKey, std::shared_ptr<HublinkLink>> links_;
   ValueHandler valueHandler_;
+  ValueQuestionHandler valueQuestionHandler_;
+  PacketSink* packetSink_ = nullptr;
   std::int64_t sendLimit_ = kSendLimit;
   bool full_ = false;        // the limit was reached, and half of it hasn't gone since
   std::uint64_t rooms_ = 0;  // how often it has gone

@@ -72,6 +72,18 @@ void HublinkPluginSpec::ForwardedRequestValueOfNameOnPlugin(std::int32_t request
                                                             std::int32_t my_plugin_id,
                                                             const char* name) {
   std::optional<std::string> value;
+  if (plugin_ && plugin_->valueQuestionHandler_) {
+    const auto handler = plugin_->valueQuestionHandler_;
+    CountedPtr<HublinkPluginSpec> hold(this);
+    handler(requesting_plugin_id, textOf(name),
+            [hold, requesting_plugin_id, my_plugin_id,
+             asked = textOf(name)](const std::optional<std::string>& answer) {
+              hold->ValueOfNameOnPluginResponseEvent(requesting_plugin_id, my_plugin_id,
+                                                     asked.c_str(),
+                                                     answer ? answer->c_str() : nullptr);
+            });
+    return;
+  }
   if (plugin_) {
     const auto handler = plugin_->valueHandler_;  // it may be replaced in the call
     if (handler) value = handler(textOf(name));

@@ -1,4 +1,4 @@
-// The two roads by which a transport calls upwards.
+// The roads by which a transport calls upwards.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +15,16 @@ class ResponseListener {
   virtual bool handleMessage(STPReceivedMessage& message, bool exclusive) = 0;
   /// The connection has ended with messages put off that may never be offered again.
   virtual void connectionEnded() {}
+};
+
+/// Takes packets that others have relayed to this end, for who carries them on unread.
+class PacketSink {
+ public:
+  virtual ~PacketSink() = default;
+  /// Packets that came one behind the other, from one RN of another plugin's to one of this one's:
+  /// `size` bytes in all, each packet with its fill. They are the transport's, and gone after the
+  /// call, in which nothing may be served.
+  virtual void takePackets(const unsigned char* packets, std::int64_t size) = 0;
 };
 
 /// Diverts packets to another transport before anybody looks into them.

@@ -64,6 +64,9 @@ class STPTransport {
   void release();
   /// Not owned; null takes it off.
   void setForwardingHandler(ForwardingHandler* handler) { forwardingHandler_ = handler; }
+  /// Gives all packets for RNs above the link's own addresses to `sink` instead of delivering them.
+  /// Not owned; null takes it off.
+  void setPacketSink(PacketSink* sink) { packetSink_ = sink; }
 
   // --- State ---
   /// A number that no other transport of this process has had.
@@ -92,6 +95,9 @@ class STPTransport {
   void waitFor(const STPTransport& target);
   /// Whether this one isn't read, since it waits for such a target.
   bool isStalled() const;
+  /// Has this end not be read until told otherwise; what has been read waits too. The end of the
+  /// connection is seen all the same.
+  void setReading(bool flag);
   bool isWritePending() const { return hasSocket() && !writeQueue_.empty(); }
   /// Type and id of the last packet queued, each pointer optional; false if there was none.
   bool lastQueued(std::uint32_t* type, std::uint32_t* id) const;
@@ -123,6 +129,8 @@ class STPTransport {
   /// larger than STP_MAX_PACKET_SIZE. Whether the transport is connected doesn't matter. The
   /// message's bytes are copied.
   std::uint32_t enqueueMessage(STPMessage& message);
+  /// Queues whole packets as they stand, `size` bytes with the fill of each.
+  void queuePackets(const unsigned char* packets, std::int64_t size);
   /// Queues and writes all of it, waiting if need be; the sequence number, or 0. Unless the message
   /// is one-way, awaitResponse must follow: it closes the call that this opens.
   std::uint32_t sendMessage(STPMessage& message, RetryHandler* retry, STPStatus* status = nullptr);
@@ -292,6 +300,8 @@ class STPTransport {
   STPPacketTest passOnFront();
   void forwardRun(STPTransport& target, std::int64_t count, bool isLast);
   void deliverFront(const STPPacketTest& test);
+  bool isForSink() const;
+  void giveFrontToSink(const STPPacketTest& test);
 
   // --- Those who wait for others ---
   void noteQueued();
@@ -348,6 +358,8 @@ class STPTransport {
 
   STPReadBuffer input_;
   ForwardingHandler* forwardingHandler_ = nullptr;
+  PacketSink* packetSink_ = nullptr;
+  bool isPaused_ = false;  // not to be read
   STPDelivery delivery_;
   std::list<std::pair<std::int32_t, std::int32_t>> syncs_;  // source and destination
   std::map<ChannelKey, STPChannel*> channels_;

@@ -81,6 +81,11 @@ std::uint32_t STPTransport::enqueueMessage(STPMessage& message) {
   return lastSequence_;
 }
 
+void STPTransport::queuePackets(const unsigned char* packets, std::int64_t size) {
+  queueBytes(packets, size);
+  markUnflushed();
+}
+
 std::uint32_t STPTransport::sendMessage(STPMessage& message, RetryHandler* retry,
                                         STPStatus* status) {
   const Hold hold(this);
@@ -147,6 +152,10 @@ void STPTransport::parseInput() {
     }
     if (test.state != STPPacketState::complete) continue;
     if (isOverfull()) break;
+    if (packetSink_ && isForSink()) {
+      giveFrontToSink(test);
+      continue;
+    }
     deliverFront(test);
     turnBytes += std::int64_t{test.headerSize} + test.payloadSize;
     if (forwardingHandler_ && input_.hasInput() &&
@@ -232,6 +241,21 @@ void STPTransport::deliverFront(const STPPacketTest& test) {
       std::make_unique<STPReceivedMessage>(input_.front(), test.headerSize, test.payloadSize);
   input_.take(stored, STPReadBuffer::Use::delivered);
   dispatchMessage(std::move(message));
+}
+
+bool STPTransport::isForSink() const {
+  return static_cast<std::int32_t>(stpReadWord(input_.front() + STP_DESTINATION_OFFSET)) >=
+         STP_FIRST_RN;
+}
+
+// With those behind it that go the same way.
+void STPTransport::giveFrontToSink(const STPPacketTest& test) {
+  const std::int64_t total = std::int64_t{test.headerSize} + test.payloadSize;
+  input_.clearFill(0, total);
+  const std::int64_t first = stpStoredSize(total);
+  const std::int64_t size = first + input_.runLike(0, first).bytes;
+  packetSink_->takePackets(input_.front(), size);
+  input_.take(size, STPReadBuffer::Use::relayed);
 }
 
 void STPTransport::markUnflushed() {

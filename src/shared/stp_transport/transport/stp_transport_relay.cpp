@@ -116,10 +116,17 @@ void STPTransport::lookAtStopped() {
 // One whose peer has gone has no more to send than what lies in its socket, and that is still to be
 // passed on.
 bool STPTransport::isStalled() const {
-  if (stall_.on == 0 || link_ > Link::connected || platform::readiness().isHungUp(fd_))
+  if ((stall_.on == 0 && !isPaused_) || link_ > Link::connected ||
+      platform::readiness().isHungUp(fd_))
     return false;
+  if (isPaused_) return true;
   const STPTransport* target = transportOf(stall_.on);
   return target && target->backlog_.stops(stall_.turn);
+}
+
+void STPTransport::setReading(bool flag) {
+  isPaused_ = !flag;
+  attend();
 }
 
 void STPTransport::waitFor(const STPTransport& target) {
