@@ -6,13 +6,13 @@ namespace {
 namespace tag {
 enum : std::int32_t {
   address, after, bytes, cookie, descriptors, detail, error, events, file, host, internal_log, kind,
-  launched, launches, line, links, lost, most, most_descriptors, most_plugin_ids, most_rns, name,
-  negotiated, negotiating, next, options, other_id, packets, persistent, plugin_id, plugin_ids,
-  plugin_log, plugins, port, process, program, provider_bytes, provider_id, provider_packets,
-  provider_rn, queued_bytes, received_bytes, received_packets, record, requester_bytes,
-  requester_id, requester_packets, requester_rn, rns, road, sent_bytes, sent_packets, service,
-  service_rn, services, since, slow_since, stalled, state, stops_when_idle, text, time, until, user,
-  version, waiting, waits_for, when_idle, working_dir,
+  launched, launches, line, links, lost, machine, most, most_descriptors, most_plugin_ids, most_rns,
+  name, negotiated, negotiating, next, options, other_id, packets, persistent, plugin_id,
+  plugin_ids, plugin_log, plugins, port, process, program, provider_bytes, provider_id,
+  provider_packets, provider_rn, queued_bytes, received_bytes, received_packets, record, remote_id,
+  requester_bytes, requester_id, requester_packets, requester_rn, rns, road, sent_bytes,
+  sent_packets, service, service_rn, services, since, slow_since, stalled, state, stops_when_idle,
+  text, time, until, user, version, waiting, waits_for, when_idle, working_dir,
 };
 }  // namespace tag
 
@@ -32,11 +32,11 @@ enum : std::uint32_t {
 
 constexpr const char* kTagNames[] = {
     "address", "after", "bytes", "cookie", "descriptors", "detail", "error", "events", "file",
-    "host", "internal_log", "kind", "launched", "launches", "line", "links", "lost", "most",
-    "most_descriptors", "most_plugin_ids", "most_rns", "name", "negotiated", "negotiating", "next",
-    "options", "other_id", "packets", "persistent", "plugin_id", "plugin_ids", "plugin_log",
+    "host", "internal_log", "kind", "launched", "launches", "line", "links", "lost", "machine",
+    "most", "most_descriptors", "most_plugin_ids", "most_rns", "name", "negotiated", "negotiating",
+    "next", "options", "other_id", "packets", "persistent", "plugin_id", "plugin_ids", "plugin_log",
     "plugins", "port", "process", "program", "provider_bytes", "provider_id", "provider_packets",
-    "provider_rn", "queued_bytes", "received_bytes", "received_packets", "record",
+    "provider_rn", "queued_bytes", "received_bytes", "received_packets", "record", "remote_id",
     "requester_bytes", "requester_id", "requester_packets", "requester_rn", "rns", "road",
     "sent_bytes", "sent_packets", "service", "service_rn", "services", "since", "slow_since",
     "stalled", "state", "stops_when_idle", "text", "time", "until", "user", "version", "waiting",
@@ -79,7 +79,8 @@ constexpr STPMessageEntry kSendTable[] = {
      "road:%str% address:%str% since:%u8% negotiated:%u1% persistent:%u1% "
      "working_dir:%str% version:%str% services:%u4% links:%u4% waiting:%u4% "
      "queued_bytes:%u8% slow_since:%u8% waits_for:%u4% stalled:%u4% sent_packets:%u8% "
-     "sent_bytes:%u8% received_packets:%u8% received_bytes:%u8% ", 5, 0x02},
+     "sent_bytes:%u8% received_packets:%u8% received_bytes:%u8% machine:%str% "
+     "remote_id:%u4% ", 5, 0x02},
     {"ServiceDescription",
      "cookie:%u4% name:%str% state:%str% service_rn:%u4% plugin_id:%u4% waiting:%u4% "
      "program:%str% file:%str% line:%u4% ", 6, 0x02},
@@ -91,7 +92,7 @@ constexpr STPSpecTables kTables = {
     .vstamp = "1",
     .specFlags = 0x00,
     .tagNames = kTagNames,
-    .tagCount = 69,
+    .tagCount = 71,
     .receiveTable = kReceiveTable,
     .receiveCount = 9,
     .sendTable = kSendTable,
@@ -198,8 +199,9 @@ void HubStatus_hub_Impl::PluginDescription(std::int32_t cookie, std::int32_t plu
                                            std::uint64_t slow_since, std::int32_t waits_for,
                                            std::int32_t stalled, std::uint64_t sent_packets,
                                            std::uint64_t sent_bytes, std::uint64_t received_packets,
-                                           std::uint64_t received_bytes, bool wait,
-                                           RetryHandler* retry, STPStatus* status) {
+                                           std::uint64_t received_bytes, const char* machine,
+                                           std::int32_t remote_id, bool wait, RetryHandler* retry,
+                                           STPStatus* status) {
   const CountedPtr<STPSpecClass> hold(this);
   const std::uint32_t id = sendTable[sent::PluginDescription].id;
   if (!canSend(false, id != STP_NO_MESSAGE, status)) return;
@@ -231,7 +233,9 @@ void HubStatus_hub_Impl::PluginDescription(std::int32_t cookie, std::int32_t plu
           .field("sent_packets", sent_packets)
           .field("sent_bytes", sent_bytes)
           .field("received_packets", received_packets)
-          .field("received_bytes", received_bytes);
+          .field("received_bytes", received_bytes)
+          .field("machine", machine)
+          .field("remote_id", remote_id);
   }
   const auto packet = newStubMessage(id, 0x02);
   packet->putU32(tag::cookie, cookie);
@@ -258,6 +262,8 @@ void HubStatus_hub_Impl::PluginDescription(std::int32_t cookie, std::int32_t plu
   packet->putU64(tag::sent_bytes, sent_bytes);
   packet->putU64(tag::received_packets, received_packets);
   packet->putU64(tag::received_bytes, received_bytes);
+  packet->putString(tag::machine, machine);
+  packet->putU32(tag::remote_id, remote_id);
   sendStubMessage(*packet, wait, retry, status);
 }
 

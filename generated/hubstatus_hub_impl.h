@@ -36,8 +36,9 @@ class HubStatus_hub_Impl : public STPSpecClass {
                          std::uint64_t queued_bytes, std::uint64_t slow_since,
                          std::int32_t waits_for, std::int32_t stalled, std::uint64_t sent_packets,
                          std::uint64_t sent_bytes, std::uint64_t received_packets,
-                         std::uint64_t received_bytes, bool wait = false,
-                         RetryHandler* retry = nullptr, STPStatus* status = nullptr);
+                         std::uint64_t received_bytes, const char* machine, std::int32_t remote_id,
+                         bool wait = false, RetryHandler* retry = nullptr,
+                         STPStatus* status = nullptr);
   void ServiceDescription(std::int32_t cookie, const char* name, const char* state,
                           std::int32_t service_rn, std::int32_t plugin_id, std::int32_t waiting,
                           const char* program, const char* file, std::int32_t line,

@@ -6,13 +6,13 @@ namespace {
 namespace tag {
 enum : std::int32_t {
   address, after, bytes, cookie, descriptors, detail, error, events, file, host, internal_log, kind,
-  launched, launches, line, links, lost, most, most_descriptors, most_plugin_ids, most_rns, name,
-  negotiated, negotiating, next, options, other_id, packets, persistent, plugin_id, plugin_ids,
-  plugin_log, plugins, port, process, program, provider_bytes, provider_id, provider_packets,
-  provider_rn, queued_bytes, received_bytes, received_packets, record, requester_bytes,
-  requester_id, requester_packets, requester_rn, rns, road, sent_bytes, sent_packets, service,
-  service_rn, services, since, slow_since, stalled, state, stops_when_idle, text, time, until, user,
-  version, waiting, waits_for, when_idle, working_dir,
+  launched, launches, line, links, lost, machine, most, most_descriptors, most_plugin_ids, most_rns,
+  name, negotiated, negotiating, next, options, other_id, packets, persistent, plugin_id,
+  plugin_ids, plugin_log, plugins, port, process, program, provider_bytes, provider_id,
+  provider_packets, provider_rn, queued_bytes, received_bytes, received_packets, record, remote_id,
+  requester_bytes, requester_id, requester_packets, requester_rn, rns, road, sent_bytes,
+  sent_packets, service, service_rn, services, since, slow_since, stalled, state, stops_when_idle,
+  text, time, until, user, version, waiting, waits_for, when_idle, working_dir,
 };
 }  // namespace tag
 
@@ -32,11 +32,11 @@ enum : std::uint32_t {
 
 constexpr const char* kTagNames[] = {
     "address", "after", "bytes", "cookie", "descriptors", "detail", "error", "events", "file",
-    "host", "internal_log", "kind", "launched", "launches", "line", "links", "lost", "most",
-    "most_descriptors", "most_plugin_ids", "most_rns", "name", "negotiated", "negotiating", "next",
-    "options", "other_id", "packets", "persistent", "plugin_id", "plugin_ids", "plugin_log",
+    "host", "internal_log", "kind", "launched", "launches", "line", "links", "lost", "machine",
+    "most", "most_descriptors", "most_plugin_ids", "most_rns", "name", "negotiated", "negotiating",
+    "next", "options", "other_id", "packets", "persistent", "plugin_id", "plugin_ids", "plugin_log",
     "plugins", "port", "process", "program", "provider_bytes", "provider_id", "provider_packets",
-    "provider_rn", "queued_bytes", "received_bytes", "received_packets", "record",
+    "provider_rn", "queued_bytes", "received_bytes", "received_packets", "record", "remote_id",
     "requester_bytes", "requester_id", "requester_packets", "requester_rn", "rns", "road",
     "sent_bytes", "sent_packets", "service", "service_rn", "services", "since", "slow_since",
     "stalled", "state", "stops_when_idle", "text", "time", "until", "user", "version", "waiting",
@@ -67,7 +67,8 @@ constexpr STPMessageEntry kReceiveTable[] = {
      "road:%str% address:%str% since:%u8% negotiated:%u1% persistent:%u1% "
      "working_dir:%str% version:%str% services:%u4% links:%u4% waiting:%u4% "
      "queued_bytes:%u8% slow_since:%u8% waits_for:%u4% stalled:%u4% sent_packets:%u8% "
-     "sent_bytes:%u8% received_packets:%u8% received_bytes:%u8% ", 5, 0x02},
+     "sent_bytes:%u8% received_packets:%u8% received_bytes:%u8% machine:%str% "
+     "remote_id:%u4% ", 5, 0x02},
     {"ServiceDescription",
      "cookie:%u4% name:%str% state:%str% service_rn:%u4% plugin_id:%u4% waiting:%u4% "
      "program:%str% file:%str% line:%u4% ", 6, 0x02},
@@ -91,7 +92,7 @@ constexpr STPSpecTables kTables = {
     .vstamp = "1",
     .specFlags = 0x00,
     .tagNames = kTagNames,
-    .tagCount = 69,
+    .tagCount = 71,
     .receiveTable = kReceiveTable,
     .receiveCount = 7,
     .sendTable = kSendTable,
@@ -459,6 +460,8 @@ void HubStatus_viewer_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPM
       const std::uint64_t sent_bytes = in.u8(tag::sent_bytes);
       const std::uint64_t received_packets = in.u8(tag::received_packets);
       const std::uint64_t received_bytes = in.u8(tag::received_bytes);
+      const char* const machine = in.str(tag::machine);
+      const std::int32_t remote_id = in.u4(tag::remote_id);
       if (receiveLog)
         STPStubTrace(*receiveLog, this, "RECV: PluginDescription: ")
             .field("cookie", cookie)
@@ -484,11 +487,13 @@ void HubStatus_viewer_Impl::handleBinaryMessage(STPReceivedMessage& packet, STPM
             .field("sent_packets", sent_packets)
             .field("sent_bytes", sent_bytes)
             .field("received_packets", received_packets)
-            .field("received_bytes", received_bytes);
+            .field("received_bytes", received_bytes)
+            .field("machine", machine)
+            .field("remote_id", remote_id);
       PluginDescription(cookie, plugin_id, program, process, user, launched, road, address, since,
                         negotiated_, persistent, working_dir, version, services, links, waiting,
                         queued_bytes, slow_since, waits_for, stalled, sent_packets, sent_bytes,
-                        received_packets, received_bytes);
+                        received_packets, received_bytes, machine, remote_id);
       break;
     }
     case received::ServiceDescription: {

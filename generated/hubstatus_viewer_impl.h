@@ -68,7 +68,8 @@ class HubStatus_viewer_Impl : public STPSpecClass {
                                  std::uint64_t slow_since, std::int32_t waits_for,
                                  std::int32_t stalled, std::uint64_t sent_packets,
                                  std::uint64_t sent_bytes, std::uint64_t received_packets,
-                                 std::uint64_t received_bytes) = 0;
+                                 std::uint64_t received_bytes, const char* machine,
+                                 std::int32_t remote_id) = 0;
   virtual void ServiceDescription(std::int32_t cookie, const char* name, const char* state,
                                   std::int32_t service_rn, std::int32_t plugin_id,
                                   std::int32_t waiting, const char* program, const char* file,

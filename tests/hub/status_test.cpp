@@ -54,8 +54,8 @@ class Viewer : public HubStatus_viewer_Impl {
   void PluginDescription(Number, Number id, Text program, Number, Number, bool launched, Text road,
                          Text, Large, bool isThere, bool persistent, Text directory, Text,
                          Number services, Number links, Number waiting, Large queued, Large slow,
-                         Number waitsFor, Number stalled, Large sent, Large, Large received,
-                         Large) override {
+                         Number waitsFor, Number stalled, Large sent, Large, Large received, Large,
+                         Text, Number) override {
     items.push_back(line(id, shown(program), launched, road, isThere, persistent, shown(directory),
                          services, links, waiting, sent, received));
     if (slow != 0) events.push_back(line("slow", id, queued > 0, waitsFor, stalled));

@@ -81,7 +81,8 @@ class StatusView : public HubStatus_viewer_Impl {
                          std::uint64_t queued_bytes, std::uint64_t slow_since,
                          std::int32_t waits_for, std::int32_t stalled, std::uint64_t sent_packets,
                          std::uint64_t sent_bytes, std::uint64_t received_packets,
-                         std::uint64_t received_bytes) override {
+                         std::uint64_t received_bytes, const char* machine,
+                         std::int32_t remote_id) override {
     if (cookieOfQuestion != cookie) return;
     items.push_back({{"plugin_id", plugin_id},
                      {"program", text(program)},
@@ -105,7 +106,9 @@ class StatusView : public HubStatus_viewer_Impl {
                      {"sent_packets", sent_packets},
                      {"sent_bytes", sent_bytes},
                      {"received_packets", received_packets},
-                     {"received_bytes", received_bytes}});
+                     {"received_bytes", received_bytes},
+                     {"machine", text(machine)},
+                     {"remote_id", someone(remote_id)}});
   }
   void ServiceDescription(std::int32_t cookieOfQuestion, const char* name, const char* state,
                           std::int32_t service_rn, std::int32_t plugin_id, std::int32_t waiting,

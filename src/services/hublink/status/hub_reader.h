@@ -47,6 +47,8 @@ struct PluginFacts {
   std::int32_t waitsFor = 0;      ///< the plugin for whose sake it isn't read
   std::int32_t stalled = 0;       ///< how many aren't read for its sake
   std::uint64_t sentPackets = 0, sentBytes = 0, receivedPackets = 0, receivedBytes = 0;
+  std::string machine;        ///< of the plugin that it stands for; empty for none
+  std::int32_t remoteID = 0;  ///< of that plugin, there
 };
 
 struct ServiceFacts {

@@ -66,12 +66,12 @@ void StatusDesk::RequestHub(std::int32_t cookie) {
 
 void StatusDesk::RequestPlugins(std::int32_t cookie, const char* after, std::int32_t most) {
   finish(cookie, reader_.plugins(keyOf(after), sizeOf(most), [&](const PluginFacts& one) {
-    PluginDescription(cookie, one.pluginID, orNull(one.program), one.process, one.user,
-                      one.wasLaunched, one.road, orNull(one.address), asTime(one.since),
-                      one.isNegotiated, one.isPersistent, orNull(one.workingDir),
-                      orNull(one.version), one.services, one.links, one.waiting, one.queuedBytes,
-                      asTime(one.slowSince), one.waitsFor, one.stalled, one.sentPackets,
-                      one.sentBytes, one.receivedPackets, one.receivedBytes);
+    PluginDescription(
+        cookie, one.pluginID, orNull(one.program), one.process, one.user, one.wasLaunched, one.road,
+        orNull(one.address), asTime(one.since), one.isNegotiated, one.isPersistent,
+        orNull(one.workingDir), orNull(one.version), one.services, one.links, one.waiting,
+        one.queuedBytes, asTime(one.slowSince), one.waitsFor, one.stalled, one.sentPackets,
+        one.sentBytes, one.receivedPackets, one.receivedBytes, orNull(one.machine), one.remoteID);
   }));
 }
 
