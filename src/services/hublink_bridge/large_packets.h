@@ -33,6 +33,8 @@ class LargePackets {
     std::int64_t bytes;
   };
 
+  void grantWaiting();
+
   std::int64_t left_ = STP_MAX_PACKET_SIZE;
   std::deque<Waiting> waiting_;
 };

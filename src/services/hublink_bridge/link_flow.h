@@ -108,10 +108,11 @@ class IncomingFlow : private LargePackets::Taker {
   bool join(unsigned char*& bytes, std::size_t& size);
   bool lookAtJoining();
   void joined();
-  void passOn(unsigned char* packets, std::size_t size, std::uint32_t toGiveBack,
+  void address(unsigned char* packet);
+  void passOn(const unsigned char* packets, std::size_t size, std::size_t toGiveBack,
               std::int64_t reserved);
-  void address(unsigned char* packet) const;
-  void giveBack(std::uint64_t bytes);
+  void giveBackLarge();
+  void giveBack(std::size_t bytes);
 
   Session& session_;
   const std::uint32_t link_;
@@ -124,7 +125,7 @@ class IncomingFlow : private LargePackets::Taker {
   Large large_ = Large::none;    // whether that is a large one
   std::size_t givenBack_ = 0;    // of a large one
   std::uint32_t credit_ = kLinkWindow;
-  std::uint64_t owed_ = 0;  // less than a step
+  std::uint32_t owed_ = 0;  // less than a step
   std::deque<Passed> passed_;
   FlowCounters counters_;
 };

@@ -128,9 +128,10 @@ class Session {
   };
 
   // What comes.
-  bool takeHead(const MessageHead& head, std::int64_t now);
   bool takeAck(const MessageHead& head, std::int64_t now);
-  void takeFrames(unsigned char* frames, std::size_t size, std::int64_t now);
+  void takeFrames(const MessageHead& head, unsigned char* frames, std::size_t size,
+                  std::int64_t now);
+  bool isWellFormed(unsigned char* frames, std::size_t size) const;
   void missed();
   void breakOff(const char* why);
   // What goes.
@@ -138,12 +139,14 @@ class Session {
   void append(Message& message, FrameKind kind, std::uint32_t link, const unsigned char* body,
               std::size_t size);
   void sendData(std::uint32_t link, const unsigned char* bytes, std::size_t size);
-  bool writeOut(std::int64_t now);
+  void writeOut(std::int64_t now);
+  bool transmitAgain(std::size_t index, std::int64_t now);
   bool transmit(unsigned char* message, std::size_t size, std::uint64_t sequence, std::int64_t now);
   void transmitAck(std::int64_t now);
   void sendAllAgain(std::int64_t now);
   void recycle(Bytes&& bytes);
   bool mayLeave(const Message& message) const;
+  bool isAwayTooLong(std::int64_t now);
   std::int64_t resendTime() const;
 
   const std::string machine_;
@@ -165,6 +168,7 @@ class Session {
   std::size_t underWay_ = 0;         // bytes of frames in those that have left
   std::size_t waiting_ = 0;          // and in the others
   std::size_t openData_ = 0;         // place of the DATA at the end of the last message, 0: none
+  std::uint32_t openLink_ = 0;       // of that
   std::vector<Bytes> spares_;        // buffers of messages that have arrived
   std::size_t spareBytes_ = 0;
 

@@ -1,0 +1,291 @@
+// Life and times of a session, and what it sends.
+#include "services/hublink_bridge/session.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace bridge {
+
+namespace {
+
+constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
+
+// What has come is acknowledged after this much, however much goes the other way, or by a timer
+// that is set with the first of them.
+constexpr std::size_t kAckBytes = 64 * 1024;
+constexpr std::size_t kAckMessages = 64;
+// The oldest message goes again if no acknowledgement came for this, or four round trips.
+constexpr std::int64_t kResendMilliseconds = 1000;
+// The other side may ask for all again as often as this, or once in a round trip.
+constexpr std::int64_t kAllAgainMilliseconds = 50;
+constexpr std::int64_t kRetryMilliseconds = 100;
+// Beyond the grace, so that the side that was cut off has time to notice and come back.
+constexpr std::int64_t kSilenceMilliseconds = 5000;
+
+// A message may be no larger than the smallest window that the other side may go by at first.
+constexpr std::size_t kMostMessage = Session::kStartWindow;
+// A piece of DATA that is smaller isn't put at the end of a message.
+constexpr std::size_t kLeastPiece = 512;
+// Bytes that may wait beyond the window, and those at which the other side keeps us waiting while
+// it makes us answer.
+constexpr std::size_t kBacklog = 256 * 1024;
+constexpr std::size_t kMostWaiting = 2 * std::size_t{Session::kMaxWindow};
+// Buffers that are kept for the next messages.
+constexpr std::size_t kMostSpareBytes = 512 * 1024;
+
+std::size_t frameBytes(const Bytes& message) {
+  return message.size() - kMessageHeadSize;
+}
+
+}  // namespace
+
+Session::Session(std::string machine, std::uint64_t id, bool isInitiator, SessionHost& host,
+                 const SessionOptions& options, std::int64_t now)
+    : machine_(std::move(machine)),
+      id_(id),
+      isInitiator_(isInitiator),
+      host_(host),
+      grace_(options.grace),
+      maxMessage_(std::clamp(options.maxMessage, kLeastMaxMessage, kMostMessage)),
+      window_(std::clamp(options.window, kMinWindow, kMaxWindow)),
+      widestWindow_(std::max(window_, kStartWindow)),
+      heardAt_(now),
+      ackDue_(kNever),
+      retryDue_(kNever),
+      allAgainDue_(kNever),
+      noneAgainBefore_(now) {}
+
+void Session::setWindow(std::uint32_t bytes) {
+  window_ = std::clamp(bytes, kMinWindow, kMaxWindow);
+  widestWindow_ = std::max(widestWindow_, window_);
+}
+
+std::array<unsigned char, kMessageHeadSize> Session::resetMessage(std::uint64_t id) {
+  std::array<unsigned char, kMessageHeadSize> message;
+  MessageHead head;
+  head.session = id;
+  head.flags = kReset;
+  writeMessageHead(message.data(), head);
+  return message;
+}
+
+void Session::end(const std::string& why, bool tellsPeer) {
+  if (hasEnded_) return;
+  hasEnded_ = true;
+  if (tellsPeer && isUp_) {
+    const auto reset = resetMessage(id_);
+    host_.transmit(*this, reset.data(), reset.size());
+  }
+  messages_.clear();
+  spares_.clear();
+  sent_ = again_ = underWay_ = waiting_ = openData_ = 0;
+  host_.sessionEnded(*this, why);
+}
+
+// --- Frames into messages ---
+
+bool Session::hasRoom() const {
+  const std::size_t open = peerWindow_ > underWay_ ? peerWindow_ - underWay_ : 0;
+  return !hasEnded_ && waiting_ < open + kBacklog;
+}
+
+bool Session::send(FrameKind kind, std::uint32_t link, const unsigned char* body,
+                   std::size_t size) {
+  if (hasEnded_) return false;
+  if (kind == FrameKind::data) {
+    sendData(link, body, size);
+    return true;
+  }
+  if (size > kMaxBody) return false;
+  append(openMessage(kFrameHeadSize + size), kind, link, body, size);
+  openData_ = 0;
+  return true;
+}
+
+void Session::sendData(std::uint32_t link, const unsigned char* bytes, std::size_t size) {
+  while (size > 0) {
+    // What goes on where the last frame ends becomes a part of it.
+    if (openData_ != 0 && openLink_ == link && messages_.back().bytes.size() < maxMessage_) {
+      Bytes& message = messages_.back().bytes;
+      const std::size_t piece = std::min(size, maxMessage_ - message.size());
+      message.insert(message.end(), bytes, bytes + piece);
+      waiting_ += piece;
+      writeFrameHead(message.data() + openData_, FrameKind::data, link,
+                     message.size() - openData_ - kFrameHeadSize);
+      bytes += piece;
+      size -= piece;
+      continue;
+    }
+    Message& message = openMessage(kFrameHeadSize + std::min(size, kLeastPiece));
+    const std::size_t piece = std::min(size, maxMessage_ - message.bytes.size() - kFrameHeadSize);
+    const std::size_t place = message.bytes.size();
+    append(message, FrameKind::data, link, bytes, piece);
+    openData_ = place;
+    openLink_ = link;
+    bytes += piece;
+    size -= piece;
+  }
+}
+
+// The message at the end, if it hasn't left and can take `need` bytes more, else a new one.
+Session::Message& Session::openMessage(std::size_t need) {
+  if (sent_ < messages_.size() && messages_.back().bytes.size() + need <= maxMessage_)
+    return messages_.back();
+  openData_ = 0;
+  Message& message = messages_.emplace_back();
+  if (!spares_.empty()) {
+    message.bytes = std::move(spares_.back());
+    spares_.pop_back();
+    spareBytes_ -= message.bytes.capacity();
+  }
+  message.bytes.resize(kMessageHeadSize);
+  return message;
+}
+
+void Session::append(Message& message, FrameKind kind, std::uint32_t link,
+                     const unsigned char* body, std::size_t size) {
+  unsigned char head[kFrameHeadSize];
+  writeFrameHead(head, kind, link, size);
+  message.bytes.insert(message.bytes.end(), head, head + kFrameHeadSize);
+  if (size > 0) message.bytes.insert(message.bytes.end(), body, body + size);
+  waiting_ += kFrameHeadSize + size;
+}
+
+void Session::recycle(Bytes&& bytes) {
+  if (spareBytes_ + bytes.capacity() > kMostSpareBytes) return;
+  spareBytes_ += bytes.capacity();
+  bytes.clear();
+  spares_.push_back(std::move(bytes));
+}
+
+// --- Messages out ---
+
+// One that is larger than the window goes alone.
+bool Session::mayLeave(const Message& message) const {
+  return sent_ == 0 || underWay_ + frameBytes(message.bytes) <= peerWindow_;
+}
+
+bool Session::transmit(unsigned char* message, std::size_t size, std::uint64_t sequence,
+                       std::int64_t now) {
+  if (!isUp_) return false;
+  MessageHead head{id_, sequence, expected_, window_, 0};
+  if (isInitiator_ && !isPeerKnown_) head.flags |= kFirst;
+  if (isNakWanted_) head.flags |= kNak;
+  writeMessageHead(message, head);
+  if (!host_.transmit(*this, message, size)) {
+    retryDue_ = now + kRetryMilliseconds;
+    return false;
+  }
+  unackedBytes_ = unackedMessages_ = 0;
+  isAckWanted_ = isNakWanted_ = false;
+  ackDue_ = kNever;
+  return true;
+}
+
+void Session::transmitAck(std::int64_t now) {
+  unsigned char message[kMessageHeadSize];
+  transmit(message, sizeof message, firstSequence_ + sent_, now);
+}
+
+bool Session::transmitAgain(std::size_t index, std::int64_t now) {
+  Message& message = messages_[index];
+  if (index == 0) oldestAt_ = now;
+  if (!transmit(message.bytes.data(), message.bytes.size(), firstSequence_ + index, now))
+    return false;
+  message.isResent = true;
+  ++counters_.resentMessages;
+  return true;
+}
+
+void Session::writeOut(std::int64_t now) {
+  for (; again_ < sent_; ++again_)
+    if (!transmitAgain(again_, now)) return;
+  while (sent_ < messages_.size() && mayLeave(messages_[sent_])) {
+    Message& message = messages_[sent_];
+    if (!transmit(message.bytes.data(), message.bytes.size(), firstSequence_ + sent_, now)) return;
+    const std::size_t size = frameBytes(message.bytes);
+    message.sentAt = now;
+    if (sent_ == 0) oldestAt_ = now;
+    again_ = ++sent_;
+    underWay_ += size;
+    waiting_ -= size;
+    ++counters_.sentMessages;
+    counters_.sentBytes += size;
+  }
+  if (sent_ == messages_.size()) openData_ = 0;
+}
+
+void Session::sendAllAgain(std::int64_t now) {
+  if (now < noneAgainBefore_) {
+    allAgainDue_ = noneAgainBefore_;
+    return;
+  }
+  allAgainDue_ = kNever;
+  noneAgainBefore_ = now + std::max(kAllAgainMilliseconds, roundTrip_);
+  again_ = 0;
+}
+
+void Session::flush(std::int64_t now) {
+  if (hasEnded_) return;
+  if (waiting_ > kMostWaiting) {
+    end("too much waits for " + machine_, true);
+    return;
+  }
+  if (now >= allAgainDue_) sendAllAgain(now);
+  writeOut(now);
+  if (isAckWanted_ || isNakWanted_ || unackedBytes_ >= kAckBytes ||
+      unackedMessages_ >= kAckMessages)
+    transmitAck(now);
+}
+
+// --- Time ---
+
+void Session::carrierChanged(bool isUp, std::int64_t now) {
+  if (hasEnded_ || isUp == isUp_) return;
+  if (!isUp) {
+    isUp_ = false;
+    downSince_ = now;
+    return;
+  }
+  if (isAwayTooLong(now)) return;
+  isUp_ = true;
+  // Nobody knows what was lost, in either direction.
+  noneAgainBefore_ = now;
+  sendAllAgain(now);
+  isNakWanted_ = true;
+  flush(now);
+}
+
+bool Session::isAwayTooLong(std::int64_t now) {
+  if (isUp_ || now - downSince_ <= grace_) return false;
+  end("without a connection for longer than the grace", false);
+  return true;
+}
+
+std::int64_t Session::resendTime() const {
+  return std::max(kResendMilliseconds, 4 * roundTrip_);
+}
+
+std::int64_t Session::step(std::int64_t now) {
+  if (hasEnded_ || isAwayTooLong(now)) return -1;
+  const std::int64_t silentFrom = heardAt_ + grace_ + kSilenceMilliseconds;
+  if (now >= silentFrom) {
+    end("nothing was heard of " + machine_, true);
+    return -1;
+  }
+  std::int64_t next = silentFrom;
+  if (!isUp_) return std::min(next, downSince_ + grace_ + 1) - now;
+  if (now >= ackDue_) isAckWanted_ = true;
+  if (isAckWanted_ || now >= retryDue_ || now >= allAgainDue_) {
+    retryDue_ = kNever;
+    flush(now);
+    if (hasEnded_) return -1;
+  }
+  if (sent_ > 0 && now >= oldestAt_ + resendTime()) transmitAgain(0, now);
+  next = std::min({next, ackDue_, retryDue_, allAgainDue_});
+  if (sent_ > 0) next = std::min(next, oldestAt_ + resendTime());
+  return std::max<std::int64_t>(next - now, 1);
+}
+
+}  // namespace bridge

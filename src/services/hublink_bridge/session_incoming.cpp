@@ -1,0 +1,128 @@
+// What a session takes. Every message may be forged, old or garbled: one that breaks a rule ends
+// the session, one that isn't the next changes nothing.
+#include <algorithm>
+
+#include "services/hublink_bridge/session.h"
+
+namespace bridge {
+
+namespace {
+
+constexpr std::int64_t kAckMilliseconds = 20;
+
+}  // namespace
+
+void Session::breakOff(const char* why) {
+  end(machine_ + " sent " + why, true);
+}
+
+void Session::take(unsigned char* message, std::size_t size, std::int64_t now) {
+  if (hasEnded_) return;
+  const std::optional<MessageHead> head = readMessageHead(message, size);
+  if (!head) {
+    breakOff("a malformed head");
+    return;
+  }
+  if (head->session != id_) return;
+  if ((head->flags & kReset) != 0) {
+    end("ended by " + machine_, false);
+    return;
+  }
+  if (isInitiator_ && (head->flags & kFirst) != 0) {
+    breakOff("an opening for a session that isn't its own");
+    return;
+  }
+  const bool hadRoom = hasRoom();
+  if (!takeAck(*head, now)) return;
+  heardAt_ = now;
+  isPeerKnown_ = true;
+  if (size > kMessageHeadSize)
+    takeFrames(*head, message + kMessageHeadSize, size - kMessageHeadSize, now);
+  else if (head->sequence > expected_)
+    missed();
+  if (!hadRoom && hasRoom()) host_.roomAgain(*this);
+}
+
+// False if that has ended the session.
+bool Session::takeAck(const MessageHead& head, std::int64_t now) {
+  if (head.window < kMinWindow) {
+    breakOff("too small a window");
+    return false;
+  }
+  if (head.ack < firstSequence_) return true;  // it is late
+  if (head.ack - firstSequence_ > sent_) {
+    breakOff("an acknowledgement of what it can't have");
+    return false;
+  }
+  const auto arrived = static_cast<std::size_t>(head.ack - firstSequence_);
+  for (std::size_t i = 0; i < arrived; ++i) {
+    Message& message = messages_.front();
+    underWay_ -= message.bytes.size() - kMessageHeadSize;
+    if (!message.isResent) {
+      const std::int64_t sample = now - message.sentAt;
+      roundTrip_ = roundTrip_ < 0 ? sample : (7 * roundTrip_ + sample) / 8;
+    }
+    recycle(std::move(message.bytes));
+    messages_.pop_front();
+  }
+  firstSequence_ = head.ack;
+  sent_ -= arrived;
+  again_ -= std::min(again_, arrived);
+  if (arrived > 0) oldestAt_ = now;
+  if (arrived > 0 || head.sequence >= windowSequence_) {
+    peerWindow_ = std::min(head.window, kMaxWindow);
+    windowSequence_ = head.sequence;
+  }
+  if ((head.flags & kNak) != 0 && sent_ > 0) sendAllAgain(now);
+  return true;
+}
+
+// One that came too early isn't kept: the other side sends it again with what is missing. It is
+// asked once; if that is lost, its own timer has to do.
+void Session::missed() {
+  if (missedAt_ == expected_) return;
+  missedAt_ = expected_;
+  isNakWanted_ = true;
+}
+
+// A message counts as a whole or not at all.
+bool Session::isWellFormed(unsigned char* frames, std::size_t size) const {
+  const FrameKind wrongWay = isInitiator_ ? FrameKind::open : FrameKind::opened;
+  FrameReader reader(frames, size);
+  Frame frame;
+  while (reader.next(frame))
+    if (frame.kind == wrongWay || (frame.kind != FrameKind::data && frame.size > kMaxBody))
+      return false;
+  return !reader.isBroken();
+}
+
+void Session::takeFrames(const MessageHead& head, unsigned char* frames, std::size_t size,
+                         std::int64_t now) {
+  if (head.sequence != expected_) {
+    ++counters_.droppedMessages;
+    if (head.sequence > expected_)
+      missed();
+    else
+      isAckWanted_ = true;  // the last one seems to be lost
+    return;
+  }
+  if (unackedBytes_ + size > widestWindow_) {
+    breakOff("more than its window");
+    return;
+  }
+  if (!isWellFormed(frames, size)) {
+    breakOff("a malformed message");
+    return;
+  }
+  ++expected_;
+  if (unackedMessages_ == 0) ackDue_ = now + kAckMilliseconds;
+  unackedBytes_ += size;
+  ++unackedMessages_;
+  ++counters_.receivedMessages;
+  counters_.receivedBytes += size;
+  FrameReader reader(frames, size);
+  Frame frame;
+  while (!hasEnded_ && reader.next(frame)) host_.frameArrived(*this, frame);
+}
+
+}  // namespace bridge
