@@ -21,6 +21,8 @@ ROOMS["src/shared/hublink_plugin"] = list(ROOMS)
 ROOMS["src/shared/service_database"] = ["src/platform", "src/shared/indgen",
                                         "src/shared/libcxxutil"]
 ROOMS["src/services/hublink"] = [room for room in ROOMS if room != "src/shared/hublink_plugin"]
+ROOMS["src/services/hublink_bridge"] = list(ROOMS)
+ROOMS["src/services/hublink_bridge"].remove("src/services/hublink")
 ROOMS["src/tools"] = [room for room in ROOMS if room != "src/services/hublink"]
 ANYTHING = ["examples", "tests", "bench", "fuzz", "simulation"]
 SYSTEM_ROOM = "src/platform/posix"
@@ -28,6 +30,9 @@ SYSTEM_ROOM = "src/platform/posix"
 AUTHORS_ROOM = "examples/loops"
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
+# The one that knows the messaging system between machines.
+NATS_ROOM = "src/services/hublink_bridge"
+
 # Headers of the libraries that surround the product, by prefix.
 LIBRARIES = ("gtest/", "gmock/", "benchmark/", "CLI/", "nlohmann/", "httplib.h", "zmq.h")
 
@@ -56,6 +61,8 @@ def check(path):
             continue  # a template of code that is to be written
         place = f"{path}:{number}: "
         if kind == "<":
+            if name.startswith("nats/") and path.as_posix().startswith((NATS_ROOM + "/", "bench/")):
+                continue
             system = ("." in name or "/" in name) and not name.startswith(LIBRARIES)
             if system and not path.as_posix().startswith((SYSTEM_ROOM + "/", AUTHORS_ROOM + "/")):
                 yield f"{place}system header <{name}> outside {SYSTEM_ROOM}"

@@ -1,0 +1,112 @@
+// The connection to a NATS server or cluster: the only file that knows the client library.
+//
+// The library is used in its event-loop mode, so that all of it runs on the plugin's thread: the
+// program's loop waits for descriptor() and calls serve(). Only connecting anew, after an end, is
+// done by a thread of the library's; it hands the result over through `wake`.
+//
+// What is published while there is no connection is lost, and so may be what was published just
+// before its end: who needs more says so to the other side and sends again.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace bridge {
+
+struct NatsOptions {
+  std::vector<std::string> urls;  ///< tried in this order
+  std::string clientName;         ///< as the server shows it
+  std::string tlsCA;              ///< file of the authorities that are trusted; empty: the system's
+  std::string tlsCert;            ///< files of the client's own certificate and key, or empty
+  std::string tlsKey;
+  std::string credentials;  ///< file with a user's token and seed, or empty
+  std::string user;
+  std::string password;
+};
+
+using NatsHeaders = std::vector<std::pair<std::string, std::string>>;
+
+/// A message that has come; valid in the call that hands it over.
+class NatsMessage {
+ public:
+  explicit NatsMessage(void* message) : message_(message) {}
+  std::string_view subject() const;
+  const unsigned char* bytes() const;
+  std::size_t size() const;
+  /// Empty if there is none of this name.
+  std::string header(const char* name) const;
+
+ private:
+  void* message_;
+};
+
+class NatsListener {
+ public:
+  virtual ~NatsListener() = default;
+  virtual void natsMessage(const NatsMessage& message) = 0;
+  /// The connection is there (`text`: the server's URL), or has ended (`text`: why).
+  virtual void natsState(bool isConnected, const std::string& text) = 0;
+};
+
+class NatsConnection {
+ public:
+  /// `wake` has serve() called soon, and may be called from any thread.
+  NatsConnection(NatsListener& listener, std::function<void()> wake);
+  ~NatsConnection();
+  NatsConnection(const NatsConnection&) = delete;
+  NatsConnection& operator=(const NatsConnection&) = delete;
+
+  /// Connects, and from then on connects anew for ever. If nobody is there it goes on trying, and
+  /// natsState() will tell. False with a text if that is in vain: files that can't be read, a
+  /// server that refuses this client or isn't trusted.
+  bool connect(const NatsOptions& options, std::string& error);
+  void close();
+  bool isConnected() const { return isUp_; }
+  /// The URL of the server at the other end; empty without one.
+  std::string server() const;
+  /// The most bytes of one message.
+  std::int64_t maxPayload() const;
+
+  /// Messages of this subject, which may hold wildcards, are handed over, now and after each new
+  /// connection.
+  bool subscribe(const std::string& subject, std::string& error);
+  /// Queues a message for the next flush(); false without a connection.
+  bool publish(const std::string& subject, const void* bytes, std::size_t size);
+  bool publish(const std::string& subject, const NatsHeaders& headers, const void* bytes,
+               std::size_t size);
+  /// Writes what is queued as far as that goes at once.
+  void flush();
+
+  // --- For the program's loop ---
+  /// What to wait for, or -1.
+  int descriptor() const { return descriptor_; }
+  bool wantsWrite() const { return wantsWrite_; }
+  /// Reads once, hands over what has come, and tells of changes of the connection.
+  void serve(bool isReadable, bool isWritable);
+
+ private:
+  struct Library;
+  struct LibraryCalls;
+
+  void handOver();
+  void tellState();
+
+  NatsListener& listener_;
+  std::function<void()> wake_;
+  std::unique_ptr<Library> library_;
+  bool isUp_ = false;
+  // Written by the library's threads.
+  std::atomic<int> descriptor_{-1};
+  std::atomic<bool> wantsWrite_{false};
+  std::atomic<unsigned> changes_{0};  // of the connection
+  unsigned toldChanges_ = 0;
+};
+
+}  // namespace bridge

@@ -1,0 +1,107 @@
+#include "services/hublink_bridge/session_table.h"
+
+#include <algorithm>
+#include <random>
+
+namespace bridge {
+
+namespace {
+
+// Not to be guessed by who hasn't heard it.
+std::uint64_t randomNumber() {
+  std::random_device device;
+  return (std::uint64_t{device()} << 32) | device();
+}
+
+}  // namespace
+
+Session* SessionTable::open(const std::string& machine, std::uint64_t id, bool isInitiator,
+                            std::int64_t now) {
+  auto session = std::make_unique<Session>(machine, id, isInitiator, host_, options_, now);
+  if (!isUp_) session->carrierChanged(false, now);
+  Session* opened = session.get();
+  sessions_[{machine, id}] = std::move(session);
+  shareOutWindows();
+  return opened;
+}
+
+void SessionTable::shareOutWindows() {
+  const auto count = static_cast<std::uint32_t>(sessions_.size());
+  for (const auto& [key, session] : sessions_) session->setWindow(kAllWindows / count);
+}
+
+std::size_t SessionTable::countWith(const std::string& machine) const {
+  std::size_t count = 0;
+  for (auto place = sessions_.lower_bound({machine, 0});
+       place != sessions_.end() && place->first.first == machine; ++place)
+    count += place->second->hasEnded() ? 0 : 1;
+  return count;
+}
+
+Session& SessionTable::ours(const std::string& machine, std::int64_t now) {
+  for (auto place = sessions_.lower_bound({machine, 0});
+       place != sessions_.end() && place->first.first == machine; ++place)
+    if (place->second->isInitiator() && !place->second->hasEnded()) return *place->second;
+  return *open(machine, randomNumber(), true, now);
+}
+
+void SessionTable::take(const std::string& machine, unsigned char* message, std::size_t size,
+                        std::int64_t now) {
+  const auto head = readMessageHead(message, size);
+  if (!head) return;
+  const auto place = sessions_.find({machine, head->session});
+  Session* session = place == sessions_.end() ? nullptr : place->second.get();
+  const bool isReset = (head->flags & kReset) != 0;
+  if (!session && (head->flags & kFirst) != 0 && !isReset && countWith(machine) < kMostWithMachine)
+    session = open(machine, head->session, false, now);
+  if (session && !session->hasEnded()) {
+    session->take(message, size, now);
+  } else if (!isReset) {
+    const auto reset = Session::resetMessage(head->session);
+    transmit_(machine, reset.data(), reset.size());
+  }
+}
+
+void SessionTable::heard(const std::string& machine, std::int64_t now) {
+  for (auto place = sessions_.lower_bound({machine, 0});
+       place != sessions_.end() && place->first.first == machine; ++place)
+    place->second->heard(now);
+}
+
+void SessionTable::carrierChanged(bool isUp, std::int64_t now) {
+  isUp_ = isUp;
+  for (const auto& [key, session] : sessions_)
+    if (!session->hasEnded()) session->carrierChanged(isUp, now);
+}
+
+void SessionTable::endAll(const std::string& machine, const std::string& why) {
+  for (auto place = sessions_.lower_bound({machine, 0});
+       place != sessions_.end() && place->first.first == machine; ++place)
+    if (!place->second->hasEnded()) place->second->end(why, false);
+}
+
+void SessionTable::endAll(const std::string& why) {
+  for (const auto& [key, session] : sessions_)
+    if (!session->hasEnded()) session->end(why, true);
+}
+
+void SessionTable::flush(std::int64_t now) {
+  for (const auto& [key, session] : sessions_)
+    if (!session->hasEnded()) session->flush(now);
+}
+
+std::int64_t SessionTable::step(std::int64_t now,
+                                const std::function<bool(const Session&)>& isUsed) {
+  std::int64_t next = -1;
+  const std::size_t before = sessions_.size();
+  for (auto place = sessions_.begin(); place != sessions_.end();) {
+    Session& session = *place->second;
+    const std::int64_t own = session.hasEnded() ? -1 : session.step(now);
+    if (own >= 0 && (next < 0 || own < next)) next = own;
+    place = session.hasEnded() && !isUsed(session) ? sessions_.erase(place) : std::next(place);
+  }
+  if (sessions_.size() != before && !sessions_.empty()) shareOutWindows();
+  return next;
+}
+
+}  // namespace bridge
