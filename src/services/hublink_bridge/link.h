@@ -1,6 +1,6 @@
 // One link between a plugin of this machine and one of another, as this bridge carries it: on the
-// one side a connection to the hub that stands for the other plugin, on the other a session. And the
-// table of all of them.
+// one side a connection to the hub that stands for the other plugin, on the other a session. And
+// the table of all of them.
 #pragma once
 
 #include <cstdint>

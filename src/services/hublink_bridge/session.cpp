@@ -90,16 +90,28 @@ bool Session::hasRoom() const {
   return !hasEnded_ && waiting_ < open + kBacklog;
 }
 
+// True if there was none.
+bool Session::tellRoom() {
+  if (!hasRoom()) {
+    isFull_ = true;
+    return false;
+  }
+  if (!std::exchange(isFull_, false)) return false;
+  host_.roomAgain(*this);
+  return true;
+}
+
 bool Session::send(FrameKind kind, std::uint32_t link, const unsigned char* body,
                    std::size_t size) {
   if (hasEnded_) return false;
   if (kind == FrameKind::data) {
     sendData(link, body, size);
-    return true;
+  } else {
+    if (size > kMaxBody) return false;
+    append(openMessage(kFrameHeadSize + size), kind, link, body, size);
+    openData_ = 0;
   }
-  if (size > kMaxBody) return false;
-  append(openMessage(kFrameHeadSize + size), kind, link, body, size);
-  openData_ = 0;
+  if (!hasRoom()) isFull_ = true;
   return true;
 }
 
@@ -234,6 +246,7 @@ void Session::flush(std::int64_t now) {
   }
   if (now >= allAgainDue_) sendAllAgain(now);
   writeOut(now);
+  if (tellRoom()) writeOut(now);
   if (isAckWanted_ || isNakWanted_ || unackedBytes_ >= kAckBytes ||
       unackedMessages_ >= kAckMessages)
     transmitAck(now);
@@ -282,7 +295,10 @@ std::int64_t Session::step(std::int64_t now) {
     flush(now);
     if (hasEnded_) return -1;
   }
-  if (sent_ > 0 && now >= oldestAt_ + resendTime()) transmitAgain(0, now);
+  if (sent_ > 0 && now >= oldestAt_ + resendTime()) {
+    transmitAgain(0, now);
+    isProbing_ = true;
+  }
   next = std::min({next, ackDue_, retryDue_, allAgainDue_});
   if (sent_ > 0) next = std::min(next, oldestAt_ + resendTime());
   return std::max<std::int64_t>(next - now, 1);

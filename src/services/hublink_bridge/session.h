@@ -145,6 +145,7 @@ class Session {
   void transmitAck(std::int64_t now);
   void sendAllAgain(std::int64_t now);
   void recycle(Bytes&& bytes);
+  bool tellRoom();
   bool mayLeave(const Message& message) const;
   bool isAwayTooLong(std::int64_t now);
   std::int64_t resendTime() const;
@@ -168,6 +169,7 @@ class Session {
   std::size_t underWay_ = 0;         // bytes of frames in those that have left
   std::size_t waiting_ = 0;          // and in the others
   std::size_t openData_ = 0;         // place of the DATA at the end of the last message, 0: none
+  bool isFull_ = false;              // and the host has to hear when it isn't any longer
   std::uint32_t openLink_ = 0;       // of that
   std::vector<Bytes> spares_;        // buffers of messages that have arrived
   std::size_t spareBytes_ = 0;
@@ -196,6 +198,7 @@ class Session {
   std::int64_t allAgainDue_;  // a NAK that came too soon after another
   std::int64_t noneAgainBefore_;
   std::int64_t oldestAt_ = 0;  // when the oldest left, or became the oldest
+  bool isProbing_ = false;     // the oldest has gone again, and nothing was heard of it
   std::int64_t roundTrip_ = -1;
 };
 

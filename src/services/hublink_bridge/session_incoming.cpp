@@ -1,6 +1,7 @@
 // What a session takes. Every message may be forged, old or garbled: one that breaks a rule ends
 // the session, one that isn't the next changes nothing.
 #include <algorithm>
+#include <utility>
 
 #include "services/hublink_bridge/session.h"
 
@@ -32,7 +33,6 @@ void Session::take(unsigned char* message, std::size_t size, std::int64_t now) {
     breakOff("an opening for a session that isn't its own");
     return;
   }
-  const bool hadRoom = hasRoom();
   if (!takeAck(*head, now)) return;
   heardAt_ = now;
   isPeerKnown_ = true;
@@ -40,7 +40,7 @@ void Session::take(unsigned char* message, std::size_t size, std::int64_t now) {
     takeFrames(*head, message + kMessageHeadSize, size - kMessageHeadSize, now);
   else if (head->sequence > expected_)
     missed();
-  if (!hadRoom && hasRoom()) host_.roomAgain(*this);
+  tellRoom();
 }
 
 // False if that has ended the session.
@@ -68,7 +68,11 @@ bool Session::takeAck(const MessageHead& head, std::int64_t now) {
   firstSequence_ = head.ack;
   sent_ -= arrived;
   again_ -= std::min(again_, arrived);
-  if (arrived > 0) oldestAt_ = now;
+  if (arrived > 0) {
+    oldestAt_ = now;
+    // If the oldest was lost, the others came too early.
+    if (std::exchange(isProbing_, false) && sent_ > 0) sendAllAgain(now);
+  }
   if (arrived > 0 || head.sequence >= windowSequence_) {
     peerWindow_ = std::min(head.window, kMaxWindow);
     windowSequence_ = head.sequence;

@@ -17,18 +17,17 @@ namespace bridge {
 class SessionTable {
  public:
   /// Sends a message to a machine; false without a connection at present.
-  using Transmit =
-      std::function<bool(const std::string& machine, const unsigned char* message,
-                         std::size_t size)>;
+  using Transmit = std::function<bool(const std::string& machine, const unsigned char* message,
+                                      std::size_t size)>;
 
-  SessionTable(SessionHost& host, Transmit transmit) : host_(host), transmit_(std::move(transmit)) {}
+  SessionTable(SessionHost& host, Transmit transmit)
+      : host_(host), transmit_(std::move(transmit)) {}
 
   void setOptions(const SessionOptions& options) { options_ = options; }
   /// The session that this bridge has opened with a machine, opened now if there is none.
   Session& ours(const std::string& machine, std::int64_t now);
   /// A message for a session, from a machine. Its bytes may be changed.
-  void take(const std::string& machine, unsigned char* message, std::size_t size,
-            std::int64_t now);
+  void take(const std::string& machine, unsigned char* message, std::size_t size, std::int64_t now);
   /// The machine has sent something else.
   void heard(const std::string& machine, std::int64_t now);
   void carrierChanged(bool isUp, std::int64_t now);
