@@ -206,6 +206,8 @@ int HublinkInspector::waitingRequests(std::int32_t pluginID) const {
                     });
   for (const auto& [provider, accept] : broker_.accepts_)
     if (accept.requester->getPluginID() == pluginID) ++count;
+  for (const auto& [cookie, asked] : broker_.abroad().questions())
+    if (asked.question.requester->getPluginID() == pluginID) ++count;
   return static_cast<int>(count);
 }
 
@@ -252,7 +254,8 @@ std::size_t HublinkInspector::inHand() const {
 
 bool HublinkInspector::isEmpty() const {
   return broker_.rns_.pages() == 0 && broker_.services_.size() == 0 && broker_.waiting_.empty() &&
-         broker_.accepts_.empty() && plugins_.numPersistent_ == 0 && inHand() == 0;
+         broker_.accepts_.empty() && broker_.abroad().questions().empty() &&
+         plugins_.numPersistent_ == 0 && inHand() == 0;
 }
 
 std::string HublinkInspector::describe() const {

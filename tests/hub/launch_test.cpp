@@ -28,10 +28,6 @@ std::string section(const std::string& program, const Lines& words, const std::s
   return text.str();
 }
 
-std::string failureReply(const std::string& service, int cookie) {
-  return "ConnectionReplyEvent '" + service + "' -1 0 0 0 0 -1 null " + std::to_string(cookie);
-}
-
 class LaunchTest : public HubTest {
  protected:
   void SetUp() override {

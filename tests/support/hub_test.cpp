@@ -21,6 +21,10 @@ std::uint16_t freePort() {
   return port;
 }
 
+std::string failureReply(const std::string& service, int cookie) {
+  return "ConnectionReplyEvent '" + service + "' -1 0 0 0 0 -1 null " + std::to_string(cookie);
+}
+
 void HubTest::SetUpTestSuite() {
   platform::raiseDescriptorLimit();
   platform::ignoreBrokenPipe();

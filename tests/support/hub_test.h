@@ -22,6 +22,9 @@ CountedPtr<STPTransport> awaitClient(const std::function<void(std::uint16_t)>& r
 /// A port of this machine where nobody listens.
 std::uint16_t freePort();
 
+/// What a plugin hears that has asked for a service which nobody provides.
+std::string failureReply(const std::string& service, int cookie);
+
 /// A peer with an RN of its own, to which packets can be sent.
 struct RawEnd {
   RawPeer peer;

@@ -14,6 +14,7 @@
 #include "services/hublink/service_table.h"
 #include "services/hublink/waiting_table.h"
 
+class AbroadService;
 class ConnectedPlugins;
 class HubEvents;
 class HubLog;
@@ -22,6 +23,7 @@ class PluginConnector;
 class PluginRecord;
 class ServiceDatabase;
 class StatusService;
+struct AbroadQuestion;
 
 /// The fields of RequestServiceConnection, valid while the message is handled.
 struct ServiceRequest {
@@ -39,12 +41,14 @@ class Broker {
  public:
   /// Has plugins that `database` describes started by `launcher`.
   Broker(const ServiceDatabase& database, ConnectedPlugins& plugins, Launcher& launcher,
-         PluginConnector& connector, StatusService& status, HubEvents& events, HubLog& log)
+         PluginConnector& connector, StatusService& status, AbroadService& abroad,
+         HubEvents& events, HubLog& log)
       : database_(database),
         plugins_(plugins),
         launcher_(launcher),
         connector_(connector),
         status_(status),
+        abroad_(abroad),
         events_(events),
         log_(log) {}
   Broker(const Broker&) = delete;
@@ -70,6 +74,7 @@ class Broker {
   const ServiceTable& services() const { return services_; }
   const RNTable& rns() const { return rns_; }
   const WaitingTable& waiting() const { return waiting_; }
+  const AbroadService& abroad() const { return abroad_; }
 
   // --- Questions (broker_requests.cpp) ---
   void requestServiceConnection(HublinkConnection* requester, const ServiceRequest& request);
@@ -80,6 +85,12 @@ class Broker {
                            std::int32_t cookie, bool clientStart, const char* workingDir);
   void requestPluginConnect(HublinkConnection* requester, const char* host, std::int32_t port,
                             std::int32_t cookie);
+
+  // --- How questions to bridges end (broker_abroad.cpp) ---
+  /// `provider` is a stand-in; it is asked for a connection at `rn`, which it owns, unless the
+  /// question was only who provides the service.
+  void foundAbroad(AbroadQuestion& question, HublinkConnection* provider, std::int32_t rn);
+  void notFoundAbroad(const AbroadQuestion& question);
 
   // --- What happens to plugins (broker_events.cpp) ---
   void startPluginEvent(HublinkConnection* sender, std::int32_t startCookie, bool success,
@@ -109,9 +120,16 @@ class Broker {
                              const char* workingDir, bool localOnly) const;
   bool isServicePending(const char* name, const char* workingDir) const;
   void serviceRegistered(HublinkConnection* provider, const char* name, std::int32_t serviceRN);
+  void serveWish(HublinkConnection* requester, Wish& wish, HublinkConnection* provider,
+                 std::int32_t serviceRN, bool isFound);
   void askProvider(HublinkConnection* requester, HublinkConnection* provider,
                    const char* serviceName, std::int32_t serviceRN, TextPairs pairs,
                    std::int32_t clientCookie);
+  /// What is done for the request, and for the question who provides a service; abroad only if that
+  /// may be.
+  void serveRequest(HublinkConnection* requester, const ServiceRequest& request, bool mayGoAbroad);
+  void answerQuery(HublinkConnection* requester, std::int32_t cookie, const char* serviceName,
+                   const char* workingDir, bool startupIfNotRunning, bool mayGoAbroad);
   void addServiceWish(HublinkConnection* requester, const ServiceRequest& request, Awaited on);
   void addQueryWish(HublinkConnection* requester, std::int32_t cookie, const char* serviceName,
                     const char* workingDir, Awaited on);
@@ -132,6 +150,12 @@ class Broker {
   void replyFailure(HublinkConnection* requester, const char* serviceName,
                     std::int32_t clientCookie);
   void openStatus(HublinkConnection* requester, const ServiceRequest& request);
+  void openAbroad(HublinkConnection* requester, const ServiceRequest& request);
+  /// `named` is the stand-in that the requester wants, or null.
+  bool goesAbroad(HublinkConnection* requester, const char* name, const HublinkConnection* named);
+  void askAbroad(HublinkConnection* requester, Wish wish, bool mayStart,
+                 const HublinkConnection* named);
+  bool awaitsBridge(HublinkConnection* requester);
   void purgeAccepts(HublinkConnection* connection);
 
   const ServiceDatabase& database_;
@@ -139,6 +163,7 @@ class Broker {
   Launcher& launcher_;
   PluginConnector& connector_;
   StatusService& status_;
+  AbroadService& abroad_;
   HubEvents& events_;
   HubLog& log_;
   ServiceTable services_;

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "services/hublink/abroad/abroad_service.h"
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
 #include "services/hublink/hub_events.h"
@@ -41,6 +42,7 @@ bool Broker::findAnother(Waiting& waiting) {
 
 void Broker::arrived(ArrivalID arrival, const HublinkConnection* connection) {
   waiting_.arrived(arrival, connection->getPluginID());
+  abroad_.arrived(arrival, connection->getPluginID());
 }
 
 void Broker::arrivalFailed(ArrivalID arrival, const std::string& program) {
@@ -52,6 +54,7 @@ void Broker::arrivalFailed(ArrivalID arrival, const std::string& program) {
       printFailedStartup(program);
     if (!findAnother(waiting)) fail(waiting);
   }
+  abroad_.arrivalFailed(arrival);
 }
 
 void Broker::negotiated(std::int32_t pluginID) {
@@ -96,6 +99,7 @@ void Broker::purgeConnection(HublinkConnection* connection) {
   for (const Waiting& waiting : departure.ended) fail(waiting);
   for (const std::int32_t pluginID : departure.setAside) plugins_.ids().giveBack(pluginID);
   purgeAccepts(connection);
+  abroad_.gone(connection);
 }
 
 void Broker::purgeAccepts(HublinkConnection* connection) {
@@ -110,6 +114,9 @@ void Broker::purgeAccepts(HublinkConnection* connection) {
       events_.tell("answered", pending.requester->getPluginID(), connection->getPluginID(),
                    pending.serviceName, "the provider has gone");
     }
+    // A stand-in keeps a link with another machine for it.
+    if (own && !asked && pending.provider->standsFor())
+      pending.provider->ConnectionDroppedEvent(pending.serviceRN, pending.localRN);
     place = asked || own ? accepts_.erase(place) : std::next(place);
   }
 }

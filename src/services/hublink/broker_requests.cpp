@@ -6,6 +6,7 @@
 
 #include "indgen/format.h"
 #include "service_database/service_database.h"
+#include "services/hublink/abroad/abroad_service.h"
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
 #include "services/hublink/hub_events.h"
@@ -21,11 +22,6 @@ constexpr const char* kNotDescribed =
     "Service %s requested, but it is not in the service database.\n";
 constexpr const char* kLaunchFailure = "Failed to launch plugin";
 
-std::int64_t bytesOf(const char* serviceName, const char* workingDir) {
-  const std::size_t bytes = std::strlen(serviceName) + (workingDir ? std::strlen(workingDir) : 0);
-  return static_cast<std::int64_t>(bytes);
-}
-
 std::vector<std::string> commandOf(const PluginRecord& record) {
   std::vector<std::string> argv{record.executable_name()};
   argv.insert(argv.end(), record.arguments().begin(), record.arguments().end());
@@ -37,6 +33,12 @@ std::vector<OptionalText> textsOf(const StringArray& array) {
   std::vector<OptionalText> texts;
   for (std::int32_t i = 0; i < array.count; ++i) texts.push_back(optionalText(array.data[i]));
   return texts;
+}
+
+ServiceWish wishOf(const ServiceRequest& request) {
+  return {request.serviceName,      optionalText(request.workingDir),
+          request.localOnly,        request.noReuse || request.clientStart,
+          TextPairs(request.pairs), request.clientCookie};
 }
 
 // As a program is started with them: a null among them is an empty argument.
@@ -84,19 +86,16 @@ bool Broker::canHaveArrival(const HublinkConnection* requester) {
 
 void Broker::addServiceWish(HublinkConnection* requester, const ServiceRequest& request,
                             Awaited on) {
-  TextPairs pairs(request.pairs);
-  const std::int64_t bytes = bytesOf(request.serviceName, request.workingDir) + pairs.bytes();
-  waiting_.add(
-      requester,
-      ServiceWish{request.serviceName, optionalText(request.workingDir), request.localOnly,
-                  request.noReuse || request.clientStart, std::move(pairs), request.clientCookie},
-      on, requester->shareOf(&PluginUsage::waiting, bytes));
+  Wish wish = wishOf(request);
+  UsageShare share = requester->shareOf(&PluginUsage::waiting, bytesOf(wish));
+  waiting_.add(requester, std::move(wish), on, std::move(share));
 }
 
 void Broker::addQueryWish(HublinkConnection* requester, std::int32_t cookie,
                           const char* serviceName, const char* workingDir, Awaited on) {
-  waiting_.add(requester, QueryWish{serviceName, optionalText(workingDir), cookie}, on,
-               requester->shareOf(&PluginUsage::waiting, bytesOf(serviceName, workingDir)));
+  Wish wish = QueryWish{serviceName, optionalText(workingDir), cookie};
+  UsageShare share = requester->shareOf(&PluginUsage::waiting, bytesOf(wish));
+  waiting_.add(requester, std::move(wish), on, std::move(share));
 }
 
 void Broker::addPluginWish(HublinkConnection* requester, std::int32_t cookie, const char* failure,
@@ -114,13 +113,19 @@ bool Broker::isServicePending(const char* name, const char* workingDir) const {
 
 void Broker::requestServiceConnection(HublinkConnection* requester, const ServiceRequest& request) {
   const char* name = request.serviceName;
+  events_.tell("asked", requester->getPluginID(), std::max(request.providingPluginID, 0),
+               name ? name : "");
+  if (name && canWait(requester))
+    serveRequest(requester, request, !request.localOnly);
+  else
+    replyFailure(requester, name, request.clientCookie);
+}
+
+void Broker::serveRequest(HublinkConnection* requester, const ServiceRequest& request,
+                          bool mayGoAbroad) {
+  const char* name = request.serviceName;
   const std::int32_t pluginID = request.providingPluginID;
   const bool reuse = !request.noReuse && !request.clientStart;
-  events_.tell("asked", requester->getPluginID(), std::max(pluginID, 0), name ? name : "");
-  if (!name || !canWait(requester)) {
-    replyFailure(requester, name, request.clientCookie);
-    return;
-  }
   if (reuse) {
     const std::int32_t serviceRN =
         findServiceRN(requester, name, pluginID, request.workingDir, request.localOnly);
@@ -138,7 +143,22 @@ void Broker::requestServiceConnection(HublinkConnection* requester, const Servic
       openStatus(requester, request);
       return;
     }
-    if (isServicePending(name, request.workingDir) || (pluginID != -1 && plugins_.find(pluginID))) {
+    if (pluginID <= AbroadService::kPluginID && std::strcmp(name, AbroadService::kName) == 0) {
+      openAbroad(requester, request);
+      return;
+    }
+    const HublinkConnection* named = pluginID != -1 ? plugins_.find(pluginID) : nullptr;
+    const bool isStandIn = named && named->standsFor();
+    if (mayGoAbroad && (pluginID == -1 || isStandIn) && goesAbroad(requester, name, named)) {
+      askAbroad(requester, wishOf(request), true, named);
+      return;
+    }
+    // A stand-in never registers what the other one provides.
+    if (isStandIn) {
+      replyFailure(requester, name, request.clientCookie);
+      return;
+    }
+    if (isServicePending(name, request.workingDir) || named) {
       addServiceWish(requester, request,
                      pluginID == -1 ? waiting_.joining(name) : OnPlugin{pluginID});
       return;
@@ -163,6 +183,11 @@ void Broker::requestServiceConnection(HublinkConnection* requester, const Servic
 void Broker::requestPluginIdForService(HublinkConnection* requester, std::int32_t cookie,
                                        const char* serviceName, const char* workingDir,
                                        bool startupIfNotRunning) {
+  answerQuery(requester, cookie, serviceName, workingDir, startupIfNotRunning, true);
+}
+
+void Broker::answerQuery(HublinkConnection* requester, std::int32_t cookie, const char* serviceName,
+                         const char* workingDir, bool startupIfNotRunning, bool mayGoAbroad) {
   const std::int32_t serviceRN = findServiceRN(requester, serviceName, -1, workingDir, false);
   if (serviceRN != -1) {
     const HublinkConnection* owner = connectionForRN(serviceRN);
@@ -170,6 +195,12 @@ void Broker::requestPluginIdForService(HublinkConnection* requester, std::int32_
                                             owner != nullptr);
   } else if (serviceName && std::strcmp(serviceName, StatusService::kName) == 0) {
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, StatusService::kPluginID, true);
+  } else if (serviceName && std::strcmp(serviceName, AbroadService::kName) == 0) {
+    requester->PluginIdForServiceReplyEvent(cookie, serviceName, AbroadService::kPluginID, true);
+  } else if (mayGoAbroad && serviceName && goesAbroad(requester, serviceName, nullptr) &&
+             canWait(requester)) {
+    askAbroad(requester, QueryWish{serviceName, optionalText(workingDir), cookie},
+              startupIfNotRunning, nullptr);
   } else if (!startupIfNotRunning || !serviceName || !canWait(requester)) {
     requester->PluginIdForServiceReplyEvent(cookie, serviceName, -1, false);
   } else if (isServicePending(serviceName, workingDir)) {

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "platform/clock.h"
+#include "services/hublink/abroad/abroad_service.h"
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
 #include "services/hublink/hub_events.h"
@@ -64,22 +65,29 @@ void Broker::unregisterService(std::int32_t serviceRN) {
 
 void Broker::releaseRN(HublinkConnection* owner, std::int32_t rn) {
   status_.close(owner, rn);
+  abroad_.close(owner, rn);
   rns_.release(owner, rn);
 }
 
 // Serves every request that waits for this service, oldest first.
 void Broker::serviceRegistered(HublinkConnection* provider, const char* name,
                                std::int32_t serviceRN) {
-  const std::int32_t pluginID = provider->getPluginID();
-  for (Waiting& waiting : waiting_.registered(pluginID, provider->getWorkingDir(), name)) {
-    if (const auto* query = std::get_if<QueryWish>(&waiting.wish)) {
-      waiting.requester->PluginIdForServiceReplyEvent(query->cookie, name, pluginID, false);
-    } else {
-      auto& service = std::get<ServiceWish>(waiting.wish);
-      askProvider(waiting.requester, provider, name, serviceRN, std::move(service.pairs),
-                  service.clientCookie);
-    }
-  }
+  const char* directory = provider->getWorkingDir();
+  for (Waiting& waiting : waiting_.registered(provider->getPluginID(), directory, name))
+    serveWish(waiting.requester, waiting.wish, provider, serviceRN, false);
+  for (AbroadQuestion& question : abroad_.registered(name, directory))
+    serveWish(question.requester, question.wish, provider, serviceRN, false);
+}
+
+// A wish for a service. `isFound` is what a query's answer says of it.
+void Broker::serveWish(HublinkConnection* requester, Wish& wish, HublinkConnection* provider,
+                       std::int32_t serviceRN, bool isFound) {
+  if (const auto* query = std::get_if<QueryWish>(&wish))
+    requester->PluginIdForServiceReplyEvent(query->cookie, query->name.c_str(),
+                                            provider->getPluginID(), isFound);
+  else if (auto* service = std::get_if<ServiceWish>(&wish))
+    askProvider(requester, provider, service->name.c_str(), serviceRN, std::move(service->pairs),
+                service->clientCookie);
 }
 
 std::int32_t Broker::findServiceRN(HublinkConnection* requester, const char* name,
@@ -138,6 +146,7 @@ void Broker::connectionAccepted(HublinkConnection* provider, std::int32_t servic
 void Broker::dropServiceConnection(HublinkConnection* sender, std::int32_t localRN,
                                    std::int32_t serviceRN) {
   if (serviceRN == StatusService::kRN) status_.close(sender, localRN);
+  if (serviceRN == AbroadService::kRN) abroad_.close(sender, localRN);
   if (HublinkConnection* other = connectionForRN(serviceRN)) {
     other->removePeerLink(serviceRN, localRN);
     other->ConnectionDroppedEvent(serviceRN, localRN);

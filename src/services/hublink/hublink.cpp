@@ -20,7 +20,8 @@ Hublink::Hublink(const ServiceDatabase& database, std::uint32_t port, STPFileLog
       launcher_(plugins_, broker_, entrance_, transports_, events_, log_),
       connector_(plugins_, broker_, gate_, log_),
       status_(*this, events_),
-      broker_(database, plugins_, launcher_, connector_, status_, events_, log_),
+      abroad_(*this),
+      broker_(database, plugins_, launcher_, connector_, status_, abroad_, events_, log_),
       since_(platform::unixMilliseconds()) {}
 
 Hublink::~Hublink() {
@@ -78,6 +79,7 @@ void Hublink::traceAll() {
   for (const auto* connections : {&plugins_.active(), &plugins_.negotiating()})
     for (const auto& connection : *connections) connection->setLogs(log_.internal());
   status_.traceAll();
+  abroad_.traceAll();
 }
 
 bool Hublink::isNeeded() const {

@@ -6,6 +6,7 @@
 //   ConnectedPlugins   the connections: IDs, negotiation, end
 //   Broker        services, RNs, and who waits for what
 //   StatusService   what all of them tell to those who look into the hub
+//   AbroadService   bridges to other machines, and what they are asked
 //
 // What a plugin's message does is an operation of one of them, called by its HublinkConnection.
 // The hub holds one reference to each transport, which dies only in the reaping at the end of a
@@ -18,6 +19,7 @@
 
 #include "active_hub/active_hub_record.h"
 #include "platform/process.h"
+#include "services/hublink/abroad/abroad_service.h"
 #include "services/hublink/broker.h"
 #include "services/hublink/connected_plugins.h"
 #include "services/hublink/entrance.h"
@@ -112,6 +114,7 @@ class Hublink : public ForwardingHandler {
   Launcher launcher_;
   PluginConnector connector_;
   StatusService status_;
+  AbroadService abroad_;
   Broker broker_;
   std::unique_ptr<ActiveHubRecord> activeRecord_;
   std::int64_t since_;

@@ -6,6 +6,7 @@
 
 #include "indgen/host.h"
 #include "platform/clock.h"
+#include "platform/process.h"
 #include "service_database/prefer_ada.h"
 #include "services/hublink/hublink.h"
 #include "services/hublink/plugin_bounds.h"
@@ -72,6 +73,11 @@ void HublinkConnection::handleBinaryMessage(STPReceivedMessage& message, STPMess
 
 bool HublinkConnection::isDead() const {
   return getTransport()->isClosed();
+}
+
+std::string HublinkConnection::getProgram(std::int32_t peerProcess) const {
+  if (standIn) return standIn->program;
+  return name.empty() && peerProcess > 0 ? platform::programOf(peerProcess) : name;
 }
 
 void HublinkConnection::addPeerLink(PeerLink link) {

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "generated/hublink_router_impl.h"
 #include "services/hublink/plugin_usage.h"
@@ -24,6 +26,14 @@ struct PeerLink {
   UsageShare share;           ///< of the connections, at the side that has asked for it
   std::string serviceName{};  ///< at that side
   std::int64_t since = 0;     ///< at that side, in ms since 1970; 0 at the other
+};
+
+/// What a connection of a bridge stands for: a plugin of another machine.
+struct StandIn {
+  std::string machine;
+  std::string program;    ///< of that plugin; empty if it isn't known
+  std::int32_t remoteID;  ///< its plugin ID there
+  std::int32_t bridgeID;  ///< the plugin ID of the bridge here
 };
 
 class HublinkConnection : public virtual Hublink_router_Impl {
@@ -48,6 +58,12 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   /// The plugin's working directory; null if none is known.
   const char* getWorkingDir() const { return workingDir.empty() ? nullptr : workingDir.c_str(); }
   std::int32_t getProcess() const { return process; }
+  /// The name of the plugin's program, as far as it is known; else empty. With the process at the
+  /// other end, if the caller knows it.
+  std::string getProgram(std::int32_t peerProcess) const;
+  /// Null for a plugin that stands for itself.
+  const StandIn* standsFor() const { return standIn ? &*standIn : nullptr; }
+  void setStandsFor(StandIn whom) { standIn = std::move(whom); }
   const PluginUsage& usage() const { return *used; }
   /// The part of a new entry in one of the hub's tables.
   UsageShare shareOf(Usage PluginUsage::*kind, std::int64_t bytes = 0) const {
@@ -126,5 +142,6 @@ class HublinkConnection : public virtual Hublink_router_Impl {
   bool spoken = false;
   std::shared_ptr<PluginUsage> used = std::make_shared<PluginUsage>();
   std::list<PeerLink> peerLinks;
+  std::optional<StandIn> standIn;
   std::unique_ptr<HubRefusal> hubRefusal;
 };

@@ -1,17 +1,12 @@
 #include "services/hublink/waiting_table.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "indgen/find.h"
 
 namespace {
-
-const char* workingDirOf(const Wish& wish) {
-  if (const auto* service = std::get_if<ServiceWish>(&wish)) return textOrNull(service->workingDir);
-  if (const auto* query = std::get_if<QueryWish>(&wish)) return textOrNull(query->workingDir);
-  return nullptr;
-}
 
 bool isOnPlugin(const Awaited& on, std::int32_t pluginID) {
   const auto* plugin = std::get_if<OnPlugin>(&on);
@@ -40,6 +35,21 @@ const std::string* serviceIn(const Wish& wish) {
   if (const auto* service = std::get_if<ServiceWish>(&wish)) return &service->name;
   if (const auto* query = std::get_if<QueryWish>(&wish)) return &query->name;
   return nullptr;
+}
+
+const char* workingDirOf(const Wish& wish) {
+  if (const auto* service = std::get_if<ServiceWish>(&wish)) return textOrNull(service->workingDir);
+  if (const auto* query = std::get_if<QueryWish>(&wish)) return textOrNull(query->workingDir);
+  return nullptr;
+}
+
+std::int64_t bytesOf(const Wish& wish) {
+  const std::string* name = serviceIn(wish);
+  const char* directory = workingDirOf(wish);
+  const auto* service = std::get_if<ServiceWish>(&wish);
+  return static_cast<std::int64_t>((name ? name->size() : 0) +
+                                   (directory ? std::strlen(directory) : 0)) +
+         (service ? service->pairs.bytes() : 0);
 }
 
 bool sameWorkingDir(const char* a, const char* b) {

@@ -53,6 +53,10 @@ using Wish = std::variant<ServiceWish, QueryWish, PluginWish>;
 
 /// The name of the service that a wish is for; null for a wish that is for none.
 const std::string* serviceIn(const Wish& wish);
+/// The working directory that a provider must have; null for any.
+const char* workingDirOf(const Wish& wish);
+/// What its texts take.
+std::int64_t bytesOf(const Wish& wish);
 
 /// Any provider.
 struct OnAnybody {};

@@ -81,10 +81,12 @@ class Page {
 };
 
 // How many wait for each service.
-std::map<std::string, std::int32_t> waitingByService(const WaitingTable& table) {
+std::map<std::string, std::int32_t> waitingByService(const Broker& broker) {
   std::map<std::string, std::int32_t> counts;
-  for (const Waiting& entry : table.entries())
+  for (const Waiting& entry : broker.waiting().entries())
     if (const std::string* name = serviceIn(entry.wish)) ++counts[*name];
+  for (const auto& [cookie, asked] : broker.abroad().questions())
+    ++counts[*serviceIn(asked.question.wish)];
   return counts;
 }
 
@@ -115,7 +117,8 @@ HubFacts HubReader::hub() const {
   for (const HublinkConnection* connection : connectionsOf(hub_))
     for (const PeerLink& link : connection->links()) facts.links += link.since != 0 ? 1 : 0;
   facts.launches = static_cast<std::int32_t>(hub_.launcher().inHand());
-  facts.waiting = static_cast<std::int32_t>(broker.waiting().entries().size());
+  facts.waiting = static_cast<std::int32_t>(broker.waiting().entries().size() +
+                                            broker.abroad().questions().size());
   facts.packets = broker.rns().relayed().packets;
   facts.bytes = broker.rns().relayed().bytes;
   return facts;
@@ -133,9 +136,11 @@ PluginFacts HubReader::factsOf(const HublinkConnection& connection) const {
   if (peer.kind == Kind::known) facts.user = static_cast<std::int32_t>(peer.user);
   if (peer.process != 0) facts.process = peer.process;
   if (facts.wasLaunched) facts.process = connection.getProcess();
-  facts.program = connection.getName();
-  if (facts.program.empty() && facts.process > 0)
-    facts.program = platform::programOf(facts.process);
+  facts.program = connection.getProgram(facts.process);
+  if (const StandIn* standIn = connection.standsFor()) {
+    facts.machine = standIn->machine;
+    facts.remoteID = standIn->remoteID;
+  }
   if (const char* address = transport.peerName()) facts.address = address;
   facts.since = connection.getSince();
   facts.isNegotiated = hub_.plugins().find(facts.pluginID) == &connection;
@@ -188,7 +193,7 @@ std::string HubReader::services(const std::string& after, int most,
   const auto keyOf = [](int number, std::int32_t rn, const std::string& name) {
     return std::to_string(number) + " " + std::to_string(rn) + " " + name;
   };
-  const auto waiting = waitingByService(broker.waiting());
+  const auto waiting = waitingByService(broker);
   const auto describe = [&](ServiceFacts& facts) {
     const auto count = waiting.find(facts.name);
     if (count != waiting.end()) facts.waiting = count->second;

@@ -14,7 +14,7 @@ namespace {
 // Items of a page: a page is made within one turn of the hub, in which nobody else has his.
 constexpr std::int32_t kMostItems = 64;
 // Bytes that wait for the viewer from which on events are left out.
-constexpr std::int64_t kMostWaiting = 256 << 10;
+constexpr std::int64_t kMostUnread = 256 << 10;
 
 int sizeOf(std::int32_t most) {
   return most <= 0 || most > kMostItems ? kMostItems : most;
@@ -112,7 +112,7 @@ void StatusDesk::Subscribe(bool events) {
 }
 
 void StatusDesk::pass(const Happening& event) {
-  if (getTransport()->writeCount() > kMostWaiting) {
+  if (getTransport()->writeCount() > kMostUnread) {
     ++lost_;
     return;
   }
