@@ -106,8 +106,9 @@ void StandInTable::sweep(std::int64_t now) {
   });
 }
 
-void StandInTable::clear() {
-  entries_.clear();
+void StandInTable::disconnectAll() {
+  for (auto& [key, entry] : entries_)
+    if (entry.standIn) entry.standIn->plugin().disconnect();
 }
 
 void StandInTable::forEach(

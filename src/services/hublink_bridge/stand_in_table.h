@@ -43,7 +43,8 @@ class StandInTable {
   /// Takes down those that nobody has needed for kIdleTime and those whose connection has ended.
   /// Not within a handler of one of them.
   void sweep(std::int64_t now);
-  void clear();
+  /// Ends all connections: links end, and sweep() takes them down.
+  void disconnectAll();
 
   std::size_t size() const { return entries_.size(); }
   void forEach(const std::function<void(const StandIn& standIn, int links)>& visit) const;

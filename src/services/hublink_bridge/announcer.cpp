@@ -1,0 +1,193 @@
+#include "services/hublink_bridge/announcer.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <utility>
+
+#include "platform/clock.h"
+
+namespace bridge {
+
+namespace {
+
+constexpr const char* kHello = "hello";
+constexpr const char* kState = "state";
+constexpr const char* kAlive = "alive";
+constexpr const char* kBye = "bye";
+constexpr const char* kPing = "ping";
+constexpr const char* kPong = "pong";
+
+constexpr const char* kIncarnation = "Hublink-Incarnation";
+constexpr const char* kSince = "Hublink-Since";
+constexpr const char* kVersion = "Hublink-Version";
+constexpr const char* kStateNumber = "Hublink-State";
+constexpr const char* kPage = "Hublink-Page";
+
+constexpr std::int64_t kAliveInterval = 2000;  // ms
+// In how many of these intervals each machine is measured once.
+constexpr std::size_t kMeasuringRound = 15;
+constexpr std::size_t kServicesOfPage = 200;
+
+std::string randomName() {
+  std::random_device device;
+  char text[17];
+  std::snprintf(text, sizeof text, "%08x%08x", device(), device());
+  return text;
+}
+
+std::uint64_t numberIn(const std::string& text) {
+  return std::strtoull(text.c_str(), nullptr, 10);
+}
+
+}  // namespace
+
+Announcer::Announcer(NatsConnection& nats, Members& members, const Exports& exports,
+                     std::string realm, std::string machine, std::function<void()> taken)
+    : nats_(nats),
+      members_(members),
+      exports_(exports),
+      realm_(std::move(realm)),
+      machine_(std::move(machine)),
+      taken_(std::move(taken)),
+      incarnation_(randomName()),
+      since_(platform::unixMilliseconds()) {}
+
+NatsHeaders Announcer::ownHeaders() const {
+  return {{kIncarnation, incarnation_}, {kSince, std::to_string(since_)}};
+}
+
+void Announcer::say(const std::string& to, const char* what) {
+  NatsHeaders headers = ownHeaders();
+  headers.emplace_back(kStateNumber, std::to_string(state_));
+  nats_.publish(subjectOf(realm_, to, machine_, what), headers, "", 0);
+}
+
+void Announcer::sayState(const std::string& to) {
+  const std::vector<ExportedService>& services = exports_.services();
+  const std::size_t pages =
+      std::max<std::size_t>(1, (services.size() + kServicesOfPage - 1) / kServicesOfPage);
+  for (std::size_t page = 0; page < pages; ++page) {
+    const std::size_t first = page * kServicesOfPage;
+    const std::size_t count = std::min(services.size() - first, kServicesOfPage);
+    NatsHeaders headers = ownHeaders();
+    headers.emplace_back(kVersion, HUBLINK_VERSION);
+    headers.emplace_back(kStateNumber, std::to_string(state_));
+    headers.emplace_back(kPage, std::to_string(page + 1) + "/" + std::to_string(pages));
+    const std::string json = servicesToJson(services.data() + first, count);
+    nats_.publish(subjectOf(realm_, to, machine_, kState), headers, json.data(), json.size());
+  }
+}
+
+void Announcer::connected() {
+  pings_.clear();
+  say(kEverybody, kHello);
+  sayState(kEverybody);
+  isStateDue_ = false;
+}
+
+void Announcer::memberCame(const std::string& machine) {
+  ping(machine);
+}
+
+void Announcer::bye() {
+  say(kEverybody, kBye);
+}
+
+void Announcer::ping(const std::string& machine) {
+  const std::uint64_t now = platform::monotonicNanoseconds();
+  if (nats_.publish(subjectOf(realm_, machine, machine_, kPing), &now, sizeof now))
+    pings_[machine] = now;
+}
+
+// One after the other, so that each has its turn within kMeasuringRound intervals.
+void Announcer::pingNext() {
+  const auto& all = members_.all();
+  if (all.empty()) return;
+  for (std::size_t i = 0; i < (all.size() + kMeasuringRound - 1) / kMeasuringRound; ++i) {
+    auto next = all.upper_bound(lastPinged_);
+    if (next == all.end()) next = all.begin();
+    lastPinged_ = next->first;
+    ping(lastPinged_);
+  }
+}
+
+std::int64_t Announcer::step(std::int64_t now) {
+  if (!nats_.isConnected()) return -1;
+  if (std::exchange(isStateDue_, false)) {
+    ++state_;
+    sayState(kEverybody);
+  }
+  if (now >= aliveDue_) {
+    aliveDue_ = now + kAliveInterval;
+    say(kEverybody, kAlive);
+    pingNext();
+  }
+  return aliveDue_ - now;
+}
+
+// The younger one of two bridges of one name leaves.
+void Announcer::ownNameHeard(const NatsMessage& message) {
+  const std::string incarnation = message.header(kIncarnation);
+  const std::string since = message.header(kSince);
+  if (incarnation.empty() || incarnation == incarnation_ || since.empty()) return;
+  const auto theirs = static_cast<std::int64_t>(numberIn(since));
+  if (std::pair(theirs, incarnation) < std::pair(since_, incarnation_)) taken_();
+}
+
+void Announcer::stateArrived(const std::string& machine, const NatsMessage& message,
+                             std::int64_t now) {
+  StatePage page;
+  page.incarnation = message.header(kIncarnation);
+  page.version = message.header(kVersion);
+  page.since = static_cast<std::int64_t>(numberIn(message.header(kSince)));
+  page.state = numberIn(message.header(kStateNumber));
+  const std::string pages = message.header(kPage);
+  page.page = numberIn(pages);
+  const std::size_t slash = pages.find('/');
+  page.pages = slash == std::string::npos ? 0 : numberIn(pages.substr(slash + 1));
+  page.json = {reinterpret_cast<const char*>(message.bytes()), message.size()};
+  members_.stateArrived(machine, page, now);
+}
+
+bool Announcer::take(const Subject& subject, const NatsMessage& message, std::int64_t now) {
+  const std::string from(subject.from);
+  const std::string_view what = subject.what;
+  if (from == machine_) {
+    if (what == kHello) sayState(from);  // so that the other learns who was here before
+    ownNameHeard(message);
+    return true;
+  }
+  if (what == kAlive) {
+    if (!members_.alive(from, message.header(kIncarnation),
+                        numberIn(message.header(kStateNumber)), now))
+      say(from, kHello);
+  } else if (what == kState) {
+    stateArrived(from, message, now);
+  } else if (what == kHello) {
+    members_.heard(from, now);
+    sayState(from);
+  } else if (what == kBye) {
+    members_.bye(from, message.header(kIncarnation));
+  } else if (what == kPing) {
+    if (message.size() == sizeof(std::uint64_t))
+      nats_.publish(subjectOf(realm_, from, machine_, kPong), message.bytes(), message.size());
+  } else if (what == kPong) {
+    std::uint64_t sent = 0;
+    if (message.size() != sizeof sent) return true;
+    std::memcpy(&sent, message.bytes(), sizeof sent);
+    const auto place = pings_.find(from);
+    if (place == pings_.end() || place->second != sent) return true;
+    pings_.erase(place);
+    constexpr std::uint64_t kMicrosecond = 1000;
+    members_.measured(from, static_cast<std::int64_t>(
+                                (platform::monotonicNanoseconds() - sent) / kMicrosecond));
+  } else {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace bridge

@@ -1,0 +1,62 @@
+// What this bridge says of itself to the realm, and what it makes of what the others say: who is
+// there, what they export, how far they are. The messages are those of docs/bridge.md.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "services/hublink_bridge/exports.h"
+#include "services/hublink_bridge/members.h"
+#include "services/hublink_bridge/names.h"
+#include "services/hublink_bridge/nats_connection.h"
+
+namespace bridge {
+
+class Announcer {
+ public:
+  /// `taken` is called if an older bridge of this name is in the realm.
+  Announcer(NatsConnection& nats, Members& members, const Exports& exports, std::string realm,
+            std::string machine, std::function<void()> taken);
+
+  /// There is a connection to NATS, again: all is said anew.
+  void connected();
+  /// Another list of exports is to be told.
+  void exportsChanged() { isStateDue_ = true; }
+  void memberCame(const std::string& machine);
+  /// False if the message is of another kind than those here.
+  bool take(const Subject& subject, const NatsMessage& message, std::int64_t now);
+  /// Says what is due. Gives the milliseconds until there is more to say.
+  std::int64_t step(std::int64_t now);
+  /// The end of this bridge.
+  void bye();
+
+  std::int64_t since() const { return since_; }
+
+ private:
+  void say(const std::string& to, const char* what);
+  void sayState(const std::string& to);
+  void ping(const std::string& machine);
+  void pingNext();
+  NatsHeaders ownHeaders() const;
+  void ownNameHeard(const NatsMessage& message);
+  void stateArrived(const std::string& machine, const NatsMessage& message, std::int64_t now);
+
+  NatsConnection& nats_;
+  Members& members_;
+  const Exports& exports_;
+  const std::string realm_;
+  const std::string machine_;
+  const std::function<void()> taken_;
+  const std::string incarnation_;
+  const std::int64_t since_;
+  std::uint64_t state_ = 1;  // number of the list of exports
+  bool isStateDue_ = false;
+  std::int64_t aliveDue_ = 0;
+  std::map<std::string, std::uint64_t> pings_;  // the latest to each machine that has no answer
+  std::string lastPinged_;
+};
+
+}  // namespace bridge

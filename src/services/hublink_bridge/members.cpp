@@ -1,0 +1,187 @@
+#include "services/hublink_bridge/members.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <tuple>
+
+#include "services/hublink_bridge/names.h"
+
+namespace bridge {
+
+namespace {
+
+constexpr std::size_t kMostIncarnation = 16;
+constexpr std::int64_t kMicroseconds = 1000;  // in a millisecond
+// What is taken for a machine that hasn't been measured, in ms: further away than any other.
+constexpr std::int64_t kUnmeasured = INT32_MAX;
+
+bool readText(const nlohmann::json& object, const char* name, std::string& text) {
+  const auto place = object.find(name);
+  if (place == object.end() || !place->is_string()) return false;
+  text = place->get_ref<const std::string&>();
+  return text.size() <= kMostText && text.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+std::string servicesToJson(const ExportedService* services, std::size_t count) {
+  nlohmann::json list = nlohmann::json::array();
+  for (std::size_t i = 0; i < count; ++i) {
+    const ExportedService& one = services[i];
+    list.push_back({{"name", one.name},
+                    {"state", one.isRunning ? "running" : "startable"},
+                    {"plugin", one.pluginID},
+                    {"program", one.program}});
+  }
+  // A name that isn't UTF-8 can't be told as it is, and wouldn't be found by it.
+  return nlohmann::json{{"services", list}}.dump(-1, ' ', false,
+                                                 nlohmann::json::error_handler_t::replace);
+}
+
+bool servicesFromJson(std::string_view json, std::size_t most,
+                      std::vector<ExportedService>& services) {
+  const nlohmann::json page = nlohmann::json::parse(json, nullptr, false);
+  if (!page.is_object()) return false;
+  const auto list = page.find("services");
+  if (list == page.end() || !list->is_array() || list->size() > most) return false;
+  for (const nlohmann::json& one : *list) {
+    ExportedService service;
+    std::string state;
+    if (!one.is_object() || !readText(one, "name", service.name) || service.name.empty() ||
+        !readText(one, "state", state))
+      return false;
+    readText(one, "program", service.program);
+    const auto plugin = one.find("plugin");
+    if (plugin != one.end() && plugin->is_number_integer()) {
+      const auto number = plugin->get<std::int64_t>();
+      if (number >= -1 && number <= INT32_MAX) service.pluginID = static_cast<std::int32_t>(number);
+    }
+    service.isRunning = state == "running";
+    services.push_back(std::move(service));
+  }
+  return true;
+}
+
+Member* Members::admit(const std::string& machine, const std::string& incarnation,
+                       std::int64_t now) {
+  if (incarnation.empty() || incarnation.size() > kMostIncarnation) return nullptr;
+  const auto place = members_.find(machine);
+  if (place != members_.end() && place->second.incarnation == incarnation) {
+    place->second.heard = now;
+    return &place->second;
+  }
+  if (place != members_.end()) remove(machine, "its bridge was started anew");
+  if (members_.size() >= kMostMachines) return nullptr;
+  Member& member = members_[machine];
+  member.incarnation = incarnation;
+  member.heard = now;
+  listener_.memberCame(machine);
+  const auto added = members_.find(machine);
+  return added == members_.end() ? nullptr : &added->second;
+}
+
+void Members::heard(const std::string& machine, std::int64_t now) {
+  const auto place = members_.find(machine);
+  if (place != members_.end()) place->second.heard = now;
+}
+
+bool Members::alive(const std::string& machine, const std::string& incarnation,
+                    std::uint64_t state, std::int64_t now) {
+  const Member* member = admit(machine, incarnation, now);
+  return !member || member->state == state;
+}
+
+void Members::stateArrived(const std::string& machine, const StatePage& page, std::int64_t now) {
+  if (page.pages == 0 || page.page == 0 || page.page > page.pages || page.state == 0) return;
+  if (!admit(machine, page.incarnation, now)) return;
+  Partial& partial = partials_[machine];
+  if (page.page == 1) partial = {page.incarnation, page.state, 1, {}};
+  const bool isNext = partial.incarnation == page.incarnation && partial.state == page.state &&
+                      partial.next == page.page;
+  if (!isNext || !servicesFromJson(page.json, kMostServices - partial.services.size(),
+                                   partial.services)) {
+    partials_.erase(machine);
+    return;
+  }
+  ++partial.next;
+  if (page.page < page.pages) return;
+  Member& member = members_[machine];
+  member.version = page.version.substr(0, kMostText);
+  member.since = page.since;
+  member.state = page.state;
+  member.services = std::move(partial.services);
+  partials_.erase(machine);
+}
+
+void Members::bye(const std::string& machine, const std::string& incarnation) {
+  const auto place = members_.find(machine);
+  if (place != members_.end() && place->second.incarnation == incarnation)
+    remove(machine, "its bridge has ended");
+}
+
+// The latest counts for an eighth, as TCP smooths it (RFC 6298).
+void Members::measured(const std::string& machine, std::int64_t roundTrip) {
+  const auto place = members_.find(machine);
+  if (place == members_.end() || roundTrip < 0) return;
+  std::int64_t& smoothed = place->second.roundTrip;
+  smoothed = smoothed < 0 ? roundTrip : smoothed + (roundTrip - smoothed) / 8;
+}
+
+std::int64_t Members::step(std::int64_t now) {
+  std::vector<std::string> gone;
+  std::int64_t next = -1;
+  for (const auto& [machine, member] : members_) {
+    const std::int64_t left = member.heard + silence_ - now;
+    if (left <= 0)
+      gone.push_back(machine);
+    else if (next < 0 || left < next)
+      next = left;
+  }
+  for (const std::string& machine : gone) remove(machine, "it isn't heard any more");
+  return next;
+}
+
+void Members::remove(const std::string& machine, const std::string& why) {
+  members_.erase(machine);
+  partials_.erase(machine);
+  listener_.memberGone(machine, why);
+}
+
+const Member* Members::find(const std::string& machine) const {
+  const auto place = members_.find(machine);
+  return place == members_.end() ? nullptr : &place->second;
+}
+
+bool Members::isImported(std::string_view service) const {
+  return imports_.empty() || fitsAny(imports_, service);
+}
+
+std::vector<std::string> Members::choose(std::string_view service) const {
+  if (!isImported(service)) return {};
+  using Rank = std::tuple<bool, std::int64_t, std::string>;
+  std::vector<Rank> ranks;
+  for (const auto& [machine, member] : members_) {
+    bool isExported = false, isRunning = false;
+    for (const ExportedService& one : member.services) {
+      isExported = isExported || one.name == service;
+      isRunning = isRunning || (one.name == service && one.isRunning);
+    }
+    const std::int64_t distance =
+        member.roundTrip < 0 ? kUnmeasured : member.roundTrip / kMicroseconds;
+    if (isExported) ranks.emplace_back(!isRunning, distance, machine);
+  }
+  std::sort(ranks.begin(), ranks.end());
+  std::vector<std::string> machines;
+  for (const Rank& rank : ranks) machines.push_back(std::get<std::string>(rank));
+  return machines;
+}
+
+std::string Members::programOf(const std::string& machine, std::int32_t pluginID) const {
+  const Member* member = find(machine);
+  if (!member) return "";
+  for (const ExportedService& one : member->services)
+    if (one.isRunning && one.pluginID == pluginID) return one.program;
+  return "";
+}
+
+}  // namespace bridge

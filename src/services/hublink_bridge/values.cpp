@@ -1,0 +1,82 @@
+#include "services/hublink_bridge/values.h"
+
+#include <utility>
+#include <vector>
+
+#include "services/hublink_bridge/exports.h"
+#include "services/hublink_bridge/link.h"
+#include "services/hublink_bridge/session_table.h"
+#include "services/hublink_bridge/stand_in_table.h"
+
+namespace bridge {
+
+namespace {
+
+// Milliseconds: who asks waits no longer himself.
+constexpr int kAnswerTime = HublinkPlugin::kAnswerTime;
+
+}  // namespace
+
+void Values::ask(const StandIn& asked, std::int32_t askingPluginID, const std::string& name,
+                 HublinkPlugin::ValueAnswer answer) {
+  Session& session = parts_.sessions.ours(asked.key().machine, clockNow());
+  const std::uint32_t cookie = ++lastCookie_;
+  questions_[cookie] = {&session, std::move(answer)};
+  if (!session.send(FrameKind::value, 0,
+                    bodyOf(ValueBody{cookie, asked.key().pluginID, askingPluginID, name}))) {
+    give(cookie, std::nullopt);
+    return;
+  }
+  parts_.plugin.callLater(kAnswerTime, [this, cookie] { give(cookie, std::nullopt); });
+}
+
+void Values::give(std::uint32_t cookie, const std::optional<std::string>& value) {
+  const auto question = questions_.extract(cookie);
+  if (question) question.mapped().answer(value);
+}
+
+bool Values::asked(Session& session, const Frame& frame) {
+  ValueBody body;
+  if (!readBody(frame, body)) return false;
+  const auto answer = [cookie = body.cookie](Session& to, const OptionalText& value) {
+    if (!to.send(FrameKind::valued, 0, bodyOf(ValuedBody{cookie, value})))
+      to.send(FrameKind::valued, 0, bodyOf(ValuedBody{cookie, std::nullopt}));
+  };
+  int& inHand = inHand_[&session];
+  const std::string& machine = session.machine();
+  if (!body.name || !parts_.exports.isValueExported(*body.name) || inHand >= kMostInHand ||
+      !parts_.links.joins(body.pluginID, machine)) {
+    answer(session, std::nullopt);
+    return true;
+  }
+  ++inHand;
+  StandIn* asking = parts_.standIns.find({machine, body.askingID});
+  HublinkPlugin& plugin = asking ? asking->plugin() : parts_.plugin;
+  plugin.requestValue(body.pluginID, *body.name,
+                      [this, &session, answer](const std::optional<std::string>& value) {
+                        const auto place = inHand_.find(&session);
+                        if (place == inHand_.end()) return;  // it has ended
+                        --place->second;
+                        answer(session, value);
+                      });
+  return true;
+}
+
+bool Values::answered(const Session& session, const Frame& frame) {
+  ValuedBody body;
+  if (!readBody(frame, body)) return false;
+  const auto place = questions_.find(body.cookie);
+  if (place != questions_.end() && place->second.session == &session)
+    give(body.cookie, body.value);
+  return true;
+}
+
+void Values::sessionEnded(const Session& session) {
+  inHand_.erase(&session);
+  std::vector<std::uint32_t> open;
+  for (const auto& [cookie, question] : questions_)
+    if (question.session == &session) open.push_back(cookie);
+  for (const std::uint32_t cookie : open) give(cookie, std::nullopt);
+}
+
+}  // namespace bridge
