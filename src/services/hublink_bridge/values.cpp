@@ -13,7 +13,7 @@ namespace bridge {
 namespace {
 
 // Milliseconds: who asks waits no longer himself.
-constexpr int kAnswerTime = HublinkPlugin::kAnswerTime;
+constexpr int kValueTime = HublinkPlugin::kAnswerTime;
 
 }  // namespace
 
@@ -27,7 +27,7 @@ void Values::ask(const StandIn& asked, std::int32_t askingPluginID, const std::s
     give(cookie, std::nullopt);
     return;
   }
-  parts_.plugin.callLater(kAnswerTime, [this, cookie] { give(cookie, std::nullopt); });
+  parts_.plugin.callLater(kValueTime, [this, cookie] { give(cookie, std::nullopt); });
 }
 
 void Values::give(std::uint32_t cookie, const std::optional<std::string>& value) {

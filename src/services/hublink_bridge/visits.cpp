@@ -13,8 +13,8 @@ namespace bridge {
 namespace {
 
 // Milliseconds for an answer of a provider that runs, and for one that may have to be started.
-constexpr int kAnswerTime = 10000;
-constexpr int kStartTime = 40000;
+constexpr int kVisitTime = 10000;
+constexpr int kStartVisitTime = 40000;
 constexpr std::size_t kMostPairs = 1000;
 
 bool isSensible(const OpenBody& body) {
@@ -70,7 +70,7 @@ void Visits::query(const Key& key, const OpenBody& body) {
           answer(key, {OpenedBody::Outcome::accepted, pluginID,
                        parts_.exports.programOf(pluginID)});
       },
-      mayStart ? kStartTime : kAnswerTime);
+      mayStart ? kStartVisitTime : kVisitTime);
 }
 
 // A provider that may not be started is looked for first, and then asked by its number: so nothing
@@ -93,7 +93,7 @@ void Visits::link(const Key& key, const OpenBody& body) {
           else
             ask(key, body, pluginID);
         },
-        kAnswerTime);
+        kVisitTime);
   }
 }
 
@@ -117,7 +117,7 @@ void Visits::ask(const Key& key, const OpenBody& body, std::int32_t providerID) 
             [this, key, service = query.serviceName, standIn](const ServiceReply& reply) {
               replied(key, service, *standIn, reply);
             },
-            providerID == -1 ? kStartTime : kAnswerTime);
+            providerID == -1 ? kStartVisitTime : kVisitTime);
       });
 }
 
