@@ -161,8 +161,8 @@ bool Announcer::take(const Subject& subject, const NatsMessage& message, std::in
     return true;
   }
   if (what == kAlive) {
-    if (!members_.alive(from, message.header(kIncarnation),
-                        numberIn(message.header(kStateNumber)), now))
+    if (!members_.alive(from, message.header(kIncarnation), numberIn(message.header(kStateNumber)),
+                        now))
       say(from, kHello);
   } else if (what == kState) {
     stateArrived(from, message, now);
@@ -182,8 +182,8 @@ bool Announcer::take(const Subject& subject, const NatsMessage& message, std::in
     if (place == pings_.end() || place->second != sent) return true;
     pings_.erase(place);
     constexpr std::uint64_t kMicrosecond = 1000;
-    members_.measured(from, static_cast<std::int64_t>(
-                                (platform::monotonicNanoseconds() - sent) / kMicrosecond));
+    members_.measured(
+        from, static_cast<std::int64_t>((platform::monotonicNanoseconds() - sent) / kMicrosecond));
   } else {
     return false;
   }

@@ -38,8 +38,7 @@ Bridge::Bridge(Options options)
       members_(*this, options_.grace + kSilence),
       nats_(*this, [this] { plugin_.post([] {}); }),
       sessions_(*this,
-                [this](const std::string& machine, const unsigned char* message,
-                       std::size_t size) {
+                [this](const std::string& machine, const unsigned char* message, std::size_t size) {
                   return nats_.publish(
                       subjectOf(options_.realm, machine, options_.machine, kSession), message,
                       size);
@@ -51,8 +50,8 @@ Bridge::Bridge(Options options)
       visits_(parts_),
       values_(parts_),
       announcer_(nats_, members_, exports_, options_.realm, options_.machine, [this] {
-        stop(1, "the realm " + options_.realm + " has another bridge of the name " +
-                    options_.machine);
+        stop(1,
+             "the realm " + options_.realm + " has another bridge of the name " + options_.machine);
       }) {
   members_.setImports(options_.imports);
 }
@@ -125,9 +124,8 @@ void Bridge::natsState(bool isConnected, const std::string& text) {
   if (isConnected) {
     SessionOptions session;
     session.grace = options_.grace;
-    session.maxMessage = static_cast<std::size_t>(
-        std::clamp<std::int64_t>(nats_.maxPayload() - kSlack, Session::kLeastMaxMessage,
-                                 kMostMessage));
+    session.maxMessage = static_cast<std::size_t>(std::clamp<std::int64_t>(
+        nats_.maxPayload() - kSlack, Session::kLeastMaxMessage, kMostMessage));
     sessions_.setOptions(session);
     announcer_.connected();
   }
@@ -169,8 +167,8 @@ bool Bridge::transmit(Session& session, const unsigned char* message, std::size_
 }
 
 void Bridge::frameArrived(Session& session, const Frame& frame) {
-  if (!handle(session, frame)) session.end("what came from " + session.machine() + " is malformed",
-                                           true);
+  if (!handle(session, frame))
+    session.end("what came from " + session.machine() + " is malformed", true);
 }
 
 bool Bridge::handle(Session& session, const Frame& frame) {
@@ -194,10 +192,9 @@ bool Bridge::handle(Session& session, const Frame& frame) {
 bool Bridge::handleLink(Session& session, const Frame& frame) {
   Link* link = links_.find(session, frame.link);
   if (!link) {
-    const bool isInHand =
-        frame.kind == FrameKind::close && (session.isInitiator()
-                                               ? wishes_.closed(session, frame.link)
-                                               : visits_.closed(session, frame.link));
+    const bool isInHand = frame.kind == FrameKind::close &&
+                          (session.isInitiator() ? wishes_.closed(session, frame.link)
+                                                 : visits_.closed(session, frame.link));
     if (!isInHand) session.countStray();
     return true;
   }
@@ -232,8 +229,8 @@ void Bridge::packetsArrived(StandIn& standIn, std::int32_t localRN, const unsign
     link->packetsArrived(packets, static_cast<std::size_t>(size));
 }
 
-void Bridge::valueAsked(StandIn& standIn, std::int32_t requestingPluginID,
-                        const std::string& name, HublinkPlugin::ValueAnswer answer) {
+void Bridge::valueAsked(StandIn& standIn, std::int32_t requestingPluginID, const std::string& name,
+                        HublinkPlugin::ValueAnswer answer) {
   values_.ask(standIn, requestingPluginID, name, std::move(answer));
 }
 
@@ -275,11 +272,10 @@ void Bridge::pass() {
   plugin_.serve(0);
   standIns_.serve();
   const std::int64_t now = clockNow();
-  const std::int64_t steps[] = {
-      announcer_.step(now), members_.step(now),
-      sessions_.step(now, [this](const Session& session) {
-        return links_.hasAny(session) || wishes_.uses(session);
-      })};
+  const std::int64_t steps[] = {announcer_.step(now), members_.step(now),
+                                sessions_.step(now, [this](const Session& session) {
+                                  return links_.hasAny(session) || wishes_.uses(session);
+                                })};
   links_.settle();
   standIns_.sweep(now);
   sessions_.flush(now);

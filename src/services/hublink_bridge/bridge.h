@@ -95,7 +95,7 @@ class Bridge : private NatsListener,
   std::vector<unsigned char> taken_;  // a message for a session, which is changed there
   std::int64_t nextStep_ = 0;         // ms until something of the tables is due; -1: nothing
   bool hasHub_ = false;
-  bool isTold_ = false;  // that all is ready
+  bool isTold_ = false;      // that all is ready
   std::int64_t hubDue_ = 0;  // when the hub is tried again
   bool stops_ = false;
   int exitCode_ = 0;

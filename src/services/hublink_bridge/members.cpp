@@ -85,8 +85,8 @@ void Members::heard(const std::string& machine, std::int64_t now) {
   if (place != members_.end()) place->second.heard = now;
 }
 
-bool Members::alive(const std::string& machine, const std::string& incarnation,
-                    std::uint64_t state, std::int64_t now) {
+bool Members::alive(const std::string& machine, const std::string& incarnation, std::uint64_t state,
+                    std::int64_t now) {
   const Member* member = admit(machine, incarnation, now);
   return !member || member->state == state;
 }
@@ -98,8 +98,8 @@ void Members::stateArrived(const std::string& machine, const StatePage& page, st
   if (page.page == 1) partial = {page.incarnation, page.state, 1, {}};
   const bool isNext = partial.incarnation == page.incarnation && partial.state == page.state &&
                       partial.next == page.page;
-  if (!isNext || !servicesFromJson(page.json, kMostServices - partial.services.size(),
-                                   partial.services)) {
+  if (!isNext ||
+      !servicesFromJson(page.json, kMostServices - partial.services.size(), partial.services)) {
     partials_.erase(machine);
     return;
   }

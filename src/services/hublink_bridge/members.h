@@ -1,5 +1,5 @@
-// The other machines of the realm, as far as they have made themselves heard: what each exports, how
-// far it is, and when it was heard last. All of it was written by others, and is bounded.
+// The other machines of the realm, as far as they have made themselves heard: what each exports,
+// how far it is, and when it was heard last. All of it was written by others, and is bounded.
 //
 // Knows no connection and no clock: what has come is told to it with the time.
 #pragma once

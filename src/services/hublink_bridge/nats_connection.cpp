@@ -17,8 +17,8 @@ constexpr std::int64_t kPingInterval = 1500;
 constexpr int kMostPings = 2;
 // Bytes of one read, and of what is written at once.
 constexpr int kBufferSize = 256 << 10;
-// Nothing is to be kept while there is no connection.
-constexpr int kNoReconnectBuffer = -1;
+// Bytes that are kept while there is no connection: as few as there can be.
+constexpr int kNoReconnectBuffer = 1;
 // How many messages serve() hands over before it lets others have their turn.
 constexpr int kMostMessages = 512;
 
@@ -204,9 +204,8 @@ bool NatsConnection::publish(const std::string& subject, const NatsHeaders& head
                              const void* bytes, std::size_t size) {
   if (!isUp_) return false;
   natsMsg* message = nullptr;
-  natsStatus status =
-      natsMsg_Create(&message, subject.c_str(), nullptr, static_cast<const char*>(bytes),
-                     static_cast<int>(size));
+  natsStatus status = natsMsg_Create(&message, subject.c_str(), nullptr,
+                                     static_cast<const char*>(bytes), static_cast<int>(size));
   for (const auto& [name, value] : headers)
     if (status == NATS_OK) status = natsMsgHeader_Set(message, name.c_str(), value.c_str());
   if (status == NATS_OK) status = natsConnection_PublishMsg(library_->connection, message);

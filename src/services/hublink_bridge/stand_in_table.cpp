@@ -53,8 +53,7 @@ StandIn* StandInTable::find(const RemotePluginKey& key) const {
 
 StandIn* StandInTable::findLocal(std::int32_t pluginID) const {
   for (const auto& [key, entry] : entries_)
-    if (entry.isKnown && entry.standIn->plugin().pluginID() == pluginID)
-      return entry.standIn.get();
+    if (entry.isKnown && entry.standIn->plugin().pluginID() == pluginID) return entry.standIn.get();
   return nullptr;
 }
 

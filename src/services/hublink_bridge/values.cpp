@@ -66,8 +66,7 @@ bool Values::answered(const Session& session, const Frame& frame) {
   ValuedBody body;
   if (!readBody(frame, body)) return false;
   const auto place = questions_.find(body.cookie);
-  if (place != questions_.end() && place->second.session == &session)
-    give(body.cookie, body.value);
+  if (place != questions_.end() && place->second.session == &session) give(body.cookie, body.value);
   return true;
 }
 

@@ -67,8 +67,8 @@ void Visits::query(const Key& key, const OpenBody& body) {
         if (pluginID == -1)
           notFound(key);
         else
-          answer(key, {OpenedBody::Outcome::accepted, pluginID,
-                       parts_.exports.programOf(pluginID)});
+          answer(key,
+                 {OpenedBody::Outcome::accepted, pluginID, parts_.exports.programOf(pluginID)});
       },
       mayStart ? kStartVisitTime : kVisitTime);
 }
@@ -125,8 +125,8 @@ void Visits::replied(const Key& key, const std::string& service, StandIn& standI
                      const ServiceReply& reply) {
   const bool isAccepted = reply.outcome == ServiceReply::Outcome::accepted;
   if (isAccepted && inHand_.contains(key)) {
-    Link& link = parts_.links.add(*key.first, key.second,
-                                  {service, reply.pluginID, standIn.key(), false});
+    Link& link =
+        parts_.links.add(*key.first, key.second, {service, reply.pluginID, standIn.key(), false});
     answer(key, {OpenedBody::Outcome::accepted, reply.pluginID,
                  parts_.exports.programOf(reply.pluginID)});
     if (!parts_.links.join(link, standIn, reply.link))
