@@ -9,20 +9,17 @@
 namespace bridge_test {
 namespace {
 
-constexpr std::uint32_t kLink = 9;
-
-Bytes packetOf(std::uint32_t header, std::uint32_t payload, std::uint32_t source,
-               std::uint32_t destination, std::size_t bytes) {
-  Bytes packet(bytes);
+/// The first `bytes` of a packet with these sizes.
+Bytes packetOf(std::uint32_t header, std::uint32_t payload, std::size_t bytes,
+               std::uint32_t source = 55, std::uint32_t destination = 66) {
+  Bytes packet(std::max<std::size_t>(bytes, 16));
   const std::uint32_t words[] = {header, payload, source, destination};
-  for (std::size_t i = 0; i < 4 && i * 4 + 4 <= bytes; ++i)
-    stpWriteWord(packet.data() + i * 4, words[i]);
+  for (std::size_t i = 0; i < 4; ++i) stpWriteWord(packet.data() + i * 4, words[i]);
+  packet.resize(bytes);
   return packet;
 }
-
-Bytes packetOf(std::uint32_t payload, std::uint32_t source = 11, std::uint32_t destination = 12) {
-  return packetOf(44, payload, source, destination,
-                  static_cast<std::size_t>(stpStoredSize(44 + std::int64_t{payload})));
+Bytes packetOf(std::uint32_t payload, std::uint32_t source = 55) {
+  return packetOf(44, payload, (44 + payload + 3) / 4 * 4, source);
 }
 
 struct Outlet : PacketOutlet {
@@ -35,186 +32,157 @@ struct Outlet : PacketOutlet {
   int calls = 0;
 };
 
+bool take(IncomingFlow& flow, Bytes bytes) {
+  return flow.take(bytes.data(), bytes.size());
+}
+
 /// A link from the first to the second, whose stand-in writes when the test says so.
-struct Link {
-  explicit Link(SessionPair& pair, std::uint32_t number = kLink)
-      : out(pair.first, number), in(pair.second, number) {}
-  bool start() { return in.start(outlet, 55, 66); }
-  void attach(SessionPair& pair) {
-    pair.ends[0].onFrame = [this](Session&, const Frame& frame) {
-      if (frame.kind == FrameKind::credit) EXPECT_TRUE(out.takeCredit(frame));
+struct FlowPair : SessionPair {
+  explicit FlowPair(Faults carrierFaults = {}, unsigned seed = 1)
+      : SessionPair(carrierFaults, seed) {
+    ends[0].onFrame = [this](const Frame& frame) {
+      EXPECT_TRUE(frame.kind != FrameKind::credit || out.takeCredit(frame));
     };
-    pair.ends[1].onFrame = [this](Session&, const Frame& frame) {
-      if (frame.kind == FrameKind::data) EXPECT_TRUE(in.take(frame.body, frame.size));
-      if (frame.kind == FrameKind::close) isClosed = true;
+    ends[1].onFrame = [this](const Frame& frame) {
+      isClosed = frame.kind == FrameKind::close;
+      EXPECT_TRUE(isClosed || in.take(frame.body, frame.size));
     };
   }
+  void runUntil(const std::function<bool()>& isReached) {
+    for (int turn = 0; turn < 60000 && !isReached(); ++turn, SessionPair::turn())
+      if (first.hasRoom()) out.sendMore();
+    EXPECT_TRUE(isReached());
+  }
+
   Outlet outlet;
-  OutgoingFlow out;
-  IncomingFlow in;
+  OutgoingFlow out{first, 9};
+  IncomingFlow in{second, 9};
   bool isClosed = false;
 };
 
 TEST(LinkFlow, PacketsArriveWholeUnderTheNumbersOfTheReceiver) {
   for (unsigned seed = 1; seed <= 6; ++seed) {
-    SessionPair pair({5, 5, 10}, seed);
-    Link link(pair);
-    link.attach(pair);
-    Bytes expected;
+    FlowPair pair({5, 5, 0, 10}, seed);
+    Bytes sent;
     std::uint64_t packets = 0;
-    for (int turn = 0; turn < 800; ++turn) {
-      if (turn == 100) ASSERT_TRUE(link.start());
-      if (turn < 500 && !link.out.isStopped()) {
-        Bytes run;
-        for (int i = 0; i < 20; ++i, ++packets) {
-          const auto size = static_cast<std::uint32_t>(pair.random() % (i == 7 ? 300000 : 200));
-          Bytes packet = packetOf(size);
-          for (std::size_t at = 16; at < 44 + size; ++at)
-            packet[at] = static_cast<unsigned char>(pair.random());
-          run.insert(run.end(), packet.begin(), packet.end());
-          stpWriteWord(packet.data() + STP_SOURCE_OFFSET, 55);
-          stpWriteWord(packet.data() + STP_DESTINATION_OFFSET, 66);
-          expected.insert(expected.end(), packet.begin(), packet.end());
-        }
-        link.out.send(run.data(), run.size());
+    for (int turn = 0; turn < 500; ++turn, pair.turn()) {
+      for (int i = 0; i < 20 && !pair.out.isStopped(); ++i, ++packets) {
+        Bytes packet = packetOf(pair.below(i == 7 ? 300000 : 200), 11);
+        for (std::size_t at = 16; at < packet.size(); ++at)
+          packet[at] = static_cast<unsigned char>(pair.random());
+        pair.out.send(packet.data(), packet.size());
+        stpWriteWord(packet.data() + STP_SOURCE_OFFSET, 55);
+        sent.insert(sent.end(), packet.begin(), packet.end());
       }
-      if (pair.chance(30)) link.in.written(link.outlet.bytes.size() * (pair.random() % 2));
-      if (pair.first.hasRoom()) link.out.sendMore();
-      pair.turn();
+      if (turn == 100) {
+        ASSERT_TRUE(pair.in.start(pair.outlet, 55, 66));
+      }
+      if (pair.chance(30)) pair.in.written(pair.outlet.bytes.size());
     }
-    link.out.close();
-    for (int turn = 0; turn < 60000 && !link.isClosed; ++turn) {
-      link.in.written(link.outlet.bytes.size());
-      if (pair.first.hasRoom()) link.out.sendMore();
-      pair.turn();
-    }
-    ASSERT_TRUE(link.isClosed && link.out.isClosed()) << "seed " << seed;
-    EXPECT_TRUE(link.outlet.bytes == expected);
-    for (const FlowCounters& counters : {link.out.counters(), link.in.counters()}) {
+    pair.out.close();
+    pair.runUntil([&] {
+      pair.in.written(pair.outlet.bytes.size());
+      return pair.isClosed;
+    });
+    EXPECT_TRUE(pair.outlet.bytes == sent) << "seed " << seed;
+    for (const FlowCounters& counters : {pair.out.counters(), pair.in.counters()}) {
       EXPECT_EQ(counters.packets, packets);
-      EXPECT_EQ(counters.bytes, expected.size());
+      EXPECT_EQ(counters.bytes, sent.size());
     }
   }
 }
 
-TEST(LinkFlow, RunsAreCutAnywhereAndPassedOnTogether) {
+TEST(LinkFlow, StreamsAreCutAnywhereAndWholePacketsGoTogether) {
+  SessionPair pair;
   Bytes stream;
   for (std::uint32_t size = 0; size < 50; ++size) {
-    const Bytes packet = packetOf(size, 55, 66);
+    const Bytes packet = packetOf(size);
     stream.insert(stream.end(), packet.begin(), packet.end());
   }
-  SessionPair pair;
-  for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
-    Link link(pair);
-    ASSERT_TRUE(link.start());
-    Bytes bytes = stream;
-    ASSERT_TRUE(link.in.take(bytes.data(), cut));
-    ASSERT_TRUE(link.in.take(bytes.data() + cut, bytes.size() - cut));
-    EXPECT_TRUE(link.outlet.bytes == stream) << cut;
-    EXPECT_LE(link.outlet.calls, 3);  // before the cut, the packet that lies across it, behind it
+  for (auto cut = stream.begin(); cut != stream.end(); ++cut) {
+    Outlet outlet;
+    IncomingFlow flow(pair.second, 1);
+    ASSERT_TRUE(flow.start(outlet, 55, 66));
+    ASSERT_TRUE(take(flow, Bytes(stream.begin(), cut)) && take(flow, Bytes(cut, stream.end())));
+    EXPECT_TRUE(outlet.bytes == stream);
+    EXPECT_LE(outlet.calls, 3);  // before the cut, across it, behind it
   }
+  const auto takes = [&](std::uint32_t header, std::uint32_t payload) {
+    Outlet outlet;
+    IncomingFlow started(pair.second, 1), early(pair.second, 2);
+    const Bytes head = packetOf(header, payload, 8);
+    const bool isTaken = started.start(outlet, 55, 66) &&
+                         take(started, Bytes(head.begin(), head.end() - 1)) &&
+                         take(started, Bytes(head.end() - 1, head.end()));
+    EXPECT_TRUE(take(early, head));
+    EXPECT_EQ(early.start(outlet, 55, 66), isTaken);
+    return isTaken;
+  };
+  EXPECT_TRUE(takes(32, 0) && takes(128, 0) && takes(44, 0x0FFFFFD4));
+  EXPECT_FALSE(takes(28, 0) || takes(132, 0) || takes(45, 0) || takes(48, 0x0FFFFFD4));
 }
 
 TEST(LinkFlow, ASlowReceiverMakesTheSenderWait) {
-  SessionPair pair;
-  Link link(pair);
-  link.attach(pair);
-  ASSERT_TRUE(link.start());
-  const Bytes packet = packetOf(100000 - 44);
-  std::size_t sent = 0;
-  const auto fill = [&] {
-    for (int turn = 0; turn < 300; ++turn) {
-      for (; !link.out.isStopped(); sent += packet.size())
-        link.out.send(packet.data(), packet.size());
-      pair.run(1);
-      link.out.sendMore();
-    }
+  FlowPair pair;
+  ASSERT_TRUE(pair.in.start(pair.outlet, 55, 66));
+  const Bytes packet = packetOf(100000);
+  const auto arrived = [&] { return pair.in.counters().bytes; };
+  const auto fill = [&](std::uint64_t bytes) {
+    pair.runUntil([&] {
+      while (!pair.out.isStopped()) pair.out.send(packet.data(), packet.size());
+      return arrived() >= bytes;
+    });
+    pair.run(50);
   };
-  fill();
-  EXPECT_EQ(link.in.counters().bytes, kLinkWindow);
-  EXPECT_LE(sent, kLinkWindow + packet.size());
-  Bytes tooMuch(1);
-  EXPECT_FALSE(link.in.take(tooMuch.data(), 1));
-  // Less than a step isn't worth a frame; the whole window is given back.
-  link.in.written(kCreditStep - packet.size());
+  fill(kLinkWindow);
+  EXPECT_EQ(arrived(), kLinkWindow);
+  EXPECT_LE(pair.out.counters().bytes, kLinkWindow + packet.size());
+  EXPECT_FALSE(take(pair.in, Bytes(1)));
+  pair.in.written(kCreditStep - packet.size());  // not worth a frame
   pair.run(50);
-  EXPECT_EQ(link.in.counters().bytes, kLinkWindow);
-  link.in.written(link.outlet.bytes.size());
-  fill();
-  EXPECT_GT(link.in.counters().bytes, 2 * kLinkWindow - 2 * kCreditStep);
-  // The other side can't give what nobody has taken.
-  Bytes credit = {1, 0, 0, 0};
+  EXPECT_EQ(arrived(), kLinkWindow);
+  pair.in.written(pair.outlet.bytes.size());
+  fill(2 * kLinkWindow - kCreditStep - packet.size());
+  // The other side can't give what it hasn't got.
   OutgoingFlow fresh(pair.first, 1);
-  EXPECT_FALSE(fresh.takeCredit({FrameKind::credit, 1, credit.data(), 4}));
-  EXPECT_FALSE(fresh.takeCredit({FrameKind::credit, 1, credit.data(), 3}));
+  const auto takesCredit = [&](Bytes body) {
+    return fresh.takeCredit({FrameKind::credit, 1, body.data(), body.size()});
+  };
   fresh.send(packetOf(0).data(), 44);
-  EXPECT_TRUE(fresh.takeCredit({FrameKind::credit, 1, credit.data(), 4}));
-  credit[0] = 44;
-  EXPECT_FALSE(fresh.takeCredit({FrameKind::credit, 1, credit.data(), 4}));
+  EXPECT_FALSE(takesCredit({45, 0, 0, 0}) || takesCredit({44, 0, 0}));
+  EXPECT_TRUE(takesCredit({44, 0, 0, 0}));
+  EXPECT_FALSE(takesCredit({1, 0, 0, 0}));
 }
 
 TEST(LinkFlow, PacketsBeyondTheWindowTakeTurns) {
-  SessionPair pair;
-  Link big(pair);
-  big.attach(pair);
-  ASSERT_TRUE(big.start());
-  const Bytes packet = packetOf(20 << 20, 55, 66);
-  big.out.send(packet.data(), packet.size());
-  for (int turn = 0; turn < 1000 && big.outlet.calls == 0; ++turn) {
-    pair.run(1);
-    big.out.sendMore();
-  }
-  EXPECT_TRUE(big.outlet.bytes == packet);
-
-  // Nothing but the claim has come of this one, and yet nobody else has a claim until it has gone.
+  FlowPair pair;
+  ASSERT_TRUE(pair.in.start(pair.outlet, 55, 66));
+  const Bytes packet = packetOf(20 << 20);
+  pair.out.send(packet.data(), packet.size());
+  pair.runUntil([&] { return pair.outlet.calls > 0; });
+  EXPECT_TRUE(pair.outlet.bytes == packet);
+  pair.in.written(packet.size());
   IncomingFlow other(pair.second, 3);
-  ASSERT_TRUE(other.start(big.outlet, 55, 66));
-  big.in.written(big.outlet.bytes.size());
-  {
+  ASSERT_TRUE(other.start(pair.outlet, 55, 66));
+  {  // Little has come of the largest, and yet nobody else has a share until it has gone.
     IncomingFlow claimant(pair.second, 2);
-    ASSERT_TRUE(claimant.start(big.outlet, 55, 66));
-    Bytes head = packetOf(44, 0x10000000 - 44, 1, 1, 100);
-    ASSERT_TRUE(claimant.take(head.data(), head.size()));
-    Bytes most = packetOf(44, kLinkWindow, 1, 1, kLinkWindow);
-    ASSERT_TRUE(other.take(most.data(), most.size()));
-    EXPECT_FALSE(other.take(most.data(), 1));
+    ASSERT_TRUE(claimant.start(pair.outlet, 55, 66));
+    ASSERT_TRUE(take(claimant, packetOf(44, 0x0FFFFFD4, 100)));
+    ASSERT_TRUE(take(other, packetOf(44, kLinkWindow, kLinkWindow)));
+    EXPECT_FALSE(take(other, Bytes(1)));
   }
-  Bytes rest(44);
-  ASSERT_TRUE(other.take(rest.data(), rest.size()));
-  EXPECT_EQ(big.outlet.calls, 2);
-  // Closed in the middle of one, and before it was written.
-  Bytes again = packetOf(44, kLinkWindow, 1, 1, 100);
-  ASSERT_TRUE(other.take(again.data(), again.size()));
+  ASSERT_TRUE(take(other, Bytes(44)));
+  EXPECT_EQ(pair.outlet.calls, 2);
+  // Closed in the middle of one, and before another was written.
+  ASSERT_TRUE(take(other, packetOf(44, kLinkWindow, 100)));
   other.close();
   EXPECT_TRUE(other.hasUnwritten());
-  other.written(big.outlet.bytes.size());
+  other.written(pair.outlet.bytes.size());
   EXPECT_FALSE(other.hasUnwritten());
   struct : LargePackets::Taker {
     void largePacketGranted() override {}
   } all;
   EXPECT_TRUE(pair.second.largePackets().reserve(all, STP_MAX_PACKET_SIZE));
-}
-
-TEST(LinkFlow, BytesThatAreNoPacketsAreRefused) {
-  SessionPair pair;
-  const auto takes = [&](std::uint32_t header, std::uint32_t payload, std::size_t cut) {
-    Outlet outlet;
-    IncomingFlow flow(pair.second, 1);
-    Bytes bytes = packetOf(header, payload, 1, 1, 8);
-    return flow.start(outlet, 55, 66) && flow.take(bytes.data(), cut) &&
-           flow.take(bytes.data() + cut, 8 - cut);
-  };
-  for (const std::size_t cut : {0u, 3u, 7u, 8u}) {
-    EXPECT_TRUE(takes(32, 0, cut) && takes(128, 0, cut) && takes(44, 0x10000000 - 44, cut));
-    EXPECT_FALSE(takes(28, 0, cut) || takes(132, 0, cut) || takes(45, 0, cut));
-    EXPECT_FALSE(takes(44, 0x10000000 - 43, cut) || takes(44, 0xFFFFFFFF, cut));
-  }
-  // Also if it came before the link was up.
-  Outlet outlet;
-  IncomingFlow flow(pair.second, 1);
-  Bytes bytes = packetOf(28, 0, 1, 1, 40);
-  EXPECT_TRUE(flow.take(bytes.data(), bytes.size()));
-  EXPECT_FALSE(flow.start(outlet, 55, 66));
 }
 
 }  // namespace
