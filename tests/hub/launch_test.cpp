@@ -143,6 +143,7 @@ TEST_F(LaunchTest, RequestsShareOneProviderUnlessTheyWantTheirOwn) {
 
 TEST_F(LaunchTest, ARequestWaitsForAPluginThatDoesNotRegister) {
   first->ask("NeverRegisters", 1);
+  awaitCounts("2/2");
   first->ask("Misnamed", 2);
   EXPECT_TRUE(await([&] {
     first->query("AnotherName", 8, false);

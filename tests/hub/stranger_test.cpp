@@ -116,6 +116,19 @@ TEST_F(StrangerTest, LeavesNothingBehind) {
   EXPECT_EQ(join()->id, 2);
 }
 
+TEST_F(StrangerTest, IsNoBridgeEvenIfHeIsTaken) {
+  startHub({"-any_user", "-hl_log_internal", directory / "internal"});
+  const std::string request = hubMessageBytes("RequestServiceConnection", [](STPMessage& message) {
+    message.putString(tag("serviceName"), "hublink.abroad");
+    message.putU32(tag("providingPluginID"), ~0u);
+  });
+  comeAsStranger(
+      "cat >&3; while IFS= read -r -d '' -t 10 word <&3; do "
+      "case \"$word\" in *hublink.abroad) exit 0 ;; esac; done; exit 1",
+      filled(negotiateBytes()) + filled(request));
+  EXPECT_THAT(logged(), HasSubstr("Plugin ID 2 can't be a bridge.\n"));
+}
+
 TEST_F(StrangerTest, IsTakenIfTheHubIsToldSo) {
   startHub({"-any_user"});
   comeAsStranger("test \"$(head -c 4 <&3 | wc -c)\" = 4");

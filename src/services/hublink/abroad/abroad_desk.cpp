@@ -31,8 +31,9 @@ void AbroadDesk::end() {
   if (getTransport()) setTransport(nullptr);
 }
 
+// Somebody who only looks at the interface takes no questions.
 void AbroadDesk::peerRecordTaken() {
-  service_.ready(*this);
+  if (peerEntry("Wanted")) service_.ready(*this);
 }
 
 bool AbroadDesk::ask(std::int32_t cookie, const AbroadQuestion& question) {
