@@ -31,8 +31,8 @@ constexpr std::size_t kLeastPiece = 512;
 // it makes us answer.
 constexpr std::size_t kBacklog = 256 * 1024;
 constexpr std::size_t kMostWaiting = 2 * std::size_t{Session::kMaxWindow};
-// Buffers that are kept for the next messages.
-constexpr std::size_t kMostSpareBytes = 512 * 1024;
+// After so many milliseconds without anything under way it lets go of its buffers.
+constexpr std::int64_t kRestMilliseconds = 1000;
 
 std::size_t frameBytes(const Bytes& message) {
   return message.size() - kMessageHeadSize;
@@ -78,7 +78,7 @@ void Session::end(const std::string& why, bool tellsPeer) {
     host_.transmit(*this, reset.data(), reset.size());
   }
   messages_.clear();
-  spares_.clear();
+  buffers_.clear();
   sent_ = again_ = underWay_ = waiting_ = openData_ = 0;
   host_.sessionEnded(*this, why);
 }
@@ -121,8 +121,7 @@ void Session::sendData(std::uint32_t link, const unsigned char* bytes, std::size
     if (openData_ != 0 && openLink_ == link && messages_.back().bytes.size() < maxMessage_) {
       Bytes& message = messages_.back().bytes;
       const std::size_t piece = std::min(size, maxMessage_ - message.size());
-      message.insert(message.end(), bytes, bytes + piece);
-      waiting_ += piece;
+      appendBytes(message, bytes, piece);
       writeFrameHead(message.data() + openData_, FrameKind::data, link,
                      message.size() - openData_ - kFrameHeadSize);
       bytes += piece;
@@ -146,11 +145,7 @@ Session::Message& Session::openMessage(std::size_t need) {
     return messages_.back();
   openData_ = 0;
   Message& message = messages_.emplace_back();
-  if (!spares_.empty()) {
-    message.bytes = std::move(spares_.back());
-    spares_.pop_back();
-    spareBytes_ -= message.bytes.capacity();
-  }
+  buffers_.require(message.bytes, kMessageHeadSize + need);
   message.bytes.resize(kMessageHeadSize);
   return message;
 }
@@ -159,16 +154,16 @@ void Session::append(Message& message, FrameKind kind, std::uint32_t link,
                      const unsigned char* body, std::size_t size) {
   unsigned char head[kFrameHeadSize];
   writeFrameHead(head, kind, link, size);
-  message.bytes.insert(message.bytes.end(), head, head + kFrameHeadSize);
-  if (size > 0) message.bytes.insert(message.bytes.end(), body, body + size);
-  waiting_ += kFrameHeadSize + size;
+  buffers_.require(message.bytes, message.bytes.size() + kFrameHeadSize + size);
+  appendBytes(message.bytes, head, kFrameHeadSize);
+  appendBytes(message.bytes, body, size);
 }
 
-void Session::recycle(Bytes&& bytes) {
-  if (spareBytes_ + bytes.capacity() > kMostSpareBytes) return;
-  spareBytes_ += bytes.capacity();
-  bytes.clear();
-  spares_.push_back(std::move(bytes));
+void Session::appendBytes(Bytes& message, const unsigned char* bytes, std::size_t size) {
+  if (size == 0) return;
+  buffers_.require(message, message.size() + size);
+  message.insert(message.end(), bytes, bytes + size);
+  waiting_ += size;
 }
 
 // --- Messages out ---
@@ -287,6 +282,7 @@ std::int64_t Session::step(std::int64_t now) {
     end("nothing was heard of " + machine_, true);
     return -1;
   }
+  if (messages_.empty() && now - oldestAt_ >= kRestMilliseconds) buffers_.clear();
   std::int64_t next = silentFrom;
   if (!isUp_) return std::min(next, downSince_ + grace_ + 1) - now;
   if (now >= ackDue_) isAckWanted_ = true;

@@ -16,10 +16,10 @@
 #include <cstdint>
 #include <deque>
 #include <string>
-#include <vector>
 
 #include "services/hublink_bridge/frames.h"
 #include "services/hublink_bridge/large_packets.h"
+#include "services/hublink_bridge/message_buffers.h"
 
 namespace bridge {
 
@@ -138,13 +138,13 @@ class Session {
   Message& openMessage(std::size_t need);
   void append(Message& message, FrameKind kind, std::uint32_t link, const unsigned char* body,
               std::size_t size);
+  void appendBytes(Bytes& message, const unsigned char* bytes, std::size_t size);
   void sendData(std::uint32_t link, const unsigned char* bytes, std::size_t size);
   void writeOut(std::int64_t now);
   bool transmitAgain(std::size_t index, std::int64_t now);
   bool transmit(unsigned char* message, std::size_t size, std::uint64_t sequence, std::int64_t now);
   void transmitAck(std::int64_t now);
   void sendAllAgain(std::int64_t now);
-  void recycle(Bytes&& bytes);
   bool tellRoom();
   bool mayLeave(const Message& message) const;
   bool isAwayTooLong(std::int64_t now);
@@ -171,8 +171,7 @@ class Session {
   std::size_t openData_ = 0;         // place of the DATA at the end of the last message, 0: none
   bool isFull_ = false;              // and the host has to hear when it isn't any longer
   std::uint32_t openLink_ = 0;       // of that
-  std::vector<Bytes> spares_;        // buffers of messages that have arrived
-  std::size_t spareBytes_ = 0;
+  MessageBuffers buffers_;
 
   // What the other side has told.
   bool isPeerKnown_ = false;

@@ -62,7 +62,7 @@ bool Session::takeAck(const MessageHead& head, std::int64_t now) {
       const std::int64_t sample = now - message.sentAt;
       roundTrip_ = roundTrip_ < 0 ? sample : (7 * roundTrip_ + sample) / 8;
     }
-    recycle(std::move(message.bytes));
+    buffers_.put(std::move(message.bytes));
     messages_.pop_front();
   }
   firstSequence_ = head.ack;
