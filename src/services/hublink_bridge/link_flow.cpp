@@ -10,11 +10,11 @@ namespace bridge {
 namespace {
 
 // What is sent between two looks at whether the session has room.
-constexpr std::size_t kPieceBytes = 128 * 1024;
+constexpr std::size_t kPieceBytes = 128 << 10;
 // Runs that are written one after the other are noted as one up to this size.
-constexpr std::uint32_t kNotedBytes = 64 * 1024;
+constexpr std::uint32_t kNotedBytes = 64 << 10;
 // A buffer that has grown beyond this isn't kept.
-constexpr std::size_t kKeptCapacity = 256 * 1024;
+constexpr std::size_t kKeptCapacity = 256 << 10;
 // Sizes of a packet stand at its beginning.
 constexpr std::size_t kSizesBytes = 8;
 

@@ -13,9 +13,9 @@
 namespace bridge {
 
 /// Bytes that may be sent on a link before any credit has come.
-inline constexpr std::uint32_t kLinkWindow = 4 * 1024 * 1024;
+inline constexpr std::uint32_t kLinkWindow = 4 << 20;
 /// Credit is given in steps of at least this many bytes.
-inline constexpr std::uint32_t kCreditStep = 256 * 1024;
+inline constexpr std::uint32_t kCreditStep = 256 << 10;
 /// A packet that is larger gives back while it comes, or it would never be whole.
 inline constexpr std::int64_t kLargePacket = kLinkWindow / 2;
 

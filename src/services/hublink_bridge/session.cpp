@@ -13,7 +13,7 @@ constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
 // What has come is acknowledged after this much, however much goes the other way, or by a timer
 // that is set with the first of them.
-constexpr std::size_t kAckBytes = 64 * 1024;
+constexpr std::size_t kAckBytes = 64 << 10;
 constexpr std::size_t kAckMessages = 64;
 // The oldest message goes again if no acknowledgement came for this, or four round trips.
 constexpr std::int64_t kResendMilliseconds = 1000;
@@ -29,7 +29,7 @@ constexpr std::size_t kMostMessage = Session::kStartWindow;
 constexpr std::size_t kLeastPiece = 512;
 // Bytes that may wait beyond the window, and those at which the other side keeps us waiting while
 // it makes us answer.
-constexpr std::size_t kBacklog = 256 * 1024;
+constexpr std::size_t kBacklog = 256 << 10;
 constexpr std::size_t kMostWaiting = 2 * std::size_t{Session::kMaxWindow};
 // After so many milliseconds without anything under way it lets go of its buffers.
 constexpr std::int64_t kRestMilliseconds = 1000;

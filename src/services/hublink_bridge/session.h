@@ -43,9 +43,9 @@ class SessionHost {
 };
 
 struct SessionOptions {
-  std::int64_t grace = 10000;           ///< milliseconds that the carrier may be away
-  std::size_t maxMessage = 128 * 1024;  ///< bytes that the carrier takes; at least kLeastMaxMessage
-  std::uint32_t window = 256 * 1024;    ///< see setWindow()
+  std::int64_t grace = 10000;          ///< milliseconds that the carrier may be away
+  std::size_t maxMessage = 128 << 10;  ///< bytes that the carrier takes; at least kLeastMaxMessage
+  std::uint32_t window = 256 << 10;    ///< see setWindow()
 };
 
 /// Bytes and messages count the first time that they are sent, and only when they are taken.
@@ -62,10 +62,10 @@ struct SessionCounters {
 class Session {
  public:
   /// Bounds of a window: less is taken for nonsense, more isn't made use of.
-  static constexpr std::uint32_t kMinWindow = 64 * 1024;
-  static constexpr std::uint32_t kMaxWindow = 8 * 1024 * 1024;
+  static constexpr std::uint32_t kMinWindow = 64 << 10;
+  static constexpr std::uint32_t kMaxWindow = 8 << 20;
   /// What each side has until the other has told.
-  static constexpr std::uint32_t kStartWindow = 256 * 1024;
+  static constexpr std::uint32_t kStartWindow = 256 << 10;
   /// A carrier that takes no more than this in a message is of no use.
   static constexpr std::size_t kLeastMaxMessage = kMaxBody + kFrameHeadSize + kMessageHeadSize;
 

@@ -52,7 +52,8 @@ void SessionTable::take(const std::string& machine, unsigned char* message, std:
   const auto place = sessions_.find({machine, head->session});
   Session* session = place == sessions_.end() ? nullptr : place->second.get();
   const bool isReset = (head->flags & kReset) != 0;
-  if (!session && (head->flags & kFirst) != 0 && !isReset && countWith(machine) < kMostWithMachine)
+  if (!session && (head->flags & kFirst) != 0 && !isReset && !hasEnded(machine, head->session) &&
+      countWith(machine) < kMostWithMachine)
     session = open(machine, head->session, false, now);
   if (session && !session->hasEnded()) {
     session->take(message, size, now);
@@ -60,6 +61,11 @@ void SessionTable::take(const std::string& machine, unsigned char* message, std:
     const auto reset = Session::resetMessage(head->session);
     transmit_(machine, reset.data(), reset.size());
   }
+}
+
+bool SessionTable::hasEnded(const std::string& machine, std::uint64_t id) const {
+  return std::any_of(ended_.begin(), ended_.end(),
+                     [&](const Key& key) { return key.second == id && key.first == machine; });
 }
 
 void SessionTable::heard(const std::string& machine, std::int64_t now) {
@@ -98,7 +104,13 @@ std::int64_t SessionTable::step(std::int64_t now,
     Session& session = *place->second;
     const std::int64_t own = session.hasEnded() ? -1 : session.step(now);
     if (own >= 0 && (next < 0 || own < next)) next = own;
-    place = session.hasEnded() && !isUsed(session) ? sessions_.erase(place) : std::next(place);
+    if (!session.hasEnded() || isUsed(session)) {
+      ++place;
+      continue;
+    }
+    if (ended_.size() == kMostEnded) ended_.pop_front();
+    ended_.push_back(place->first);
+    place = sessions_.erase(place);
   }
   if (sessions_.size() != before && !sessions_.empty()) shareOutWindows();
   return next;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -44,6 +45,8 @@ class SessionTable {
  private:
   /// How many may be open with one machine.
   static constexpr std::size_t kMostWithMachine = 8;
+  /// How many that have ended are remembered.
+  static constexpr std::size_t kMostEnded = 1024;
   /// Bytes that all sessions together may have under way to this bridge.
   static constexpr std::uint32_t kAllWindows = 32 << 20;
 
@@ -52,12 +55,14 @@ class SessionTable {
   Session* open(const std::string& machine, std::uint64_t id, bool isInitiator, std::int64_t now);
   void shareOutWindows();
   std::size_t countWith(const std::string& machine) const;
+  bool hasEnded(const std::string& machine, std::uint64_t id) const;
 
   SessionHost& host_;
   Transmit transmit_;
   SessionOptions options_;
   bool isUp_ = false;
   std::map<Key, std::unique_ptr<Session>> sessions_;
+  std::deque<Key> ended_;  // whose first message, coming late, is not to open them again
 };
 
 }  // namespace bridge
