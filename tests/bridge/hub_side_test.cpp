@@ -42,7 +42,8 @@ class HubSideTest : public HubTest, public StandInListener {
   bool both(const std::function<bool()>& done) {
     return user.serveUntil(
         [&] {
-          standIn.plugin().serve(0);
+          do standIn.plugin().serve(0);
+          while (standIn.plugin().nextTimeout() == 0);
           return done();
         },
         kPatience);
@@ -60,6 +61,10 @@ class HubSideTest : public HubTest, public StandInListener {
 
 TEST_F(HubSideTest, PacketsPassUnread) {
   connectAll();
+  std::vector<unsigned char> answers;
+  userLink->onPacket([&](const unsigned char* packet, std::size_t length) {
+    answers.insert(answers.end(), packet, packet + length);
+  });
   for (const std::size_t size : {1U, 2U, 100U, 70000U}) {
     const std::vector<unsigned char> bytes(size, 0xAB);
     ASSERT_TRUE(userLink->send(bytes.data(), size));
@@ -75,10 +80,8 @@ TEST_F(HubSideTest, PacketsPassUnread) {
     std::memcpy(back.data() + STP_SOURCE_OFFSET, &own, 4);
     const std::uint64_t place = standIn.send(back.data(), back.size());
     standIn.plugin().flush();
-    HublinkLink::Packet packet;
-    ASSERT_TRUE(userLink->receive(packet, kPatience));
-    EXPECT_EQ(packet, bytes);
-    ASSERT_TRUE(both([&] { return standIn.written() >= place; }));
+    ASSERT_TRUE(both([&] { return standIn.written() >= place && !answers.empty(); }));
+    EXPECT_EQ(std::exchange(answers, {}), bytes);
   }
 }
 
