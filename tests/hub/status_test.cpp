@@ -95,18 +95,7 @@ class StatusTest : public HubTest {
   CountedPtr<Viewer> look(const Plugin& plugin) {
     plugin->query("hublink.status", 2, false);
     EXPECT_EQ(plugin->next(), "PluginIdForServiceReplyEvent 2 'hublink.status' 0 1");
-    plugin->ask("hublink.status", 1);
-    const std::string reply = plugin->next();
-    Number rn = 0;
-    EXPECT_EQ(std::sscanf(reply.c_str(), "ConnectionReplyEvent 'hublink.status' %d 1 0 1 4 0", &rn),
-              1)
-        << reply;
-    const auto viewer = makeCounted<Viewer>();
-    viewer->setTransport(plugin->getTransport(), rn, 4);
-    plugin->getTransport()->redispatchUnclaimed(4, rn, STP_NEGOTIATION);
-    viewer->sendNegotiate(false, nullptr, nullptr);
-    EXPECT_TRUE(await([&] { return viewer->isNegotiated(); }));
-    return viewer;
+    return openOfHub<Viewer>(plugin, "hublink.status", 4);
   }
   /// All items, in pages of so many.
   std::vector<std::string> list(Viewer& viewer, Ask ask, Number most = 0) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -53,6 +54,23 @@ class HubTest : public ::testing::Test {
   void settle() { first->counts(); }
   /// Serves the plugins until `done`; false if that takes too long.
   static bool await(const std::function<bool()>& done);
+  /// A side of an interface on the link of a service that the hub itself provides, at its own end.
+  template <class Side>
+  static CountedPtr<Side> openOfHub(const Plugin& plugin, const char* service, int hubEnd) {
+    plugin->ask(service, 1);
+    const std::string reply = plugin->next(), expected = std::string("'") + service + "' ";
+    const std::size_t place = reply.find(expected);
+    const int rn = place == reply.npos ? 0 : std::atoi(&reply[place + expected.size()]);
+    EXPECT_EQ(reply, "ConnectionReplyEvent " + expected + std::to_string(rn) + " 1 0 1 " +
+                         std::to_string(hubEnd) + " 0 null 1");
+    const auto side = makeCounted<Side>();
+    side->setTransport(plugin->getTransport(), rn, hubEnd);
+    plugin->getTransport()->redispatchUnclaimed(hubEnd, rn, STP_NEGOTIATION);
+    side->sendNegotiate(false, nullptr, nullptr);
+    EXPECT_TRUE(await([&] { return side->isNegotiated(); }));
+    plugin->counts();
+    return side;
+  }
   /// Waits until the hub has no more memory than that, but for what the allocator and the stores of
   /// blocks keep.
   void awaitMemory(std::int64_t bytes) const;
