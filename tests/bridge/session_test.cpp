@@ -26,15 +26,17 @@ Bytes messageOf(MessageHead head, int kind = 0, std::size_t size = 0) {
 
 TEST(Session, FramesShareAMessageToTheByte) {
   SessionPair pair;
-  pair.first.send(FrameKind::credit, 2, Bytes{1, 2, 3, 4});
   sendText(pair.first, "ab", 3);
   sendText(pair.first, "c", 3);
+  pair.first.send(FrameKind::credit, 2, Bytes{1, 2, 3, 4});
+  sendText(pair.first, "d", 3);
   pair.first.flush(0);
   EXPECT_THAT(pair.ends[0].out,
-              ElementsAre(Bytes{77, 0, 0, 0, 0, 0, 0, 0, 1, 0,   0,   0,  0, 0, 0, 0,  //
-                                1,  0, 0, 0, 0, 0, 0, 0, 0, 0,   4,   0,  1, 0, 0, 0,  //
-                                4,  4, 0, 0, 0, 2, 0, 0, 0, 1,   2,   3,  4,           //
-                                3,  3, 0, 0, 0, 3, 0, 0, 0, 'a', 'b', 'c'}));
+              ElementsAre(Bytes{77, 0, 0, 0, 0, 0, 0, 0, 1, 0,   0,   0,   0, 0, 0, 0,  //
+                                1,  0, 0, 0, 0, 0, 0, 0, 0, 0,   4,   0,   1, 0, 0, 0,  //
+                                3,  3, 0, 0, 0, 3, 0, 0, 0, 'a', 'b', 'c',              //
+                                4,  4, 0, 0, 0, 2, 0, 0, 0, 1,   2,   3,   4,           //
+                                3,  1, 0, 0, 0, 3, 0, 0, 0, 'd'}));
   for (std::uint32_t i = 0; i < 10000; ++i) sendText(pair.first, "0123456789", i % 2);
   pair.first.flush(0);
   EXPECT_THAT(pair.ends[0].out, SizeIs(3));
@@ -77,7 +79,7 @@ TEST(Session, StreamsArriveInOrderAndOnce) {
         sendText(pair.session(side), piece, link);
         pair.ends[side].isHeld = !pair.session(side).hasRoom();
       }
-      if (turn % 500 == 250) pair.session(seed % 2).setWindow(turn % 1000 < 500 ? 0 : 1 << 20);
+      if (turn % 500 == 250) pair.session(seed % 2).setWindow(turn % 1000 < 500 ? 1 << 20 : 0);
       if (turn % 1000 == 300 || turn % 1000 == 700) pair.setUp(seed % 2, turn % 1000 == 700);
       pair.turn();
     }
@@ -104,10 +106,21 @@ TEST(Session, StreamsArriveInOrderAndOnce) {
   }
 }
 
-TEST(Session, EndsOnBothSidesAfterTooLongACut) {
+TEST(Session, NoticesALossAndEndsOnBothSidesAfterTooLongACut) {
   SessionPair pair;
+  sendText(pair.second, "l");
+  pair.second.flush(0);
+  pair.ends[1].out.clear();
+  sendText(pair.second, "m");
+  pair.run(20);
+  EXPECT_EQ(pair.ends[0].streams[1], "lm");
+  pair.setUp(0, false);
   sendText(pair.first, "x");
+  sendText(pair.second, "n");
   pair.run(100);
+  pair.setUp(0, true);
+  pair.run(60);
+  EXPECT_EQ(pair.ends[0].streams[1], "lmn");
   pair.setUp(0, false);
   sendText(pair.first, "y");
   pair.run(10000);
@@ -145,6 +158,10 @@ TEST(Session, AcknowledgesWithWhatGoesBackAndRestsWhenAllHasCome) {
   }
   pair.run(2);
   EXPECT_THAT(pair.way, SizeIs(1));
+  pair.run(100);
+  sendText(pair.first, std::string(65536, 'x'));
+  pair.run(2);
+  EXPECT_THAT(pair.way, SizeIs(1));
 }
 
 TEST(Session, WhatIsOldOrEarlyChangesNothing) {
@@ -170,6 +187,12 @@ TEST(Session, WhatIsOldOrEarlyChangesNothing) {
     pair.second.flush(pair.now);
   }
   EXPECT_LE(pair.second.counters().resentMessages, 1u);
+  // Nor is more kept for it than the widest window, whatever it says.
+  take(messageOf({0, 99, 1, ~0u, 0}));
+  int pieces = 0;
+  while (pieces < 20 && pair.second.hasRoom() && ++pieces)
+    sendText(pair.second, std::string(1 << 20, 'x'));
+  EXPECT_EQ(pieces, 9);
   // Whoever makes us answer but takes no answer is left.
   for (int i = 0; i < 300; ++i) pair.second.send(FrameKind::valued, 1, Bytes(kMaxBody));
   pair.second.flush(pair.now);
@@ -190,6 +213,7 @@ TEST(Session, EndsWithWhatBreaksARule) {
         messageOf(good, 1, kMaxBody + 1), messageOf(good, 3, most + 1)}) {
     SessionPair pair;
     pair.second.take(message.data(), message.size(), 0);
+    pair.second.end("twice", true);
     EXPECT_THAT(pair.ends[1].ends, SizeIs(1));
     EXPECT_EQ(pair.ends[1].frames, 0);
     ASSERT_THAT(pair.ends[1].out, SizeIs(1));

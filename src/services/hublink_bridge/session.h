@@ -35,7 +35,7 @@ class SessionHost {
   /// ended. A frame for a link that isn't known is passed over with Session::countStray(): its
   /// CLOSE may have crossed it.
   virtual void frameArrived(Session& session, const Frame& frame) = 0;
-  /// hasRoom() has become true again.
+  /// hasRoom() has become true again; told by flush().
   virtual void roomAgain(Session& session) { static_cast<void>(session); }
   /// The last call, exactly one for each session. The session is still to be there when this
   /// returns: delete it later.

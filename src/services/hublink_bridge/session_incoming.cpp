@@ -40,7 +40,6 @@ void Session::take(unsigned char* message, std::size_t size, std::int64_t now) {
     takeFrames(*head, message + kMessageHeadSize, size - kMessageHeadSize, now);
   else if (head->sequence > expected_)
     missed();
-  tellRoom();
 }
 
 // False if that has ended the session.
