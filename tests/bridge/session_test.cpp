@@ -108,19 +108,23 @@ TEST(Session, StreamsArriveInOrderAndOnce) {
 
 TEST(Session, NoticesALossAndEndsOnBothSidesAfterTooLongACut) {
   SessionPair pair;
-  sendText(pair.second, "l");
-  pair.second.flush(0);
-  pair.ends[1].out.clear();
+  const auto lose = [&](const std::string& text) {
+    sendText(pair.second, text);
+    pair.second.flush(pair.now);
+    pair.ends[1].out.clear();
+  };
+  lose("k");
+  sendText(pair.first, "x");  // with whose ack it is noticed
+  pair.run(80);
+  lose("l");
   sendText(pair.second, "m");
-  pair.run(20);
-  EXPECT_EQ(pair.ends[0].streams[1], "lm");
+  pair.run(80);
+  EXPECT_EQ(pair.ends[0].streams[1], "klm");
   pair.setUp(0, false);
-  sendText(pair.first, "x");
-  sendText(pair.second, "n");
-  pair.run(100);
+  lose("n");
   pair.setUp(0, true);
-  pair.run(60);
-  EXPECT_EQ(pair.ends[0].streams[1], "lmn");
+  pair.run(80);
+  EXPECT_EQ(pair.ends[0].streams[1], "klmn");
   pair.setUp(0, false);
   sendText(pair.first, "y");
   pair.run(10000);
@@ -150,7 +154,7 @@ TEST(Session, AcknowledgesWithWhatGoesBackAndRestsWhenAllHasCome) {
   pair.run(1);
   EXPECT_THAT(pair.way, SizeIs(1));  // the acknowledgement
   pair.run(100);
-  for (const std::size_t side : {0, 1}) EXPECT_GT(pair.session(side).step(pair.now), 14000);
+  for (const std::size_t side : {0, 1}) EXPECT_GT(pair.session(side).step(pair.now), 14800);
   // Much without an answer isn't kept waiting for the timer.
   for (int i = 0; i < 64; ++i) {
     sendText(pair.first, "x");
@@ -178,6 +182,9 @@ TEST(Session, WhatIsOldOrEarlyChangesNothing) {
     take(messageOf({0, 99, 1, Session::kMinWindow, 0}, 3, 1));
   }
   EXPECT_EQ(pair.ends[1].streams[1], "aaaaa");
+  for (int i = 0; i < 3; ++i, pair.second.flush(pair.now))
+    take(messageOf({0, 99, 1, Session::kMinWindow, 0}, 3, 1));
+  EXPECT_THAT(pair.ends[1].out, SizeIs(1));  // it asks for what it lacks, once
   EXPECT_GE(pair.second.counters().droppedMessages, 10u);
   // Whoever asks for all again, again and again, gets it at a measured pace.
   sendText(pair.second, "b");
@@ -213,6 +220,7 @@ TEST(Session, EndsWithWhatBreaksARule) {
         messageOf(good, 1, kMaxBody + 1), messageOf(good, 3, most + 1)}) {
     SessionPair pair;
     pair.second.take(message.data(), message.size(), 0);
+    EXPECT_THAT(pair.ends[1].ends, SizeIs(1));
     pair.second.end("twice", true);
     EXPECT_THAT(pair.ends[1].ends, SizeIs(1));
     EXPECT_EQ(pair.ends[1].frames, 0);
