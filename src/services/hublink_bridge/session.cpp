@@ -285,7 +285,10 @@ std::int64_t Session::step(std::int64_t now) {
   if (messages_.empty() && now - oldestAt_ >= kRestMilliseconds) buffers_.clear();
   std::int64_t next = silentFrom;
   if (!isUp_) return std::min(next, downSince_ + grace_ + 1) - now;
-  if (now >= ackDue_) isAckWanted_ = true;
+  if (now >= ackDue_) {
+    isAckWanted_ = true;
+    ackDue_ = kNever;
+  }
   if (isAckWanted_ || now >= retryDue_ || now >= allAgainDue_) {
     retryDue_ = kNever;
     flush(now);
