@@ -250,10 +250,10 @@ bool Bridge::start(std::string& error) {
     if (options_.keepsHub || options_.hubPort != 0) return false;
     tell("waiting for a hub: " + error);
   }
-  if (!nats_.connect(options_.nats, error)) return false;
   const std::string prefix = "hublink." + options_.realm + ".";
-  return nats_.subscribe(prefix + options_.machine + ".>", error) &&
-         nats_.subscribe(prefix + kEverybody + ".>", error);
+  nats_.subscribe(prefix + options_.machine + ".>");
+  nats_.subscribe(prefix + kEverybody + ".>");
+  return nats_.connect(options_.nats, error);
 }
 
 int Bridge::run() {

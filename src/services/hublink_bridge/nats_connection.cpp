@@ -2,7 +2,10 @@
 
 #include <nats/nats.h>
 
-#include <cstdlib>
+#include <atomic>
+#include <random>
+
+#include "platform/clock.h"
 
 namespace bridge {
 
@@ -11,14 +14,12 @@ namespace {
 // Milliseconds: how long a connect may take, how long to wait between two rounds of servers, and
 // how soon a dead network is noticed (kPingInterval times kMostPings).
 constexpr std::int64_t kConnectTime = 2000;
-constexpr std::int64_t kReconnectWait = 200;
-constexpr std::int64_t kReconnectJitter = 100;
+constexpr int kReconnectWait = 200;
+constexpr unsigned kReconnectJitter = 100;
 constexpr std::int64_t kPingInterval = 1500;
 constexpr int kMostPings = 2;
 // Bytes of one read, and of what is written at once.
 constexpr int kBufferSize = 256 << 10;
-// Bytes that are kept while there is no connection: as few as there can be.
-constexpr int kNoReconnectBuffer = 1;
 // How many messages serve() hands over before it lets others have their turn.
 constexpr int kMostMessages = 512;
 
@@ -45,12 +46,31 @@ std::string NatsMessage::header(const char* name) const {
   return natsMsgHeader_Get(asMsg(message_), name, &value) == NATS_OK && value ? value : "";
 }
 
+// What the library's threads tell of a connection. It lives until the library has told of the end.
+struct NatsConnection::Signals {
+  std::atomic<int> descriptor{-1};
+  std::atomic<bool> wantsWrite{false};
+  std::atomic<bool> hasEnded{false};
+  std::mutex mutex;
+  std::function<void()> wake;  // empty once nobody listens
+
+  void tell() {
+    const std::lock_guard lock(mutex);
+    if (wake) wake();
+  }
+};
+
 struct NatsConnection::Library {
+  std::shared_ptr<Signals> signals = std::make_shared<Signals>();
   natsOptions* options = nullptr;
   natsConnection* connection = nullptr;
   std::vector<natsSubscription*> subscriptions;
 
   ~Library() {
+    {
+      const std::lock_guard lock(signals->mutex);
+      signals->wake = nullptr;
+    }
     for (natsSubscription* one : subscriptions) natsSubscription_Destroy(one);
     if (connection) {
       natsConnection_Close(connection);
@@ -63,32 +83,28 @@ struct NatsConnection::Library {
 // What the library calls, some of it on threads of its own.
 struct NatsConnection::LibraryCalls {
   static natsStatus attach(void** user, void* loop, natsConnection*, natsSock socket) {
-    auto* self = static_cast<NatsConnection*>(loop);
-    *user = self;
-    self->wantsWrite_ = false;
-    self->descriptor_ = socket;
-    self->wake_();
+    *user = loop;
+    static_cast<Signals*>(loop)->descriptor = socket;
     return NATS_OK;
   }
   static natsStatus read(void* user, bool add) {
-    auto* self = static_cast<NatsConnection*>(user);
-    if (add) return NATS_OK;
-    self->descriptor_ = -1;
-    self->wake_();
+    if (!add) static_cast<Signals*>(user)->descriptor = -1;
     return NATS_OK;
   }
   static natsStatus write(void* user, bool add) {
-    static_cast<NatsConnection*>(user)->wantsWrite_ = add;
+    static_cast<Signals*>(user)->wantsWrite = add;
     return NATS_OK;
   }
   static natsStatus detach(void* user) {
-    static_cast<NatsConnection*>(user)->descriptor_ = -1;
+    static_cast<Signals*>(user)->descriptor = -1;
     return NATS_OK;
   }
-  static void changed(natsConnection*, void* closure) {
-    auto* self = static_cast<NatsConnection*>(closure);
-    ++self->changes_;
-    self->wake_();
+  // The last call for a connection that has been there.
+  static void closed(natsConnection*, void* closure) {
+    const std::unique_ptr<std::shared_ptr<Signals>> signals(
+        static_cast<std::shared_ptr<Signals>*>(closure));
+    (*signals)->hasEnded = true;
+    (*signals)->tell();
   }
   // A slow subscription can't be: those here have no limits.
   static void failed(natsConnection*, natsSubscription*, natsStatus, void*) {}
@@ -101,75 +117,122 @@ NatsConnection::~NatsConnection() {
   close();
 }
 
-bool NatsConnection::connect(const NatsOptions& options, std::string& error) {
-  close();
+NatsConnection::Try NatsConnection::tryToConnect(std::unique_ptr<Library>& made,
+                                                 std::string& error) {
   auto library = std::make_unique<Library>();
+  library->signals->wake = wake_;
   natsOptions*& opts = library->options;
   std::vector<const char*> urls;
-  for (const std::string& url : options.urls) urls.push_back(url.c_str());
+  for (const std::string& url : options_.urls) urls.push_back(url.c_str());
   natsStatus status = natsOptions_Create(&opts);
-  const auto set = [&](natsStatus outcome, const std::string& what) {
+  const auto set = [&](natsStatus outcome, const std::string& what = "NATS") {
     if (status != NATS_OK || outcome == NATS_OK) return;
     status = outcome;
     const char* text = nats_GetLastError(nullptr);
     error = what + ": " + (text && *text ? text : natsStatus_GetText(outcome));
   };
   set(natsOptions_SetServers(opts, urls.data(), static_cast<int>(urls.size())), "NATS server");
-  set(natsOptions_SetNoRandomize(opts, true), "NATS");
-  set(natsOptions_SetName(opts, options.clientName.c_str()), "NATS");
-  set(natsOptions_SetTimeout(opts, kConnectTime), "NATS");
-  set(natsOptions_SetMaxReconnect(opts, -1), "NATS");
-  set(natsOptions_SetReconnectWait(opts, kReconnectWait), "NATS");
-  set(natsOptions_SetReconnectJitter(opts, kReconnectJitter, kReconnectJitter), "NATS");
-  set(natsOptions_SetReconnectBufSize(opts, kNoReconnectBuffer), "NATS");
-  set(natsOptions_SetPingInterval(opts, kPingInterval), "NATS");
-  set(natsOptions_SetMaxPingsOut(opts, kMostPings), "NATS");
-  set(natsOptions_SetNoEcho(opts, true), "NATS");
-  set(natsOptions_SetIOBufSize(opts, kBufferSize), "NATS");
-  set(natsOptions_SetSendAsap(opts, true), "NATS");
-  set(natsOptions_DisableNoResponders(opts, true), "NATS");
-  set(natsOptions_SetErrorHandler(opts, LibraryCalls::failed, this), "NATS");
-  set(natsOptions_SetDisconnectedCB(opts, LibraryCalls::changed, this), "NATS");
-  set(natsOptions_SetReconnectedCB(opts, LibraryCalls::changed, this), "NATS");
-  set(natsOptions_SetClosedCB(opts, LibraryCalls::changed, this), "NATS");
-  set(natsOptions_SetEventLoop(opts, this, LibraryCalls::attach, LibraryCalls::read,
-                               LibraryCalls::write, LibraryCalls::detach),
-      "NATS");
-  if (!options.tlsCA.empty() || !options.tlsCert.empty())
+  set(natsOptions_SetNoRandomize(opts, true));
+  set(natsOptions_SetName(opts, options_.clientName.c_str()));
+  set(natsOptions_SetTimeout(opts, kConnectTime));
+  set(natsOptions_SetAllowReconnect(opts, false));
+  set(natsOptions_SetPingInterval(opts, kPingInterval));
+  set(natsOptions_SetMaxPingsOut(opts, kMostPings));
+  set(natsOptions_SetNoEcho(opts, true));
+  set(natsOptions_SetIOBufSize(opts, kBufferSize));
+  set(natsOptions_SetSendAsap(opts, true));
+  set(natsOptions_DisableNoResponders(opts, true));
+  set(natsOptions_SetErrorHandler(opts, LibraryCalls::failed, nullptr));
+  set(natsOptions_SetEventLoop(opts, library->signals.get(), LibraryCalls::attach,
+                               LibraryCalls::read, LibraryCalls::write, LibraryCalls::detach));
+  if (!options_.tlsCA.empty() || !options_.tlsCert.empty())
     set(natsOptions_SetSecure(opts, true), "TLS");
-  if (!options.tlsCA.empty())
-    set(natsOptions_LoadCATrustedCertificates(opts, options.tlsCA.c_str()), options.tlsCA);
-  if (!options.tlsCert.empty())
-    set(natsOptions_LoadCertificatesChain(opts, options.tlsCert.c_str(), options.tlsKey.c_str()),
-        options.tlsCert);
-  if (!options.credentials.empty())
-    set(natsOptions_SetUserCredentialsFromFiles(opts, options.credentials.c_str(), nullptr),
-        options.credentials);
-  if (!options.user.empty())
-    set(natsOptions_SetUserInfo(opts, options.user.c_str(), options.password.c_str()), "user");
-  if (status != NATS_OK) return false;
+  if (!options_.tlsCA.empty())
+    set(natsOptions_LoadCATrustedCertificates(opts, options_.tlsCA.c_str()), options_.tlsCA);
+  if (!options_.tlsCert.empty())
+    set(natsOptions_LoadCertificatesChain(opts, options_.tlsCert.c_str(), options_.tlsKey.c_str()),
+        options_.tlsCert);
+  if (!options_.credentials.empty())
+    set(natsOptions_SetUserCredentialsFromFiles(opts, options_.credentials.c_str(), nullptr),
+        options_.credentials);
+  if (!options_.user.empty())
+    set(natsOptions_SetUserInfo(opts, options_.user.c_str(), options_.password.c_str()), "user");
+  if (status != NATS_OK) return Try::refused;
 
+  auto closure = std::make_unique<std::shared_ptr<Signals>>(library->signals);
+  set(natsOptions_SetClosedCB(opts, LibraryCalls::closed, closure.get()));
   status = natsConnection_Connect(&library->connection, opts);
-  if (status == NATS_NO_SERVER || status == NATS_TIMEOUT) {
-    set(natsOptions_SetRetryOnFailedConnect(opts, true, LibraryCalls::changed, this), "NATS");
-    status = natsConnection_Connect(&library->connection, opts);
-  }
-  if (status != NATS_OK && status != NATS_NOT_YET_CONNECTED) {
+  if (status != NATS_OK) {
     const char* text = nats_GetLastError(nullptr);
     error = "NATS: " + std::string(text && *text ? text : natsStatus_GetText(status));
-    return false;
+    return status == NATS_NO_SERVER || status == NATS_TIMEOUT || status == NATS_IO_ERROR
+               ? Try::unreachable
+               : Try::refused;
   }
-  library_ = std::move(library);
-  ++changes_;
+  closure.release();  // the library's until the end of the connection
+  made = std::move(library);
+  return Try::connected;
+}
+
+bool NatsConnection::connect(const NatsOptions& options, std::string& error) {
+  close();
+  options_ = options;
+  gaveUp_ = false;
+  std::unique_ptr<Library> library;
+  switch (tryToConnect(library, error)) {
+    case Try::refused:
+      return false;
+    case Try::unreachable:
+      connectInBackground();
+      return true;
+    case Try::connected:
+      arrived_ = std::move(library);
+      wake_();
+  }
   return true;
 }
 
+// What is refused once may be taken later, as when a server is given another configuration.
+void NatsConnection::connectInBackground() {
+  if (connecting_.joinable()) connecting_.join();
+  connecting_ = std::thread([this] {
+    std::minstd_rand random{std::random_device{}()};
+    for (;;) {
+      std::unique_ptr<Library> library;
+      std::string error;
+      const Try outcome = tryToConnect(library, error);
+      {
+        const std::lock_guard lock(mutex_);
+        if (gaveUp_) return;
+        if (outcome == Try::connected) {
+          arrived_ = std::move(library);
+          wake_();
+          return;
+        }
+      }
+      platform::sleepMilliseconds(kReconnectWait + static_cast<int>(random() % kReconnectJitter));
+    }
+  });
+}
+
 void NatsConnection::close() {
-  if (library_) flush();
+  {
+    const std::lock_guard lock(mutex_);
+    gaveUp_ = true;
+  }
+  if (connecting_.joinable()) connecting_.join();
+  if (isUp_) flush();
   library_.reset();
-  descriptor_ = -1;
-  wantsWrite_ = false;
+  arrived_.reset();
   isUp_ = false;
+}
+
+int NatsConnection::descriptor() const {
+  return library_ ? library_->signals->descriptor.load() : -1;
+}
+
+bool NatsConnection::wantsWrite() const {
+  return library_ && library_->signals->wantsWrite;
 }
 
 std::string NatsConnection::server() const {
@@ -183,16 +246,20 @@ std::int64_t NatsConnection::maxPayload() const {
   return library_ ? natsConnection_GetMaxPayload(library_->connection) : 0;
 }
 
-bool NatsConnection::subscribe(const std::string& subject, std::string& error) {
-  natsSubscription* subscription = nullptr;
-  natsStatus status =
-      natsConnection_SubscribeSync(&subscription, library_->connection, subject.c_str());
-  if (status == NATS_OK) {
-    library_->subscriptions.push_back(subscription);
-    status = natsSubscription_SetPendingLimits(subscription, -1, -1);
+bool NatsConnection::subscribeAll(std::string& error) {
+  for (const std::string& subject : subjects_) {
+    natsSubscription* subscription = nullptr;
+    natsStatus status =
+        natsConnection_SubscribeSync(&subscription, library_->connection, subject.c_str());
+    if (status == NATS_OK) {
+      library_->subscriptions.push_back(subscription);
+      status = natsSubscription_SetPendingLimits(subscription, -1, -1);
+    }
+    if (status == NATS_OK) continue;
+    error = subject + ": " + natsStatus_GetText(status);
+    return false;
   }
-  if (status != NATS_OK) error = subject + ": " + natsStatus_GetText(status);
-  return status == NATS_OK;
+  return true;
 }
 
 bool NatsConnection::publish(const std::string& subject, const void* bytes, std::size_t size) {
@@ -214,15 +281,32 @@ bool NatsConnection::publish(const std::string& subject, const NatsHeaders& head
 }
 
 void NatsConnection::flush() {
-  if (wantsWrite_ && library_) natsConnection_ProcessWriteEvent(library_->connection);
+  if (wantsWrite()) natsConnection_ProcessWriteEvent(library_->connection);
 }
 
 void NatsConnection::serve(bool isReadable, bool isWritable) {
+  takeConnection();
   if (!library_) return;
   if (isWritable) natsConnection_ProcessWriteEvent(library_->connection);
   if (isReadable) natsConnection_ProcessReadEvent(library_->connection);
-  tellState();
   handOver();
+  tellState();
+}
+
+void NatsConnection::takeConnection() {
+  if (library_) return;
+  {
+    const std::lock_guard lock(mutex_);
+    library_ = std::move(arrived_);
+  }
+  if (!library_) return;
+  std::string error;
+  if (!subscribeAll(error)) {
+    library_->signals->hasEnded = true;
+    return;
+  }
+  isUp_ = true;
+  listener_.natsState(true, server());
 }
 
 void NatsConnection::handOver() {
@@ -243,21 +327,14 @@ void NatsConnection::handOver() {
 }
 
 void NatsConnection::tellState() {
-  const unsigned changes = changes_;
-  if (changes == toldChanges_) return;
-  toldChanges_ = changes;
-  natsConnection* connection = library_->connection;
-  const bool isUp = natsConnection_Status(connection) == NATS_CONN_STATUS_CONNECTED;
-  // An end and a new connection that were seen together are told one after the other.
-  if (isUp_) {
-    isUp_ = false;
-    const char* text = nullptr;
-    natsConnection_GetLastError(connection, &text);
-    listener_.natsState(false, text && *text ? text : "the connection has ended");
-  }
-  if (!isUp) return;
-  isUp_ = true;
-  listener_.natsState(true, server());
+  if (!library_->signals->hasEnded) return;
+  const char* text = nullptr;
+  natsConnection_GetLastError(library_->connection, &text);
+  const std::string why = text && *text ? text : "the connection has ended";
+  const bool wasUp = std::exchange(isUp_, false);
+  library_.reset();
+  connectInBackground();
+  if (wasUp) listener_.natsState(false, why);
 }
 
 }  // namespace bridge

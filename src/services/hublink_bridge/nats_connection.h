@@ -1,20 +1,23 @@
 // The connection to a NATS server or cluster: the only file that knows the client library.
 //
 // The library is used in its event-loop mode, so that all of it runs on the plugin's thread: the
-// program's loop waits for descriptor() and calls serve(). Only connecting anew, after an end, is
-// done by a thread of the library's; it hands the result over through `wake`.
+// program's loop waits for descriptor() and calls serve(). Only connecting, which waits, is done by
+// a thread of its own; it hands the result over through `wake`. Each connection is a new one of the
+// library's: in this mode, what its parser has of a message when one is cut off stays there when
+// the library connects anew by itself, and spoils the next.
 //
 // What is published while there is no connection is lost, and so may be what was published just
 // before its end: who needs more says so to the other side and sends again.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -63,7 +66,7 @@ class NatsConnection {
   NatsConnection(const NatsConnection&) = delete;
   NatsConnection& operator=(const NatsConnection&) = delete;
 
-  /// Connects, and from then on connects anew for ever. If nobody is there it goes on trying, and
+  /// Connects, and from then on anew after each end. If nobody is there it goes on trying, and
   /// natsState() will tell. False with a text if that is in vain: files that can't be read, a
   /// server that refuses this client or isn't trusted.
   bool connect(const NatsOptions& options, std::string& error);
@@ -74,9 +77,9 @@ class NatsConnection {
   /// The most bytes of one message.
   std::int64_t maxPayload() const;
 
-  /// Messages of this subject, which may hold wildcards, are handed over, now and after each new
-  /// connection.
-  bool subscribe(const std::string& subject, std::string& error);
+  /// Messages of this subject, which may hold wildcards, are handed over in every connection from
+  /// the next on. To be called before connect().
+  void subscribe(std::string subject) { subjects_.push_back(std::move(subject)); }
   /// Queues a message for the next flush(); false without a connection.
   bool publish(const std::string& subject, const void* bytes, std::size_t size);
   bool publish(const std::string& subject, const NatsHeaders& headers, const void* bytes,
@@ -86,27 +89,34 @@ class NatsConnection {
 
   // --- For the program's loop ---
   /// What to wait for, or -1.
-  int descriptor() const { return descriptor_; }
-  bool wantsWrite() const { return wantsWrite_; }
+  int descriptor() const;
+  bool wantsWrite() const;
   /// Reads once, hands over what has come, and tells of changes of the connection.
   void serve(bool isReadable, bool isWritable);
 
  private:
+  struct Signals;
   struct Library;
   struct LibraryCalls;
+  enum class Try { connected, unreachable, refused };
 
+  Try tryToConnect(std::unique_ptr<Library>& library, std::string& error);
+  void connectInBackground();
+  void takeConnection();
+  bool subscribeAll(std::string& error);
   void handOver();
   void tellState();
 
   NatsListener& listener_;
   std::function<void()> wake_;
-  std::unique_ptr<Library> library_;
+  NatsOptions options_;
+  std::vector<std::string> subjects_;
+  std::unique_ptr<Library> library_;  // of the connection that there is
   bool isUp_ = false;
-  // Written by the library's threads.
-  std::atomic<int> descriptor_{-1};
-  std::atomic<bool> wantsWrite_{false};
-  std::atomic<unsigned> changes_{0};  // of the connection
-  unsigned toldChanges_ = 0;
+  std::thread connecting_;
+  std::mutex mutex_;  // for what the thread that connects shares
+  std::unique_ptr<Library> arrived_;
+  bool gaveUp_ = false;
 };
 
 }  // namespace bridge

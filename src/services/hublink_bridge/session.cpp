@@ -141,7 +141,8 @@ void Session::sendData(std::uint32_t link, const unsigned char* bytes, std::size
 
 // The message at the end, if it hasn't left and can take `need` bytes more, else a new one.
 Session::Message& Session::openMessage(std::size_t need) {
-  if (sent_ < messages_.size() && messages_.back().bytes.size() + need <= maxMessage_)
+  if (sent_ < messages_.size() && !messages_.back().isTried &&
+      messages_.back().bytes.size() + need <= maxMessage_)
     return messages_.back();
   openData_ = 0;
   Message& message = messages_.emplace_back();
@@ -210,6 +211,9 @@ void Session::writeOut(std::int64_t now) {
     if (!transmitAgain(again_, now)) return;
   while (sent_ < messages_.size() && mayLeave(messages_[sent_])) {
     Message& message = messages_[sent_];
+    // A carrier that has refused it may have sent it all the same.
+    message.isTried = true;
+    if (sent_ + 1 == messages_.size()) openData_ = 0;
     if (!transmit(message.bytes.data(), message.bytes.size(), firstSequence_ + sent_, now)) return;
     const std::size_t size = frameBytes(message.bytes);
     message.sentAt = now;

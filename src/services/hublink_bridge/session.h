@@ -125,6 +125,7 @@ class Session {
     Bytes bytes;
     std::int64_t sentAt = 0;
     bool isResent = false;
+    bool isTried = false;  // it may have left: what is in it stays as it is
   };
 
   // What comes.

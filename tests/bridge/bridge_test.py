@@ -1,0 +1,222 @@
+"""Hubs of several machines, joined by their bridges through nats-servers.
+
+    bridge_test.py BUILD PART
+
+PART is one of those below. Each machine is a network namespace (realm.py); the plugins are those of
+the matrix of languages, in C++, and streams of numbered packets (streamer.py)."""
+
+import contextlib
+import os
+import sys
+import tempfile
+import time
+
+import realm as realms
+
+GRACE = 2  # seconds that links outlast a cut, in these tests
+TOLD = GRACE + 5 + 3  # within which every end is told, on a busy machine
+# How long the long stream lasts: a minute when asked for.
+STREAM = float(os.environ.get("HUBLINK_BRIDGE_SECONDS", "6"))
+
+
+def two_machines(realm, *exports):
+    realm.start_nats()
+    here, there = realm.machine("here"), realm.machine("there")
+    for machine in (here, there):
+        machine.start_hub()
+    here.start_bridge()
+    there.start_bridge(*(word for name in exports for word in ("--export", name)))
+    return here, there
+
+
+def check_run(requester, service, is_newer):
+    lines = requester.answers(f"run {service}")
+    assert "reply:" in lines[1] and "packet: hello" in lines and lines[-1] == "done", lines
+    assert "chain: 7" in lines, lines  # a call back within a call
+    assert ("extra: known 42" in lines) == is_newer, lines
+
+
+def everyday(realm):
+    """Services are found by their rules, and interfaces of two versions meet over the bridges."""
+    here, there = two_machines(realm, "Matrix*")
+    third = realm.machine("third")
+    third.start_hub()
+    third.start_bridge("--export", "Matrix*")
+    providers = {machine.name: machine.peer(2, "provider", "Matrix")
+                 for machine in (there, third)}
+    there.peer(1, "provider", "Secret")
+    here.await_service("Matrix")
+    third.await_service("Matrix")
+    old, new = here.peer(1, "requester", "-"), here.peer(2, "requester", "-")
+    check_run(new, "Matrix", True)
+    check_run(old, "Matrix", False)
+    # The two are equally near: the first name is taken.
+    for _ in range(2):
+        providers["there"].expect("ended")
+    assert providers["third"].says_nothing_yet()
+    assert old.answers("bulk Matrix") == ["bulk: intact", "done"]
+    providers["there"].expect("ended")
+    # What isn't exported isn't there, and who has a provider of his own takes that.
+    assert here.control("provider", "Secret")[0] == 1
+    assert here.control("provider", "hublink.abroad")[0] == 0  # one's own hub's, as ever
+    check_run(third.peer(2, "requester", "-"), "Matrix", True)
+    providers["third"].expect("ended")
+    # When the one that was taken goes, the other is.
+    providers["there"].kill()
+    realms.until(lambda: new.answers("run Matrix")[-1] == "done" and
+                 not providers["third"].says_nothing_yet(), "the other provider")
+
+
+def starts(realm):
+    """A provider is started on another machine only if it was named in full."""
+    realm.start_nats()
+    here, there, third = (realm.machine(name) for name in ("here", "there", "third"))
+    here.start_hub()
+    peer = realm.bin / "language_peer_1"
+    for machine in (there, third):
+        machine.start_hub(("Started", (peer, "provider", "Started")),
+                          ("Hidden", (peer, "provider", "Hidden")))
+    here.start_bridge()
+    there.start_bridge("--export", "Started,H*")
+    requester = here.peer(2, "requester", "-")
+    realms.until(lambda: here.control("provider", "Started", "--start")[0] == 0, "Started")
+    check_run(requester, "Started", False)
+    assert here.control("provider", "Hidden", "--start")[0] == 1
+    assert there.control("provider", "Hidden")[0] == 1
+    there.control("provider", "Hidden", "--start")
+    here.await_service("Hidden")  # once it runs, the pattern is enough
+    check_run(requester, "Hidden", False)
+
+
+def ends(realm):
+    """Whoever goes is missed by the other side, in the time that is told."""
+    here, there = two_machines(realm, "Matrix")
+    provider = there.peer(1, "provider", "Matrix")
+    here.await_service("Matrix")
+    requester = here.peer(1, "requester", "-")
+
+    def hold():
+        requester.ask("hold Matrix")
+        requester.expect("held")
+
+    def told(begin, within=TOLD):
+        for line in ("ended", "call: link ended", "done"):
+            requester.expect(line, within)
+        print(f"  told after {time.monotonic() - begin:.1f} s", flush=True)
+        return time.monotonic()
+
+    hold()
+    provider.kill()
+    told(time.monotonic(), 5)
+    provider = there.peer(1, "provider", "Matrix")
+    here.await_service("Matrix")
+    mortal = here.peer(1, "requester", "-")
+    mortal.ask("hold Matrix")
+    mortal.expect("held")
+    mortal.kill()
+    provider.expect("ended", 5)
+    # The cable, and with it the machine as far as the others can tell.
+    hold()
+    begin = time.monotonic()
+    there.cut()
+    told(begin)
+    provider.expect("ended", TOLD)
+    there.mend()
+    here.await_service("Matrix")
+    # A bridge without a word.
+    hold()
+    begin = time.monotonic()
+    there.bridge.kill()
+    told(begin)
+    provider.expect("ended", 5)
+    there.start_bridge("--export", "Matrix")
+    here.await_service("Matrix")
+    hold()
+    begin = time.monotonic()
+    realm.nats[0].kill()
+    told(begin)
+    provider.expect("ended", TOLD)
+    realm.start_nats()
+    here.await_service("Matrix")
+    hold()
+    there.hub.kill()
+    told(time.monotonic(), 5)
+
+
+def cuts(realm):
+    """Cuts that are shorter than the grace are ridden out, with no packet lost."""
+    for server in range(3):
+        realm.start_nats(server, True)
+    here, there = realm.machine("here"), realm.machine("there")
+    urls = [",".join(machine.url(server) for server in range(3)) for machine in (here, there)]
+    for machine, url in zip((here, there), urls):
+        machine.start_hub()
+        machine.start_bridge("--export", "*", urls=url, grace=10)
+    there.streamer("echo", "Echo")
+    here.await_service("Echo")
+    stream = here.streamer("stream", "Echo", 1000)
+    stream.expect("linked")
+    end = time.monotonic() + STREAM
+    rounds = 0
+    while rounds == 0 or time.monotonic() < end:
+        for machine in (here, there):
+            machine.cut()
+            time.sleep(0.5)
+            machine.mend()
+        # The server that both are connected to, without a word.
+        server = rounds % 3
+        realm.nats[server].kill()
+        time.sleep(0.5)
+        realm.start_nats(server, True)
+        rounds += 1
+    stream.ask("stop")
+    print("  " + stream.expect("intact: "), flush=True)
+
+
+def slow(realm):
+    """A receiver that stands still makes the sender wait, and nobody between them piles up."""
+    here, there = two_machines(realm, "Matrix")
+    provider = there.peer(1, "provider", "Matrix")
+    here.await_service("Matrix")
+    requester = here.peer(1, "requester", "-")
+    megabytes = 290  # more than the hub and the sender hold together
+    requester.ask(f"flood Matrix {megabytes}")
+    requester.expect("flooding")
+    provider.signal(19)  # SIGSTOP
+    between = [here.bridge, there.bridge, realm.nats[0]]
+    before = [one.resident() for one in between]
+    requester.ask("go")
+    # As much as may go has gone when the memory of the other hub doesn't grow any more.
+    last = -1
+    while (now := there.hub.resident()) != last:
+        last = now
+        time.sleep(0.5)
+    grown = [one.resident() - start for one, start in zip(between, before)]
+    provider.signal(18)  # SIGCONT
+    requester.expect("handed over")
+    requester.expect("flooded:")
+    requester.expect("done")
+    assert all(one < 64 << 20 for one in grown), grown
+
+
+PARTS = {part.__name__: part for part in (everyday, starts, ends, cuts, slow)}
+
+
+def main():
+    build, *names = sys.argv[1:]
+    if not realms.can_make_namespaces():
+        if "HUBLINK_UNSHARED" in os.environ:
+            print("SKIPPED: this user can't make network namespaces")
+            sys.exit(77)
+        os.environ["HUBLINK_UNSHARED"] = "1"
+        os.execvp("unshare", ["unshare", "-rnm", "sh", "-c",
+                              'mount -t tmpfs none /run && exec "$@"', "sh", sys.executable,
+                              *sys.argv])
+    for name in names:
+        begin = time.monotonic()
+        with tempfile.TemporaryDirectory() as directory, contextlib.ExitStack() as stack:
+            PARTS[name](realms.Realm(stack, build, directory))
+        print(f"{name}: {time.monotonic() - begin:.1f} s", flush=True)
+
+
+main()

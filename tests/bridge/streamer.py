@@ -1,0 +1,87 @@
+"""Numbered packets at a rate, and whoever sends them back.
+
+    streamer.py echo SERVICE [options of a plugin]
+    streamer.py stream SERVICE RATE [options]
+
+The second asks for the service and sends until it reads `stop`; then it waits for all that is still
+to come back, and tells whether every packet came back once and in its place: "intact: COUNT", or
+what is wrong. `ended: COUNT` stands for a link that has ended before, with what came until then in
+order.
+"""
+
+import asyncio
+import sys
+
+import hublink
+
+
+async def echo(plugin, service):
+    async def serve(link):
+        async for packet in link:
+            await link.send(packet)
+        print("link ended", flush=True)
+
+    await plugin.provide(service, serve)
+    print("ready", flush=True)
+    await asyncio.Event().wait()
+
+
+async def stream(plugin, service, rate):
+    print("ready", flush=True)
+    link = await plugin.request(service, wait=True)
+    print("linked", flush=True)
+    came = 0
+    all_back = asyncio.Event()
+    sent = 0
+    stopping = False
+
+    async def read():
+        nonlocal came
+        async for packet in link:
+            if packet != b"%d" % came:
+                print(f"broken: {packet} in place of {came}", flush=True)
+                return
+            came += 1
+            if stopping and came == sent:
+                break
+        print(f"{'intact' if came == sent and stopping else 'ended'}: {came}", flush=True)
+        all_back.set()
+
+    async def commands():
+        nonlocal stopping
+        await asyncio.get_running_loop().run_in_executor(None, sys.stdin.readline)
+        stopping = True
+
+    reader = asyncio.create_task(read())
+    commander = asyncio.create_task(commands())
+    begin = asyncio.get_running_loop().time()
+    try:
+        while not stopping and not reader.done():
+            await link.send(b"%d" % sent)
+            sent += 1
+            ahead = begin + sent / rate - asyncio.get_running_loop().time()
+            if ahead > 0:
+                await asyncio.sleep(ahead)
+    except hublink.LinkEnded:
+        pass
+    # One more, so that something comes back after the word to stop.
+    if not reader.done():
+        sent += 1
+        try:
+            await link.send(b"%d" % (sent - 1))
+        except hublink.LinkEnded:
+            pass
+    await all_back.wait()
+    commander.cancel()
+
+
+async def main():
+    role, service = sys.argv[1:3]
+    async with hublink.connect(sys.argv) as plugin:
+        if role == "echo":
+            await echo(plugin, service)
+        else:
+            await stream(plugin, service, float(sys.argv[3]))
+
+
+asyncio.run(main())
