@@ -131,8 +131,8 @@ TEST_F(HubSideTest, AValueIsAnsweredWheneverItIsThere) {
 
 TEST_F(HubSideTest, ExportsFollowTheHub) {
   int changes = 0;
-  Exports exports({"Abr*", "hublink.*", "Named"}, {"col*"}, [&] { ++changes; });
   HublinkPlugin watching;
+  Exports exports({"Abr*", "hublink.*", "Named"}, {"col*"}, [&] { ++changes; });
   std::string error;
   ASSERT_TRUE(watching.connect(port, error)) << error;
   ASSERT_TRUE(exports.watch(watching, error)) << error;

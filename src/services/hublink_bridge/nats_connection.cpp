@@ -46,7 +46,8 @@ std::string NatsMessage::header(const char* name) const {
   return natsMsgHeader_Get(asMsg(message_), name, &value) == NATS_OK && value ? value : "";
 }
 
-// What the library's threads tell of a connection. It lives until the library has told of the end.
+// What the library's threads tell of a connection. They may do so for some time after it was
+// destroyed, and nothing says when that is over: those few bytes of a connection stay.
 struct NatsConnection::Signals {
   std::atomic<int> descriptor{-1};
   std::atomic<bool> wantsWrite{false};
@@ -58,16 +59,22 @@ struct NatsConnection::Signals {
     const std::lock_guard lock(mutex);
     if (wake) wake();
   }
+  static void keep(std::unique_ptr<Signals> signals) {
+    static auto* kept = new std::vector<std::unique_ptr<Signals>>;
+    static std::mutex ofKept;
+    const std::lock_guard lock(ofKept);
+    kept->push_back(std::move(signals));
+  }
 };
 
 struct NatsConnection::Library {
-  std::shared_ptr<Signals> signals = std::make_shared<Signals>();
+  Signals* signals = nullptr;
   natsOptions* options = nullptr;
   natsConnection* connection = nullptr;
   std::vector<natsSubscription*> subscriptions;
 
   ~Library() {
-    {
+    if (connection) {
       const std::lock_guard lock(signals->mutex);
       signals->wake = nullptr;
     }
@@ -99,12 +106,10 @@ struct NatsConnection::LibraryCalls {
     static_cast<Signals*>(user)->descriptor = -1;
     return NATS_OK;
   }
-  // The last call for a connection that has been there.
   static void closed(natsConnection*, void* closure) {
-    const std::unique_ptr<std::shared_ptr<Signals>> signals(
-        static_cast<std::shared_ptr<Signals>*>(closure));
-    (*signals)->hasEnded = true;
-    (*signals)->tell();
+    auto* signals = static_cast<Signals*>(closure);
+    signals->hasEnded = true;
+    signals->tell();
   }
   // A slow subscription can't be: those here have no limits.
   static void failed(natsConnection*, natsSubscription*, natsStatus, void*) {}
@@ -119,8 +124,10 @@ NatsConnection::~NatsConnection() {
 
 NatsConnection::Try NatsConnection::tryToConnect(std::unique_ptr<Library>& made,
                                                  std::string& error) {
+  auto signals = std::make_unique<Signals>();
+  signals->wake = wake_;
   auto library = std::make_unique<Library>();
-  library->signals->wake = wake_;
+  library->signals = signals.get();
   natsOptions*& opts = library->options;
   std::vector<const char*> urls;
   for (const std::string& url : options_.urls) urls.push_back(url.c_str());
@@ -143,8 +150,9 @@ NatsConnection::Try NatsConnection::tryToConnect(std::unique_ptr<Library>& made,
   set(natsOptions_SetSendAsap(opts, true));
   set(natsOptions_DisableNoResponders(opts, true));
   set(natsOptions_SetErrorHandler(opts, LibraryCalls::failed, nullptr));
-  set(natsOptions_SetEventLoop(opts, library->signals.get(), LibraryCalls::attach,
-                               LibraryCalls::read, LibraryCalls::write, LibraryCalls::detach));
+  set(natsOptions_SetClosedCB(opts, LibraryCalls::closed, signals.get()));
+  set(natsOptions_SetEventLoop(opts, signals.get(), LibraryCalls::attach, LibraryCalls::read,
+                               LibraryCalls::write, LibraryCalls::detach));
   if (!options_.tlsCA.empty() || !options_.tlsCert.empty())
     set(natsOptions_SetSecure(opts, true), "TLS");
   if (!options_.tlsCA.empty())
@@ -159,8 +167,6 @@ NatsConnection::Try NatsConnection::tryToConnect(std::unique_ptr<Library>& made,
     set(natsOptions_SetUserInfo(opts, options_.user.c_str(), options_.password.c_str()), "user");
   if (status != NATS_OK) return Try::refused;
 
-  auto closure = std::make_unique<std::shared_ptr<Signals>>(library->signals);
-  set(natsOptions_SetClosedCB(opts, LibraryCalls::closed, closure.get()));
   status = natsConnection_Connect(&library->connection, opts);
   if (status != NATS_OK) {
     const char* text = nats_GetLastError(nullptr);
@@ -169,7 +175,7 @@ NatsConnection::Try NatsConnection::tryToConnect(std::unique_ptr<Library>& made,
                ? Try::unreachable
                : Try::refused;
   }
-  closure.release();  // the library's until the end of the connection
+  Signals::keep(std::move(signals));
   made = std::move(library);
   return Try::connected;
 }
