@@ -72,7 +72,6 @@ class BodyReader {
   std::vector<OptionalText> texts() {
     const std::uint32_t count = word();
     std::vector<OptionalText> list;
-    if (count > left_ / 4) isGood_ = false;
     for (std::uint32_t i = 0; i < count && isGood_; ++i) list.push_back(text());
     return list;
   }
