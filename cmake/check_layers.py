@@ -29,10 +29,13 @@ SYSTEM_ROOM = "src/platform/posix"
 # Programs that show what lies around a plugin.
 AUTHORS_ROOM = "examples/loops"
 
-INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 # The one that knows the messaging system between machines.
 NATS_ROOM = "src/services/hublink_bridge"
 
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
+# What stpc writes into the build, in the style for authors: a header for each of our interfaces.
+BUILT = {match[1].lower() + ".h" for catalogue in (ROOT / "interfaces").glob("*.stp")
+         if (match := re.search(r"^spec (\w+)", catalogue.read_text(), re.M))}
 # Headers of the libraries that surround the product, by prefix.
 LIBRARIES = ("gtest/", "gmock/", "benchmark/", "CLI/", "nlohmann/", "httplib.h", "zmq.h")
 
@@ -66,6 +69,8 @@ def check(path):
             system = ("." in name or "/" in name) and not name.startswith(LIBRARIES)
             if system and not path.as_posix().startswith((SYSTEM_ROOM + "/", AUTHORS_ROOM + "/")):
                 yield f"{place}system header <{name}> outside {SYSTEM_ROOM}"
+            continue
+        if name in BUILT:
             continue
         target = resolve(name, path)
         if target is None:
