@@ -1,6 +1,7 @@
-# What an installation holds, in three components: `runtime`, the hub and its tools, `devel`, what
-# plugins are built with, and `python`, the library for those in Python. No installed file knows where it was built or will lie, so the tree can be
-# moved as a whole.
+# What an installation holds, in four components: `runtime`, the hub and its tools, `bridge`, which
+# joins hubs, `devel`, what plugins are built with, and `python`, the library for those in Python. No
+# installed file knows where it was built or will lie, so the tree can be moved as a whole; but for
+# the bridge's unit, which is for a system's own installation.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -17,12 +18,24 @@ install(TARGETS ${commands} echo_provider DESTINATION ${program_dir} COMPONENT r
 install(FILES packaging/echo.kvs DESTINATION ${program_dir}/defaults/services COMPONENT runtime)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 file(RELATIVE_PATH from_bin /${CMAKE_INSTALL_BINDIR} /${program_dir})
-foreach(command IN LISTS commands)
+function(hublink_link_command component command)
   set(link ${CMAKE_BINARY_DIR}/installed_links/${command})
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/installed_links)
   file(CREATE_LINK ${from_bin}/${command} ${link} SYMBOLIC)
-  install(FILES ${link} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+  install(FILES ${link} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
+endfunction()
+foreach(command IN LISTS commands)
+  hublink_link_command(runtime ${command})
 endforeach()
+
+# --- The bridge between hubs ---
+
+install(TARGETS hublink-bridge DESTINATION ${program_dir} COMPONENT bridge)
+hublink_link_command(bridge hublink-bridge)
+install(FILES packaging/hublink-bridge/hublink-bridge@.service DESTINATION lib/systemd/user
+        COMPONENT bridge)
+install(FILES packaging/hublink-bridge/bridge.conf
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/hublink-bridge/examples COMPONENT bridge)
 
 # --- What plugins are built with ---
 
@@ -103,6 +116,7 @@ foreach(command IN LISTS commands)
   hublink_install_command_help(runtime ${command})
 endforeach()
 hublink_install_command_help(devel stpc)
+hublink_install_gz(${CMAKE_SOURCE_DIR}/man/hublink-bridge.1 bridge ${CMAKE_INSTALL_MANDIR}/man1)
 hublink_install_gz(${CMAKE_SOURCE_DIR}/man/hublink-kvs.5 runtime ${CMAKE_INSTALL_MANDIR}/man5)
 
 include(cmake/HublinkPackage.cmake)

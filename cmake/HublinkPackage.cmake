@@ -1,8 +1,10 @@
-# The Debian packages `hublink`, `hublink-dev` and `python3-hublink`, made by cpack of the components.
+# The Debian packages `hublink`, `hublink-bridge`, `hublink-dev` and `python3-hublink`, made by cpack of
+# the components.
 option(HUBLINK_DEBIAN "Install what Debian wants of a package" OFF)
 
 if(HUBLINK_DEBIAN)
-  foreach(component_and_package runtime:hublink devel:hublink-dev python:python3-hublink)
+  foreach(component_and_package runtime:hublink bridge:hublink-bridge devel:hublink-dev
+                                python:python3-hublink)
     string(REPLACE ":" ";" component_and_package ${component_and_package})
     list(GET component_and_package 0 component)
     list(GET component_and_package 1 package)
@@ -18,7 +20,7 @@ set(CPACK_PACKAGE_NAME hublink)
 set(CPACK_PACKAGE_CONTACT "Hublink developers <developers@hublink.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime devel python)
+set(CPACK_COMPONENTS_ALL runtime bridge devel python)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
                                                 GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -34,6 +36,19 @@ providers on demand and relays what they send each other over TCP.
 .
 This package holds the hub, the command that works it, and a checker for the
 description files of services.")
+
+set(CPACK_DEBIAN_BRIDGE_PACKAGE_NAME hublink-bridge)
+set(CPACK_DEBIAN_BRIDGE_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_BRIDGE_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_BRIDGE_PACKAGE_DEPENDS "hublink (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_BRIDGE_PACKAGE_SUGGESTS nats-server)
+set(CPACK_COMPONENT_BRIDGE_DESCRIPTION "joins the hubs of several machines through NATS
+A bridge beside each hub lets plugins use services of other machines as if
+they were local: it exports what it is told to, and carries links through a
+NATS server or cluster, with TLS, accounts and leaf nodes.
+.
+This package holds the bridge, a unit for the user's service manager and an
+example configuration.")
 
 set(CPACK_DEBIAN_DEVEL_PACKAGE_NAME hublink-dev)
 set(CPACK_DEBIAN_DEVEL_PACKAGE_SECTION libdevel)

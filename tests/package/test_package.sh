@@ -6,7 +6,7 @@
 set -euo pipefail
 packages=$1
 source_tree=$2
-names=(hublink hublink-dev python3-hublink)
+names=(hublink hublink-bridge hublink-dev python3-hublink)
 root=()
 [ "$(id -u)" = 0 ] || root=(sudo)
 scratch=$(mktemp -d)
@@ -50,11 +50,26 @@ test_help() { # COMMAND [SUBCOMMAND]
   done
 }
 
+# Each option is in the man page, the example is a configuration, and the unit names what is there.
+test_bridge() {
+  local option page example=/usr/share/doc/hublink-bridge/examples/bridge.conf
+  page=$(man hublink-bridge | col -b)
+  for option in $(options_of hublink-bridge); do
+    grep -qe "$option\b" <<<"$page" || fail "hublink-bridge(1) is silent about $option"
+  done
+  sed 's/^# \(name\|export\|import\|export-value\) = /\1 = /' "$example" >"$scratch/bridge.conf"
+  hublink-bridge --realm r --config "$scratch/bridge.conf" --grace -1 2>&1 | grep -q grace ||
+    fail "the example isn't read up to the option behind it"
+  grep -q "^ExecStart=$(command -v hublink-bridge) " /usr/lib/systemd/user/hublink-bridge@.service ||
+    fail "the unit starts another program"
+}
+
 test_commands() {
   local command subcommand subcommands page
   grep -q Usage: <(hublink 2>&1) || fail "hublink doesn't run"
+  test_bridge
   grep -q '"Echo"' <(hublink-services) || fail "the example provider isn't described"
-  for page in hublink-kvs hublink hublinkctl hublink-services stpc; do
+  for page in hublink-kvs hublink hublinkctl hublink-services hublink-bridge stpc; do
     man -w "$page" >/dev/null
     mandoc -T lint -W warning "$(man -w "$page")"
   done
