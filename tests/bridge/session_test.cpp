@@ -116,6 +116,7 @@ TEST(Session, NoticesALossAndEndsOnBothSidesAfterTooLongACut) {
   lose("k");
   sendText(pair.first, "x");  // with whose ack it is noticed
   pair.run(80);
+  EXPECT_EQ(pair.ends[0].streams[1], "k");
   lose("l");
   sendText(pair.second, "m");
   pair.run(80);
