@@ -30,6 +30,9 @@ constexpr std::int64_t kAliveInterval = 2000;  // ms
 // In how many of these intervals each machine is measured once.
 constexpr std::size_t kMeasuringRound = 15;
 constexpr std::size_t kServicesOfPage = 200;
+// A machine that asks more often than this in ms gets no answer: it asks again with the next alive.
+constexpr std::int64_t kHelloInterval = 200;
+constexpr std::size_t kMostAnswered = 2 * Members::kMostMachines;
 
 std::string randomName() {
   std::random_device device;
@@ -90,6 +93,17 @@ void Announcer::connected() {
 
 void Announcer::memberCame(const std::string& machine) {
   ping(machine);
+}
+
+void Announcer::ask(const std::string& machine) {
+  say(machine, kHello);
+}
+
+void Announcer::answerHello(const std::string& machine, std::int64_t now) {
+  if (answered_.size() >= kMostAnswered) answered_.clear();
+  const auto [place, isNew] = answered_.try_emplace(machine, now);
+  if (!isNew && now - std::exchange(place->second, now) < kHelloInterval) return;
+  sayState(machine);
 }
 
 void Announcer::bye() {
@@ -156,7 +170,7 @@ bool Announcer::take(const Subject& subject, const NatsMessage& message, std::in
   const std::string from(subject.from);
   const std::string_view what = subject.what;
   if (from == machine_) {
-    if (what == kHello) sayState(from);  // so that the other learns who was here before
+    if (what == kHello) answerHello(from, now);  // so that the other learns who was here before
     ownNameHeard(message);
     return true;
   }
@@ -168,7 +182,7 @@ bool Announcer::take(const Subject& subject, const NatsMessage& message, std::in
     stateArrived(from, message, now);
   } else if (what == kHello) {
     members_.heard(from, now);
-    sayState(from);
+    answerHello(from, now);
   } else if (what == kBye) {
     members_.bye(from, message.header(kIncarnation));
   } else if (what == kPing) {

@@ -26,6 +26,8 @@ class Announcer {
   /// Another list of exports is to be told.
   void exportsChanged() { isStateDue_ = true; }
   void memberCame(const std::string& machine);
+  /// Asks a machine that isn't known what it exports.
+  void ask(const std::string& machine);
   /// False if the message is of another kind than those here.
   bool take(const Subject& subject, const NatsMessage& message, std::int64_t now);
   /// Says what is due. Gives the milliseconds until there is more to say.
@@ -38,6 +40,7 @@ class Announcer {
  private:
   void say(const std::string& to, const char* what);
   void sayState(const std::string& to);
+  void answerHello(const std::string& machine, std::int64_t now);
   void ping(const std::string& machine);
   void pingNext();
   NatsHeaders ownHeaders() const;
@@ -57,6 +60,7 @@ class Announcer {
   std::int64_t aliveDue_ = 0;
   std::map<std::string, std::uint64_t> pings_;  // the latest to each machine that has no answer
   std::string lastPinged_;
+  std::map<std::string, std::int64_t> answered_;  // when a machine's hello was, at the latest
 };
 
 }  // namespace bridge

@@ -140,6 +140,11 @@ void Bridge::natsMessage(const NatsMessage& message) {
   const std::string from(subject->from);
   if (subject->what == kSession) {
     if (subject->to != options_.machine || from == options_.machine) return;
+    // Who hasn't said what he is has no session; he sends again.
+    if (!members_.find(from)) {
+      announcer_.ask(from);
+      return;
+    }
     members_.heard(from, now);
     taken_.assign(message.bytes(), message.bytes() + message.size());
     sessions_.take(from, taken_.data(), taken_.size(), now);
@@ -272,10 +277,7 @@ void Bridge::pass() {
   plugin_.serve(0);
   standIns_.serve();
   const std::int64_t now = clockNow();
-  const std::int64_t steps[] = {announcer_.step(now), members_.step(now),
-                                sessions_.step(now, [this](const Session& session) {
-                                  return links_.hasAny(session) || wishes_.uses(session);
-                                })};
+  const std::int64_t others[] = {announcer_.step(now), members_.step(now)};
   links_.settle();
   standIns_.sweep(now);
   sessions_.flush(now);
@@ -283,8 +285,11 @@ void Bridge::pass() {
   plugin_.flush();
   nats_.flush();
   links_.settle();
-  nextStep_ = -1;
-  for (const std::int64_t step : steps)
+  // Behind the flush, which may have begun to wait for something.
+  nextStep_ = sessions_.step(now, [this](const Session& session) {
+    return links_.hasAny(session) || wishes_.uses(session);
+  });
+  for (const std::int64_t step : others)
     if (step >= 0 && (nextStep_ < 0 || step < nextStep_)) nextStep_ = step;
   tellReady();
 }
