@@ -58,7 +58,7 @@ test_bridge() {
     grep -qe "$option\b" <<<"$page" || fail "hublink-bridge(1) is silent about $option"
   done
   sed 's/^# \(name\|export\|import\|export-value\) = /\1 = /' "$example" >"$scratch/bridge.conf"
-  hublink-bridge --realm r --config "$scratch/bridge.conf" --grace -1 2>&1 | grep -q grace ||
+  grep -q grace <(hublink-bridge --realm r --config "$scratch/bridge.conf" --grace -1 2>&1) ||
     fail "the example isn't read up to the option behind it"
   grep -q "^ExecStart=$(command -v hublink-bridge) " /usr/lib/systemd/user/hublink-bridge@.service ||
     fail "the unit starts another program"

@@ -5,11 +5,11 @@
 // Packets pass through it unread, in runs of whole ones.
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "hublink_plugin/hublink_plugin.h"
 #include "stp_transport/transport/response_listener.h"
@@ -20,7 +20,9 @@ namespace bridge {
 struct RemotePluginKey {
   std::string machine;
   std::int32_t pluginID = -1;
-  auto operator<=>(const RemotePluginKey&) const = default;
+  bool operator<(const RemotePluginKey& other) const {
+    return std::tie(machine, pluginID) < std::tie(other.machine, other.pluginID);
+  }
 };
 
 class StandIn;
