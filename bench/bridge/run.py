@@ -2,9 +2,9 @@
 
 A round trip, a stream of small messages and one of large ones go over two hubs and two bridges,
 over one hub, and plainly over NATS by its C client, through one nats-server. The runs are
-interleaved, and a ratio is the median of the ratios of the same run. Then a realm of many bridges is
-put up: how long a new service takes until all others can have it, and what a bridge costs
-that does nothing. `./dev bench --bridge` builds and installs what this needs.
+interleaved, and a ratio is the median of the ratios of the same run. Then a realm of many bridges
+is put up: how long a new service takes until all others can have it, and what a bridge costs that
+does nothing. `./dev bench --bridge` builds and installs what this needs.
 """
 
 import argparse
