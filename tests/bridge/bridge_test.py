@@ -12,6 +12,7 @@ import tempfile
 import time
 
 import realm as realms
+from realm import LIMIT
 
 GRACE = 2  # seconds that links outlast a cut, in these tests
 TOLD = GRACE + 5 + 3  # within which every end is told, on a busy machine
@@ -86,6 +87,16 @@ def starts(realm):
     there.control("provider", "Hidden", "--start")
     here.await_service("Hidden")  # once it runs, the pattern is enough
     check_run(requester, "Hidden", False)
+    # A hub may know how to start a bridge, and does when somebody needs one.
+    lazy = realm.machine("lazy")
+    lazy.start_hub(("hublink.bridge", (realm.bin / "hublink-bridge", "--realm", "test", "--name",
+                                       "lazy", "--nats", lazy.url())))
+    check_run(lazy.peer(2, "requester", "-"), "Started", False)
+    # Who comes under a name that is taken says so and goes.
+    second = third.start(realm.bin / "hublink-bridge", "--realm", "test", "--name", "there",
+                         "--nats", third.url(), "-hl_zone", third.zone)
+    second.process.wait(LIMIT)
+    assert second.process.returncode == 1
 
 
 def ends(realm):

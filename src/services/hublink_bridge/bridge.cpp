@@ -18,6 +18,10 @@ namespace {
 constexpr const char* kSession = "session";
 // Milliseconds that a machine may be silent beyond the grace: two announcements and some.
 constexpr std::int64_t kSilence = 5000;
+// How long the realm may take to make itself known to a bridge that has come, and how long that may
+// take with a server that isn't there, in ms.
+constexpr int kSettleTime = 500;
+constexpr int kMostSettleTime = 3000;
 // How often a hub is looked for that isn't there, in ms.
 constexpr std::int64_t kHubInterval = 1000;
 // The most bytes of a session's message: larger ones cost the servers more than they gain.
@@ -128,6 +132,7 @@ void Bridge::natsState(bool isConnected, const std::string& text) {
         nats_.maxPayload() - kSlack, Session::kLeastMaxMessage, kMostMessage));
     sessions_.setOptions(session);
     announcer_.connected();
+    plugin_.callLater(kSettleTime, [this] { wishes_.settle(); });
   }
   sessions_.carrierChanged(isConnected, clockNow());
   if (isTold_) tell(isConnected ? "connected to " + text : "NATS: " + text);
@@ -255,6 +260,7 @@ bool Bridge::start(std::string& error) {
     if (options_.keepsHub || options_.hubPort != 0) return false;
     tell("waiting for a hub: " + error);
   }
+  plugin_.callLater(kMostSettleTime, [this] { wishes_.settle(); });
   const std::string prefix = "hublink." + options_.realm + ".";
   nats_.subscribe(prefix + options_.machine + ".>");
   nats_.subscribe(prefix + kEverybody + ".>");

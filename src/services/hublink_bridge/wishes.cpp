@@ -26,11 +26,12 @@ void Wishes::wanted(const hubbridge::Wanted& message) {
   wish.body.requesterProgram = message.requester_program;
   wish.body.workingDirectory = message.working_dir;
   for (const std::string& text : message.name_value_pairs) wish.body.pairs.emplace_back(text);
-  if (message.provider_id == -1) {
-    wish.machines = parts_.members.choose(message.service);
-  } else if (const StandIn* standIn = parts_.standIns.findLocal(message.provider_id)) {
-    wish.body.providerID = standIn->key().pluginID;
-    if (parts_.members.isImported(message.service)) wish.machines = {standIn->key().machine};
+  if (message.provider_id != -1) {
+    wish.isForAnybody = false;
+    const StandIn* standIn = parts_.standIns.findLocal(message.provider_id);
+    if (standIn) wish.body.providerID = standIn->key().pluginID;
+    if (standIn && parts_.members.isImported(message.service))
+      wish.machines = {standIn->key().machine};
   }
   begin(message.cookie, std::move(wish));
 }
@@ -41,15 +42,28 @@ void Wishes::providerWanted(const hubbridge::WantedProvider& message) {
   if (message.start) wish.body.flags |= OpenBody::kMayStart;
   wish.body.service = message.service;
   wish.body.workingDirectory = message.working_dir;
-  wish.machines = parts_.members.choose(message.service);
   begin(message.cookie, std::move(wish));
 }
 
 void Wishes::begin(std::int32_t cookie, Wish wish) {
   if (const auto old = wishes_.find(cookie); old != wishes_.end()) forget(old);
   wish.limit = parts_.plugin.callLater(kWishTime, [this, cookie] { fail(cookie); });
+  if (wish.isForAnybody) wish.machines = parts_.members.choose(*wish.body.service);
+  const bool waits = wish.isForAnybody && wish.machines.empty() && !isSettled_;
   wishes_[cookie] = std::move(wish);
-  tryNext(cookie);
+  if (!waits) tryNext(cookie);
+}
+
+void Wishes::settle() {
+  if (std::exchange(isSettled_, true)) return;
+  std::vector<std::int32_t> waiting;
+  for (const auto& [cookie, wish] : wishes_)
+    if (!wish.session && wish.next == 0) waiting.push_back(cookie);
+  for (const std::int32_t cookie : waiting) {
+    Wish& wish = wishes_[cookie];
+    wish.machines = parts_.members.choose(*wish.body.service);
+    tryNext(cookie);
+  }
 }
 
 void Wishes::tryNext(std::int32_t cookie) {

@@ -24,6 +24,10 @@ class Wishes : public WishListener {
   void providerWanted(const hubbridge::WantedProvider& wish) override;
   void noLongerWanted(std::int32_t cookie) override;
 
+  /// The realm has had time to make itself known. Until then a wish that nobody seems to fulfil
+  /// waits: a bridge that was started for it has heard of nobody yet.
+  void settle();
+
   /// The answer of another machine. False if it is malformed: the session is to end.
   bool opened(Session& session, const Frame& frame);
   /// The other machine has gone back on it. False if this isn't one of the wishes' links.
@@ -40,6 +44,7 @@ class Wishes : public WishListener {
     OpenBody body;
     std::vector<std::string> machines;
     std::size_t next = 0;
+    bool isForAnybody = true;    // else for the one machine
     Session* session = nullptr;  // of the machine that is asked
     std::uint32_t number = 0;
     bool isAnswered = false;  // there is a provider, and its stand-in is being prepared
@@ -63,6 +68,7 @@ class Wishes : public WishListener {
   std::map<std::int32_t, Wish> wishes_;  // by the hub's cookie
   std::map<LinkKey, std::int32_t> cookies_;
   std::uint32_t lastNumber_ = 0;
+  bool isSettled_ = false;
 };
 
 }  // namespace bridge
