@@ -99,6 +99,24 @@ def starts(realm):
     assert second.process.returncode == 1
 
 
+def values(realm):
+    """Values are told if they are exported, to machines that have a link with the plugin."""
+    here, there = two_machines(realm, "Echo")
+    there.bridge.kill()
+    there.start_bridge("--export", "Echo", "--export-value", "col*")
+    there.streamer("echo", "Echo")
+    here.await_service("Echo")
+    number = here.control("provider", "Echo")[1].strip()
+    assert here.control("value", number, "color")[0] == 1  # nobody here has a link with it
+    stream = here.streamer("stream", "Echo", 100)
+    stream.expect("linked")
+    assert here.control("value", number, "color") == (0, "blue\n")
+    for name in ("secret", "colour"):
+        assert here.control("value", number, name)[0] == 1
+    stream.ask("stop")
+    stream.expect("intact: ")
+
+
 def ends(realm):
     """Whoever goes is missed by the other side, in the time that is told."""
     here, there = two_machines(realm, "Matrix")
@@ -210,7 +228,7 @@ def slow(realm):
     assert all(one < 64 << 20 for one in grown), grown
 
 
-PARTS = {part.__name__: part for part in (everyday, starts, ends, cuts, slow)}
+PARTS = {part.__name__: part for part in (everyday, starts, values, ends, cuts, slow)}
 
 
 def main():

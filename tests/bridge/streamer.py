@@ -21,6 +21,7 @@ async def echo(plugin, service):
             await link.send(packet)
         print("link ended", flush=True)
 
+    plugin.on_value_request({"color": "blue", "secret": "red"}.get)
     await plugin.provide(service, serve)
     print("ready", flush=True)
     await asyncio.Event().wait()
