@@ -7,6 +7,7 @@ the matrix of languages, in C++, and streams of numbered packets (streamer.py)."
 
 import contextlib
 import os
+import subprocess
 import sys
 import tempfile
 import time
@@ -14,6 +15,7 @@ import time
 import realm as realms
 from realm import LIMIT
 
+HOSTILE = realms.HERE / "hostile.py"
 GRACE = 2  # seconds that links outlast a cut, in these tests
 TOLD = GRACE + 5 + 3  # within which every end is told, on a busy machine
 # How long the long stream lasts: a minute when asked for.
@@ -117,6 +119,34 @@ def values(realm):
     stream.expect("intact: ")
 
 
+def hostile(realm):
+    """A member that means ill gets nothing, and the links of others go on."""
+    realm.start_nats()
+    here, there, third = (realm.machine(name) for name in ("here", "there", "third"))
+    here.start_hub()
+    there.start_hub(("Startable", (realm.bin / "language_peer_1", "provider", "Startable")))
+    here.start_bridge(grace=10)
+    there.start_bridge("--export", "Echo,Star*,hublink.*", "--export-value", "*", grace=10)
+    there.streamer("echo", "Echo")
+    there.peer(1, "provider", "Secret")
+    here.await_service("Echo")
+    stream = here.streamer("stream", "Echo", 500)
+    stream.expect("linked")
+    bridges = [here.bridge, there.bridge]
+    before = [one.resident() for one in bridges]
+    eve = third.start("python3", HOSTILE, f"10.77.{third.number}.1", realm.ports[0], "there")
+    eve.expect("done", 60)
+    stream.ask("stop")
+    print("  " + stream.expect("intact: "), flush=True)
+    grown = [one.resident() - start for one, start in zip(bridges, before)]
+    assert all(one < 64 << 20 for one in grown), grown
+    # All goes on for those who come now.
+    later = here.streamer("stream", "Echo", 500)
+    later.expect("linked")
+    later.ask("stop")
+    later.expect("intact: ")
+
+
 def ends(realm):
     """Whoever goes is missed by the other side, in the time that is told."""
     here, there = two_machines(realm, "Matrix")
@@ -208,7 +238,7 @@ def slow(realm):
     provider = there.peer(1, "provider", "Matrix")
     here.await_service("Matrix")
     requester = here.peer(1, "requester", "-")
-    megabytes = 290  # more than the hub and the sender hold together
+    megabytes = 600  # more than two hubs, two bridges and the sender hold together
     requester.ask(f"flood Matrix {megabytes}")
     requester.expect("flooding")
     provider.signal(19)  # SIGSTOP
@@ -216,10 +246,13 @@ def slow(realm):
     before = [one.resident() for one in between]
     requester.ask("go")
     # As much as may go has gone when the memory of the other hub doesn't grow any more.
+    begun = there.hub.resident()
+    realms.until(lambda: there.hub.resident() > begun + (1 << 20), "the flood")
     last = -1
     while (now := there.hub.resident()) != last:
         last = now
         time.sleep(0.5)
+    assert requester.says_nothing_yet()
     grown = [one.resident() - start for one, start in zip(between, before)]
     provider.signal(18)  # SIGCONT
     requester.expect("handed over")
@@ -228,13 +261,14 @@ def slow(realm):
     assert all(one < 64 << 20 for one in grown), grown
 
 
-PARTS = {part.__name__: part for part in (everyday, starts, values, ends, cuts, slow)}
+PARTS = {part.__name__: part for part in (everyday, starts, values, hostile, ends, cuts, slow)}
 
 
 def main():
     build, *names = sys.argv[1:]
     if not realms.can_make_namespaces():
-        if "HUBLINK_UNSHARED" in os.environ:
+        unshared = subprocess.run(["unshare", "-rnm", "true"], capture_output=True)
+        if "HUBLINK_UNSHARED" in os.environ or unshared.returncode != 0:
             print("SKIPPED: this user can't make network namespaces")
             sys.exit(77)
         os.environ["HUBLINK_UNSHARED"] = "1"

@@ -216,8 +216,9 @@ class Realm:
 
 def can_make_namespaces():
     """Root can. Elsewhere the test is run again as the root of a user namespace of its own."""
-    if os.geteuid() == 0 and subprocess.run(
-            ["ip", "netns", "add", "hl-try"], capture_output=True).returncode == 0:
-        run("ip", "netns", "del", "hl-try")
-        return True
-    return False
+    name = f"hl{os.getpid()}-try"
+    if os.geteuid() != 0 or subprocess.run(["ip", "netns", "add", name],
+                                           capture_output=True).returncode != 0:
+        return False
+    run("ip", "netns", "del", name)
+    return True

@@ -30,6 +30,10 @@ constexpr std::int64_t kAliveInterval = 2000;  // ms
 // In how many of these intervals each machine is measured once.
 constexpr std::size_t kMeasuringRound = 15;
 constexpr std::size_t kServicesOfPage = 200;
+// How long a bridge counts as one that has just come, and how often it tells of another of its
+// name, in ms.
+constexpr std::int64_t kStartTime = 2000;
+constexpr std::int64_t kWarnInterval = 60000;
 // A machine that asks more often than this in ms gets no answer: it asks again with the next alive.
 constexpr std::int64_t kHelloInterval = 200;
 constexpr std::size_t kMostAnswered = 2 * Members::kMostMachines;
@@ -84,7 +88,8 @@ void Announcer::sayState(const std::string& to) {
   }
 }
 
-void Announcer::connected() {
+void Announcer::connected(std::int64_t now) {
+  if (startedUntil_ == 0) startedUntil_ = now + kStartTime;
   pings_.clear();
   say(kEverybody, kHello);
   sayState(kEverybody);
@@ -142,13 +147,20 @@ std::int64_t Announcer::step(std::int64_t now) {
   return aliveDue_ - now;
 }
 
-// The younger one of two bridges of one name leaves.
-void Announcer::ownNameHeard(const NatsMessage& message) {
+// The younger one of two bridges of one name leaves, if it has just come.
+void Announcer::ownNameHeard(const NatsMessage& message, std::int64_t now) {
   const std::string incarnation = message.header(kIncarnation);
   const std::string since = message.header(kSince);
   if (incarnation.empty() || incarnation == incarnation_ || since.empty()) return;
   const auto theirs = static_cast<std::int64_t>(numberIn(since));
-  if (std::pair(theirs, incarnation) < std::pair(since_, incarnation_)) taken_();
+  const bool isOlder = std::pair(theirs, incarnation) < std::pair(since_, incarnation_);
+  if (isOlder && now < startedUntil_) {
+    taken_();
+  } else if (now - warnedAt_ >= kWarnInterval) {
+    warnedAt_ = now;
+    std::fprintf(stderr, "hublink-bridge: somebody else in the realm goes by the name of %s\n",
+                 machine_.c_str());
+  }
 }
 
 void Announcer::stateArrived(const std::string& machine, const NatsMessage& message,
@@ -171,7 +183,7 @@ bool Announcer::take(const Subject& subject, const NatsMessage& message, std::in
   const std::string_view what = subject.what;
   if (from == machine_) {
     if (what == kHello) answerHello(from, now);  // so that the other learns who was here before
-    ownNameHeard(message);
+    ownNameHeard(message, now);
     return true;
   }
   if (what == kAlive) {

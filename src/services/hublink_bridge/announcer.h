@@ -17,12 +17,13 @@ namespace bridge {
 
 class Announcer {
  public:
-  /// `taken` is called if an older bridge of this name is in the realm.
+  /// `taken` is called if an older bridge of this name is found in the realm at the start. Later on
+  /// that is only told on standard error: anybody may say it who isn't held to his name.
   Announcer(NatsConnection& nats, Members& members, const Exports& exports, std::string realm,
             std::string machine, std::function<void()> taken);
 
   /// There is a connection to NATS, again: all is said anew.
-  void connected();
+  void connected(std::int64_t now);
   /// Another list of exports is to be told.
   void exportsChanged() { isStateDue_ = true; }
   void memberCame(const std::string& machine);
@@ -44,7 +45,7 @@ class Announcer {
   void ping(const std::string& machine);
   void pingNext();
   NatsHeaders ownHeaders() const;
-  void ownNameHeard(const NatsMessage& message);
+  void ownNameHeard(const NatsMessage& message, std::int64_t now);
   void stateArrived(const std::string& machine, const NatsMessage& message, std::int64_t now);
 
   NatsConnection& nats_;
@@ -58,6 +59,8 @@ class Announcer {
   std::uint64_t state_ = 1;  // number of the list of exports
   bool isStateDue_ = false;
   std::int64_t aliveDue_ = 0;
+  std::int64_t startedUntil_ = 0;               // when the start is over; 0: it hasn't begun
+  std::int64_t warnedAt_ = 0;                   // of another bridge of this name
   std::map<std::string, std::uint64_t> pings_;  // the latest to each machine that has no answer
   std::string lastPinged_;
   std::map<std::string, std::int64_t> answered_;  // when a machine's hello was, at the latest

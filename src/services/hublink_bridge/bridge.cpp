@@ -131,7 +131,7 @@ void Bridge::natsState(bool isConnected, const std::string& text) {
     session.maxMessage = static_cast<std::size_t>(std::clamp<std::int64_t>(
         nats_.maxPayload() - kSlack, Session::kLeastMaxMessage, kMostMessage));
     sessions_.setOptions(session);
-    announcer_.connected();
+    announcer_.connected(clockNow());
     plugin_.callLater(kSettleTime, [this] { wishes_.settle(); });
   }
   sessions_.carrierChanged(isConnected, clockNow());
@@ -262,8 +262,9 @@ bool Bridge::start(std::string& error) {
   }
   plugin_.callLater(kMostSettleTime, [this] { wishes_.settle(); });
   const std::string prefix = "hublink." + options_.realm + ".";
-  nats_.subscribe(prefix + options_.machine + ".>");
+  // In this order they are handed over: who a machine is before what it wants of this one.
   nats_.subscribe(prefix + kEverybody + ".>");
+  nats_.subscribe(prefix + options_.machine + ".>");
   return nats_.connect(options_.nats, error);
 }
 
