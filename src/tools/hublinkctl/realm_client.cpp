@@ -31,15 +31,16 @@ class RealmView : public realm::Viewer {
  protected:
   void onBridgeDescription(const realm::BridgeDescription& message) override {
     if (message.cookie != cookie) return;
+    // An empty text says that there is nothing, which is known.
     items.push_back({{"realm", message.realm},
                      {"machine", message.machine},
                      {"version", text(message.version)},
                      {"connected", message.connected},
-                     {"server", text(message.server)},
-                     {"error", text(message.error)},
+                     {"server", message.server},
+                     {"error", message.error},
                      {"since", when(message.since)},
-                     {"exports", text(message.exports)},
-                     {"imports", text(message.imports)},
+                     {"exports", message.exports},
+                     {"imports", message.imports.empty() ? "*" : message.imports},
                      {"machines", message.machines},
                      {"services", message.services},
                      {"links", message.links},
