@@ -6,6 +6,7 @@ PART is one of those below. Each machine is a network namespace (realm.py); the 
 the matrix of languages, in C++, and streams of numbered packets (streamer.py)."""
 
 import contextlib
+import json
 import os
 import subprocess
 import sys
@@ -261,7 +262,54 @@ def slow(realm):
     assert all(one < 64 << 20 for one in grown), grown
 
 
-PARTS = {part.__name__: part for part in (everyday, starts, values, hostile, ends, cuts, slow)}
+def looks(realm):
+    """People see the bridge, the other machines, and who stands for whom."""
+    here, there = two_machines(realm, "Matrix*")
+    lonely = realm.machine("lonely")
+    lonely.start_hub()
+    assert lonely.control("bridge")[0] == lonely.control("list", "--realm")[0] == 1
+
+    def seen(machine, *what):
+        code, text = machine.control(*what, "--json")
+        assert code == 0, text
+        return json.loads(text)
+
+    # More than a page.
+    providers = [there.peer(2, "provider", f"Matrix{i}") for i in range(3)]
+    there.streamer("offer", "Matrix-", 250)
+    services = realms.until(lambda: len(found := seen(here, "list", "services", "--realm")) == 253
+                            and found, "all services")
+    assert len({one["name"] for one in services}) == 253
+    assert all(one["machine"] == "there" and one["state"] == "running" and one["imported"]
+               for one in services)
+    requester = here.peer(2, "requester", "-")
+    requester.ask("hold Matrix1")
+    requester.expect("held")
+    link, = seen(here, "list", "links", "--realm")
+    other, = seen(there, "list", "links", "--realm")
+    ends = ("service", "requester_machine", "requester_id", "provider_machine", "provider_id")
+    assert [link[end] for end in ends] == [other[end] for end in ends]
+    assert (link["requester_machine"], link["provider_machine"]) == ("here", "there")
+    assert link["sent_packets"] == other["received_packets"] > 0
+    # The stand-in is the same plugin for the bridge and for the hub.
+    plugin, = [one for one in seen(here, "list", "plugins", "--realm") if one["links"]]
+    assert plugin["plugin_id"] == link["provider_id"]
+    shown = seen(here, "show", plugin["stand_in"])
+    assert (shown["machine"], shown["remote_id"]) == ("there", link["provider_id"])
+    machine, = seen(here, "machines")
+    assert (machine["name"], machine["services"], machine["links"]) == ("there", 253, 1)
+    assert machine["round_trip"] > 0
+    requester.kill()
+    providers[1].expect("ended")
+    bridge = realms.until(lambda: (now := seen(here, "bridge"))["links"] == 0 and now, "no link")
+    assert bridge["connected"] and bridge["machines"] == 1 and bridge["services"] == 253
+    assert bridge["sent_packets"] >= link["sent_packets"]  # counts outlive their link
+    realm.nats[0].kill()
+    bridge = realms.until(lambda: not (now := seen(here, "bridge"))["connected"] and now, "the cut")
+    assert bridge["error"] and not bridge["server"]
+
+
+PARTS = {part.__name__: part for part in (everyday, starts, values, hostile, ends, cuts, slow, looks)}
 
 
 def main():

@@ -2,11 +2,12 @@
 
     streamer.py echo SERVICE [options of a plugin]
     streamer.py stream SERVICE RATE [options]
+    streamer.py offer SERVICE COUNT [options]
 
 The second asks for the service and sends until it reads `stop`; then it waits for all that is still
 to come back, and tells whether every packet came back once and in its place: "intact: COUNT", or
 what is wrong. `ended: COUNT` stands for a link that has ended before, with what came until then in
-order.
+order. The third registers SERVICE0, SERVICE1 and so on.
 """
 
 import asyncio
@@ -23,6 +24,13 @@ async def echo(plugin, service):
 
     plugin.on_value_request({"color": "blue", "secret": "red"}.get)
     await plugin.provide(service, serve)
+    print("ready", flush=True)
+    await asyncio.Event().wait()
+
+
+async def offer(plugin, service, count):
+    for number in range(count):
+        await plugin.provide(f"{service}{number}", lambda link: None)
     print("ready", flush=True)
     await asyncio.Event().wait()
 
@@ -81,6 +89,8 @@ async def main():
     async with hublink.connect(sys.argv) as plugin:
         if role == "echo":
             await echo(plugin, service)
+        elif role == "offer":
+            await offer(plugin, service, int(sys.argv[3]))
         else:
             await stream(plugin, service, float(sys.argv[3]))
 

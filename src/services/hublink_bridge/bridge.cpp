@@ -53,10 +53,12 @@ Bridge::Bridge(Options options)
       wishes_(parts_),
       visits_(parts_),
       values_(parts_),
-      announcer_(nats_, members_, exports_, options_.realm, options_.machine, [this] {
-        stop(1,
-             "the realm " + options_.realm + " has another bridge of the name " + options_.machine);
-      }) {
+      announcer_(nats_, members_, exports_, options_.realm, options_.machine,
+                 [this] {
+                   stop(1, "the realm " + options_.realm + " has another bridge of the name " +
+                               options_.machine);
+                 }),
+      realm_(parts_, nats_, options_) {
   members_.setImports(options_.imports);
 }
 
@@ -92,7 +94,7 @@ bool Bridge::connectHub(std::string& error) {
   if (port <= 0) {
     error = "the hub doesn't tell where it listens";
   } else if (standIns_.setHubPort(static_cast<std::uint16_t>(port));
-             desk_.open(plugin_, error) && exports_.watch(plugin_, error)) {
+             desk_.open(plugin_, error) && exports_.watch(plugin_, error) && realm_.open(error)) {
     hasHub_ = true;
     return true;
   }
@@ -125,6 +127,7 @@ void Bridge::watchHub() {
 // --- NATS ---
 
 void Bridge::natsState(bool isConnected, const std::string& text) {
+  realm_.natsState(isConnected, text);
   if (isConnected) {
     SessionOptions session;
     session.grace = options_.grace;
@@ -245,6 +248,7 @@ void Bridge::valueAsked(StandIn& standIn, std::int32_t requestingPluginID, const
 }
 
 void Bridge::linkEnded(Link& link) {
+  realm_.linkEnded(link);
   StandIn* standIn = link.standIn();
   if (!standIn) return;
   // The RN was made for this link; one of a request's goes by itself.

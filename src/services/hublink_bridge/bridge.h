@@ -6,6 +6,7 @@
 //   SessionTable     reliable streams of frames          StandInTable  the hub's view of others
 //   Wishes           links that plugins here ask for     Visits      and those of elsewhere
 //   LinkTable        links that are up                   Values      questions about values
+//   RealmDesk        what people are told of all that
 //
 // One thread does it all. A pass reads what has come on either side, and writes at its end what has
 // become of it, so that a packet goes through in one pass.
@@ -23,6 +24,7 @@
 #include "services/hublink_bridge/members.h"
 #include "services/hublink_bridge/nats_connection.h"
 #include "services/hublink_bridge/options.h"
+#include "services/hublink_bridge/realm_desk.h"
 #include "services/hublink_bridge/session_table.h"
 #include "services/hublink_bridge/stand_in_table.h"
 #include "services/hublink_bridge/values.h"
@@ -92,6 +94,7 @@ class Bridge : private NatsListener,
   Visits visits_;
   Values values_;
   Announcer announcer_;
+  RealmDesk realm_;
   std::vector<unsigned char> taken_;  // a message for a session, which is changed there
   std::int64_t nextStep_ = 0;         // ms until something of the tables is due; -1: nothing
   bool hasHub_ = false;

@@ -13,6 +13,7 @@ void addHubCommands(CLI::App& app, Options& options, int& exitCode);
 void addHubsCommand(CLI::App& app, Options& options, int& exitCode);
 void addInternalLogCommand(CLI::App& app, Options& options, int& exitCode);
 void addListCommands(CLI::App& app, Options& options, int& exitCode);
+void addRealmCommands(CLI::App& app, Options& options, int& exitCode);
 void addServiceCommands(CLI::App& app, Options& options, int& exitCode);
 void addInterfaceCommands(CLI::App& app, Options& options, int& exitCode);
 void addPingCommand(CLI::App& app, Options& options, int& exitCode);

@@ -8,6 +8,7 @@
 #include "platform/process.h"
 #include "platform/terminal.h"
 #include "tools/hublinkctl/commands.h"
+#include "tools/hublinkctl/realm_client.h"
 #include "tools/hublinkctl/status_client.h"
 #include "tools/hublinkctl/table.h"
 
@@ -35,7 +36,8 @@ const std::vector<Kind>& kinds() {
                                        {"WAITING", "waiting", Shown::count},
                                        {"QUEUED", "queued_bytes", Shown::bytes},
                                        {"SLOW", "slow_since", Shown::age},
-                                       {"STALLED", "stalled", Shown::count}}},
+                                       {"STALLED", "stalled", Shown::count},
+                                       {"MACHINE", "machine"}}},
                                      {"services",
                                       Listed::services,
                                       {{"SERVICE", "name"},
@@ -66,12 +68,52 @@ const std::vector<Kind>& kinds() {
   return all;
 }
 
+struct RealmKind {
+  const char* name;
+  RealmListed what;
+  std::vector<Column> columns;
+};
+
+// The same of other machines.
+const std::vector<RealmKind>& realmKinds() {
+  static const std::vector<RealmKind> all{{"plugins",
+                                           RealmListed::plugins,
+                                           {{"MACHINE", "machine"},
+                                            {"PLUGIN", "plugin_id", Shown::count},
+                                            {"PROGRAM", "program"},
+                                            {"STAND-IN", "stand_in", Shown::count},
+                                            {"SERVICES", "services", Shown::count},
+                                            {"LINKS", "links", Shown::count}}},
+                                          {"services",
+                                           RealmListed::services,
+                                           {{"SERVICE", "name"},
+                                            {"MACHINE", "machine"},
+                                            {"STATE", "state"},
+                                            {"PLUGIN", "plugin_id", Shown::count},
+                                            {"PROGRAM", "program"},
+                                            {"IMPORTED", "imported"}}},
+                                          {"links",
+                                           RealmListed::links,
+                                           {{"SERVICE", "service"},
+                                            {"FROM", "requester_machine"},
+                                            {"REQUESTER", "requester_id", Shown::count},
+                                            {"TO", "provider_machine"},
+                                            {"PROVIDER", "provider_id", Shown::count},
+                                            {"AGE", "since", Shown::age},
+                                            {"PACKETS SENT", "sent_packets", Shown::count},
+                                            {"BYTES SENT", "sent_bytes", Shown::bytes},
+                                            {"PACKETS GOT", "received_packets", Shown::count},
+                                            {"BYTES GOT", "received_bytes", Shown::bytes}}}};
+  return all;
+}
+
 struct ListOptions {
   std::string what;  ///< empty: all of them
   std::string sort;
   std::vector<std::string> filters;
   bool reverse = false;
   bool watch = false;
+  bool realm = false;  ///< of other machines
 };
 
 // Whether an item has, for each filter FIELD=TEXT, that text in that field.
@@ -100,10 +142,13 @@ std::size_t width() {
   return static_cast<std::size_t>(std::max(platform::terminalSize().columns, 0));
 }
 
-bool listOnce(Session& session, StatusClient& client, const ListOptions& how, bool json) {
+// `Client` tells of `kinds`.
+template <class Client, class Kinds>
+bool listOnce(Session& session, Client& client, const Kinds& kinds, const ListOptions& how,
+              bool json) {
   Facts object = Facts::object();
   std::string text;
-  for (const Kind& kind : kinds()) {
+  for (const auto& kind : kinds) {
     if (!how.what.empty() && how.what != kind.name) continue;
     const auto items = client.list(kind.what);
     if (!items) return false;
@@ -116,16 +161,17 @@ bool listOnce(Session& session, StatusClient& client, const ListOptions& how, bo
   return json ? session.print(how.what.empty() ? object : object.front()) : session.printText(text);
 }
 
-bool list(Session& session, const ListOptions& how, bool json) {
-  StatusClient client(session);
+template <class Client, class Kinds>
+bool list(Session& session, const Kinds& kinds, const ListOptions& how, bool json) {
+  Client client(session);
   if (!client.open()) return false;
-  if (!how.watch) return listOnce(session, client, how, json);
+  if (!how.watch) return listOnce(session, client, kinds, how, json);
   platform::installStopSignals();
   const bool clears = !json && platform::isTerminal(1);
   while (!platform::stopRequested()) {
     session.restartClock();
     if (clears && !session.printText("\x1b[H\x1b[2J")) return false;
-    if (!listOnce(session, client, how, json)) return false;
+    if (!listOnce(session, client, kinds, how, json)) return false;
     session.plugin().serveUntil([] { return platform::stopRequested(); }, kWatchStep);
     if (!session.plugin().isConnected()) return session.failGone();
   }
@@ -209,8 +255,13 @@ void addList(CLI::App& app, Options& options, int& exitCode) {
       ->type_name("FIELD=TEXT")
       ->check(CLI::Validator(isFilter, ""));
   command->add_flag("--watch", how->watch, "Again and again, each second");
-  runsOnHub(command, options, exitCode,
-            [&options, how](Session& session) { return list(session, *how, options.json); });
+  command->add_flag("--realm", how->realm, "Of the other machines that the hub's bridge knows");
+  runsOnHub(command, options, exitCode, [&options, how](Session& session) {
+    if (!how->realm) return list<StatusClient>(session, kinds(), *how, options.json);
+    if (how->what == kinds().back().name)
+      return session.fail(ExitCode::usage, "launches of other machines aren't told");
+    return list<RealmClient>(session, realmKinds(), *how, options.json);
+  });
 }
 
 }  // namespace

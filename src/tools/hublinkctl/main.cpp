@@ -71,6 +71,7 @@ int run(int argc, char** argv) {
   addHubsCommand(app, options, exitCode);
   addInternalLogCommand(app, options, exitCode);
   addListCommands(app, options, exitCode);
+  addRealmCommands(app, options, exitCode);
   addTopCommand(app, options, exitCode);
   addServiceCommands(app, options, exitCode);
   addInterfaceCommands(app, options, exitCode);
