@@ -309,7 +309,8 @@ def looks(realm):
     assert bridge["error"] and not bridge["server"]
 
 
-PARTS = {part.__name__: part for part in (everyday, starts, values, hostile, ends, cuts, slow, looks)}
+PARTS = {part.__name__: part
+         for part in (everyday, starts, values, hostile, ends, cuts, slow, looks)}
 
 
 def main():
