@@ -290,7 +290,8 @@ def looks(realm):
     ends = ("service", "requester_machine", "requester_id", "provider_machine", "provider_id")
     assert [link[end] for end in ends] == [other[end] for end in ends]
     assert (link["requester_machine"], link["provider_machine"]) == ("here", "there")
-    assert link["sent_packets"] == other["received_packets"] > 0
+    realms.until(lambda: seen(here, "list", "links", "--realm")[0]["sent_packets"] ==
+                 seen(there, "list", "links", "--realm")[0]["received_packets"] > 0, "the count")
     # The stand-in is the same plugin for the bridge and for the hub.
     plugin, = [one for one in seen(here, "list", "plugins", "--realm") if one["links"]]
     assert plugin["plugin_id"] == link["provider_id"]
@@ -298,7 +299,7 @@ def looks(realm):
     assert (shown["machine"], shown["remote_id"]) == ("there", link["provider_id"])
     machine, = seen(here, "machines")
     assert (machine["name"], machine["services"], machine["links"]) == ("there", 253, 1)
-    assert machine["round_trip"] > 0
+    realms.until(lambda: seen(here, "machines")[0]["round_trip"], "a round trip")
     requester.kill()
     providers[1].expect("ended")
     bridge = realms.until(lambda: (now := seen(here, "bridge"))["links"] == 0 and now, "no link")
