@@ -11,6 +11,7 @@
 #include "support/hub_test.h"
 
 using ::testing::AllOf;
+using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -315,7 +316,8 @@ TEST_F(LaunchTest, AClientStartsItsOwnProvider) {
 TEST_F(LaunchTest, ALaunchDelaysNobody) {
   first->ask("Slow", 1);
   first->query("OnPath", 2);
-  EXPECT_EQ(first->counts(), "1/1") << "who has asked himself isn't kept waiting either";
+  EXPECT_THAT(first->counts(), AnyOf("1/1", "2/1", "2/2"))
+      << "who has asked himself isn't kept waiting either; the quick program may be there";
   EXPECT_EQ(first->next(), "PluginIdForServiceReplyEvent 2 'OnPath' 2 0");
   RawEnds raw = joinTwo();
   auto& [a, b] = raw;
