@@ -192,7 +192,7 @@ test("what came before the end of a link is still handled", async (context) => {
   assert.deepEqual(words, [1, 2, 3]);
 });
 
-test("who sends waits for a slow handler", async (context) => {
+test("nothing is lost behind a slow handler", async (context) => {
   const hub = new Hub(context);
   let release!: () => void;
   const released = new Promise<void>((resolve) => (release = resolve));
@@ -211,13 +211,10 @@ test("who sends waits for a slow handler", async (context) => {
   const left = new first.VectorsLeft(link, { onConfirm: () => ({}) });
   await left.ready();
   const numbers = new Int32Array(1 << 18);
-  const count = 80;
-  let isSent = false;
-  let sent: Promise<void> | undefined;
-  for (let last = 0; last < count; ++last) sent = left.loose({ numbers, last });
-  void sent?.then(() => (isSent = true));
-  await new Promise((resolve) => setTimeout(resolve, 500));
-  assert.equal(isSent, false);
+  const count = 80; // MiB: more than either end takes in before it waits
+  for (let last = 0; last < count; ++last) void left.loose({ numbers, last });
+  // The hub may hold the rest, so whether all has been sent says nothing; but none is handled.
+  assert.deepEqual(seen, []);
   release();
   await left.ping({}, { timeout: -1 });
   assert.deepEqual(seen, [...Array(count).keys()]);
