@@ -592,10 +592,9 @@ TEST_F(HublinkctlTest, ALivePictureOfTheTraffic) {
 
   // On a terminal, by keys, which is given back after a key and after a signal.
   const std::string top = HUBLINKCTL " --port " + std::to_string(port) + " top; stty -a' /dev/null";
-  HubProcess terminals(
-      {"-c", "(sleep 1; printf 'l\\033[Ar'; sleep 1; printf q) | script -qec '" + top +
-                 "; script -qec 'timeout --foreground 2 " + top},
-      directory, 0, "sh");
+  HubProcess terminals({"-c", "(sleep 1; printf 'l\\033[Ar'; sleep 1; printf q) | script -qec '" +
+                                  top + "; script -qec 'timeout --foreground 2 " + top},
+                       directory, 0, "sh");
   EXPECT_EQ(endOf(terminals), ExitCode::fine);
   const std::string shown = terminals.printed();
   EXPECT_THAT(shown,
