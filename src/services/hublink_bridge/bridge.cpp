@@ -41,12 +41,8 @@ Bridge::Bridge(Options options)
       exports_(options_.exports, options_.exportValues, [this] { announcer_.exportsChanged(); }),
       members_(*this, options_.grace + kSilence),
       nats_(*this, [this] { plugin_.post([] {}); }),
-      sessions_(*this,
-                [this](const std::string& machine, const unsigned char* message, std::size_t size) {
-                  return nats_.publish(
-                      subjectOf(options_.realm, machine, options_.machine, kSession), message,
-                      size);
-                }),
+      sessions_(*this, [this](const std::string& machine, const unsigned char* message,
+                              std::size_t size) { return sendTo(machine, message, size); }),
       standIns_(*this, desk_),
       links_([this](Link& link) { linkEnded(link); }),
       parts_{plugin_, desk_, exports_, members_, sessions_, standIns_, links_},
@@ -149,11 +145,10 @@ void Bridge::natsMessage(const NatsMessage& message) {
   if (subject->what == kSession) {
     if (subject->to != options_.machine || from == options_.machine) return;
     // Who hasn't said what he is has no session; he sends again.
-    if (!members_.find(from)) {
+    if (!members_.heard(from, now)) {
       announcer_.ask(from);
       return;
     }
-    members_.heard(from, now);
     taken_.assign(message.bytes(), message.bytes() + message.size());
     sessions_.take(from, taken_.data(), taken_.size(), now);
     return;
@@ -174,9 +169,13 @@ void Bridge::memberGone(const std::string& machine, const std::string& why) {
 
 // --- Sessions ---
 
+bool Bridge::sendTo(const std::string& machine, const unsigned char* message, std::size_t size) {
+  return nats_.publish(subjectOf(options_.realm, machine, options_.machine, kSession), message,
+                       size);
+}
+
 bool Bridge::transmit(Session& session, const unsigned char* message, std::size_t size) {
-  return nats_.publish(subjectOf(options_.realm, session.machine(), options_.machine, kSession),
-                       message, size);
+  return sendTo(session.machine(), message, size);
 }
 
 void Bridge::frameArrived(Session& session, const Frame& frame) {

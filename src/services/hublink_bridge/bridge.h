@@ -59,6 +59,7 @@ class Bridge : private NatsListener,
   void memberGone(const std::string& machine, const std::string& why) override;
 
   // --- Sessions ---
+  bool sendTo(const std::string& machine, const unsigned char* message, std::size_t size);
   bool transmit(Session& session, const unsigned char* message, std::size_t size) override;
   void frameArrived(Session& session, const Frame& frame) override;
   void roomAgain(Session& session) override;

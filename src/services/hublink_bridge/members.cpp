@@ -80,9 +80,11 @@ Member* Members::admit(const std::string& machine, const std::string& incarnatio
   return added == members_.end() ? nullptr : &added->second;
 }
 
-void Members::heard(const std::string& machine, std::int64_t now) {
+bool Members::heard(const std::string& machine, std::int64_t now) {
   const auto place = members_.find(machine);
-  if (place != members_.end()) place->second.heard = now;
+  if (place == members_.end()) return false;
+  place->second.heard = now;
+  return true;
 }
 
 bool Members::alive(const std::string& machine, const std::string& incarnation, std::uint64_t state,

@@ -61,8 +61,8 @@ class Members {
   /// Only services that fit one of these are used; none: all are.
   void setImports(std::vector<std::string> patterns) { imports_ = std::move(patterns); }
 
-  /// Something has come from a machine.
-  void heard(const std::string& machine, std::int64_t now);
+  /// Something has come from a machine; false if that isn't known.
+  bool heard(const std::string& machine, std::int64_t now);
   /// False if it has told more than is known here and is to be asked.
   bool alive(const std::string& machine, const std::string& incarnation, std::uint64_t state,
              std::int64_t now);

@@ -32,17 +32,16 @@ void SessionTable::shareOutWindows() {
 
 std::size_t SessionTable::countWith(const std::string& machine) const {
   std::size_t count = 0;
-  for (auto place = sessions_.lower_bound({machine, 0});
-       place != sessions_.end() && place->first.first == machine; ++place)
-    count += place->second->hasEnded() ? 0 : 1;
+  eachWith(machine, [&](const Session& session) { count += session.hasEnded() ? 0 : 1; });
   return count;
 }
 
 Session& SessionTable::ours(const std::string& machine, std::int64_t now) {
-  for (auto place = sessions_.lower_bound({machine, 0});
-       place != sessions_.end() && place->first.first == machine; ++place)
-    if (place->second->isInitiator() && !place->second->hasEnded()) return *place->second;
-  return *open(machine, randomNumber(), true, now);
+  Session* found = nullptr;
+  eachWith(machine, [&](Session& session) {
+    if (session.isInitiator() && !session.hasEnded()) found = &session;
+  });
+  return found ? *found : *open(machine, randomNumber(), true, now);
 }
 
 void SessionTable::take(const std::string& machine, unsigned char* message, std::size_t size,
@@ -69,9 +68,7 @@ bool SessionTable::hasEnded(const std::string& machine, std::uint64_t id) const 
 }
 
 void SessionTable::heard(const std::string& machine, std::int64_t now) {
-  for (auto place = sessions_.lower_bound({machine, 0});
-       place != sessions_.end() && place->first.first == machine; ++place)
-    place->second->heard(now);
+  eachWith(machine, [&](Session& session) { session.heard(now); });
 }
 
 void SessionTable::carrierChanged(bool isUp, std::int64_t now) {
@@ -81,9 +78,9 @@ void SessionTable::carrierChanged(bool isUp, std::int64_t now) {
 }
 
 void SessionTable::endAll(const std::string& machine, const std::string& why) {
-  for (auto place = sessions_.lower_bound({machine, 0});
-       place != sessions_.end() && place->first.first == machine; ++place)
-    if (!place->second->hasEnded()) place->second->end(why, false);
+  eachWith(machine, [&](Session& session) {
+    if (!session.hasEnded()) session.end(why, false);
+  });
 }
 
 void SessionTable::endAll(const std::string& why) {

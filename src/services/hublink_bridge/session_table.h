@@ -54,6 +54,13 @@ class SessionTable {
 
   Session* open(const std::string& machine, std::uint64_t id, bool isInitiator, std::int64_t now);
   void shareOutWindows();
+  /// Calls `visit` with each session with the machine.
+  template <class Visit>
+  void eachWith(const std::string& machine, const Visit& visit) const {
+    for (auto place = sessions_.lower_bound({machine, 0});
+         place != sessions_.end() && place->first.first == machine; ++place)
+      visit(*place->second);
+  }
   std::size_t countWith(const std::string& machine) const;
   bool hasEnded(const std::string& machine, std::uint64_t id) const;
 
