@@ -66,7 +66,7 @@ def everyday(realm):
     check_run(third.peer(2, "requester", "-"), "Matrix", True)
     providers["third"].expect("ended")
     # When the one that was taken goes, the other is.
-    providers["there"].kill()
+    providers["there"].end()
     realms.until(lambda: new.answers("run Matrix")[-1] == "done" and
                  not providers["third"].says_nothing_yet(), "the other provider")
 
@@ -105,7 +105,7 @@ def starts(realm):
 def values(realm):
     """Values are told if they are exported, to machines that have a link with the plugin."""
     here, there = two_machines(realm, "Echo")
-    there.bridge.kill()
+    there.bridge.end()
     there.start_bridge("--export", "Echo", "--export-value", "col*")
     there.streamer("echo", "Echo")
     here.await_service("Echo")
@@ -117,7 +117,7 @@ def values(realm):
     for name in ("secret", "colour"):
         assert here.control("value", number, name)[0] == 1
     stream.ask("stop")
-    stream.expect("intact: ")
+    stream.expect_beginning("intact: ")
 
 
 def hostile(realm):
@@ -138,14 +138,14 @@ def hostile(realm):
     eve = third.start("python3", HOSTILE, f"10.77.{third.number}.1", realm.ports[0], "there")
     eve.expect("done", 60)
     stream.ask("stop")
-    print("  " + stream.expect("intact: "), flush=True)
+    print("  " + stream.expect_beginning("intact: "), flush=True)
     grown = [one.resident() - start for one, start in zip(bridges, before)]
     assert all(one < 64 << 20 for one in grown), grown
     # All goes on for those who come now.
     later = here.streamer("stream", "Echo", 500)
     later.expect("linked")
     later.ask("stop")
-    later.expect("intact: ")
+    later.expect_beginning("intact: ")
 
 
 def ends(realm):
@@ -166,14 +166,14 @@ def ends(realm):
         return time.monotonic()
 
     hold()
-    provider.kill()
+    provider.end()
     told(time.monotonic(), 5)
     provider = there.peer(1, "provider", "Matrix")
     here.await_service("Matrix")
     mortal = here.peer(1, "requester", "-")
     mortal.ask("hold Matrix")
     mortal.expect("held")
-    mortal.kill()
+    mortal.end()
     provider.expect("ended", 5)
     # The cable, and with it the machine as far as the others can tell.
     hold()
@@ -186,20 +186,20 @@ def ends(realm):
     # A bridge without a word.
     hold()
     begin = time.monotonic()
-    there.bridge.kill()
+    there.bridge.end()
     told(begin)
     provider.expect("ended", 5)
     there.start_bridge("--export", "Matrix")
     here.await_service("Matrix")
     hold()
     begin = time.monotonic()
-    realm.nats[0].kill()
+    realm.nats[0].end()
     told(begin)
     provider.expect("ended", TOLD)
     realm.start_nats()
     here.await_service("Matrix")
     hold()
-    there.hub.kill()
+    there.hub.end()
     told(time.monotonic(), 5)
 
 
@@ -225,12 +225,12 @@ def cuts(realm):
             machine.mend()
         # The server that both are connected to, without a word.
         server = rounds % 3
-        realm.nats[server].kill()
+        realm.nats[server].end()
         time.sleep(0.5)
         realm.start_nats(server, True)
         rounds += 1
     stream.ask("stop")
-    print("  " + stream.expect("intact: "), flush=True)
+    print("  " + stream.expect_beginning("intact: "), flush=True)
 
 
 def slow(realm):
@@ -257,7 +257,7 @@ def slow(realm):
     grown = [one.resident() - start for one, start in zip(between, before)]
     provider.signal(18)  # SIGCONT
     requester.expect("handed over")
-    requester.expect("flooded:")
+    requester.expect_beginning("flooded:")
     requester.expect("done")
     assert all(one < 64 << 20 for one in grown), grown
 
@@ -300,12 +300,12 @@ def looks(realm):
     machine, = seen(here, "machines")
     assert (machine["name"], machine["services"], machine["links"]) == ("there", 253, 1)
     realms.until(lambda: seen(here, "machines")[0]["round_trip"], "a round trip")
-    requester.kill()
+    requester.end()
     providers[1].expect("ended")
     bridge = realms.until(lambda: (now := seen(here, "bridge"))["links"] == 0 and now, "no link")
     assert bridge["connected"] and bridge["machines"] == 1 and bridge["services"] == 253
     assert bridge["sent_packets"] >= link["sent_packets"]  # counts outlive their link
-    realm.nats[0].kill()
+    realm.nats[0].end()
     bridge = realms.until(lambda: not (now := seen(here, "bridge"))["connected"] and now, "the cut")
     assert bridge["error"] and not bridge["server"]
 

@@ -4,73 +4,15 @@ of it goes with the realm."""
 
 import os
 import pathlib
-import queue
 import shutil
 import subprocess
 import sys
-import threading
 import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
-LIMIT = 40  # seconds for any one thing that is waited for
-
-
-class Process:
-    """A program that has been started, and what it says on standard output."""
-
-    def __init__(self, realm, command, environment=None, log=None):
-        self.command = [str(word) for word in command]
-        self.process = subprocess.Popen(
-            self.command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-            stderr=log, text=True, env=environment)
-        realm.stack.callback(self.kill)
-        self.lines = queue.Queue()
-        threading.Thread(target=self.read, daemon=True).start()
-
-    def read(self):
-        for line in self.process.stdout:
-            self.lines.put(line.rstrip("\n"))
-        self.lines.put(None)
-
-    def kill(self):
-        self.process.kill()
-        self.process.wait()
-
-    def signal(self, number):
-        os.kill(self.process.pid, number)
-
-    def ask(self, text):
-        print(text, file=self.process.stdin, flush=True)
-
-    def line(self, seconds=LIMIT):
-        try:
-            line = self.lines.get(timeout=seconds)
-        except queue.Empty:
-            raise AssertionError(f"{self.command}: it says nothing") from None
-        if line is None:
-            raise AssertionError(f"{self.command}: it has ended")
-        return line
-
-    def expect(self, text, seconds=LIMIT):
-        line = self.line(seconds)
-        assert line.startswith(text), f"{self.command}:\n  says   {line}\n  not    {text}"
-        return line
-
-    def says_nothing_yet(self):
-        return self.lines.empty()
-
-    def answers(self, text):
-        """What it says up to its "done"."""
-        self.ask(text)
-        lines = []
-        while not lines or lines[-1] != "done":
-            lines.append(self.line())
-        return lines
-
-    def resident(self):
-        pages = pathlib.Path(f"/proc/{self.process.pid}/statm").read_text().split()[1]
-        return int(pages) * os.sysconf("SC_PAGE_SIZE")
+sys.path.insert(0, str(HERE.parent / "support"))
+from program import LIMIT, Program  # noqa: E402
 
 
 def run(*command):
@@ -111,8 +53,8 @@ class Machine:
             run("ip", "-n", space, "link", "set", end, "up")
 
     def start(self, *command):
-        return Process(self.realm, ["ip", "netns", "exec", self.space, *command], self.environment,
-                       self.log)
+        return Program(self.realm.stack, ["ip", "netns", "exec", self.space, *command],
+                       self.environment, self.log)
 
     def start_hub(self, *programs):
         """A hub that knows how to start each of the programs: (service, command)."""
@@ -136,7 +78,7 @@ class Machine:
         self.bridge = self.start(
             self.realm.bin / "hublink-bridge", "--realm", "test", "--name", self.name,
             "--nats", urls or self.url(), "--grace", grace, "-hl_zone", self.zone, *options)
-        self.bridge.expect("bridge: machine " + self.name)
+        self.bridge.expect_beginning("bridge: machine " + self.name)
 
     def url(self, server=0):
         """Of one of the servers, from here."""
@@ -202,7 +144,7 @@ class Realm:
                       f"nats://127.0.0.1:{self.ports[server] + 2000}", "--routes", others]
         log = self.directory / f"nats{server}.log"
         place = log.stat().st_size if log.exists() else 0
-        self.nats[server] = Process(self, [
+        self.nats[server] = Program(self.stack, [
             "ip", "netns", "exec", self.servers, "nats-server", "-a", "0.0.0.0",
             "-p", self.ports[server], "-l", log, *routes, *options])
         until(lambda: log.exists() and "Server is ready" in log.read_text()[place:], "nats-server")

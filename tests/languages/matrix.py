@@ -14,20 +14,20 @@ import contextlib
 import itertools
 import os
 import pathlib
-import queue
 import shlex
 import shutil
 import signal
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import zlib
 
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
-LIMIT = 40  # seconds for any one thing that is waited for
+sys.path.insert(0, str(HERE.parent / "support"))
+from program import LIMIT, Program  # noqa: E402
+
 PROMPT = 5  # and for what has no reason to wait, on a busy machine too
 FLOOD = 290  # MiB: more than the hub and the sender hold together
 CHECKSUM = zlib.adler32(bytes(FLOOD << 20))
@@ -71,59 +71,6 @@ def expected(requester, provider):
         "packet: hello",
         "done"]
     return lines if requester == 2 else lines[:5] + lines[6:]
-
-
-class Peer:
-    """A program that has been started, and what it says."""
-
-    def __init__(self, stack, command, environment):
-        self.command = command
-        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        text=True, env=environment)
-        stack.callback(self.end)
-        self.lines = queue.Queue()
-        threading.Thread(target=self.read, daemon=True).start()
-
-    def read(self):
-        for line in self.process.stdout:
-            self.lines.put(line.rstrip("\n"))
-        self.lines.put(None)
-
-    def end(self):
-        self.process.kill()
-        self.process.wait()
-
-    def signal(self, number):
-        os.kill(self.process.pid, number)
-
-    def ask(self, text):
-        print(text, file=self.process.stdin, flush=True)
-
-    def line(self, seconds=LIMIT):
-        try:
-            line = self.lines.get(timeout=seconds)
-        except queue.Empty:
-            raise AssertionError(f"{self.command}: it says nothing") from None
-        if line is None:
-            raise AssertionError(f"{self.command}: it has ended")
-        return line
-
-    def expect(self, text, seconds=LIMIT):
-        line = self.line(seconds)
-        if line != text:
-            raise AssertionError(f"{self.command}:\n  says   {line}\n  not    {text}")
-
-    def answers(self, text):
-        """What it says up to its "done"."""
-        self.ask(text)
-        lines = []
-        while not lines or lines[-1] != "done":
-            lines.append(self.line())
-        return lines
-
-    def resident(self):
-        pages = pathlib.Path(f"/proc/{self.process.pid}/statm").read_text().split()[1]
-        return int(pages) * 4096
 
 
 def compile_interfaces(build, languages):
@@ -174,8 +121,8 @@ class Matrix:
         return [str(word) for word in (*programs[language], *arguments)]
 
     def peer(self, language, version, *arguments):
-        peer = Peer(self.stack, self.command(language, version, *arguments, "-hl_zone", self.zone),
-                    self.environment)
+        command = self.command(language, version, *arguments, "-hl_zone", self.zone)
+        peer = Program(self.stack, command, self.environment)
         peer.expect("ready")
         return peer
 
@@ -195,7 +142,7 @@ class Matrix:
             blocks.append(f'{{ ExecName = "{program}" '
                           f'ServicesProvided {{ {{ ServiceName = "{program.name}" }} }} }}\n')
         (services / "matrix.kvs").write_text("Services {\n" + "".join(blocks) + "}\n")
-        keeper = Peer(self.stack, list(map(str, [
+        keeper = Program(self.stack, list(map(str, [
             self.bin / "hublinkctl", "--zone", self.zone, "--hub", hub, "start", "--stay",
             "--internal-log", self.log])), self.environment)
         keeper.expect("started: yes")
