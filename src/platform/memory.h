@@ -3,10 +3,11 @@
 
 namespace platform {
 
-/// Has large blocks go back to the system as soon as they are freed, instead of staying with the
-/// allocator for the next burst (mallopt(3)). For a process that runs for days and is idle for most
-/// of them.
-void returnFreedMemory();
+/// How many bytes that are freed may stay with the allocator for the next burst; what is beyond
+/// goes back to the system, and blocks of half of it always do (mallopt(3)). Less is for a process
+/// that is idle for most of its days, more for one in a stream: fresh memory costs a page fault for
+/// each 4 KiB.
+void boundFreedMemory(int bytes);
 
 /// Gives what has been freed so far back to the system, also from between what is still in use
 /// (malloc_trim(3)). Takes time: for the end of a burst.

@@ -6,10 +6,9 @@ namespace platform {
 
 // Without a fixed bound the allocator raises it to the largest block that was ever freed, and keeps
 // as much.
-void returnFreedMemory() {
-  constexpr int kLargeBlock = 1 << 20;
-  mallopt(M_MMAP_THRESHOLD, kLargeBlock);
-  mallopt(M_TRIM_THRESHOLD, 2 * kLargeBlock);
+void boundFreedMemory(int bytes) {
+  mallopt(M_MMAP_THRESHOLD, bytes / 2);
+  mallopt(M_TRIM_THRESHOLD, bytes);
 }
 
 void trimFreedMemory() {

@@ -38,7 +38,7 @@ File openLog(const char* name) {
 
 // Everything that a process of this kind sets up once, before anything else runs.
 void preparePlatform() {
-  platform::returnFreedMemory();
+  platform::boundFreedMemory(2 << 20);
   platform::ensureStandardDescriptors();
   platform::raiseDescriptorLimit();
   platform::ignoreBrokenPipe();

@@ -26,7 +26,10 @@ constexpr const char* kVersion = "Hublink-Version";
 constexpr const char* kStateNumber = "Hublink-State";
 constexpr const char* kPage = "Hublink-Page";
 
-constexpr std::int64_t kAliveInterval = 2000;  // ms
+// Each machine hears all others, so that those of a large realm speak half as often. In ms.
+constexpr std::int64_t kAliveInterval = 2000;
+constexpr std::int64_t kRareAliveInterval = 4000;
+constexpr std::size_t kLargeRealm = 50;
 // In how many of these intervals each machine is measured once.
 constexpr std::size_t kMeasuringRound = 15;
 constexpr std::size_t kServicesOfPage = 200;
@@ -140,7 +143,8 @@ std::int64_t Announcer::step(std::int64_t now) {
     sayState(kEverybody);
   }
   if (now >= aliveDue_) {
-    aliveDue_ = now + kAliveInterval;
+    aliveDue_ =
+        now + (members_.all().size() >= kLargeRealm ? kRareAliveInterval : kAliveInterval);
     say(kEverybody, kAlive);
     pingNext();
   }

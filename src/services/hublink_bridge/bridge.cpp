@@ -7,6 +7,7 @@
 #include "generated/hublink_plugin_impl.h"
 #include "platform/clock.h"
 #include "platform/descriptor_wait.h"
+#include "platform/memory.h"
 #include "platform/process.h"
 #include "platform/readiness.h"
 #include "services/hublink_bridge/names.h"
@@ -16,7 +17,7 @@ namespace bridge {
 namespace {
 
 constexpr const char* kSession = "session";
-// Milliseconds that a machine may be silent beyond the grace: two announcements and some.
+// Milliseconds that a machine may be silent beyond the grace: an announcement and some.
 constexpr std::int64_t kSilence = 5000;
 // How long the realm may take to make itself known to a bridge that has come, and how long that may
 // take with a server that isn't there, in ms.
@@ -28,6 +29,9 @@ constexpr std::int64_t kHubInterval = 1000;
 constexpr std::int64_t kMostMessage = 256 << 10;
 // What a server may lay on top of a message.
 constexpr std::int64_t kSlack = 1024;
+// Freed memory is given back after this many ms without more bytes of links than these.
+constexpr int kQuietTime = 2000;
+constexpr std::uint64_t kLittle = 256 << 10;
 
 }  // namespace
 
@@ -149,6 +153,7 @@ void Bridge::natsMessage(const NatsMessage& message) {
       announcer_.ask(from);
       return;
     }
+    noteTraffic(message.size());
     taken_.assign(message.bytes(), message.bytes() + message.size());
     sessions_.take(from, taken_.data(), taken_.size(), now);
     return;
@@ -237,6 +242,7 @@ void Bridge::sessionEnded(Session& session, const std::string& why) {
 
 void Bridge::packetsArrived(StandIn& standIn, std::int32_t localRN, const unsigned char* packets,
                             std::int64_t size) {
+  noteTraffic(static_cast<std::size_t>(size));
   if (Link* link = links_.find(standIn, localRN))
     link->packetsArrived(packets, static_cast<std::size_t>(size));
 }
@@ -257,6 +263,19 @@ void Bridge::linkEnded(Link& link) {
 }
 
 // --- The pass ---
+
+void Bridge::noteTraffic(std::size_t bytes) {
+  if (traffic_ == 0) trimWhenQuiet();
+  traffic_ += bytes;
+}
+
+void Bridge::trimWhenQuiet() {
+  plugin_.callLater(kQuietTime, [this, before = traffic_] {
+    if (traffic_ - before > kLittle) return trimWhenQuiet();
+    if (traffic_ > kLittle) platform::trimFreedMemory();
+    traffic_ = 0;
+  });
+}
 
 bool Bridge::start(std::string& error) {
   if (!connectHub(error)) {
@@ -284,7 +303,7 @@ int Bridge::run() {
 
 void Bridge::pass() {
   watchHub();
-  plugin_.serve(0);
+  if (isHubReady_ || plugin_.nextTimeout() == 0) plugin_.serve(0);
   standIns_.serve();
   const std::int64_t now = clockNow();
   const std::int64_t others[] = {announcer_.step(now), members_.step(now)};
@@ -319,6 +338,7 @@ void Bridge::sleep() {
   waits[1].descriptor = nats_.descriptor();
   waits[1].wantsWrite = nats_.wantsWrite();
   platform::waitForDescriptors(waits, 2, static_cast<int>(timeout));
+  isHubReady_ = waits[0].isReadable;
   nats_.serve(waits[1].isReadable, waits[1].isWritable);
 }
 

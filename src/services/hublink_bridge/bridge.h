@@ -75,6 +75,8 @@ class Bridge : private NatsListener,
   void linkEnded(Link& link);
 
   // --- The pass ---
+  void noteTraffic(std::size_t bytes);
+  void trimWhenQuiet();
   void pass();
   void sleep();
   void stop(int exitCode, const std::string& why);
@@ -97,8 +99,10 @@ class Bridge : private NatsListener,
   Announcer announcer_;
   RealmDesk realm_;
   std::vector<unsigned char> taken_;  // a message for a session, which is changed there
+  std::uint64_t traffic_ = 0;         // bytes of links since memory was trimmed; 0: it is
   std::int64_t nextStep_ = 0;         // ms until something of the tables is due; -1: nothing
   bool hasHub_ = false;
+  bool isHubReady_ = true;  // there is something to read or write at the hub
   bool isTold_ = false;      // that all is ready
   std::int64_t hubDue_ = 0;  // when the hub is tried again
   bool stops_ = false;

@@ -2,10 +2,16 @@
 #include <cstdio>
 #include <utility>
 
+#include "platform/memory.h"
 #include "platform/process.h"
 #include "services/hublink_bridge/bridge.h"
 
+// What a stream needs again and again: messages of NATS, and packets on their way to the hub. The
+// bridge gives it back when nothing passes any more.
+constexpr int kFreedMemory = 16 << 20;
+
 int main(int argc, char** argv) {
+  platform::boundFreedMemory(kFreedMemory);
   platform::ensureStandardDescriptors();
   platform::ignoreBrokenPipe();
   platform::raiseDescriptorLimit();

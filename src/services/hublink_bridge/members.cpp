@@ -130,17 +130,18 @@ void Members::measured(const std::string& machine, std::int64_t roundTrip) {
 }
 
 std::int64_t Members::step(std::int64_t now) {
+  if (now < due_) return due_ - now;
   std::vector<std::string> gone;
-  std::int64_t next = -1;
+  due_ = now + silence_;
   for (const auto& [machine, member] : members_) {
-    const std::int64_t left = member.heard + silence_ - now;
-    if (left <= 0)
+    const std::int64_t missedAt = member.heard + silence_;
+    if (missedAt <= now)
       gone.push_back(machine);
-    else if (next < 0 || left < next)
-      next = left;
+    else
+      due_ = std::min(due_, missedAt);
   }
   for (const std::string& machine : gone) remove(machine, "it isn't heard any more");
-  return next;
+  return members_.empty() ? -1 : due_ - now;
 }
 
 void Members::remove(const std::string& machine, const std::string& why) {

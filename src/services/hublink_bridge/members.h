@@ -96,6 +96,7 @@ class Members {
 
   MembersListener& listener_;
   std::int64_t silence_;
+  std::int64_t due_ = 0;  // nobody is missed before
   std::vector<std::string> imports_;
   std::map<std::string, Member> members_;
   std::map<std::string, Partial> partials_;

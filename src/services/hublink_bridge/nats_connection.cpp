@@ -22,6 +22,9 @@ constexpr int kMostPings = 2;
 constexpr int kBufferSize = 256 << 10;
 // How many messages serve() hands over before it lets others have their turn.
 constexpr int kMostMessages = 512;
+// Up to how many messages of up to how many bytes wait until they are destroyed.
+constexpr std::size_t kMostDiscarded = 64;
+constexpr std::size_t kLargeMessage = 1024;
 
 natsMsg* asMsg(void* message) {
   return static_cast<natsMsg*>(message);
@@ -228,6 +231,7 @@ void NatsConnection::close() {
   }
   if (connecting_.joinable()) connecting_.join();
   if (isUp_) flush();
+  destroyDiscarded();
   library_.reset();
   arrived_.reset();
   isUp_ = false;
@@ -326,10 +330,22 @@ void NatsConnection::handOver() {
       natsMsg* message = nullptr;
       if (natsSubscription_NextMsg(&message, subscription, 0) != NATS_OK) break;
       listener_.natsMessage(NatsMessage(message));
-      natsMsg_Destroy(message);
+      discard(message, static_cast<std::size_t>(natsMsg_GetDataLength(message)));
     }
     if (isLong) wake_();
   }
+}
+
+// The library hands each message that is destroyed to a thread of its own, which it has to wake
+// unless that is at work: many small ones go at once.
+void NatsConnection::discard(void* message, std::size_t size) {
+  discarded_.push_back(message);
+  if (size > kLargeMessage || discarded_.size() >= kMostDiscarded) destroyDiscarded();
+}
+
+void NatsConnection::destroyDiscarded() {
+  for (void* message : discarded_) natsMsg_Destroy(asMsg(message));
+  discarded_.clear();
 }
 
 void NatsConnection::tellState() {

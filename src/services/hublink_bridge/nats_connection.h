@@ -105,6 +105,8 @@ class NatsConnection {
   void takeConnection();
   bool subscribeAll(std::string& error);
   void handOver();
+  void discard(void* message, std::size_t size);
+  void destroyDiscarded();
   void tellState();
 
   NatsListener& listener_;
@@ -112,6 +114,7 @@ class NatsConnection {
   NatsOptions options_;
   std::vector<std::string> subjects_;
   std::unique_ptr<Library> library_;  // of the connection that there is
+  std::vector<void*> discarded_;      // messages that are still to be destroyed
   bool isUp_ = false;
   std::thread connecting_;
   std::mutex mutex_;  // for what the thread that connects shares
