@@ -1,10 +1,10 @@
 #include "services/hublink_bridge/announcer.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <utility>
 
 #include "platform/clock.h"
@@ -42,9 +42,8 @@ constexpr std::int64_t kHelloInterval = 200;
 constexpr std::size_t kMostAnswered = 2 * Members::kMostMachines;
 
 std::string randomName() {
-  std::random_device device;
   char text[17];
-  std::snprintf(text, sizeof text, "%08x%08x", device(), device());
+  std::snprintf(text, sizeof text, "%016" PRIx64, randomNumber());
   return text;
 }
 

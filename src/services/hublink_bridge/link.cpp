@@ -115,17 +115,14 @@ void LinkTable::forEach(const std::function<void(const Link& link)>& visit) cons
 }
 
 void LinkTable::roomAgain(const Session& session) {
-  for (auto place = links_.lower_bound({&session, 0});
-       place != links_.end() && place->first.first == &session; ++place)
-    place->second->sendMore();
+  eachOf(session, [](Link& link) { link.sendMore(); });
 }
 
 void LinkTable::sessionEnded(const Session& session) {
-  for (auto place = links_.lower_bound({&session, 0});
-       place != links_.end() && place->first.first == &session; ++place) {
-    place->second->remoteEnded();
-    settleLater(*place->second);
-  }
+  eachOf(session, [this](Link& link) {
+    link.remoteEnded();
+    settleLater(link);
+  });
 }
 
 void LinkTable::settleLater(Link& link) {

@@ -121,6 +121,14 @@ class LinkTable {
  private:
   using Key = std::pair<const Session*, std::uint32_t>;
 
+  /// Calls `visit` with each link of the session.
+  template <class Visit>
+  void eachOf(const Session& session, const Visit& visit) const {
+    for (auto place = links_.lower_bound({&session, 0});
+         place != links_.end() && place->first.first == &session; ++place)
+      visit(*place->second);
+  }
+
   std::function<void(Link& link)> ended_;
   std::map<Key, std::unique_ptr<Link>> links_;
   std::map<std::pair<const StandIn*, std::int32_t>, Link*> byRN_;

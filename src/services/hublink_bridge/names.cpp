@@ -1,6 +1,7 @@
 #include "services/hublink_bridge/names.h"
 
 #include <algorithm>
+#include <random>
 
 #include "platform/host.h"
 
@@ -40,6 +41,11 @@ std::string ownMachineName() {
   for (char& c : name)
     if (!isPlain(c) && c != '@') c = '_';
   return name.substr(0, kMostMachineName);
+}
+
+std::uint64_t randomNumber() {
+  std::random_device device;
+  return (std::uint64_t{device()} << 32) | device();
 }
 
 std::string subjectOf(std::string_view realm, std::string_view to, std::string_view from,

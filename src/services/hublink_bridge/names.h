@@ -1,6 +1,8 @@
-// Names of realms and machines, subjects made of them, and patterns for names of services.
+// Names of realms and machines, subjects made of them, and patterns for names of services; and the
+// numbers that name sessions and starts of bridges.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +23,9 @@ bool isRealmName(std::string_view name);
 bool isMachineName(std::string_view name);
 /// USER@HOST of this process, with `_` for whatever can't stand in a name.
 std::string ownMachineName();
+
+/// Of the system's randomness: not to be guessed by who hasn't heard it.
+std::uint64_t randomNumber();
 
 /// `hublink.REALM.TO.FROM.WHAT`: who a message is for, who says that he sends it, and what it is. A
 /// NATS server can hold each member to its own name in FROM.

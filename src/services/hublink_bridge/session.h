@@ -80,6 +80,8 @@ class Session {
   std::uint64_t id() const { return id_; }
   bool isInitiator() const { return isInitiator_; }
   bool hasEnded() const { return hasEnded_; }
+  /// Bytes of its largest messages.
+  std::size_t maxMessage() const { return maxMessage_; }
 
   /// Queues a frame until flush(). DATA is cut to the size of messages and takes any size, but is
   /// to wait for hasRoom(). False if a body is larger than kMaxBody, and after the end.

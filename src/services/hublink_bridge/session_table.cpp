@@ -1,19 +1,10 @@
 #include "services/hublink_bridge/session_table.h"
 
 #include <algorithm>
-#include <random>
+
+#include "services/hublink_bridge/names.h"
 
 namespace bridge {
-
-namespace {
-
-// Not to be guessed by who hasn't heard it.
-std::uint64_t randomNumber() {
-  std::random_device device;
-  return (std::uint64_t{device()} << 32) | device();
-}
-
-}  // namespace
 
 Session* SessionTable::open(const std::string& machine, std::uint64_t id, bool isInitiator,
                             std::int64_t now) {
@@ -23,6 +14,13 @@ Session* SessionTable::open(const std::string& machine, std::uint64_t id, bool i
   sessions_[{machine, id}] = std::move(session);
   shareOutWindows();
   return opened;
+}
+
+void SessionTable::setOptions(const SessionOptions& options) {
+  options_ = options;
+  for (const auto& [key, session] : sessions_)
+    if (!session->hasEnded() && session->maxMessage() > options.maxMessage)
+      session->end("this NATS server takes only smaller messages", true);
 }
 
 void SessionTable::shareOutWindows() {

@@ -24,7 +24,8 @@ class SessionTable {
   SessionTable(SessionHost& host, Transmit transmit)
       : host_(host), transmit_(std::move(transmit)) {}
 
-  void setOptions(const SessionOptions& options) { options_ = options; }
+  /// For those that are opened from now on. One whose messages the carrier no longer takes ends.
+  void setOptions(const SessionOptions& options);
   /// The session that this bridge has opened with a machine, opened now if there is none.
   Session& ours(const std::string& machine, std::int64_t now);
   /// A message for a session, from a machine. Its bytes may be changed.

@@ -21,18 +21,19 @@ void Values::ask(const StandIn& asked, std::int32_t askingPluginID, const std::s
                  HublinkPlugin::ValueAnswer answer) {
   Session& session = parts_.sessions.ours(asked.key().machine, clockNow());
   const std::uint32_t cookie = ++lastCookie_;
-  questions_[cookie] = {&session, std::move(answer)};
+  const auto timeout =
+      parts_.plugin.callLater(kValueTime, [this, cookie] { give(cookie, std::nullopt); });
+  questions_[cookie] = {&session, std::move(answer), timeout};
   if (!session.send(FrameKind::value, 0,
-                    bodyOf(ValueBody{cookie, asked.key().pluginID, askingPluginID, name}))) {
+                    bodyOf(ValueBody{cookie, asked.key().pluginID, askingPluginID, name})))
     give(cookie, std::nullopt);
-    return;
-  }
-  parts_.plugin.callLater(kValueTime, [this, cookie] { give(cookie, std::nullopt); });
 }
 
 void Values::give(std::uint32_t cookie, const std::optional<std::string>& value) {
   const auto question = questions_.extract(cookie);
-  if (question) question.mapped().answer(value);
+  if (!question) return;
+  parts_.plugin.cancelLater(question.mapped().timeout);
+  question.mapped().answer(value);
 }
 
 bool Values::asked(Session& session, const Frame& frame) {

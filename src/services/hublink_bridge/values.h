@@ -34,6 +34,7 @@ class Values {
   struct Question {
     const Session* session;
     HublinkPlugin::ValueAnswer answer;
+    TimedCallID timeout;
   };
   void give(std::uint32_t cookie, const std::optional<std::string>& value);
 
