@@ -33,6 +33,13 @@ def two_machines(realm, *exports):
     return here, there
 
 
+def seen(machine, *what):
+    """What hublinkctl tells there."""
+    code, text = machine.control(*what, "--json")
+    assert code == 0, text
+    return json.loads(text)
+
+
 def check_run(requester, service, is_newer):
     lines = requester.answers(f"run {service}")
     assert "reply:" in lines[1] and "packet: hello" in lines and lines[-1] == "done", lines
@@ -95,6 +102,12 @@ def starts(realm):
     there.control("provider", "Hidden", "--start")
     here.await_service("Hidden")  # once it runs, the pattern is enough
     check_run(requester, "Hidden", False)
+    # What a request says about its provider holds for machines, too.
+    asker = here.streamer("ask", "-")
+    for options, outcome in (("", "LINK"), (" local_only", "NOT_FOUND"), (" no_reuse", "NOT_FOUND"),
+                             (" client_start", "NOT_FOUND")):
+        asker.ask("Started" + options)
+        asker.expect(outcome)
     # A hub may know how to start a bridge, and does when somebody needs one.
     lazy = realm.machine("lazy")
     lazy.start_hub(("hublink.bridge", (realm.bin / "hublink-bridge", "--realm", "test", "--name",
@@ -105,6 +118,55 @@ def starts(realm):
                          "--nats", third.url(), "-hl_zone", third.zone)
     second.process.wait(LIMIT)
     assert second.process.returncode == 1
+
+
+def realms_apart(realm):
+    """A machine may be in two realms, and doesn't join them."""
+    realm.start_nats()
+    both, here, there = (realm.machine(name) for name in ("both", "here", "there"))
+    for machine in (both, here, there):
+        machine.start_hub()
+    both.start_bridge("--export", "*")
+    here.start_bridge("--export", "*")
+    both.start_bridge("--export", "*", realm="other")
+    there.start_bridge("--export", "*", realm="other")
+    here.peer(1, "provider", "Left")
+    there.peer(1, "provider", "Right")
+    for service in ("Left", "Right"):
+        both.await_service(service)
+        check_run(both.peer(2, "requester", "-"), service, False)
+    assert here.control("provider", "Right")[0] == there.control("provider", "Left")[0] == 1
+
+
+def poor(realm):
+    """Links over cables that are slow and lose much: all sizes, calls, a stream through cuts."""
+    realm.start_nats(0, True)
+    realm.start_nats(1, True)
+    far, lossy = realm.machine("far", delay=50), realm.machine("lossy", delay=5, loss=2)
+    for machine in (far, lossy):
+        machine.start_hub()
+        urls = ",".join(machine.url(server) for server in range(2))
+        machine.start_bridge("--export", "*", urls=urls, grace=10)
+    lossy.peer(2, "provider", "Matrix")
+    lossy.streamer("echo", "Echo")
+    far.await_service("Matrix")
+    check_run(far.peer(1, "requester", "-"), "Matrix", False)
+    stream = far.streamer("stream", "Echo", 1000)
+    stream.expect("linked")
+    sizes = far.streamer("sizes", "Echo")
+    begin = time.monotonic()
+    for server in range(2):
+        time.sleep(STREAM / 3)
+        realm.nats[server].end()
+        realm.start_nats(server, True)
+    time.sleep(max(0, begin + STREAM - time.monotonic()))
+    stream.ask("stop")
+    print("  " + stream.expect_beginning("intact: "), flush=True)
+    print("  " + sizes.expect_beginning("intact: "), flush=True)
+    # The cables were what they should be.
+    machine, = seen(far, "machines")
+    assert machine["round_trip"] > 100_000, machine  # us
+    assert lossy.segments_sent_again() > 0
 
 
 def values(realm):
@@ -273,12 +335,6 @@ def looks(realm):
     lonely = realm.machine("lonely")
     lonely.start_hub()
     assert lonely.control("bridge")[0] == lonely.control("list", "--realm")[0] == 1
-
-    def seen(machine, *what):
-        code, text = machine.control(*what, "--json")
-        assert code == 0, text
-        return json.loads(text)
-
     # More than a page.
     providers = [there.peer(2, "provider", f"Matrix{i}") for i in range(3)]
     there.streamer("offer", "Matrix-", 250)
@@ -316,7 +372,7 @@ def looks(realm):
 
 
 PARTS = {part.__name__: part
-         for part in (everyday, starts, values, hostile, ends, cuts, slow, looks)}
+         for part in (everyday, starts, realms_apart, poor, values, hostile, ends, cuts, slow, looks)}
 
 
 def main():

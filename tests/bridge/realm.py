@@ -16,7 +16,7 @@ from program import LIMIT, Program  # noqa: E402
 
 
 def run(*command):
-    subprocess.run([str(word) for word in command], check=True)
+    subprocess.run([str(word) for word in command], check=True, stdout=subprocess.DEVNULL)
 
 
 def until(condition, what, seconds=LIMIT):
@@ -28,9 +28,10 @@ def until(condition, what, seconds=LIMIT):
 
 
 class Machine:
-    """A namespace with its own loopback interface and a cable to the servers."""
+    """A namespace with its own loopback interface and a cable to the servers, which may be poor:
+    that many ms late, with a loss in percent."""
 
-    def __init__(self, realm, name, number):
+    def __init__(self, realm, name, number, delay=0, loss=0):
         self.realm = realm
         self.name = name
         self.number = number
@@ -46,14 +47,34 @@ class Machine:
         realm.stack.callback(self.log.close)
         realm.add_namespace(self.space)
         inner, outer = "cable", self.cable
-        run("ip", "link", "add", inner, "netns", self.space, "type", "veth", "peer", "name", outer,
-            "netns", realm.servers)
+        spaces = [(self.space, inner), (realm.servers, outer)]
+        if delay or loss:
+            self.lay_poor_cable(spaces, delay, loss)
+        else:
+            self.lay_cable(*spaces)
         for space, end, host in ((self.space, inner, 2), (realm.servers, outer, 1)):
             run("ip", "-n", space, "addr", "add", f"10.77.{number}.{host}/24", "dev", end)
             run("ip", "-n", space, "link", "set", end, "up")
 
-    def start(self, *command):
-        return Program(self.realm.stack, ["ip", "netns", "exec", self.space, *command],
+    @staticmethod
+    def lay_cable(one, other):
+        run("ip", "link", "add", one[1], "netns", one[0], "type", "veth", "peer", "name", other[1],
+            "netns", other[0])
+
+    def lay_poor_cable(self, ends, delay, loss):
+        """Two cables with a program between them. The kernel is to write the checksums, which it
+        leaves out where it sees nothing but memory."""
+        middle = self.space + "-cable"
+        self.realm.add_namespace(middle)
+        for (space, name), here in zip(ends, ("in", "out")):
+            self.lay_cable((space, name), (middle, here))
+            run("ip", "netns", "exec", space, "ethtool", "-K", name, "tx", "off")
+            run("ip", "-n", middle, "link", "set", here, "up")
+        program = self.start("python3", HERE / "cable.py", "in", "out", delay, loss, space=middle)
+        program.expect("ready")
+
+    def start(self, *command, space=None):
+        return Program(self.realm.stack, ["ip", "netns", "exec", space or self.space, *command],
                        self.environment, self.log)
 
     def start_hub(self, *programs):
@@ -74,9 +95,9 @@ class Machine:
         self.hub = self.start(hub, "-hl_zone", self.zone, "-loopback_only", "-port", port)
         until(lambda: (self.directory / f"svc_{self.zone}").exists(), f"the hub of {self.name}")
 
-    def start_bridge(self, *options, urls=None, grace=2):
+    def start_bridge(self, *options, urls=None, grace=2, realm="test"):
         self.bridge = self.start(
-            self.realm.bin / "hublink-bridge", "--realm", "test", "--name", self.name,
+            self.realm.bin / "hublink-bridge", "--realm", realm, "--name", self.name,
             "--nats", urls or self.url(), "--grace", grace, "-hl_zone", self.zone, *options)
         self.bridge.expect_beginning("bridge: machine " + self.name)
 
@@ -106,6 +127,13 @@ class Machine:
     def await_service(self, name):
         until(lambda: self.control("provider", name)[0] == 0, f"{name} at {self.name}")
 
+    def segments_sent_again(self):
+        """By TCP, so far (proc_pid_net(5))."""
+        rows = subprocess.run(["ip", "netns", "exec", self.space, "cat", "/proc/net/snmp"],
+                              capture_output=True, text=True, check=True).stdout.splitlines()
+        names, values = (row.split() for row in rows if row.startswith("Tcp:"))
+        return int(values[names.index("RetransSegs")])
+
     def cut(self):
         run("ip", "-n", self.realm.servers, "link", "set", self.cable, "down")
 
@@ -131,9 +159,9 @@ class Realm:
         self.stack.callback(run, "ip", "netns", "del", name)
         run("ip", "-n", name, "link", "set", "lo", "up")
 
-    def machine(self, name):
+    def machine(self, name, **cable):
         self.machines += 1
-        return Machine(self, name, self.machines)
+        return Machine(self, name, self.machines, **cable)
 
     def start_nats(self, server=0, cluster=False, *options):
         """One of three servers; those of a cluster know each other."""

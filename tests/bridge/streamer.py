@@ -3,14 +3,19 @@
     streamer.py echo SERVICE [options of a plugin]
     streamer.py stream SERVICE RATE [options]
     streamer.py offer SERVICE COUNT [options]
+    streamer.py sizes SERVICE [options]
+    streamer.py ask - [options]
 
 The second asks for the service and sends until it reads `stop`; then it waits for all that is still
 to come back, and tells whether every packet came back once and in its place: "intact: COUNT", or
 what is wrong. `ended: COUNT` stands for a link that has ended before, with what came until then in
-order. The third registers SERVICE0, SERVICE1 and so on.
+order. The third registers SERVICE0, SERVICE1 and so on. The
+fourth sends packets of all sorts of sizes and says whether they came back: "intact: COUNT". The last
+reads requests, a service and its options in each line, and tells what becomes of them.
 """
 
 import asyncio
+import os
 import sys
 
 import hublink
@@ -33,6 +38,33 @@ async def offer(plugin, service, count):
         await plugin.provide(f"{service}{number}", lambda link: None)
     print("ready", flush=True)
     await asyncio.Event().wait()
+
+
+async def sizes(plugin, service):
+    print("ready", flush=True)
+    edges = [1 << power for power in range(24)]  # to 8 MiB
+    packets = [os.urandom(size) for edge in edges for size in {edge, edge + 1, edge - 1} - {0}]
+    async with await plugin.request(service, wait=True) as link:
+        sending = asyncio.ensure_future(asyncio.gather(*[link.send(one) for one in packets]))
+        for number, packet in enumerate(packets):
+            if await link.receive() != packet:
+                print(f"broken: packet {number} of {len(packet)} bytes", flush=True)
+                return
+        await sending
+    print(f"intact: {len(packets)}", flush=True)
+
+
+async def ask(plugin):
+    print("ready", flush=True)
+    while line := await asyncio.get_running_loop().run_in_executor(None, sys.stdin.readline):
+        service, *options = line.split()
+        try:
+            link = await plugin.request(service, **{name: True for name in options})
+        except hublink.RequestFailed as failure:
+            print(failure.outcome.name, flush=True)
+        else:
+            print("LINK", flush=True)
+            link.close()
 
 
 async def stream(plugin, service, rate):
@@ -91,6 +123,10 @@ async def main():
             await echo(plugin, service)
         elif role == "offer":
             await offer(plugin, service, int(sys.argv[3]))
+        elif role == "sizes":
+            await sizes(plugin, service)
+        elif role == "ask":
+            await ask(plugin)
         else:
             await stream(plugin, service, float(sys.argv[3]))
 
