@@ -8,6 +8,7 @@ the matrix of languages, in C++, and streams of numbered packets (streamer.py)."
 import contextlib
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -16,6 +17,7 @@ import time
 import realm as realms
 from realm import LIMIT
 
+DOCUMENT = realms.TOP / "docs/bridge.md"
 HOSTILE = realms.HERE / "hostile.py"
 GRACE = 2  # seconds that links outlast a cut, in these tests
 TOLD = GRACE + 5 + 3  # within which every end is told, on a busy machine
@@ -189,12 +191,33 @@ def values(realm):
 
 def hostile(realm):
     """A member that means ill gets nothing, and the links of others go on."""
-    realm.start_nats()
+    withstand_eve(realm)
+
+
+def bound(realm):
+    """The permissions of the page about bridges keep such a one from all that others say."""
+    users = []
+    for name in ("here", "there", "eve"):
+        users.append(re.search(r"{ user: ann,.*?} }", DOCUMENT.read_text(), re.DOTALL).group()
+                     .replace("ann", name).replace("hublink.team", "hublink.test"))
+    server = realm.directory / "server.conf"
+    server.write_text("authorization { users: [" + "\n".join(users) + "] }\n")
+    withstand_eve(realm, "-c", server)
+
+
+def withstand_eve(realm, *server):
+    """With options for the server, each is a user of it."""
+    realm.start_nats(0, False, *server)
     here, there, third = (realm.machine(name) for name in ("here", "there", "third"))
     here.start_hub()
     there.start_hub(("Startable", (realm.bin / "language_peer_1", "provider", "Startable")))
-    here.start_bridge(grace=10)
-    there.start_bridge("--export", "Echo,Star*,hublink.*", "--export-value", "*", grace=10)
+    for machine in (here, there):
+        exports = ["--export", "Echo,Star*,hublink.*", "--export-value", "*"]
+        password = machine.directory / "password"
+        password.write_text(f"{machine.name}-secret\n")
+        machine.start_bridge(
+            *(exports if machine is there else []),
+            *(["--user", machine.name, "--password-file", password] if server else []), grace=10)
     there.streamer("echo", "Echo")
     there.peer(1, "provider", "Secret")
     here.await_service("Echo")
@@ -202,7 +225,8 @@ def hostile(realm):
     stream.expect("linked")
     bridges = [here.bridge, there.bridge]
     before = [one.resident() for one in bridges]
-    eve = third.start("python3", HOSTILE, f"10.77.{third.number}.1", realm.ports[0], "there")
+    eve = third.start("python3", HOSTILE, f"10.77.{third.number}.1", realm.ports[0], "there",
+                      *(["eve-secret"] if server else []))
     eve.expect("done", 60)
     stream.ask("stop")
     print("  " + stream.expect_beginning("intact: "), flush=True)
@@ -372,7 +396,7 @@ def looks(realm):
 
 
 PARTS = {part.__name__: part
-         for part in (everyday, starts, realms_apart, poor, values, hostile, ends, cuts, slow, looks)}
+         for part in (everyday, starts, realms_apart, poor, values, hostile, bound, ends, cuts, slow, looks)}
 
 
 def main():

@@ -1,10 +1,13 @@
 """A member of the realm that means ill, on the NATS server, in the protocol's own words.
 
-    hostile.py HOST PORT TARGET
+    hostile.py HOST PORT TARGET [PASSWORD]
 
-Speaks as the machine "eve" to the bridge of TARGET, reads along, and forges what others say. Prints
-what it was given that it shouldn't have got, then "done"."""
+Speaks as the machine "eve" to the bridge of TARGET, reads along, and forges what others say. With a
+password it is the user "eve" of a server that holds each to its name: it reads nothing of others
+then, and sends them away in vain. Prints what it was given that it shouldn't have got, then
+"done"."""
 
+import json
 import os
 import random
 import socket
@@ -20,13 +23,20 @@ FLOOD = 20000
 class Server:
     """A connection to nats-server: text lines, and payloads behind some."""
 
-    def __init__(self, host, port):
+    def __init__(self, host, port, password):
         self.socket = socket.create_connection((host, port))
         self.stream = self.socket.makefile("rb")
         self.stream.readline()
-        self.send(b'CONNECT {"verbose":false,"headers":true,"lang":"none","version":"0"}\r\n'
-                  b"SUB hublink.test.> 1\r\nPING\r\n")
-        self.barrier_only()
+        self.violations = 0
+        own = {"user": "eve", "pass": password} if password else {}
+        self.send(b"CONNECT %s\r\n" % json.dumps(
+            {"verbose": False, "headers": True, "lang": "none", "version": "0", **own}).encode())
+        # What she may read by the server's permissions, and what she would like to.
+        for number, subject in enumerate((b"eve.>", b"all.>") if password else (b">",)):
+            self.send(b"SUB hublink.test.%s %d\r\n" % (subject, number))
+        if password:
+            self.send(b"SUB hublink.test.> 9\r\n")
+        self.barrier()
 
     def send(self, data):
         self.socket.sendall(data)
@@ -41,7 +51,7 @@ class Server:
             subject.encode(), len(head), len(head) + len(payload), head.encode(), payload))
 
     def next(self):
-        """Subject and payload of the next message; None for the answer to a PING."""
+        """Subject, payload and header lines of the next message; None for the answer to a PING."""
         while True:
             words = self.stream.readline().split()
             if not words:
@@ -50,13 +60,16 @@ class Server:
                 return None
             if words[0] == b"PING":
                 self.send(b"PONG\r\n")
+            if words[0] == b"-ERR":
+                self.violations += 1
             if words[0] in (b"MSG", b"HMSG"):
                 payload = self.stream.read(int(words[-1]))
                 self.stream.readline()
                 head = int(words[-2]) if words[0] == b"HMSG" else 0
-                return words[1].decode(), payload[head:]
+                return words[1].decode(), payload[head:], payload[:head].decode().splitlines()
 
-    def barrier_only(self):
+    def barrier(self):
+        self.send(b"PING\r\n")
         while self.next() is not None:
             pass
 
@@ -99,8 +112,9 @@ def frames_of(payload):
 
 
 def main():
-    host, port, target = sys.argv[1:]
-    server = Server(host, int(port))
+    host, port, target, *password = sys.argv[1:]
+    is_bound = bool(password)
+    server = Server(host, int(port), password[0] if is_bound else None)
     mine = {"Hublink-Incarnation": "e1", "Hublink-Since": 1, "Hublink-State": 1,
             "Hublink-Version": "x", "Hublink-Page": "1/1"}
     server.publish("all", "eve", "state", b'{"services":[]}', mine)
@@ -116,8 +130,8 @@ def main():
     answers = {}
     got = []
     heard = []
-    for subject, payload in server.gathered(2):
-        heard.append((subject, payload))
+    for subject, payload, head in server.gathered(2.5):
+        heard.append((subject, payload, head))
         if subject != f"hublink.test.eve.{target}.session":
             continue
         for kind, link, body in frames_of(payload):
@@ -133,11 +147,23 @@ def main():
 
     # Others' words again, in another order, and with a bit of their own.
     spoken = [one for one in heard if one[0].endswith(".session") and ".eve." not in one[0]]
-    if not spoken:
-        got.append("nothing to replay was heard")
-    for subject, payload in random.sample(spoken, min(len(spoken), 500)):
+    if bool(spoken) == is_bound:
+        got.append(f"{len(spoken)} messages of others")
+    for subject, payload, _ in random.sample(spoken, min(len(spoken), 500)):
         _, _, to, sender, what = subject.split(".")
         server.publish(to, sender, what, payload)
+    if is_bound:
+        # Each is heard to be alive: with what it says there, it is said to have gone.
+        alive = {subject.split(".")[3]: head[1:-1] for subject, _, head in heard
+                 if subject.endswith(".alive")}
+        if len(alive) < 2:
+            got.append(f"{alive} alive")
+        before = server.violations
+        for sender, head in alive.items():
+            server.publish("all", sender, "bye", b"", dict(line.split(": ") for line in head))
+        server.barrier()
+        if server.violations != before + len(alive):
+            got.append(f"{server.violations - before} refusals")
     # Sizes beyond all bounds, kinds that there are not, windows of nothing, sequences from afar.
     huge = struct.pack("<BII", DATA, 0xFFFFFFFF, 1)
     for damaged in (b"", b"x", message(1, 1)[:20], message(1, 1, huge),
@@ -161,8 +187,7 @@ def main():
                        message(random.getrandbits(64), 1, wish(1, b"Echo")))
         server.publish("all", f"m{number}", "alive", b"", mine)
         server.publish(target, "eve", "ping", os.urandom(8))
-    server.send(b"PING\r\n")
-    server.barrier_only()
+    server.barrier()
     for one in got:
         print("got", one, flush=True)
     print("done", flush=True)
