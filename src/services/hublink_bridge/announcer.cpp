@@ -93,9 +93,10 @@ void Announcer::sayState(const std::string& to) {
 void Announcer::connected(std::int64_t now) {
   if (startedUntil_ == 0) startedUntil_ = now + kStartTime;
   pings_.clear();
+  // Who misses this one is to see by the number that he did.
+  if (std::exchange(isStateDue_, false)) ++state_;
   say(kEverybody, kHello);
   sayState(kEverybody);
-  isStateDue_ = false;
 }
 
 void Announcer::memberCame(const std::string& machine) {
