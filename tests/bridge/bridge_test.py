@@ -115,11 +115,16 @@ def starts(realm):
     lazy.start_hub(("hublink.bridge", (realm.bin / "hublink-bridge", "--realm", "test", "--name",
                                        "lazy", "--nats", lazy.url())))
     check_run(lazy.peer(2, "requester", "-"), "Started", False)
-    # Who comes under a name that is taken says so and goes.
+    # Who comes under a name that is taken says so and goes, and links with the first one stay.
+    holder = here.peer(2, "requester", "-")
+    holder.ask("hold Hidden")
+    holder.expect("held")
     second = third.start(realm.bin / "hublink-bridge", "--realm", "test", "--name", "there",
                          "--nats", third.url(), "-hl_zone", third.zone)
     second.process.wait(LIMIT)
     assert second.process.returncode == 1
+    check_run(requester, "Hidden", False)
+    assert holder.says_nothing_yet()
 
 
 def realms_apart(realm):

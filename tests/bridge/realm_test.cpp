@@ -57,9 +57,9 @@ class MembersTest : public ::testing::Test, public MembersListener {
   }
   // What a machine exports, on one page.
   void tell(const std::string& machine, const std::vector<ExportedService>& services,
-            std::uint64_t state = 1, const std::string& incarnation = "1") {
+            std::uint64_t state = 1, const std::string& incarnation = "1", std::int64_t since = 5) {
     const std::string json = servicesToJson(services.data(), services.size());
-    members.stateArrived(machine, {incarnation, "0.1", 5, state, 1, 1, json}, now);
+    members.stateArrived(machine, {incarnation, "0.1", since, state, 1, 1, json}, now);
   }
   static ExportedService running(const std::string& name) { return {name, true, 7, "prog"}; }
   static ExportedService startable(const std::string& name) { return {name, false, -1, "prog"}; }
@@ -89,22 +89,36 @@ TEST_F(MembersTest, TakesTheNearestAndRunningOnesFirst) {
 }
 
 TEST_F(MembersTest, KnowsWhoComesAndGoes) {
-  EXPECT_FALSE(members.alive("a", "1", 3, now));  // it exports something that wasn't heard of
+  EXPECT_FALSE(members.alive("a", "1", 5, 3, now));  // it exports something that wasn't heard of
   tell("a", {running("Index")}, 3);
-  EXPECT_TRUE(members.alive("a", "1", 3, now));
-  EXPECT_FALSE(members.alive("a", "1", 4, now));
+  EXPECT_TRUE(members.alive("a", "1", 5, 3, now));
+  EXPECT_FALSE(members.alive("a", "1", 5, 4, now));
   members.bye("a", "2");  // of somebody who isn't it
   EXPECT_EQ(members.step(now + 14999), 1);
   members.heard("a", now + 10000);
   EXPECT_EQ(members.step(now + 15000), 10000);
   EXPECT_EQ(happened, "+a ");
-  members.alive("a", "2", 1, now + 20000);  // started anew: what it told before is void
+  members.alive("a", "2", 6, 1, now + 20000);  // started anew: what it told before is void
   EXPECT_TRUE(members.choose("Index").empty());
   members.step(now + 35000);
   tell("b", {});
   members.bye("b", "1");
   EXPECT_EQ(happened, "+a -a +a -a +b -b ");
   EXPECT_TRUE(members.all().empty());
+}
+
+TEST_F(MembersTest, KeepsTheYoungerBridgeOfAName) {
+  tell("a", {running("Index")}, 2, "new", 9);
+  tell("a", {}, 1, "new", 9);  // was overtaken
+  EXPECT_TRUE(members.alive("a", "new", 9, 1, now));
+  tell("a", {}, 3, "old", 8);
+  EXPECT_TRUE(members.alive("a", "old", 8, 4, now + 8000));
+  members.bye("a", "old");
+  EXPECT_EQ(members.choose("Index").size(), 1U);
+  EXPECT_EQ(happened, "+a ");
+  members.heard("a", now + 8000);  // by either of them
+  EXPECT_FALSE(members.alive("a", "old", 8, 4, now + 9000));
+  EXPECT_EQ(happened, "+a -a +a ");
 }
 
 TEST_F(MembersTest, TakesPagesInTheirOrderOnly) {
@@ -120,6 +134,13 @@ TEST_F(MembersTest, TakesPagesInTheirOrderOnly) {
   page(2, 1, first);
   page(2, 2, second);
   EXPECT_EQ(members.find("a")->services, (std::vector<ExportedService>{one[0], two[0]}));
+  // Said to all and to this one, and the earlier of two states last.
+  for (const std::size_t number : {1, 1, 2, 2}) page(3, number, first);
+  EXPECT_EQ(members.find("a")->state, 3U);
+  page(4, 1, second);
+  page(3, 1, first);
+  page(4, 2, second);
+  EXPECT_EQ(members.find("a")->services, (std::vector<ExportedService>{two[0], two[0]}));
 }
 
 TEST_F(MembersTest, IsNotImpressedByNonsense) {
@@ -144,7 +165,7 @@ TEST_F(MembersTest, IsNotImpressedByNonsense) {
   EXPECT_TRUE(servicesFromJson(servicesToJson(many.data(), many.size()), many.size(), taken));
   EXPECT_FALSE(servicesFromJson(servicesToJson(many.data(), many.size()), many.size() - 1, taken));
   for (std::size_t i = 0; i < 2 * Members::kMostMachines; ++i)
-    members.alive("m" + std::to_string(i), "1", 1, now);
+    members.alive("m" + std::to_string(i), "1", 1, 1, now);
   EXPECT_EQ(members.all().size(), Members::kMostMachines);
 }
 

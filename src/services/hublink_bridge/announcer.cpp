@@ -33,8 +33,11 @@ constexpr std::size_t kLargeRealm = 50;
 // In how many of these intervals each machine is measured once.
 constexpr std::size_t kMeasuringRound = 15;
 constexpr std::size_t kServicesOfPage = 200;
-// How long a bridge counts as one that has just come, and how often it tells of another of its
-// name, in ms.
+// In ms: how long a bridge that has come listens whether its name is taken before it announces
+// itself, and how often it asks meanwhile; how long it counts as one that has just come; and how
+// often it tells of another of its name.
+constexpr std::int64_t kListenTime = 450;
+constexpr std::int64_t kListenInterval = 225;
 constexpr std::int64_t kStartTime = 2000;
 constexpr std::int64_t kWarnInterval = 60000;
 // A machine that asks more often than this in ms gets no answer: it asks again with the next alive.
@@ -91,8 +94,14 @@ void Announcer::sayState(const std::string& to) {
 }
 
 void Announcer::connected(std::int64_t now) {
-  if (startedUntil_ == 0) startedUntil_ = now + kStartTime;
   pings_.clear();
+  if (!isAnnounced_) {
+    startedUntil_ = now + kStartTime;
+    announceAt_ = now + kListenTime;
+    askOwnNameAt_ = now + kListenInterval;
+    say(kEverybody, kHello);
+    return;
+  }
   // Who misses this one is to see by the number that he did.
   if (std::exchange(isStateDue_, false)) ++state_;
   say(kEverybody, kHello);
@@ -108,6 +117,7 @@ void Announcer::ask(const std::string& machine) {
 }
 
 void Announcer::answerHello(const std::string& machine, std::int64_t now) {
+  if (!isAnnounced_) return;
   if (answered_.size() >= kMostAnswered) answered_.clear();
   const auto [place, isNew] = answered_.try_emplace(machine, now);
   if (!isNew && now - std::exchange(place->second, now) < kHelloInterval) return;
@@ -115,7 +125,7 @@ void Announcer::answerHello(const std::string& machine, std::int64_t now) {
 }
 
 void Announcer::bye() {
-  say(kEverybody, kBye);
+  if (isAnnounced_) say(kEverybody, kBye);
 }
 
 void Announcer::ping(const std::string& machine) {
@@ -138,28 +148,46 @@ void Announcer::pingNext() {
 
 std::int64_t Announcer::step(std::int64_t now) {
   if (!nats_.isConnected()) return -1;
+  if (!isAnnounced_) {
+    if (now < announceAt_) return listen(now);
+    isAnnounced_ = true;
+    isStateDue_ = true;
+  }
   if (std::exchange(isStateDue_, false)) {
     ++state_;
     sayState(kEverybody);
   }
   if (now >= aliveDue_) {
-    aliveDue_ =
-        now + (members_.all().size() >= kLargeRealm ? kRareAliveInterval : kAliveInterval);
+    aliveDue_ = now + (members_.all().size() >= kLargeRealm ? kRareAliveInterval : kAliveInterval);
     say(kEverybody, kAlive);
     pingNext();
   }
   return aliveDue_ - now;
 }
 
-// The younger one of two bridges of one name leaves, if it has just come.
-void Announcer::ownNameHeard(const NatsMessage& message, std::int64_t now) {
+// The others keep what they know of this name until nobody else has turned out to bear it: an
+// announcement would end the links of that one.
+std::int64_t Announcer::listen(std::int64_t now) {
+  if (now >= askOwnNameAt_) {
+    say(machine_, kHello);
+    askOwnNameAt_ = announceAt_;
+  }
+  return std::min(askOwnNameAt_, announceAt_) - now;
+}
+
+// Who has just come leaves it to one who was here, whatever the clocks say: one who has come as
+// lately as this one says nothing but hello. Among those the older one stays.
+void Announcer::ownNameHeard(std::string_view what, const NatsMessage& message, std::int64_t now) {
   const std::string incarnation = message.header(kIncarnation);
   const std::string since = message.header(kSince);
-  if (incarnation.empty() || incarnation == incarnation_ || since.empty()) return;
+  if (incarnation.empty() || incarnation == incarnation_ || since.empty() || what == kBye) return;
   const auto theirs = static_cast<std::int64_t>(numberIn(since));
   const bool isOlder = std::pair(theirs, incarnation) < std::pair(since_, incarnation_);
-  if (isOlder && now < startedUntil_) {
+  const bool wasHere = !isAnnounced_ && what != kHello;
+  if ((isOlder || wasHere) && now < startedUntil_) {
     taken_();
+  } else if (!isAnnounced_) {
+    say(machine_, kHello);  // so that the younger one learns of this one
   } else if (now - warnedAt_ >= kWarnInterval) {
     warnedAt_ = now;
     std::fprintf(stderr, "hublink-bridge: somebody else in the realm goes by the name of %s\n",
@@ -187,12 +215,13 @@ bool Announcer::take(const Subject& subject, const NatsMessage& message, std::in
   const std::string_view what = subject.what;
   if (from == machine_) {
     if (what == kHello) answerHello(from, now);  // so that the other learns who was here before
-    ownNameHeard(message, now);
+    ownNameHeard(what, message, now);
     return true;
   }
   if (what == kAlive) {
-    if (!members_.alive(from, message.header(kIncarnation), numberIn(message.header(kStateNumber)),
-                        now))
+    const auto since = static_cast<std::int64_t>(numberIn(message.header(kSince)));
+    if (!members_.alive(from, message.header(kIncarnation), since,
+                        numberIn(message.header(kStateNumber)), now))
       say(from, kHello);
   } else if (what == kState) {
     stateArrived(from, message, now);

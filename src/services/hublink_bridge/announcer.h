@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "services/hublink_bridge/exports.h"
@@ -17,12 +18,13 @@ namespace bridge {
 
 class Announcer {
  public:
-  /// `taken` is called if an older bridge of this name is found in the realm at the start. Later on
+  /// `taken` is called if another bridge of this name is found in the realm at the start. Later on
   /// that is only told on standard error: anybody may say it who isn't held to his name.
   Announcer(NatsConnection& nats, Members& members, const Exports& exports, std::string realm,
             std::string machine, std::function<void()> taken);
 
-  /// There is a connection to NATS, again: all is said anew.
+  /// There is a connection to NATS, again: all is said anew. At first that is only a question for
+  /// the others, until it is clear that nobody else bears this name.
   void connected(std::int64_t now);
   /// Another list of exports is to be told.
   void exportsChanged() { isStateDue_ = true; }
@@ -37,6 +39,8 @@ class Announcer {
   void bye();
 
   std::int64_t since() const { return since_; }
+  /// Whether the others have been told of this one. Before, it is nobody to have links with.
+  bool isAnnounced() const { return isAnnounced_; }
 
  private:
   void say(const std::string& to, const char* what);
@@ -45,7 +49,8 @@ class Announcer {
   void ping(const std::string& machine);
   void pingNext();
   NatsHeaders ownHeaders() const;
-  void ownNameHeard(const NatsMessage& message, std::int64_t now);
+  std::int64_t listen(std::int64_t now);
+  void ownNameHeard(std::string_view what, const NatsMessage& message, std::int64_t now);
   void stateArrived(const std::string& machine, const NatsMessage& message, std::int64_t now);
 
   NatsConnection& nats_;
@@ -59,9 +64,11 @@ class Announcer {
   std::uint64_t state_ = 1;  // number of the list of exports
   bool isStateDue_ = false;
   std::int64_t aliveDue_ = 0;
-  std::int64_t startedUntil_ = 0;               // when the start is over; 0: it hasn't begun
-  std::int64_t warnedAt_ = 0;                   // of another bridge of this name
-  std::map<std::string, std::uint64_t> pings_;  // the latest to each machine that has no answer
+  bool isAnnounced_ = false;
+  std::int64_t announceAt_ = 0, askOwnNameAt_ = 0;  // while it isn't
+  std::int64_t startedUntil_ = 0;                   // when the start is over; 0: it hasn't begun
+  std::int64_t warnedAt_ = 0;                       // of another bridge of this name
+  std::map<std::string, std::uint64_t> pings_;      // the latest to each machine that has no answer
   std::string lastPinged_;
   std::map<std::string, std::int64_t> answered_;  // when a machine's hello was, at the latest
 };

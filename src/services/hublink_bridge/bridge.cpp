@@ -19,8 +19,9 @@ namespace {
 constexpr const char* kSession = "session";
 // Milliseconds that a machine may be silent beyond the grace: an announcement and some.
 constexpr std::int64_t kSilence = 5000;
-// How long the realm may take to make itself known to a bridge that has come, and how long that may
-// take with a server that isn't there, in ms.
+// How long the realm may take to make itself known to a bridge that has come, which is no less than
+// until that one announces itself, and how long that may take with a server that isn't there, in
+// ms.
 constexpr int kSettleTime = 500;
 constexpr int kMostSettleTime = 3000;
 // How often a hub is looked for that isn't there, in ms.
@@ -148,6 +149,8 @@ void Bridge::natsMessage(const NatsMessage& message) {
   const std::string from(subject->from);
   if (subject->what == kSession) {
     if (subject->to != options_.machine || from == options_.machine) return;
+    // It may be for another bridge of this name.
+    if (!announcer_.isAnnounced()) return;
     // Who hasn't said what he is has no session; he sends again.
     if (!members_.heard(from, now)) {
       announcer_.ask(from);
@@ -175,7 +178,8 @@ void Bridge::memberGone(const std::string& machine, const std::string& why) {
 // --- Sessions ---
 
 bool Bridge::sendTo(const std::string& machine, const unsigned char* message, std::size_t size) {
-  return nats_.publish(subjectOf(options_.realm, machine, options_.machine, kSession), message,
+  return announcer_.isAnnounced() &&
+         nats_.publish(subjectOf(options_.realm, machine, options_.machine, kSession), message,
                        size);
 }
 
@@ -343,7 +347,7 @@ void Bridge::sleep() {
 }
 
 void Bridge::tellReady() {
-  if (isTold_ || !hasHub_ || !nats_.isConnected()) return;
+  if (isTold_ || !hasHub_ || !nats_.isConnected() || !announcer_.isAnnounced()) return;
   isTold_ = true;
   std::printf("bridge: machine %s of realm %s, NATS %s\n", options_.machine.c_str(),
               options_.realm.c_str(), nats_.server().c_str());
@@ -351,8 +355,8 @@ void Bridge::tellReady() {
 }
 
 void Bridge::stop(int exitCode, const std::string& why) {
+  if (std::exchange(stops_, true)) return;
   tell(why);
-  stops_ = true;
   exitCode_ = exitCode;
 }
 

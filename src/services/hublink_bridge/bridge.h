@@ -102,7 +102,7 @@ class Bridge : private NatsListener,
   std::uint64_t traffic_ = 0;         // bytes of links since memory was trimmed; 0: it is
   std::int64_t nextStep_ = 0;         // ms until something of the tables is due; -1: nothing
   bool hasHub_ = false;
-  bool isHubReady_ = true;  // there is something to read or write at the hub
+  bool isHubReady_ = true;   // there is something to read or write at the hub
   bool isTold_ = false;      // that all is ready
   std::int64_t hubDue_ = 0;  // when the hub is tried again
   bool stops_ = false;

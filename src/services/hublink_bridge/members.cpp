@@ -12,6 +12,9 @@ namespace {
 
 constexpr std::size_t kMostIncarnation = 16;
 constexpr std::int64_t kMicroseconds = 1000;  // in a millisecond
+// How long an incarnation that isn't heard any more stands against one that seems to be older: two
+// of the rare announcements, and some. In ms.
+constexpr std::int64_t kDoubtTime = 9000;
 // What is taken for a machine that hasn't been measured, in ms: further away than any other.
 constexpr std::int64_t kUnmeasured = INT32_MAX;
 
@@ -62,19 +65,26 @@ bool servicesFromJson(std::string_view json, std::size_t most,
   return true;
 }
 
+// An older incarnation has a message that comes late, or is a second bridge of that name. If the
+// one that is known stays silent, though, it was the clock that was set back between two starts.
 Member* Members::admit(const std::string& machine, const std::string& incarnation,
-                       std::int64_t now) {
+                       std::int64_t since, std::int64_t now) {
   if (incarnation.empty() || incarnation.size() > kMostIncarnation) return nullptr;
   const auto place = members_.find(machine);
-  if (place != members_.end() && place->second.incarnation == incarnation) {
-    place->second.heard = now;
-    return &place->second;
+  if (place != members_.end()) {
+    Member& known = place->second;
+    if (known.incarnation == incarnation) {
+      known.heard = known.shown = now;
+      return &known;
+    }
+    if (since < known.since && now - known.shown < kDoubtTime) return nullptr;
   }
   if (place != members_.end()) remove(machine, "its bridge was started anew");
   if (members_.size() >= kMostMachines) return nullptr;
   Member& member = members_[machine];
   member.incarnation = incarnation;
-  member.heard = now;
+  member.since = since;
+  member.heard = member.shown = now;
   listener_.memberCame(machine);
   const auto added = members_.find(machine);
   return added == members_.end() ? nullptr : &added->second;
@@ -87,20 +97,23 @@ bool Members::heard(const std::string& machine, std::int64_t now) {
   return true;
 }
 
-bool Members::alive(const std::string& machine, const std::string& incarnation, std::uint64_t state,
-                    std::int64_t now) {
-  const Member* member = admit(machine, incarnation, now);
-  return !member || member->state == state;
+bool Members::alive(const std::string& machine, const std::string& incarnation, std::int64_t since,
+                    std::uint64_t state, std::int64_t now) {
+  const Member* member = admit(machine, incarnation, since, now);
+  return !member || member->state >= state;
 }
 
 void Members::stateArrived(const std::string& machine, const StatePage& page, std::int64_t now) {
   if (page.pages == 0 || page.page == 0 || page.page > page.pages || page.state == 0) return;
-  if (!admit(machine, page.incarnation, now)) return;
+  const Member* known = admit(machine, page.incarnation, page.since, now);
+  if (!known || page.state < known->state) return;
   Partial& partial = partials_[machine];
+  // What is said to all and what is said to this one may overtake each other.
+  if (partial.incarnation == page.incarnation && page.state < partial.state) return;
   if (page.page == 1) partial = {page.incarnation, page.state, 1, {}};
-  const bool isNext = partial.incarnation == page.incarnation && partial.state == page.state &&
-                      partial.next == page.page;
-  if (!isNext ||
+  const bool isOfThose = partial.incarnation == page.incarnation && partial.state == page.state;
+  if (isOfThose && page.page < partial.next) return;
+  if (!isOfThose || page.page > partial.next ||
       !servicesFromJson(page.json, kMostServices - partial.services.size(), partial.services)) {
     partials_.erase(machine);
     return;
@@ -109,7 +122,6 @@ void Members::stateArrived(const std::string& machine, const StatePage& page, st
   if (page.page < page.pages) return;
   Member& member = members_[machine];
   member.version = page.version.substr(0, kMostText);
-  member.since = page.since;
   member.state = page.state;
   member.services = std::move(partial.services);
   partials_.erase(machine);

@@ -27,6 +27,7 @@ struct Member {
   std::string incarnation;      ///< another one for each start of its bridge
   std::int64_t since = 0;       ///< when its bridge was started, in ms since 1970
   std::int64_t heard = 0;       ///< in ms of the clock that the table is told
+  std::int64_t shown = 0;       ///< when this incarnation was named, at the latest
   std::int64_t roundTrip = -1;  ///< smoothed, in us; -1: not measured yet
   std::uint64_t state = 0;      ///< the number of what it has told of its exports; 0: nothing yet
   std::vector<ExportedService> services;
@@ -64,8 +65,8 @@ class Members {
   /// Something has come from a machine; false if that isn't known.
   bool heard(const std::string& machine, std::int64_t now);
   /// False if it has told more than is known here and is to be asked.
-  bool alive(const std::string& machine, const std::string& incarnation, std::uint64_t state,
-             std::int64_t now);
+  bool alive(const std::string& machine, const std::string& incarnation, std::int64_t since,
+             std::uint64_t state, std::int64_t now);
   void stateArrived(const std::string& machine, const StatePage& page, std::int64_t now);
   void bye(const std::string& machine, const std::string& incarnation);
   void measured(const std::string& machine, std::int64_t roundTrip);
@@ -91,7 +92,8 @@ class Members {
     std::vector<ExportedService> services;
   };
 
-  Member* admit(const std::string& machine, const std::string& incarnation, std::int64_t now);
+  Member* admit(const std::string& machine, const std::string& incarnation, std::int64_t since,
+                std::int64_t now);
   void remove(const std::string& machine, const std::string& why);
 
   MembersListener& listener_;
