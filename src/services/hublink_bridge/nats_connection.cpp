@@ -298,7 +298,8 @@ void NatsConnection::serve(bool isReadable, bool isWritable) {
   takeConnection();
   if (!library_) return;
   if (isWritable) natsConnection_ProcessWriteEvent(library_->connection);
-  if (isReadable) natsConnection_ProcessReadEvent(library_->connection);
+  // What has been read and not been handed over has no bound but that no more is read meanwhile.
+  if (isReadable && !hasMore_) natsConnection_ProcessReadEvent(library_->connection);
   handOver();
   tellState();
 }
@@ -320,6 +321,7 @@ void NatsConnection::takeConnection() {
 }
 
 void NatsConnection::handOver() {
+  hasMore_ = false;
   for (std::size_t i = 0; library_ && i < library_->subscriptions.size(); ++i) {
     natsSubscription* subscription = library_->subscriptions[i];
     int waiting = 0;
@@ -332,8 +334,9 @@ void NatsConnection::handOver() {
       listener_.natsMessage(NatsMessage(message));
       discard(message, static_cast<std::size_t>(natsMsg_GetDataLength(message)));
     }
-    if (isLong) wake_();
+    hasMore_ = hasMore_ || isLong;
   }
+  if (hasMore_) wake_();
 }
 
 // The library hands each message that is destroyed to a thread of its own, which it has to wake

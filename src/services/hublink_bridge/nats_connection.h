@@ -91,7 +91,8 @@ class NatsConnection {
   /// What to wait for, or -1.
   int descriptor() const;
   bool wantsWrite() const;
-  /// Reads once, hands over what has come, and tells of changes of the connection.
+  /// Reads once, unless some of the last time is still there, hands over what has come, though not
+  /// all of a flood, and tells of changes of the connection.
   void serve(bool isReadable, bool isWritable);
 
  private:
@@ -116,6 +117,7 @@ class NatsConnection {
   std::unique_ptr<Library> library_;  // of the connection that there is
   std::vector<void*> discarded_;      // messages that are still to be destroyed
   bool isUp_ = false;
+  bool hasMore_ = false;  // than was handed over at once
   std::thread connecting_;
   std::mutex mutex_;  // for what the thread that connects shares
   std::unique_ptr<Library> arrived_;
