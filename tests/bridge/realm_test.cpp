@@ -169,5 +169,23 @@ TEST_F(MembersTest, IsNotImpressedByNonsense) {
   EXPECT_EQ(members.all().size(), Members::kMostMachines);
 }
 
+TEST_F(MembersTest, KeepsNoMoreListsThanThereIsRoomFor) {
+  const std::string text(1024, 'x');
+  const std::vector<ExportedService> large(Members::kMostServices, {text, true, 7, text});
+  const std::string json = servicesToJson(large.data(), large.size());
+  const auto told = [&](const std::string& machine) {
+    members.stateArrived(machine, {"1", "", 5, 1, 1, 1, json}, now);
+    return members.find(machine)->state == 1;
+  };
+  int count = 0;
+  while (count < 100 && told("m" + std::to_string(count))) ++count;
+  EXPECT_EQ(count, 7);                                // of 8 MiB and some each
+  EXPECT_FALSE(members.alive("m7", "1", 5, 1, now));  // it is to be asked again
+  tell("m0", {}, 2);
+  EXPECT_TRUE(told("m7"));
+  members.bye("m1", "1");
+  EXPECT_TRUE(told("m8"));
+}
+
 }  // namespace
 }  // namespace bridge

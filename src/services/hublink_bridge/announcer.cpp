@@ -112,6 +112,10 @@ void Announcer::memberCame(const std::string& machine) {
   ping(machine);
 }
 
+void Announcer::memberGone(const std::string& machine) {
+  pings_.erase(machine);
+}
+
 void Announcer::ask(const std::string& machine) {
   say(machine, kHello);
 }

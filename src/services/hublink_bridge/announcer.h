@@ -29,6 +29,7 @@ class Announcer {
   /// Another list of exports is to be told.
   void exportsChanged() { isStateDue_ = true; }
   void memberCame(const std::string& machine);
+  void memberGone(const std::string& machine);
   /// Asks a machine that isn't known what it exports.
   void ask(const std::string& machine);
   /// False if the message is of another kind than those here.

@@ -172,6 +172,7 @@ void Bridge::memberCame(const std::string& machine) {
 }
 
 void Bridge::memberGone(const std::string& machine, const std::string& why) {
+  announcer_.memberGone(machine);
   sessions_.endAll(machine, machine + " has gone: " + why);
 }
 

@@ -1,6 +1,7 @@
 #include "services/hublink_bridge/members.h"
 
 #include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <tuple>
 
@@ -17,6 +18,13 @@ constexpr std::int64_t kMicroseconds = 1000;  // in a millisecond
 constexpr std::int64_t kDoubtTime = 9000;
 // What is taken for a machine that hasn't been measured, in ms: further away than any other.
 constexpr std::int64_t kUnmeasured = INT32_MAX;
+
+std::size_t bytesOf(const std::vector<ExportedService>& services) {
+  std::size_t bytes = 0;
+  for (const ExportedService& one : services)
+    bytes += sizeof one + one.name.size() + one.program.size();
+  return bytes;
+}
 
 bool readText(const nlohmann::json& object, const char* name, std::string& text) {
   const auto place = object.find(name);
@@ -103,6 +111,31 @@ bool Members::alive(const std::string& machine, const std::string& incarnation, 
   return !member || member->state >= state;
 }
 
+void Members::drop(std::vector<ExportedService>& services) {
+  bytes_ -= bytesOf(services);
+  services.clear();
+}
+
+void Members::dropPartial(const std::string& machine) {
+  const auto place = partials_.find(machine);
+  if (place == partials_.end()) return;
+  drop(place->second.services);
+  partials_.erase(place);
+}
+
+// One for which there is no room is asked for again with the next announcement.
+bool Members::takePage(Partial& partial, const StatePage& page) {
+  std::vector<ExportedService> services;
+  if (!servicesFromJson(page.json, kMostServices - partial.services.size(), services)) return false;
+  const std::size_t bytes = bytesOf(services);
+  if (bytes > kMostBytes - bytes_) return false;
+  bytes_ += bytes;
+  partial.services.reserve(partial.services.size() + services.size());
+  std::move(services.begin(), services.end(), std::back_inserter(partial.services));
+  ++partial.next;
+  return true;
+}
+
 void Members::stateArrived(const std::string& machine, const StatePage& page, std::int64_t now) {
   if (page.pages == 0 || page.page == 0 || page.page > page.pages || page.state == 0) return;
   const Member* known = admit(machine, page.incarnation, page.since, now);
@@ -110,19 +143,21 @@ void Members::stateArrived(const std::string& machine, const StatePage& page, st
   Partial& partial = partials_[machine];
   // What is said to all and what is said to this one may overtake each other.
   if (partial.incarnation == page.incarnation && page.state < partial.state) return;
-  if (page.page == 1) partial = {page.incarnation, page.state, 1, {}};
+  if (page.page == 1) {
+    drop(partial.services);
+    partial = {page.incarnation, page.state, 1, {}};
+  }
   const bool isOfThose = partial.incarnation == page.incarnation && partial.state == page.state;
   if (isOfThose && page.page < partial.next) return;
-  if (!isOfThose || page.page > partial.next ||
-      !servicesFromJson(page.json, kMostServices - partial.services.size(), partial.services)) {
-    partials_.erase(machine);
+  if (!isOfThose || page.page > partial.next || !takePage(partial, page)) {
+    dropPartial(machine);
     return;
   }
-  ++partial.next;
   if (page.page < page.pages) return;
   Member& member = members_[machine];
   member.version = page.version.substr(0, kMostText);
   member.state = page.state;
+  drop(member.services);
   member.services = std::move(partial.services);
   partials_.erase(machine);
 }
@@ -157,8 +192,10 @@ std::int64_t Members::step(std::int64_t now) {
 }
 
 void Members::remove(const std::string& machine, const std::string& why) {
-  members_.erase(machine);
-  partials_.erase(machine);
+  const auto place = members_.find(machine);
+  drop(place->second.services);
+  members_.erase(place);
+  dropPartial(machine);
   listener_.memberGone(machine, why);
 }
 

@@ -55,6 +55,7 @@ class Members {
  public:
   static constexpr std::size_t kMostMachines = 1000;
   static constexpr std::size_t kMostServices = 4096;
+  static constexpr std::size_t kMostBytes = 64 << 20;  ///< of the lists of all machines
 
   /// `silence`: milliseconds without a word after which a machine counts as gone.
   Members(MembersListener& listener, std::int64_t silence)
@@ -92,6 +93,9 @@ class Members {
     std::vector<ExportedService> services;
   };
 
+  bool takePage(Partial& partial, const StatePage& page);
+  void drop(std::vector<ExportedService>& services);
+  void dropPartial(const std::string& machine);
   Member* admit(const std::string& machine, const std::string& incarnation, std::int64_t since,
                 std::int64_t now);
   void remove(const std::string& machine, const std::string& why);
@@ -102,6 +106,7 @@ class Members {
   std::vector<std::string> imports_;
   std::map<std::string, Member> members_;
   std::map<std::string, Partial> partials_;
+  std::size_t bytes_ = 0;  // of all lists, about
 };
 
 /// A page of services as JSON, and back; false for what is no such page.
