@@ -161,6 +161,11 @@ TEST(LinkFlow, PacketsBeyondTheWindowTakeTurns) {
   Bytes packets = packet;
   packets.insert(packets.end(), packet.begin(), packet.end());
   pair.out.send(packets.data(), packets.size());
+  // A link's second waits until the first has been written.
+  pair.runUntil([&] { return pair.outlet.calls == 1; });
+  pair.run(200);
+  EXPECT_EQ(pair.outlet.calls, 1);
+  pair.in.written(packet.size());
   pair.runUntil([&] { return pair.outlet.calls == 2; });
   EXPECT_TRUE(pair.outlet.bytes == packets);
   pair.in.written(packets.size());
@@ -192,6 +197,19 @@ TEST(LinkFlow, PacketsBeyondTheWindowTakeTurns) {
     void largePacketGranted() override {}
   } all;
   EXPECT_TRUE(pair.second.largePackets().reserve(all, STP_MAX_PACKET_SIZE));
+}
+
+// What nobody wants any more goes on coming, or the other side would never get to its end.
+TEST(LinkFlow, WhatIsDroppedGivesCreditAllTheSame) {
+  FlowPair pair;
+  ASSERT_TRUE(pair.in.start(pair.outlet, 55, 66));
+  const Bytes packet = packetOf(20 << 20);
+  pair.out.send(packet.data(), packet.size());
+  pair.run(50);
+  pair.in.drop();
+  pair.out.close();
+  pair.runUntil([&] { return pair.isClosed; });
+  EXPECT_EQ(pair.outlet.calls, 0);
 }
 
 }  // namespace

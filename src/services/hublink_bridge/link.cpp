@@ -12,7 +12,9 @@ bool Link::join(StandIn& standIn, const std::shared_ptr<HublinkLink>& hubLink) {
   standIn_ = &standIn;
   hubLink_ = hubLink;
   since_ = platform::unixMilliseconds();
-  return incoming_.start(*this, hubLink->localRN(), hubLink->remoteRN());
+  if (!incoming_.start(*this, hubLink->localRN(), hubLink->remoteRN())) return false;
+  if (hasRemoteEnded_) endHere();
+  return true;
 }
 
 std::uint64_t Link::passOn(const unsigned char* packets, std::size_t size) {
@@ -30,7 +32,7 @@ void Link::packetsArrived(const unsigned char* packets, std::size_t size) {
 }
 
 bool Link::dataArrived(const Frame& frame) {
-  return hasLocalEnded_ || hasRemoteEnded_ || incoming_.take(frame.body, frame.size);
+  return hasRemoteEnded_ || incoming_.take(frame.body, frame.size);
 }
 
 bool Link::creditArrived(const Frame& frame) {
@@ -49,23 +51,26 @@ void Link::noteWritten() {
 }
 
 void Link::localEnded() {
-  if (hasLocalEnded_ || hasRemoteEnded_) return;
-  hasLocalEnded_ = true;
-  incoming_.close();
-  outgoing_.close();
+  if (std::exchange(hasLocalEnded_, true)) return;
+  incoming_.drop();
+  if (!hasRemoteEnded_) outgoing_.close();
 }
 
 void Link::remoteEnded() {
-  if (hasRemoteEnded_) return;
-  hasRemoteEnded_ = true;
-  incoming_.close();
+  if (std::exchange(hasRemoteEnded_, true)) return;
   holdReading();
-  if (hubLink_ && !hasLocalEnded_) hubLink_->close();
+  if (hubLink_) endHere();
+}
+
+void Link::endHere() {
+  incoming_.close();
+  if (!hasLocalEnded_) hubLink_->close();
 }
 
 bool Link::isOver() const {
   if (incoming_.hasUnwritten() && standIn_->plugin().isConnected()) return false;
-  return hasRemoteEnded_ || (hasLocalEnded_ && outgoing_.isClosed());
+  if (hasRemoteEnded_) return hubLink_ || hasLocalEnded_;
+  return hasLocalEnded_ && outgoing_.isClosed();
 }
 
 Link& LinkTable::add(Session& session, std::uint32_t number, LinkEnds ends) {
@@ -115,7 +120,10 @@ void LinkTable::forEach(const std::function<void(const Link& link)>& visit) cons
 }
 
 void LinkTable::roomAgain(const Session& session) {
-  eachOf(session, [](Link& link) { link.sendMore(); });
+  eachOf(session, [this](Link& link) {
+    link.sendMore();
+    if (link.isOver()) settleLater(link);
+  });
 }
 
 void LinkTable::sessionEnded(const Session& session) {

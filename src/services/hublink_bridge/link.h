@@ -37,7 +37,7 @@ class Link : private PacketOutlet {
         incoming_(session, number) {}
   ~Link() override;
 
-  /// It is up at the local hub, too. False if what has come before is no packets.
+  /// It is up at the local hub, too, which gets what has come before. False if that is no packets.
   bool join(StandIn& standIn, const std::shared_ptr<HublinkLink>& hubLink);
 
   Session& session() const { return session_; }
@@ -65,7 +65,7 @@ class Link : private PacketOutlet {
   bool hasUnwritten() const { return incoming_.hasUnwritten(); }
   /// The local side has ended: the other is told behind all that came before.
   void localEnded();
-  /// The other side has: the local one is told behind all that came before.
+  /// The other side has: the local one is told behind all that came before, once it has joined.
   void remoteEnded();
   /// Nothing is left to do for it.
   bool isOver() const;
@@ -73,6 +73,7 @@ class Link : private PacketOutlet {
  private:
   std::uint64_t passOn(const unsigned char* packets, std::size_t size) override;
   void holdReading();
+  void endHere();
 
   Session& session_;
   const std::uint32_t number_;

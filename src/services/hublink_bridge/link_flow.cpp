@@ -36,6 +36,10 @@ void dropBuffer(Bytes& bytes) {
 
 // --- Outgoing ---
 
+OutgoingFlow::~OutgoingFlow() {
+  session_.noteKept(-static_cast<std::ptrdiff_t>(kept_.size() - keptAt_));
+}
+
 void OutgoingFlow::send(const unsigned char* packets, std::size_t size) {
   if (state_ != State::open) return;
   for (std::size_t at = 0; size - at >= kSizesBytes; ++counters_.packets) {
@@ -46,6 +50,7 @@ void OutgoingFlow::send(const unsigned char* packets, std::size_t size) {
   counters_.bytes += size;
   const std::size_t sent = kept_.empty() ? sendSome(packets, size) : 0;
   kept_.insert(kept_.end(), packets + sent, packets + size);
+  session_.noteKept(static_cast<std::ptrdiff_t>(size - sent));
 }
 
 // Gives how many bytes could go.
@@ -74,7 +79,9 @@ bool OutgoingFlow::takeCredit(const Frame& frame) {
 
 void OutgoingFlow::sendMore() {
   if (!kept_.empty()) {
-    keptAt_ += sendSome(kept_.data() + keptAt_, kept_.size() - keptAt_);
+    const std::size_t sent = sendSome(kept_.data() + keptAt_, kept_.size() - keptAt_);
+    session_.noteKept(-static_cast<std::ptrdiff_t>(sent));
+    keptAt_ += sent;
     if (keptAt_ < kept_.size()) return;
     dropBuffer(kept_);
     keptAt_ = 0;
@@ -98,14 +105,26 @@ IncomingFlow::~IncomingFlow() {
     if (run.reserved > 0) session_.largePackets().release(run.reserved);
 }
 
+void IncomingFlow::drop() {
+  if (state_ != State::open) return;
+  state_ = State::dropping;
+  giveBack(forgetJoining());
+}
+
 void IncomingFlow::close() {
-  isClosed_ = true;
+  state_ = State::closed;
+  forgetJoining();
+}
+
+// Gives how many bytes of it the other side has no credit for yet.
+std::size_t IncomingFlow::forgetJoining() {
+  const Large large = std::exchange(large_, Large::none);
+  const std::size_t size = std::exchange(joiningSize_, 0);
+  const std::size_t owed = joining_.size() - (large == Large::granted ? givenBack_ : 0);
   Bytes().swap(joining_);
-  if (large_ == Large::waits) session_.largePackets().forget(*this);
-  const bool hasReserved = large_ == Large::granted;
-  large_ = Large::none;
-  if (hasReserved) session_.largePackets().release(static_cast<std::int64_t>(joiningSize_));
-  joiningSize_ = 0;
+  if (large == Large::waits) session_.largePackets().forget(*this);
+  if (large == Large::granted) session_.largePackets().release(static_cast<std::int64_t>(size));
+  return owed;
 }
 
 bool IncomingFlow::start(PacketOutlet& outlet, std::int32_t sourceRN, std::int32_t destinationRN) {
@@ -117,9 +136,13 @@ bool IncomingFlow::start(PacketOutlet& outlet, std::int32_t sourceRN, std::int32
 }
 
 bool IncomingFlow::take(unsigned char* bytes, std::size_t size) {
-  if (isClosed_) return true;
+  if (state_ == State::closed) return true;
   if (size > credit_) return false;
   credit_ -= static_cast<std::uint32_t>(size);
+  if (state_ == State::dropping) {
+    giveBack(size);
+    return true;
+  }
   counters_.bytes += size;
   if (outlet_) return consume(bytes, size);
   joining_.insert(joining_.end(), bytes, bytes + size);
@@ -162,10 +185,16 @@ bool IncomingFlow::lookAtJoining() {
   joiningSize_ = storedSizeAt(joining_.data());
   if (joiningSize_ == 0) return false;
   if (joiningSize_ <= kLargePacket) return true;
-  large_ = Large::waits;
+  reserveLarge();
+  return true;
+}
+
+// One of a link at a time, or those for a plugin that stands still would take all that there is.
+void IncomingFlow::reserveLarge() {
+  large_ = holdsLarge_ ? Large::postponed : Large::waits;
+  if (holdsLarge_) return;
   if (session_.largePackets().reserve(*this, static_cast<std::int64_t>(joiningSize_)))
     largePacketGranted();
-  return true;
 }
 
 void IncomingFlow::largePacketGranted() {
@@ -184,6 +213,7 @@ void IncomingFlow::joined() {
   const Large large = std::exchange(large_, Large::none);
   if (large == Large::waits) session_.largePackets().forget(*this);
   address(joining_.data());
+  holdsLarge_ = holdsLarge_ || large == Large::granted;
   if (large == Large::granted)
     passOn(joining_.data(), size, 0, static_cast<std::int64_t>(size));
   else
@@ -215,13 +245,16 @@ void IncomingFlow::written(std::uint64_t place) {
     const Passed run = passed_.front();
     passed_.pop_front();
     giveBack(run.bytes);
-    if (run.reserved > 0) session_.largePackets().release(run.reserved);
+    if (run.reserved == 0) continue;
+    holdsLarge_ = false;
+    session_.largePackets().release(run.reserved);
+    if (large_ == Large::postponed) reserveLarge();
   }
 }
 
 void IncomingFlow::giveBack(std::size_t bytes) {
   owed_ += static_cast<std::uint32_t>(bytes);
-  if (owed_ < kCreditStep || isClosed_) return;
+  if (owed_ < kCreditStep || state_ == State::closed) return;
   unsigned char body[4];
   stpWriteWord(body, owed_);
   if (session_.send(FrameKind::credit, link_, body, sizeof body)) credit_ += owed_;

@@ -29,6 +29,7 @@ class OutgoingFlow {
  public:
   /// The session is to outlive it.
   OutgoingFlow(Session& session, std::uint32_t link) : session_(session), link_(link) {}
+  ~OutgoingFlow();
   OutgoingFlow(const OutgoingFlow&) = delete;
   OutgoingFlow& operator=(const OutgoingFlow&) = delete;
 
@@ -86,8 +87,10 @@ class IncomingFlow : private LargePackets::Taker {
   bool take(unsigned char* bytes, std::size_t size);
   /// All that was queued up to this place has been written.
   void written(std::uint64_t place);
-  /// Nothing more will come or be wanted: a packet that isn't whole is dropped, and no credit
-  /// given.
+  /// Nothing more is wanted here: what comes is dropped, but credit given for it, so that the other
+  /// side gets on with its work.
+  void drop();
+  /// Nothing more will come: a packet that isn't whole is dropped, and no credit given.
   void close();
   /// Whether something that was passed on has not been written. Until then the link counts: who
   /// opens, fills and closes links in a row would else fill the memory.
@@ -95,7 +98,9 @@ class IncomingFlow : private LargePackets::Taker {
   const FlowCounters& counters() const { return counters_; }
 
  private:
-  enum class Large { none, waits, granted };
+  enum class State { open, dropping, closed };
+  /// `postponed`: until the link's last one has been written.
+  enum class Large { none, postponed, waits, granted };
   // A run that was passed on.
   struct Passed {
     std::uint64_t place;    // of its end
@@ -112,6 +117,8 @@ class IncomingFlow : private LargePackets::Taker {
   void passOn(const unsigned char* packets, std::size_t size, std::size_t toGiveBack,
               std::int64_t reserved);
   void giveBackLarge();
+  void reserveLarge();
+  std::size_t forgetJoining();
   void giveBack(std::size_t bytes);
 
   Session& session_;
@@ -119,13 +126,14 @@ class IncomingFlow : private LargePackets::Taker {
   PacketOutlet* outlet_ = nullptr;
   std::int32_t sourceRN_ = 0;
   std::int32_t destinationRN_ = 0;
-  bool isClosed_ = false;
+  State state_ = State::open;
   Bytes joining_;                // the beginning of a packet, or all before start()
   std::size_t joiningSize_ = 0;  // of the whole packet, 0: not known yet
   Large large_ = Large::none;    // whether that is a large one
   std::size_t givenBack_ = 0;    // of a large one
   std::uint32_t credit_ = kLinkWindow;
-  std::uint32_t owed_ = 0;  // less than a step
+  std::uint32_t owed_ = 0;   // less than a step
+  bool holdsLarge_ = false;  // one that was passed on isn't written
   std::deque<Passed> passed_;
   FlowCounters counters_;
 };
