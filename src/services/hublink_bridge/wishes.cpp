@@ -46,7 +46,7 @@ void Wishes::providerWanted(const hubbridge::WantedProvider& message) {
 }
 
 void Wishes::begin(std::int32_t cookie, Wish wish) {
-  if (const auto old = wishes_.find(cookie); old != wishes_.end()) forget(old);
+  noLongerWanted(cookie);  // of a hub before this one
   wish.limit = parts_.plugin.callLater(kWishTime, [this, cookie] { fail(cookie); });
   if (wish.isForAnybody) wish.machines = parts_.members.choose(*wish.body.service);
   const bool waits = wish.isForAnybody && wish.machines.empty() && !isSettled_;
@@ -119,27 +119,27 @@ void Wishes::standInReady(std::int32_t cookie, StandIn* standIn, OpenedBody::Out
     return;
   }
   Wish& wish = place->second;
-  wish.standIn = standIn;
   if ((wish.body.flags & OpenBody::kQueryOnly) != 0) {
     parts_.desk.found(cookie, standIn->plugin().pluginID(), 0);
     forget(place);
     return;
   }
   const bool isAccepted = outcome == OpenedBody::Outcome::accepted;
+  wish.standIn = standIn;
   parts_.standIns.linkBegins(*standIn);
-  const RemotePluginKey key = standIn->key();
   standIn->plugin().reserveRNs(
-      1, [this, cookie, key, isAccepted](const std::vector<std::int32_t>& list) {
-        if (!list.empty()) offer(cookie, list.front(), isAccepted);
-        if (list.empty()) fail(cookie);
-        if (StandIn* one = parts_.standIns.find(key)) parts_.standIns.linkEnds(*one, clockNow());
+      1, [this, cookie, key = standIn->key(), isAccepted](const std::vector<std::int32_t>& list) {
+        if (list.empty())
+          fail(cookie);
+        else if (wishes_.contains(cookie))
+          offer(cookie, list.front(), isAccepted);
+        else if (StandIn* one = parts_.standIns.find(key))
+          releaseRN(*one, list.front());
       });
 }
 
 void Wishes::offer(std::int32_t cookie, std::int32_t rn, bool isAccepted) {
-  const auto place = wishes_.find(cookie);
-  if (place == wishes_.end()) return;
-  Wish& wish = place->second;
+  Wish& wish = wishes_[cookie];
   wish.rn = rn;
   wish.standIn->plugin().offerRN(
       rn,
@@ -158,21 +158,22 @@ void Wishes::offer(std::int32_t cookie, std::int32_t rn, bool isAccepted) {
 
 void Wishes::connected(std::int32_t cookie, const std::shared_ptr<HublinkLink>& hubLink) {
   const auto place = wishes_.find(cookie);
-  Link* link = nullptr;
-  if (place != wishes_.end()) {
-    Wish& wish = place->second;
-    link = parts_.links.find(*wish.session, wish.number);
-    wish.standIn->plugin().unregisterService(wish.rn);
-    if (link) {
-      parts_.standIns.linkBegins(*wish.standIn);
-      Session& session = *wish.session;
-      if (!parts_.links.join(*link, *wish.standIn, hubLink))
-        session.end("what came wasn't packets", true);
-    }
-    forget(place);
+  if (place == wishes_.end()) {
+    hubLink->close();
+    return;
   }
-  // The other side may have ended it meanwhile.
-  if (!link) hubLink->close();
+  const Wish& wish = place->second;
+  StandIn& standIn = *wish.standIn;
+  Session& session = *wish.session;
+  standIn.plugin().unregisterService(wish.rn);
+  if (Link* link = parts_.links.find(session, wish.number)) {
+    parts_.standIns.linkBegins(standIn);
+    if (!parts_.links.join(*link, standIn, hubLink)) session.end("what came wasn't packets", true);
+  } else {
+    hubLink->close();
+    releaseRN(standIn, wish.rn);
+  }
+  forget(place);
 }
 
 // The other machine is told, and the RN that was offered goes.
@@ -185,10 +186,13 @@ void Wishes::takeBack(Wish& wish) {
       wish.session->send(FrameKind::close, wish.number);
     }
   }
-  if (wish.rn != 0 && wish.standIn->plugin().isConnected()) {
-    wish.standIn->plugin().unregisterService(wish.rn);
-    wish.standIn->plugin().hub().ReleaseRN(wish.rn);
-  }
+  if (wish.rn == 0) return;
+  wish.standIn->plugin().unregisterService(wish.rn);
+  releaseRN(*wish.standIn, wish.rn);
+}
+
+void Wishes::releaseRN(StandIn& standIn, std::int32_t rn) {
+  if (standIn.plugin().isConnected()) standIn.plugin().hub().ReleaseRN(rn);
 }
 
 void Wishes::fail(std::int32_t cookie) {
@@ -200,8 +204,10 @@ void Wishes::fail(std::int32_t cookie) {
 }
 
 void Wishes::forget(Place place) {
-  parts_.plugin.cancelLater(place->second.limit);
-  cookies_.erase({place->second.session, place->second.number});
+  const Wish& wish = place->second;
+  parts_.plugin.cancelLater(wish.limit);
+  if (wish.standIn) parts_.standIns.linkEnds(*wish.standIn, clockNow());
+  cookies_.erase({wish.session, wish.number});
   wishes_.erase(place);
 }
 

@@ -47,9 +47,9 @@ class Wishes : public WishListener {
     bool isForAnybody = true;    // else for the one machine
     Session* session = nullptr;  // of the machine that is asked
     std::uint32_t number = 0;
-    bool isAnswered = false;  // there is a provider, and its stand-in is being prepared
-    StandIn* standIn = nullptr;
-    std::int32_t rn = 0;  // of the stand-in, offered for this wish; 0: none yet
+    bool isAnswered = false;     // there is a provider, and its stand-in is being prepared
+    StandIn* standIn = nullptr;  // which the wish keeps from going
+    std::int32_t rn = 0;         // of the stand-in, offered for this wish; 0: none yet
     TimedCallID limit{};
   };
   using Place = std::map<std::int32_t, Wish>::iterator;
@@ -61,6 +61,7 @@ class Wishes : public WishListener {
   void offer(std::int32_t cookie, std::int32_t rn, bool isAccepted);
   void connected(std::int32_t cookie, const std::shared_ptr<HublinkLink>& hubLink);
   void takeBack(Wish& wish);
+  void releaseRN(StandIn& standIn, std::int32_t rn);
   void fail(std::int32_t cookie);
   void forget(Place place);
 

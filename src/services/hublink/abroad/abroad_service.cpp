@@ -167,6 +167,7 @@ void AbroadService::found(const AbroadDesk& desk, std::int32_t cookie, std::int3
     hub_.log().logInternal(
         "Warning: Bridge %d has found what isn't its own: plugin ID %d, RN %d.\n",
         desk.bridge()->getPluginID(), pluginID, rn);
+    withdraw(cookie, place->second);
     askNext(cookie);
     return;
   }
