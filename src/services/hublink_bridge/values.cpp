@@ -1,5 +1,6 @@
 #include "services/hublink_bridge/values.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -43,22 +44,22 @@ bool Values::asked(Session& session, const Frame& frame) {
     if (!to.send(FrameKind::valued, 0, bodyOf(ValuedBody{cookie, value})))
       to.send(FrameKind::valued, 0, bodyOf(ValuedBody{cookie, std::nullopt}));
   };
-  int& inHand = inHand_[&session];
   const std::string& machine = session.machine();
+  const auto inHand = std::count_if(inHand_.begin(), inHand_.end(),
+                                    [&](const auto& one) { return one.second.machine == machine; });
   if (!body.name || !parts_.exports.isValueExported(*body.name) || inHand >= kMostInHand ||
       !parts_.links.joins(body.pluginID, machine)) {
     answer(session, std::nullopt);
     return true;
   }
-  ++inHand;
+  const std::uint64_t ticket = ++lastTicket_;
+  inHand_[ticket] = {machine, &session};
   StandIn* asking = parts_.standIns.find({machine, body.askingID});
   HublinkPlugin& plugin = asking ? asking->plugin() : parts_.plugin;
   plugin.requestValue(body.pluginID, *body.name,
-                      [this, &session, answer](const std::optional<std::string>& value) {
-                        const auto place = inHand_.find(&session);
-                        if (place == inHand_.end()) return;  // it has ended
-                        --place->second;
-                        answer(session, value);
+                      [this, ticket, answer](const std::optional<std::string>& value) {
+                        const auto visit = inHand_.extract(ticket);
+                        if (visit && visit.mapped().session) answer(*visit.mapped().session, value);
                       });
   return true;
 }
@@ -72,7 +73,8 @@ bool Values::answered(const Session& session, const Frame& frame) {
 }
 
 void Values::sessionEnded(const Session& session) {
-  inHand_.erase(&session);
+  for (auto& [ticket, visit] : inHand_)
+    if (visit.session == &session) visit.session = nullptr;
   std::vector<std::uint32_t> open;
   for (const auto& [cookie, question] : questions_)
     if (question.session == &session) open.push_back(cookie);

@@ -28,19 +28,24 @@ class Values {
   void sessionEnded(const Session& session);
 
  private:
-  /// Questions of one session that may be in hand.
-  static constexpr int kMostInHand = 256;
+  /// Questions of one machine that may be in hand.
+  static constexpr std::int64_t kMostInHand = 256;
 
   struct Question {
     const Session* session;
     HublinkPlugin::ValueAnswer answer;
     TimedCallID timeout;
   };
+  struct Visit {
+    std::string machine;
+    Session* session;  // null: nobody waits any more
+  };
   void give(std::uint32_t cookie, const std::optional<std::string>& value);
 
   Parts parts_;
   std::map<std::uint32_t, Question> questions_;
-  std::map<const Session*, int> inHand_;
+  std::map<std::uint64_t, Visit> inHand_;  // questions of others, by a ticket that none had before
+  std::uint64_t lastTicket_ = 0;
   std::uint32_t lastCookie_ = 0;
 };
 

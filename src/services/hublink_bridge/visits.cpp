@@ -31,127 +31,151 @@ const char* textOrNull(const OptionalText& text) {
 std::size_t Visits::inHandOf(const std::string& machine) const {
   return static_cast<std::size_t>(
       std::count_if(inHand_.begin(), inHand_.end(),
-                    [&](const Key& key) { return key.first->machine() == machine; }));
+                    [&](const auto& one) { return one.second.machine == machine; }));
+}
+
+Visits::Visit* Visits::find(const Session& session, std::uint32_t number) {
+  const auto place = std::find_if(inHand_.begin(), inHand_.end(), [&](const auto& one) {
+    return one.second.session == &session && one.second.number == number;
+  });
+  return place == inHand_.end() ? nullptr : &place->second;
+}
+
+bool Visits::isWaiting(Ticket ticket) const {
+  const auto place = inHand_.find(ticket);
+  return place != inHand_.end() && place->second.session;
 }
 
 bool Visits::open(Session& session, const Frame& frame) {
   OpenBody body;
-  const Key key{&session, frame.link};
-  if (!readBody(frame, body) || inHand_.contains(key) || parts_.links.find(session, frame.link))
+  if (!readBody(frame, body) || find(session, frame.link) || parts_.links.find(session, frame.link))
     return false;
   const std::string& machine = session.machine();
   const bool isTooMuch =
       inHandOf(machine) >= kMostInHand || parts_.links.countWith(machine) >= kMostLinks;
-  inHand_.insert(key);
+  const Ticket ticket = ++lastTicket_;
+  inHand_[ticket] = {machine, &session, frame.link};
   if (isTooMuch || !isSensible(body) || !parts_.exports.isExported(*body.service) ||
       !parts_.plugin.isConnected())
-    notFound(key);
+    notFound(ticket);
   else if ((body.flags & OpenBody::kQueryOnly) != 0)
-    query(key, body);
+    query(ticket, body);
   else
-    link(key, body);
+    link(ticket, body);
   return true;
 }
 
-// Whoever isn't in hand any more gets no answer.
-void Visits::answer(const Key& key, const OpenedBody& body) {
-  if (inHand_.erase(key) != 0) key.first->send(FrameKind::opened, key.second, bodyOf(body));
+void Visits::answer(Ticket ticket, const OpenedBody& body) {
+  const auto visit = inHand_.extract(ticket);
+  if (!visit || !visit.mapped().session) return;
+  visit.mapped().session->send(FrameKind::opened, visit.mapped().number, bodyOf(body));
 }
 
-void Visits::query(const Key& key, const OpenBody& body) {
-  const bool mayStart =
-      (body.flags & OpenBody::kMayStart) != 0 && parts_.exports.mayBeStarted(*body.service);
+// A directory chooses among the providers that run: where a program is started is this machine's.
+bool Visits::mayStart(const OpenBody& body) const {
+  return (body.flags & OpenBody::kMayStart) != 0 && !body.workingDirectory &&
+         parts_.exports.mayBeStarted(*body.service);
+}
+
+void Visits::query(Ticket ticket, const OpenBody& body) {
+  const bool starts = mayStart(body);
   parts_.plugin.requestProvider(
-      *body.service, textOrNull(body.workingDirectory), mayStart,
-      [this, key](std::int32_t pluginID) {
+      *body.service, textOrNull(body.workingDirectory), starts,
+      [this, ticket](std::int32_t pluginID) {
         if (pluginID == -1)
-          notFound(key);
+          notFound(ticket);
         else
-          answer(key,
+          answer(ticket,
                  {OpenedBody::Outcome::accepted, pluginID, parts_.exports.programOf(pluginID)});
       },
-      mayStart ? kStartVisitTime : kVisitTime);
+      starts ? kStartVisitTime : kVisitTime);
 }
 
 // A provider that may not be started is looked for first, and then asked by its number: so nothing
 // is started for a service that has gone meanwhile.
-void Visits::link(const Key& key, const OpenBody& body) {
+void Visits::link(Ticket ticket, const OpenBody& body) {
   if (body.providerID != -1) {
     if (parts_.exports.isProvider(body.providerID))
-      ask(key, body, body.providerID);
+      ask(ticket, body, body.providerID);
     else
-      notFound(key);
-  } else if ((body.flags & OpenBody::kMayStart) != 0 &&
-             parts_.exports.mayBeStarted(*body.service)) {
-    ask(key, body, -1);
+      notFound(ticket);
+  } else if (mayStart(body)) {
+    ask(ticket, body, -1);
   } else {
     parts_.plugin.requestProvider(
         *body.service, textOrNull(body.workingDirectory), false,
-        [this, key, body](std::int32_t pluginID) {
+        [this, ticket, body](std::int32_t pluginID) {
           if (pluginID == -1)
-            notFound(key);
+            notFound(ticket);
           else
-            ask(key, body, pluginID);
+            ask(ticket, body, pluginID);
         },
         kVisitTime);
   }
 }
 
-void Visits::ask(const Key& key, const OpenBody& body, std::int32_t providerID) {
-  if (!inHand_.contains(key)) return;
+void Visits::ask(Ticket ticket, const OpenBody& body, std::int32_t providerID) {
+  if (!isWaiting(ticket)) {
+    notFound(ticket);
+    return;
+  }
   ServiceQuery query;
   query.serviceName = *body.service;
   query.providingPluginID = providerID;
   query.workingDir = body.workingDirectory;
   for (const OptionalText& text : body.pairs) query.nameValuePairs.push_back(text.value_or(""));
   parts_.standIns.want(
-      {key.first->machine(), body.requesterID}, body.requesterProgram.value_or(""),
-      [this, key, query, providerID](StandIn* standIn) {
-        if (!standIn || !inHand_.contains(key)) {
-          notFound(key);
+      {inHand_[ticket].machine, body.requesterID}, body.requesterProgram.value_or(""),
+      [this, ticket, query, providerID](StandIn* standIn) {
+        if (!standIn || !isWaiting(ticket)) {
+          notFound(ticket);
           return;
         }
         parts_.standIns.linkBegins(*standIn);
         standIn->plugin().requestService(
             query,
-            [this, key, service = query.serviceName, standIn](const ServiceReply& reply) {
-              replied(key, service, *standIn, reply);
+            [this, ticket, service = query.serviceName, standIn](const ServiceReply& reply) {
+              replied(ticket, service, *standIn, reply);
             },
             providerID == -1 ? kStartVisitTime : kVisitTime);
       });
 }
 
-void Visits::replied(const Key& key, const std::string& service, StandIn& standIn,
+void Visits::replied(Ticket ticket, const std::string& service, StandIn& standIn,
                      const ServiceReply& reply) {
   const bool isAccepted = reply.outcome == ServiceReply::Outcome::accepted;
-  if (isAccepted && inHand_.contains(key)) {
+  if (isAccepted && isWaiting(ticket)) {
+    const Visit& visit = inHand_[ticket];
+    Session& session = *visit.session;
     Link& link =
-        parts_.links.add(*key.first, key.second, {service, reply.pluginID, standIn.key(), false});
-    answer(key, {OpenedBody::Outcome::accepted, reply.pluginID,
-                 parts_.exports.programOf(reply.pluginID)});
+        parts_.links.add(session, visit.number, {service, reply.pluginID, standIn.key(), false});
+    answer(ticket, {OpenedBody::Outcome::accepted, reply.pluginID,
+                    parts_.exports.programOf(reply.pluginID)});
     if (!parts_.links.join(link, standIn, reply.link))
-      key.first->end("what came wasn't packets", true);
+      session.end("what came wasn't packets", true);
     return;
   }
   parts_.standIns.linkEnds(standIn, clockNow());
-  if (isAccepted)
-    reply.link->close();
-  else if (reply.outcome == ServiceReply::Outcome::refused)
-    answer(key, {OpenedBody::Outcome::refused, reply.pluginID, std::nullopt});
+  if (isAccepted) reply.link->close();
+  if (reply.outcome == ServiceReply::Outcome::refused)
+    answer(ticket, {OpenedBody::Outcome::refused, reply.pluginID, std::nullopt});
   else
-    notFound(key);
+    notFound(ticket);
 }
 
 bool Visits::closed(const Session& session, std::uint32_t number) {
-  return inHand_.erase({const_cast<Session*>(&session), number}) != 0;
+  Visit* visit = find(session, number);
+  if (visit) visit->session = nullptr;
+  return visit != nullptr;
 }
 
 void Visits::sessionEnded(const Session& session) {
-  std::erase_if(inHand_, [&](const Key& key) { return key.first == &session; });
+  for (auto& [ticket, visit] : inHand_)
+    if (visit.session == &session) visit.session = nullptr;
 }
 
 void Visits::clear() {
-  while (!inHand_.empty()) notFound(*inHand_.begin());
+  while (!inHand_.empty()) notFound(inHand_.begin()->first);
 }
 
 }  // namespace bridge

@@ -4,9 +4,8 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <map>
 #include <string>
-#include <utility>
 
 #include "hublink_plugin/hublink_plugin.h"
 #include "services/hublink_bridge/parts.h"
@@ -33,19 +32,30 @@ class Visits {
   void clear();
 
  private:
-  using Key = std::pair<Session*, std::uint32_t>;
+  /// In hand until the hub has answered, also when nobody waits for that any more.
+  struct Visit {
+    std::string machine;
+    Session* session;  // null: nobody waits
+    std::uint32_t number;
+  };
+  /// Never given twice, so that a late answer can't meet another visit.
+  using Ticket = std::uint64_t;
 
-  void answer(const Key& key, const OpenedBody& body);
-  void notFound(const Key& key) { answer(key, {}); }
-  void query(const Key& key, const OpenBody& body);
-  void link(const Key& key, const OpenBody& body);
-  void ask(const Key& key, const OpenBody& body, std::int32_t providerID);
-  void replied(const Key& key, const std::string& service, StandIn& standIn,
+  bool mayStart(const OpenBody& body) const;
+  bool isWaiting(Ticket ticket) const;
+  void answer(Ticket ticket, const OpenedBody& body);
+  void notFound(Ticket ticket) { answer(ticket, {}); }
+  void query(Ticket ticket, const OpenBody& body);
+  void link(Ticket ticket, const OpenBody& body);
+  void ask(Ticket ticket, const OpenBody& body, std::int32_t providerID);
+  void replied(Ticket ticket, const std::string& service, StandIn& standIn,
                const ServiceReply& reply);
+  Visit* find(const Session& session, std::uint32_t number);
   std::size_t inHandOf(const std::string& machine) const;
 
   Parts parts_;
-  std::set<Key> inHand_;
+  std::map<Ticket, Visit> inHand_;
+  Ticket lastTicket_ = 0;
 };
 
 }  // namespace bridge
