@@ -18,6 +18,7 @@ import time
 OPEN, OPENED, DATA, CREDIT, CLOSE, VALUE, VALUED = range(1, 8)
 FIRST, NAK, RESET = 1, 2, 4
 FLOOD = 20000
+PLUGINS = 1300  # that one machine shows, more than it may have at once
 
 
 class Server:
@@ -98,8 +99,9 @@ def message(session, sequence, frames=b"", ack=1, window=1 << 20, flags=FIRST):
     return struct.pack("<QQQIB3x", session, sequence, ack, window, flags) + frames
 
 
-def wish(link, service, flags=2, provider=-1):
-    return frame(OPEN, link, struct.pack("<IiB", 77, provider, flags) + text(service) + text(b"eve")
+def wish(link, service, flags=2, provider=-1, requester=77):
+    return frame(OPEN, link, struct.pack("<IiB", requester, provider, flags) + text(service)
+                 + text(b"eve")
                  + text(None) + struct.pack("<I", 0))
 
 
@@ -145,6 +147,18 @@ def main():
     if len(answers) != len(names) + 3:
         got.append(f"{len(answers)} answers only")
 
+    # Ever new plugins, each with a link that ends. The last is served like the first.
+    session = random.getrandbits(64)
+    served = 0
+    for sequence in range(1, PLUGINS // 100 + 1):
+        numbers = range(sequence * 100, sequence * 100 + 100)
+        server.publish(target, "eve", "session", message(session, 2 * sequence - 1, b"".join(
+            wish(number, b"Echo", requester=number) for number in numbers)))
+        while served < sequence * 100:
+            served += sum(kind == OPENED and body[0] == 0 for _, payload, _ in server.gathered(0.05)
+                          for kind, _, body in frames_of(payload))
+        server.publish(target, "eve", "session", message(session, 2 * sequence, b"".join(
+            frame(CLOSE, number) for number in numbers)))
     # Others' words again, in another order, and with a bit of their own.
     spoken = [one for one in heard if one[0].endswith(".session") and ".eve." not in one[0]]
     if bool(spoken) == is_bound:

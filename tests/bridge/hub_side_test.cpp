@@ -49,7 +49,7 @@ class HubSideTest : public HubTest, public StandInListener {
         kPatience);
   }
 
-  StandIn standIn{*this, {"elsewhere", 3}, "prog"};
+  StandIn standIn{*this};
   HublinkPlugin user;
   std::shared_ptr<HublinkLink> userLink, standInLink;
   std::int32_t standInRN = -1;

@@ -8,13 +8,12 @@ namespace bridge {
 
 namespace {
 
-// Milliseconds for a hub of this machine, which is there.
-constexpr int kHubTime = 5000;
+// Milliseconds for a hub of this machine, which is there. Nothing else is done meanwhile.
+constexpr int kHubTime = 2000;
 
 }  // namespace
 
-StandIn::StandIn(StandInListener& listener, RemotePluginKey key, std::string program)
-    : listener_(listener), key_(std::move(key)), program_(std::move(program)) {
+StandIn::StandIn(StandInListener& listener) : listener_(listener) {
   plugin_.carryPackets(this);
   plugin_.onValueQuestion([this](std::int32_t requestingPluginID, const std::string& name,
                                  HublinkPlugin::ValueAnswer answer) {
@@ -28,6 +27,11 @@ bool StandIn::connect(std::uint16_t port, std::string& error) {
   if (!plugin_.connect(port, error, "localhost", kHubTime)) return false;
   plugin_.setPersistent(false);
   return true;
+}
+
+void StandIn::standFor(RemotePluginKey key, std::string program) {
+  key_ = std::move(key);
+  program_ = std::move(program);
 }
 
 std::uint64_t StandIn::send(const unsigned char* packets, std::size_t size) {

@@ -41,11 +41,13 @@ class StandInListener {
 
 class StandIn : private PacketSink {
  public:
-  StandIn(StandInListener& listener, RemotePluginKey key, std::string program);
+  explicit StandIn(StandInListener& listener);
   ~StandIn() override;
 
   /// Connects to the hub on `port` of this machine.
   bool connect(std::uint16_t port, std::string& error);
+  /// For whom it stands from now on.
+  void standFor(RemotePluginKey key, std::string program);
   const RemotePluginKey& key() const { return key_; }
   const std::string& program() const { return program_; }
   HublinkPlugin& plugin() { return plugin_; }

@@ -1,5 +1,7 @@
 // The stand-ins that there are, by whom they stand for. Each is made when it is first needed, and
-// goes some time after its last link.
+// goes some time after its last link. A hub gives each plugin ID once in its life, so that a
+// machine which shows ever new plugins, in good faith or not, gets no more of them than its share:
+// others stand in again that nobody needs any more.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +24,13 @@ class StandInTable {
 
   StandInTable(StandInListener& listener, HubDesk& desk) : listener_(listener), desk_(desk) {}
 
-  /// The hub that new ones connect to, by its port.
-  void setHubPort(std::uint16_t port) { port_ = port; }
+  /// The hub that new ones connect to, by its port, from its beginning.
+  void setHubPort(std::uint16_t port) {
+    port_ = port;
+    made_ = 0;
+    madeFor_.clear();
+    noneBefore_ = 0;
+  }
   /// Gives the stand-in of a plugin once the hub knows for whom it stands, at once if it does
   /// already.
   void want(const RemotePluginKey& key, const std::string& program, Handler handler);
@@ -51,6 +58,13 @@ class StandInTable {
 
  private:
   static constexpr std::int64_t kIdleTime = 30000;  // ms
+  /// How many one machine may have at once, and how many are made in a hub's life: for one machine,
+  /// and for all.
+  static constexpr std::size_t kMostOfMachine = 1280;
+  static constexpr int kMostMadeForMachine = 4096;
+  static constexpr int kMostMade = 32768;
+  /// After a hub that didn't take one in time, others aren't tried for so long, in ms.
+  static constexpr std::int64_t kHubPause = 5000;
 
   struct Entry {
     std::unique_ptr<StandIn> standIn;
@@ -59,12 +73,22 @@ class StandInTable {
     int links = 0;
     std::int64_t idleSince = 0;
   };
+  using Entries = std::map<RemotePluginKey, Entry>;
+
+  Entry* make(const RemotePluginKey& key);
+  Entries::iterator findIdle(const std::string& machine);
+  std::size_t countOf(const std::string& machine) const;
+  /// No more are made for this machine, so that those that are there stay.
+  bool hasHadItsShare(const std::string& machine) const;
   void told(const RemotePluginKey& key, const std::string& error);
 
   StandInListener& listener_;
   HubDesk& desk_;
   std::uint16_t port_ = 0;
-  std::map<RemotePluginKey, Entry> entries_;
+  int made_ = 0;
+  std::map<std::string, int> madeFor_;
+  std::int64_t noneBefore_ = 0;
+  Entries entries_;
 };
 
 }  // namespace bridge
