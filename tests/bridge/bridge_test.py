@@ -233,6 +233,7 @@ def withstand_eve(realm, *server):
     eve = third.start("python3", HOSTILE, f"10.77.{third.number}.1", realm.ports[0], "there",
                       *(["eve-secret"] if server else []))
     eve.expect("done", 60)
+    assert len(seen(there, "list", "plugins")) < 1400  # hers and some
     stream.ask("stop")
     print("  " + stream.expect_beginning("intact: "), flush=True)
     grown = [one.resident() - start for one, start in zip(bridges, before)]
@@ -246,10 +247,17 @@ def withstand_eve(realm, *server):
 
 def ends(realm):
     """Whoever goes is missed by the other side, in the time that is told."""
-    here, there = two_machines(realm, "Matrix")
+    here, there = two_machines(realm, "Matrix,Brief")
     provider = there.peer(1, "provider", "Matrix")
     here.await_service("Matrix")
     requester = here.peer(1, "requester", "-")
+    # What was sent before an end comes before it.
+    there.streamer("brief", "Brief")
+    here.await_service("Brief")
+    asker = here.streamer("ask", "-")
+    for _ in range(5):
+        asker.ask("Brief")
+        asker.expect("LINK b'all there is'")
 
     def hold():
         requester.ask("hold Matrix")
@@ -293,6 +301,16 @@ def ends(realm):
     told(begin)
     provider.expect("ended", TOLD)
     realm.start_nats()
+    here.await_service("Matrix")
+    # Only one side has lost patience: the other learns of it when they meet again.
+    here.bridge.end()
+    here.start_bridge(grace=60)
+    here.await_service("Matrix")
+    hold()
+    there.cut()
+    provider.expect("ended", TOLD)
+    there.mend()
+    told(time.monotonic())
     here.await_service("Matrix")
     hold()
     there.hub.end()

@@ -5,13 +5,15 @@
     streamer.py offer SERVICE COUNT [options]
     streamer.py sizes SERVICE [options]
     streamer.py ask - [options]
+    streamer.py brief Brief [options]
 
 The second asks for the service and sends until it reads `stop`; then it waits for all that is still
 to come back, and tells whether every packet came back once and in its place: "intact: COUNT", or
 what is wrong. `ended: COUNT` stands for a link that has ended before, with what came until then in
 order. The third registers SERVICE0, SERVICE1 and so on. The
-fourth sends packets of all sorts of sizes and says whether they came back: "intact: COUNT". The last
-reads requests, a service and its options in each line, and tells what becomes of them.
+fourth sends packets of all sorts of sizes and says whether they came back: "intact: COUNT". The next
+reads requests, a service and its options in each line, and tells what becomes of them. The last has
+a packet for each who comes, and closes.
 """
 
 import asyncio
@@ -63,8 +65,18 @@ async def ask(plugin):
         except hublink.RequestFailed as failure:
             print(failure.outcome.name, flush=True)
         else:
-            print("LINK", flush=True)
+            print("LINK", *([await link.receive()] if service == "Brief" else []), flush=True)
             link.close()
+
+
+async def brief(plugin, service):
+    async def serve(link):
+        await link.send(b"all there is")
+        link.close()
+
+    await plugin.provide(service, serve)
+    print("ready", flush=True)
+    await asyncio.Event().wait()
 
 
 async def stream(plugin, service, rate):
@@ -125,6 +137,8 @@ async def main():
             await offer(plugin, service, int(sys.argv[3]))
         elif role == "sizes":
             await sizes(plugin, service)
+        elif role == "brief":
+            await brief(plugin, service)
         elif role == "ask":
             await ask(plugin)
         else:

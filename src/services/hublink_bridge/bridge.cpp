@@ -17,8 +17,6 @@ namespace bridge {
 namespace {
 
 constexpr const char* kSession = "session";
-// Milliseconds that a machine may be silent beyond the grace: an announcement and some.
-constexpr std::int64_t kSilence = 5000;
 // How long the realm may take to make itself known to a bridge that has come, which is no less than
 // until that one announces itself, and how long that may take with a server that isn't there, in
 // ms.
@@ -26,6 +24,8 @@ constexpr int kSettleTime = 500;
 constexpr int kMostSettleTime = 3000;
 // How often a hub is looked for that isn't there, in ms.
 constexpr std::int64_t kHubInterval = 1000;
+// For the hub's first answer, in ms.
+constexpr int kHubTime = 5000;
 // The most bytes of a session's message: larger ones cost the servers more than they gain.
 constexpr std::int64_t kMostMessage = 256 << 10;
 // What a server may lay on top of a message.
@@ -44,7 +44,7 @@ Bridge::Bridge(Options options)
     : options_(std::move(options)),
       desk_(wishes_),
       exports_(options_.exports, options_.exportValues, [this] { announcer_.exportsChanged(); }),
-      members_(*this, options_.grace + kSilence),
+      members_(*this, options_.grace + Session::kSilence),
       nats_(*this, [this] { plugin_.post([] {}); }),
       sessions_(*this, [this](const std::string& machine, const unsigned char* message,
                               std::size_t size) { return sendTo(machine, message, size); }),
@@ -91,7 +91,7 @@ bool Bridge::connectHub(std::string& error) {
     port = hubPort;
     isAnswered = true;
   });
-  plugin_.serveUntil([&] { return isAnswered; }, -1);
+  plugin_.serveUntil([&] { return isAnswered; }, kHubTime);
   if (port <= 0) {
     error = "the hub doesn't tell where it listens";
   } else if (standIns_.setHubPort(static_cast<std::uint16_t>(port));
@@ -157,8 +157,8 @@ void Bridge::natsMessage(const NatsMessage& message) {
       return;
     }
     noteTraffic(message.size());
-    taken_.assign(message.bytes(), message.bytes() + message.size());
-    sessions_.take(from, taken_.data(), taken_.size(), now);
+    arrived_.assign(message.bytes(), message.bytes() + message.size());
+    sessions_.take(from, arrived_.data(), arrived_.size(), now);
     return;
   }
   if (announcer_.take(*subject, message, now)) {
@@ -220,14 +220,15 @@ bool Bridge::handleLink(Session& session, const Frame& frame) {
     if (!isInHand) session.countStray();
     return true;
   }
-  bool isGood = true;
-  if (frame.kind == FrameKind::data)
-    isGood = link->dataArrived(frame);
-  else if (frame.kind == FrameKind::credit)
-    isGood = link->creditArrived(frame);
-  else
+  if (frame.kind == FrameKind::close) {
+    if (frame.size > 0) return false;
     link->remoteEnded();
-  if (frame.kind != FrameKind::credit) links_.settleLater(*link);
+    links_.settleLater(*link);
+    return true;
+  }
+  const bool isData = frame.kind == FrameKind::data;
+  const bool isGood = isData ? link->dataArrived(frame) : link->creditArrived(frame);
+  if (isData || link->isOver()) links_.settleLater(*link);
   return isGood;
 }
 
@@ -270,7 +271,7 @@ void Bridge::linkEnded(Link& link) {
 // --- The pass ---
 
 void Bridge::noteTraffic(std::size_t bytes) {
-  if (traffic_ == 0) trimWhenQuiet();
+  if (!std::exchange(isTrimDue_, true)) trimWhenQuiet();
   traffic_ += bytes;
 }
 
@@ -279,6 +280,7 @@ void Bridge::trimWhenQuiet() {
     if (traffic_ - before > kLittle) return trimWhenQuiet();
     if (traffic_ > kLittle) platform::trimFreedMemory();
     traffic_ = 0;
+    isTrimDue_ = false;
   });
 }
 
@@ -315,10 +317,13 @@ void Bridge::pass() {
   links_.settle();
   standIns_.sweep(now);
   sessions_.flush(now);
+  nats_.flush();
   standIns_.flush();
   plugin_.flush();
-  nats_.flush();
+  // Credit for what was written just now.
   links_.settle();
+  sessions_.flush(now);
+  nats_.flush();
   // Behind the flush, which may have begun to wait for something.
   nextStep_ = sessions_.step(now, [this](const Session& session) {
     return links_.hasAny(session) || wishes_.uses(session);

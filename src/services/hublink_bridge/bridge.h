@@ -98,9 +98,10 @@ class Bridge : private NatsListener,
   Values values_;
   Announcer announcer_;
   RealmDesk realm_;
-  std::vector<unsigned char> taken_;  // a message for a session, which is changed there
-  std::uint64_t traffic_ = 0;         // bytes of links since memory was trimmed; 0: it is
-  std::int64_t nextStep_ = 0;         // ms until something of the tables is due; -1: nothing
+  std::vector<unsigned char> arrived_;  // a message for a session, which is changed there
+  std::uint64_t traffic_ = 0;           // bytes of links since memory was trimmed
+  bool isTrimDue_ = false;
+  std::int64_t nextStep_ = 0;  // ms until something of the tables is due; -1: nothing
   bool hasHub_ = false;
   bool isHubReady_ = true;   // there is something to read or write at the hub
   bool isTold_ = false;      // that all is ready

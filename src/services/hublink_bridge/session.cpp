@@ -20,8 +20,10 @@ constexpr std::int64_t kResendMilliseconds = 1000;
 // The other side may ask for all again as often as this, or once in a round trip.
 constexpr std::int64_t kAllAgainMilliseconds = 50;
 constexpr std::int64_t kRetryMilliseconds = 100;
-// Beyond the grace, so that the side that was cut off has time to notice and come back.
-constexpr std::int64_t kSilenceMilliseconds = 5000;
+// Something is said as often as this, so that a side which still has the session when the other
+// has ended it learns of that.
+constexpr std::int64_t kSpeakMilliseconds = 3000;
+constexpr std::int64_t kUnusedMilliseconds = 60000;
 
 // A message may be no larger than the smallest window that the other side may go by at first.
 constexpr std::size_t kMostMessage = Session::kStartWindow;
@@ -31,6 +33,7 @@ constexpr std::size_t kLeastPiece = 512;
 // it makes us answer.
 constexpr std::size_t kBacklog = 256 << 10;
 constexpr std::size_t kMostWaiting = 2 * std::size_t{Session::kMaxWindow};
+constexpr std::ptrdiff_t kMostKept = 1 << 30;
 // After so many milliseconds without anything under way it lets go of its buffers.
 constexpr std::int64_t kRestMilliseconds = 1000;
 
@@ -51,6 +54,8 @@ Session::Session(std::string machine, std::uint64_t id, bool isInitiator, Sessio
       window_(std::clamp(options.window, kMinWindow, kMaxWindow)),
       widestWindow_(std::max(window_, kStartWindow)),
       heardAt_(now),
+      spokeAt_(now),
+      movedAt_(now),
       ackDue_(kNever),
       retryDue_(kNever),
       allAgainDue_(kNever),
@@ -185,6 +190,7 @@ bool Session::transmit(unsigned char* message, std::size_t size, std::uint64_t s
     retryDue_ = now + kRetryMilliseconds;
     return false;
   }
+  spokeAt_ = now;
   unackedBytes_ = unackedMessages_ = 0;
   isAckWanted_ = isNakWanted_ = false;
   ackDue_ = kNever;
@@ -216,7 +222,7 @@ void Session::writeOut(std::int64_t now) {
     if (sent_ + 1 == messages_.size()) openData_ = 0;
     if (!transmit(message.bytes.data(), message.bytes.size(), firstSequence_ + sent_, now)) return;
     const std::size_t size = frameBytes(message.bytes);
-    message.sentAt = now;
+    message.sentAt = movedAt_ = now;
     if (sent_ == 0) oldestAt_ = now;
     again_ = ++sent_;
     underWay_ += size;
@@ -239,7 +245,7 @@ void Session::sendAllAgain(std::int64_t now) {
 
 void Session::flush(std::int64_t now) {
   if (hasEnded_) return;
-  if (waiting_ > kMostWaiting) {
+  if (waiting_ > kMostWaiting || kept_ > kMostKept) {
     end("too much waits for " + machine_, true);
     return;
   }
@@ -279,9 +285,13 @@ std::int64_t Session::resendTime() const {
   return std::max(kResendMilliseconds, 4 * roundTrip_);
 }
 
+bool Session::isAtRest(std::int64_t now) const {
+  return messages_.empty() && now - movedAt_ >= kUnusedMilliseconds;
+}
+
 std::int64_t Session::step(std::int64_t now) {
   if (hasEnded_ || isAwayTooLong(now)) return -1;
-  const std::int64_t silentFrom = heardAt_ + grace_ + kSilenceMilliseconds;
+  const std::int64_t silentFrom = heardAt_ + grace_ + kSilence;
   if (now >= silentFrom) {
     end("nothing was heard of " + machine_, true);
     return -1;
@@ -289,7 +299,7 @@ std::int64_t Session::step(std::int64_t now) {
   if (messages_.empty() && now - oldestAt_ >= kRestMilliseconds) buffers_.clear();
   std::int64_t next = silentFrom;
   if (!isUp_) return std::min(next, downSince_ + grace_ + 1) - now;
-  if (now >= ackDue_) {
+  if (now >= ackDue_ || now >= spokeAt_ + kSpeakMilliseconds) {
     isAckWanted_ = true;
     ackDue_ = kNever;
   }
@@ -302,7 +312,7 @@ std::int64_t Session::step(std::int64_t now) {
     transmitAgain(0, now);
     isProbing_ = true;
   }
-  next = std::min({next, ackDue_, retryDue_, allAgainDue_});
+  next = std::min({next, ackDue_, retryDue_, allAgainDue_, spokeAt_ + kSpeakMilliseconds});
   if (sent_ > 0) next = std::min(next, oldestAt_ + resendTime());
   return std::max<std::int64_t>(next - now, 1);
 }

@@ -66,6 +66,9 @@ class Session {
   static constexpr std::uint32_t kMaxWindow = 8 << 20;
   /// What each side has until the other has told.
   static constexpr std::uint32_t kStartWindow = 256 << 10;
+  /// Milliseconds that a machine may be silent beyond the grace: the side that was cut off has to
+  /// notice that and to come back.
+  static constexpr std::int64_t kSilence = 5000;
   /// A carrier that takes no more than this in a message is of no use.
   static constexpr std::size_t kLeastMaxMessage = kMaxBody + kFrameHeadSize + kMessageHeadSize;
 
@@ -104,6 +107,8 @@ class Session {
   void carrierChanged(bool isUp, std::int64_t now);
   /// Does what is due. Gives the milliseconds until there is more to do, -1 after the end.
   std::int64_t step(std::int64_t now);
+  /// No frame has passed for some time, and none is under way: it may end if nobody needs it.
+  bool isAtRest(std::int64_t now) const;
   /// Ends it; the other side is told by one message that may be lost.
   void end(const std::string& why, bool tellsPeer);
 
@@ -112,6 +117,8 @@ class Session {
   void setWindow(std::uint32_t bytes);
   /// Shares out what links with large packets may have in hand.
   LargePackets& largePackets() { return largePackets_; }
+  /// Bytes more or less that links keep until they may be sent. Far too many end the session.
+  void noteKept(std::ptrdiff_t bytes) { kept_ += bytes; }
   const SessionCounters& counters() const { return counters_; }
   void countStray() { ++counters_.strayFrames; }
   /// Smoothed round trip, the other side's leisure to acknowledge included; -1: not known yet.
@@ -172,6 +179,7 @@ class Session {
   std::size_t underWay_ = 0;         // bytes of frames in those that have left
   std::size_t waiting_ = 0;          // and in the others
   std::size_t openData_ = 0;         // place of the DATA at the end of the last message, 0: none
+  std::ptrdiff_t kept_ = 0;          // bytes that links haven't handed over
   bool isFull_ = false;              // and the host has to hear when it isn't any longer
   std::uint32_t openLink_ = 0;       // of that
   MessageBuffers buffers_;
@@ -195,6 +203,8 @@ class Session {
   bool isUp_ = true;
   std::int64_t downSince_ = 0;
   std::int64_t heardAt_;
+  std::int64_t spokeAt_;  // when a message left
+  std::int64_t movedAt_;  // when a frame did, or came
   std::int64_t ackDue_;
   std::int64_t retryDue_;     // the carrier has refused
   std::int64_t allAgainDue_;  // a NAK that came too soon after another

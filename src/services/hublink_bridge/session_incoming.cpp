@@ -118,6 +118,7 @@ void Session::takeFrames(const MessageHead& head, unsigned char* frames, std::si
     return;
   }
   ++expected_;
+  movedAt_ = now;
   if (unackedMessages_ == 0) ackDue_ = now + kAckMilliseconds;
   unackedBytes_ += size;
   ++unackedMessages_;

@@ -30,7 +30,7 @@ void SessionTable::shareOutWindows() {
 
 std::size_t SessionTable::countWith(const std::string& machine) const {
   std::size_t count = 0;
-  eachWith(machine, [&](const Session& session) { count += session.hasEnded() ? 0 : 1; });
+  eachWith(machine, [&](const Session&) { ++count; });
   return count;
 }
 
@@ -99,6 +99,8 @@ std::int64_t SessionTable::step(std::int64_t now,
     Session& session = *place->second;
     const std::int64_t own = session.hasEnded() ? -1 : session.step(now);
     if (own >= 0 && (next < 0 || own < next)) next = own;
+    if (session.isInitiator() && !session.hasEnded() && session.isAtRest(now) && !isUsed(session))
+      session.end("it isn't used any more", true);
     if (!session.hasEnded() || isUsed(session)) {
       ++place;
       continue;

@@ -39,12 +39,13 @@ class SessionTable {
   void endAll(const std::string& why);
 
   void flush(std::int64_t now);
-  /// Does what is due, and forgets those that have ended and that `isUsed` no longer names. Gives
-  /// the milliseconds until there is more to do; -1: nothing by itself.
+  /// Does what is due, ends those that nobody has used for some time, and forgets those that have
+  /// ended and that `isUsed` no longer names. Gives the milliseconds until there is more to do; -1:
+  /// nothing by itself.
   std::int64_t step(std::int64_t now, const std::function<bool(const Session&)>& isUsed);
 
  private:
-  /// How many may be open with one machine.
+  /// How many may be there with one machine, those included whose links are still at their ends.
   static constexpr std::size_t kMostWithMachine = 8;
   /// How many that have ended are remembered.
   static constexpr std::size_t kMostEnded = 1024;
