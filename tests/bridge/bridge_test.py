@@ -419,7 +419,8 @@ def looks(realm):
 
 
 PARTS = {part.__name__: part
-         for part in (everyday, starts, realms_apart, poor, values, hostile, bound, ends, cuts, slow, looks)}
+         for part in (everyday, starts, realms_apart, poor, values, hostile, bound, ends, cuts, slow,
+                      looks)}
 
 
 def main():

@@ -11,9 +11,9 @@ The second asks for the service and sends until it reads `stop`; then it waits f
 to come back, and tells whether every packet came back once and in its place: "intact: COUNT", or
 what is wrong. `ended: COUNT` stands for a link that has ended before, with what came until then in
 order. The third registers SERVICE0, SERVICE1 and so on. The
-fourth sends packets of all sorts of sizes and says whether they came back: "intact: COUNT". The next
-reads requests, a service and its options in each line, and tells what becomes of them. The last has
-a packet for each who comes, and closes.
+fourth sends packets of all sorts of sizes and says whether they came back: "intact: COUNT". The
+next reads requests, a service and its options in each line, and tells what becomes of them. The
+last has a packet for each who comes, and closes.
 """
 
 import asyncio
