@@ -130,6 +130,7 @@ TEST_F(AbroadTest, WhatIsFoundMustBeTheBridgesOwn) {
         deny(asked);
     }
     EXPECT_EQ(first->next(), failureReply("Far", 1));
+    EXPECT_THAT(heard(bridge), ElementsAre("NoLongerWanted 1 "));
   }
   EXPECT_EQ(stands(nearBridge, standIn->id), "plugin 4 is a stand-in of another bridge");
   EXPECT_EQ(stands(nearBridge, farPlugin->id), "plugin 3 is a bridge");

@@ -51,7 +51,9 @@ void Hublink::servicePass(int timeout, STPStatus* status) {
   plugins_.stepNegotiation();
   launcher_.step();
   connector_.step();
-  serviceFirst(connector_.timeLeft(launcher_.timeLeft(timeout)), transports_, status);
+  abroad_.step();
+  serviceFirst(abroad_.timeLeft(connector_.timeLeft(launcher_.timeLeft(timeout))), transports_,
+               status);
   // A plugin that goes is no failure of the hub's.
   if (status && status->code == STP_PEER_CLOSED) status->clear();
   reap();

@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "platform/clock.h"
 #include "services/hublink/hublink.h"
 
 AbroadService::~AbroadService() = default;
@@ -83,6 +84,7 @@ void AbroadService::ask(AbroadQuestion question) {
 void AbroadService::askNext(std::int32_t cookie) {
   const auto place = questions_.find(cookie);
   Asked& asked = place->second;
+  asked.deadline = platform::monotonicMilliseconds() + kQuestionTime;
   while (AbroadDesk* desk = deskBehind(asked.serial, asked.question)) {
     asked.serial = desk->serial();
     if (desk->ask(cookie, asked.question)) return;
@@ -102,6 +104,30 @@ void AbroadService::goOn(std::uint32_t serial) {
     if (const auto place = questions_.find(cookie);
         place != questions_.end() && place->second.serial == serial)
       askNext(cookie);
+}
+
+void AbroadService::step() {
+  if (questions_.empty()) return;
+  const std::uint64_t now = platform::monotonicMilliseconds();
+  std::vector<std::int32_t> late;
+  for (const auto& [cookie, asked] : questions_)
+    if (now >= asked.deadline) late.push_back(cookie);
+  for (const std::int32_t cookie : late) {
+    const auto place = questions_.find(cookie);
+    if (place == questions_.end() || now < place->second.deadline) continue;
+    withdraw(cookie, place->second);
+    // One that has come and hasn't opened its desk won't.
+    if (place->second.serial == 0) comingID_ = 0;
+    askNext(cookie);
+  }
+}
+
+int AbroadService::timeLeft(int most) const {
+  if (questions_.empty()) return most;
+  const std::uint64_t now = platform::monotonicMilliseconds();
+  for (const auto& [cookie, asked] : questions_)
+    most = std::min(most, asked.deadline > now ? static_cast<int>(asked.deadline - now) : 0);
+  return most;
 }
 
 void AbroadService::withdraw(std::int32_t cookie, const Asked& asked) {

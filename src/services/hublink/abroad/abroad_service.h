@@ -3,9 +3,9 @@
 // no RN has, from when it has opened the service; from when both sides' records are exchanged it is
 // asked.
 //
-// Bridges are asked one after the other, in the order in which they came. A question ends with the
-// first who has found something, or with the last who hasn't; with the end of its requester; or as
-// soon as the service is registered here.
+// Bridges are asked one after the other, in the order in which they came, each for so long. A
+// question ends with the first who has found something, or with the last who hasn't; with the end
+// of its requester; or as soon as the service is registered here.
 #pragma once
 
 #include <cstdint>
@@ -64,6 +64,10 @@ class AbroadService {
 
   // --- Questions: the broker is told how they end ---
   void ask(AbroadQuestion question);
+  /// Goes on with those that a bridge has kept for too long. To be called in each pass.
+  void step();
+  /// Milliseconds until step() has something to do if nothing else happens, at most `most`.
+  int timeLeft(int most) const;
   /// The questions that a plugin with this working directory (or null) answers, which has
   /// registered the service here: they are over.
   std::list<AbroadQuestion> registered(std::string_view service, const char* workingDir);
@@ -72,7 +76,8 @@ class AbroadService {
   /// By cookie, which is the order of arrival.
   struct Asked {
     AbroadQuestion question;
-    std::uint32_t serial = 0;  ///< of the desk that has the question; 0 for none so far
+    std::uint32_t serial = 0;    ///< of the desk that has the question; 0 for none so far
+    std::uint64_t deadline = 0;  ///< for this desk, in ms of the steady clock
   };
   const std::map<std::int32_t, Asked>& questions() const { return questions_; }
 
@@ -82,6 +87,9 @@ class AbroadService {
   void notFound(const AbroadDesk& desk, std::int32_t cookie);
 
  private:
+  /// Milliseconds: a bridge itself gives up sooner.
+  static constexpr std::uint64_t kQuestionTime = 60000;
+
   using Desks = std::vector<CountedPtr<AbroadDesk>>;
 
   bool canAsk() const;
