@@ -194,9 +194,9 @@ bool readBody(const Frame& frame, ValuedBody& body) {
   return reader.isComplete();
 }
 
-bool readBody(const Frame& frame, std::uint32_t& credit) {
+bool readCredit(const Frame& frame, std::uint32_t& bytes) {
   BodyReader reader(frame);
-  credit = reader.word();
+  bytes = reader.word();
   return reader.isComplete();
 }
 

@@ -113,7 +113,6 @@ bool readBody(const Frame& frame, OpenBody& body);
 bool readBody(const Frame& frame, OpenedBody& body);
 bool readBody(const Frame& frame, ValueBody& body);
 bool readBody(const Frame& frame, ValuedBody& body);
-/// Of a CREDIT.
-bool readBody(const Frame& frame, std::uint32_t& credit);
+bool readCredit(const Frame& frame, std::uint32_t& bytes);
 
 }  // namespace bridge

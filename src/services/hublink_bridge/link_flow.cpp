@@ -71,7 +71,7 @@ bool OutgoingFlow::isStopped() const {
 
 bool OutgoingFlow::takeCredit(const Frame& frame) {
   std::uint32_t bytes = 0;
-  if (!readBody(frame, bytes) || bytes > kLinkWindow - credit_) return false;
+  if (!readCredit(frame, bytes) || bytes > kLinkWindow - credit_) return false;
   credit_ += bytes;
   sendMore();
   return true;

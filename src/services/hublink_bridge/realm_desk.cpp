@@ -180,24 +180,21 @@ class RealmDesk::Viewed : public realm::Bridge {
     const std::size_t begin = first < 0 ? list_.size() : static_cast<std::size_t>(first);
     const std::size_t end = std::min(list_.size(), begin + kPage);
     for (std::size_t i = begin; i < end; ++i) {
-      std::visit([cookie](auto& item) { item.cookie = cookie; }, list_[i]);
-      tell(list_[i]);
+      const auto tellOne = [this, cookie](auto& item) {
+        item.cookie = cookie;
+        tell(item);
+      };
+      std::visit(tellOne, list_[i]);
     }
     const bool isLast = end == list_.size();
     realmListEnd({.cookie = cookie, .next = isLast ? 0 : number(end)}, kNoWait);
     if (isLast) list_.clear();
   }
 
-  void tell(const Item& item) {
-    if (const auto* machine = std::get_if<realm::MachineDescription>(&item))
-      machineDescription(*machine, kNoWait);
-    else if (const auto* service = std::get_if<realm::RemoteService>(&item))
-      remoteService(*service, kNoWait);
-    else if (const auto* plugin = std::get_if<realm::RemotePlugin>(&item))
-      remotePlugin(*plugin, kNoWait);
-    else if (const auto* link = std::get_if<realm::RemoteLink>(&item))
-      remoteLink(*link, kNoWait);
-  }
+  void tell(const realm::MachineDescription& machine) { machineDescription(machine, kNoWait); }
+  void tell(const realm::RemoteService& service) { remoteService(service, kNoWait); }
+  void tell(const realm::RemotePlugin& plugin) { remotePlugin(plugin, kNoWait); }
+  void tell(const realm::RemoteLink& link) { remoteLink(link, kNoWait); }
 
   const RealmDesk& desk_;
   const Parts& parts_;
