@@ -29,9 +29,9 @@ def until(condition, what, seconds=LIMIT):
 
 class Machine:
     """A namespace with its own loopback interface and a cable to the servers, which may be poor:
-    that many ms late, with a loss in percent."""
+    that many ms late, with a loss in percent, and with no more than so many bytes per second."""
 
-    def __init__(self, realm, name, number, delay=0, loss=0):
+    def __init__(self, realm, name, number, delay=0, loss=0, rate=0):
         self.realm = realm
         self.name = name
         self.number = number
@@ -48,8 +48,8 @@ class Machine:
         realm.add_namespace(self.space)
         inner, outer = "cable", self.cable
         spaces = [(self.space, inner), (realm.servers, outer)]
-        if delay or loss:
-            self.lay_poor_cable(spaces, delay, loss)
+        if delay or loss or rate:
+            self.lay_poor_cable(spaces, delay, loss, rate)
         else:
             self.lay_cable(*spaces)
         for space, end, host in ((self.space, inner, 2), (realm.servers, outer, 1)):
@@ -61,7 +61,7 @@ class Machine:
         run("ip", "link", "add", one[1], "netns", one[0], "type", "veth", "peer", "name", other[1],
             "netns", other[0])
 
-    def lay_poor_cable(self, ends, delay, loss):
+    def lay_poor_cable(self, ends, *faults):
         """Two cables with a program between them. The kernel is to write the checksums, which it
         leaves out where it sees nothing but memory."""
         middle = self.space + "-cable"
@@ -70,7 +70,7 @@ class Machine:
             self.lay_cable((space, name), (middle, here))
             run("ip", "netns", "exec", space, "ethtool", "-K", name, "tx", "off")
             run("ip", "-n", middle, "link", "set", here, "up")
-        program = self.start("python3", HERE / "cable.py", "in", "out", delay, loss, space=middle)
+        program = self.start("python3", HERE / "cable.py", "in", "out", *faults, space=middle)
         program.expect("ready")
 
     def start(self, *command, space=None):

@@ -22,6 +22,9 @@ constexpr const char* kSession = "session";
 // ms.
 constexpr int kSettleTime = 500;
 constexpr int kMostSettleTime = 3000;
+// Bounds of how long a NATS server may be silent, in ms: less could be a line's bad moment.
+constexpr std::int64_t kLeastSilence = 4500;
+constexpr std::int64_t kMostSilence = 10000;
 // How often a hub is looked for that isn't there, in ms.
 constexpr std::int64_t kHubInterval = 1000;
 // For the hub's first answer, in ms.
@@ -179,7 +182,7 @@ void Bridge::memberGone(const std::string& machine, const std::string& why) {
 // --- Sessions ---
 
 bool Bridge::sendTo(const std::string& machine, const unsigned char* message, std::size_t size) {
-  return announcer_.isAnnounced() &&
+  return announcer_.isAnnounced() && nats_.hasRoom(size) &&
          nats_.publish(subjectOf(options_.realm, machine, options_.machine, kSession), message,
                        size);
 }
@@ -290,6 +293,8 @@ bool Bridge::start(std::string& error) {
     tell("waiting for a hub: " + error);
   }
   plugin_.callLater(kMostSettleTime, [this] { wishes_.settle(); });
+  // A server that vanishes has to be noticed in time to go on with another within the grace.
+  options_.nats.silence = std::clamp(options_.grace, kLeastSilence, kMostSilence);
   const std::string prefix = "hublink." + options_.realm + ".";
   // In this order they are handed over: who a machine is before what it wants of this one.
   nats_.subscribe(prefix + kEverybody + ".>");
@@ -333,7 +338,8 @@ void Bridge::pass() {
   tellReady();
 }
 
-// What has come of NATS is handed over here, so that a pass finds all that there is.
+// What has come of NATS is handed over here, so that a pass finds all that there is, and sessions
+// have another try as soon as the line takes more.
 void Bridge::sleep() {
   std::int64_t timeout = nextStep_;
   const auto atMost = [&timeout](std::int64_t milliseconds) {
@@ -342,6 +348,7 @@ void Bridge::sleep() {
   atMost(plugin_.nextTimeout());
   const std::int64_t now = clockNow();
   atMost(standIns_.nextTimeout(now));
+  atMost(nats_.nextTimeout(now));
   if (!hasHub_) atMost(std::max<std::int64_t>(hubDue_ - now, 0));
   platform::DescriptorWait waits[2];
   waits[0].descriptor = plugin_.descriptor();

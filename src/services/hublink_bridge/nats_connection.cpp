@@ -2,6 +2,7 @@
 
 #include <nats/nats.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 
@@ -11,13 +12,23 @@ namespace bridge {
 
 namespace {
 
-// Milliseconds: how long a connect may take, how long to wait between two rounds of servers, and
-// how soon a dead network is noticed (kPingInterval times kMostPings).
+// Milliseconds: how long a connect may take, and how long to wait between two rounds of servers.
 constexpr std::int64_t kConnectTime = 2000;
 constexpr int kReconnectWait = 200;
 constexpr unsigned kReconnectJitter = 100;
+// How often the library asks the server whether it is there, in ms. It would give it up for answers
+// that are late, which they are behind megabytes on a slow line: here it is given up when nothing
+// comes at all.
 constexpr std::int64_t kPingInterval = 1500;
-constexpr int kMostPings = 2;
+constexpr int kMostPings = 1 << 30;
+// A program that hasn't served for so many ms can't tell whether anything would have come.
+constexpr std::int64_t kOwnSilence = 2 * kPingInterval + 500;
+// Bytes that may be queued for the line, by large messages, by little ones, and by what others need
+// to know of this machine.
+constexpr int kMostQueued = 256 << 10;
+constexpr int kMostQueuedOfLittle = 1 << 20;
+constexpr int kMostQueuedOfAll = 16 << 20;
+constexpr std::size_t kLittleMessage = 4096;
 // Bytes of one read, and of what is written at once.
 constexpr int kBufferSize = 256 << 10;
 // How many messages serve() hands over before it lets others have their turn.
@@ -272,14 +283,29 @@ bool NatsConnection::subscribeAll(std::string& error) {
   return true;
 }
 
+int NatsConnection::queued() const {
+  return natsConnection_Buffered(library_->connection);
+}
+
+// The library queues without a bound. What has been queued can't be taken back when the other side
+// acknowledges it meanwhile, and the next small message waits behind it.
+bool NatsConnection::hasRoom(std::size_t size) {
+  const int most = size > kLittleMessage ? kMostQueued : kMostQueuedOfLittle;
+  if (!isUp_) return false;
+  if (queued() < most) return true;
+  flush();
+  return queued() < most;
+}
+
 bool NatsConnection::publish(const std::string& subject, const void* bytes, std::size_t size) {
-  return isUp_ && natsConnection_Publish(library_->connection, subject.c_str(), bytes,
-                                         static_cast<int>(size)) == NATS_OK;
+  return isUp_ && queued() < kMostQueuedOfAll &&
+         natsConnection_Publish(library_->connection, subject.c_str(), bytes,
+                                static_cast<int>(size)) == NATS_OK;
 }
 
 bool NatsConnection::publish(const std::string& subject, const NatsHeaders& headers,
                              const void* bytes, std::size_t size) {
-  if (!isUp_) return false;
+  if (!isUp_ || queued() >= kMostQueuedOfAll) return false;
   natsMsg* message = nullptr;
   natsStatus status = natsMsg_Create(&message, subject.c_str(), nullptr,
                                      static_cast<const char*>(bytes), static_cast<int>(size));
@@ -297,11 +323,25 @@ void NatsConnection::flush() {
 void NatsConnection::serve(bool isReadable, bool isWritable) {
   takeConnection();
   if (!library_) return;
+  const auto now = static_cast<std::int64_t>(platform::monotonicMilliseconds());
+  if (isReadable || now - std::exchange(servedAt_, now) > kOwnSilence) readAt_ = now;
   if (isWritable) natsConnection_ProcessWriteEvent(library_->connection);
   // What has been read and not been handed over has no bound but that no more is read meanwhile.
   if (isReadable && !hasMore_) natsConnection_ProcessReadEvent(library_->connection);
   handOver();
-  tellState();
+  tellState(isSilent(now));
+}
+
+bool NatsConnection::isSilent(std::int64_t now) const {
+  return now - readAt_ >= options_.silence;
+}
+
+// The library's question is queued by a thread of its own, and leaves with the next pass.
+std::int64_t NatsConnection::nextTimeout(std::int64_t now) const {
+  if (!isUp_) return -1;
+  const std::int64_t until = std::min(options_.silence, 2 * kPingInterval) - (now - readAt_);
+  return until > 0 ? until
+                   : std::clamp<std::int64_t>(readAt_ + options_.silence - now, 0, kPingInterval);
 }
 
 void NatsConnection::takeConnection() {
@@ -317,6 +357,7 @@ void NatsConnection::takeConnection() {
     return;
   }
   isUp_ = true;
+  servedAt_ = readAt_ = static_cast<std::int64_t>(platform::monotonicMilliseconds());
   listener_.natsState(true, server());
 }
 
@@ -351,10 +392,13 @@ void NatsConnection::destroyDiscarded() {
   discarded_.clear();
 }
 
-void NatsConnection::tellState() {
-  if (!library_->signals->hasEnded) return;
+void NatsConnection::tellState(bool isSilent) {
+  if (!library_->signals->hasEnded && !isSilent) return;
   const char* text = nullptr;
-  natsConnection_GetLastError(library_->connection, &text);
+  if (isSilent)
+    text = "the server doesn't answer any more";
+  else
+    natsConnection_GetLastError(library_->connection, &text);
   const std::string why = text && *text ? text : "the connection has ended";
   const bool wasUp = std::exchange(isUp_, false);
   library_.reset();

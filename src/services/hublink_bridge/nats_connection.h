@@ -32,6 +32,8 @@ struct NatsOptions {
   std::string credentials;  ///< file with a user's token and seed, or empty
   std::string user;
   std::string password;
+  std::int64_t silence =
+      10000;  ///< milliseconds without a byte after which a server counts as gone
 };
 
 using NatsHeaders = std::vector<std::pair<std::string, std::string>>;
@@ -80,7 +82,12 @@ class NatsConnection {
   /// Messages of this subject, which may hold wildcards, are handed over in every connection from
   /// the next on. To be called before connect().
   void subscribe(std::string subject) { subjects_.push_back(std::move(subject)); }
-  /// Queues a message for the next flush(); false without a connection.
+  /// Whether to queue a message of that size that could as well wait: not if much waits for the
+  /// line already. There is room again after a serve() that was told that it is writable. Little
+  /// ones may overtake what takes all room.
+  bool hasRoom(std::size_t size);
+  /// Queues a message for the next flush(); false without a connection, or if the line has stood
+  /// still for so long that more than hasRoom() ever allows is queued.
   bool publish(const std::string& subject, const void* bytes, std::size_t size);
   bool publish(const std::string& subject, const NatsHeaders& headers, const void* bytes,
                std::size_t size);
@@ -94,6 +101,8 @@ class NatsConnection {
   /// Reads once, unless some of the last time is still there, hands over what has come, though not
   /// all of a flood, and tells of changes of the connection.
   void serve(bool isReadable, bool isWritable);
+  /// Milliseconds until it is to be called in any case; -1: never.
+  std::int64_t nextTimeout(std::int64_t now) const;
 
  private:
   struct Signals;
@@ -105,10 +114,12 @@ class NatsConnection {
   void connectInBackground();
   void takeConnection();
   bool subscribeAll(std::string& error);
+  int queued() const;
+  bool isSilent(std::int64_t now) const;
   void handOver();
   void discard(void* message, std::size_t size);
   void destroyDiscarded();
-  void tellState();
+  void tellState(bool isSilent);
 
   NatsListener& listener_;
   std::function<void()> wake_;
@@ -117,7 +128,8 @@ class NatsConnection {
   std::unique_ptr<Library> library_;  // of the connection that there is
   std::vector<void*> discarded_;      // messages that are still to be destroyed
   bool isUp_ = false;
-  bool hasMore_ = false;  // than was handed over at once
+  bool hasMore_ = false;                    // than was handed over at once
+  std::int64_t servedAt_ = 0, readAt_ = 0;  // ms
   std::thread connecting_;
   std::mutex mutex_;  // for what the thread that connects shares
   std::unique_ptr<Library> arrived_;

@@ -87,8 +87,13 @@ void SessionTable::endAll(const std::string& why) {
 }
 
 void SessionTable::flush(std::int64_t now) {
-  for (const auto& [key, session] : sessions_)
-    if (!session->hasEnded()) session->flush(now);
+  // Each is the first in its turn: that one may take all the room that the carrier has.
+  auto place = sessions_.upper_bound(flushedFirst_);
+  for (std::size_t i = 0, count = sessions_.size(); i < count; ++i, ++place) {
+    if (place == sessions_.end()) place = sessions_.begin();
+    if (i == 0) flushedFirst_ = place->first;
+    if (!place->second->hasEnded()) place->second->flush(now);
+  }
 }
 
 std::int64_t SessionTable::step(std::int64_t now,

@@ -70,6 +70,7 @@ class SessionTable {
   Transmit transmit_;
   SessionOptions options_;
   bool isUp_ = false;
+  Key flushedFirst_;  // at the latest flush
   std::map<Key, std::unique_ptr<Session>> sessions_;
   std::deque<Key> ended_;  // whose first message, coming late, is not to open them again
 };
