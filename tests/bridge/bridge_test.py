@@ -176,6 +176,37 @@ def poor(realm):
     assert lossy.segments_sent_again() > 0
 
 
+def thin(realm):
+    """A line that bulk fills in both directions stays, and others go through in between."""
+    realm.start_nats()
+    here, there = realm.machine("here"), realm.machine("there", delay=10, rate=1_000_000)
+    for machine in (here, there):
+        machine.start_hub()
+        machine.start_bridge("--export", "*", grace=10)
+        machine.peer(1, "provider", f"Bulk-{machine.name}")
+    there.streamer("echo", "Echo")
+    floods = []
+    for machine, service in ((here, "Bulk-there"), (there, "Bulk-here"), (here, "Echo")):
+        machine.await_service(service)
+    for machine, service in ((here, "Bulk-there"), (there, "Bulk-here")):
+        floods.append(machine.peer(1, "requester", "-"))
+        floods[-1].ask(f"flood {service} 16")
+        floods[-1].expect("flooding")
+    for flood in floods:
+        flood.ask("go")
+    longest = 0
+    while any(flood.says_nothing_yet() for flood in floods):
+        begin = time.monotonic()
+        assert here.control("ping", "Echo", "--count", 1, "--timeout", LIMIT)[0] == 0
+        longest = max(longest, time.monotonic() - begin)
+    for flood in floods:
+        flood.expect("handed over")
+        flood.expect_beginning("flooded: ", 60)
+    print(f"  round trips within {longest:.1f} s", flush=True)
+    logs = [(machine.directory / "log").read_text() for machine in (here, there)]
+    assert not any("NATS: " in log for log in logs), logs
+
+
 def values(realm):
     """Values are told if they are exported, to machines that have a link with the plugin."""
     here, there = two_machines(realm, "Echo")
@@ -419,8 +450,8 @@ def looks(realm):
 
 
 PARTS = {part.__name__: part
-         for part in (everyday, starts, realms_apart, poor, values, hostile, bound, ends, cuts, slow,
-                      looks)}
+         for part in (everyday, starts, realms_apart, poor, thin, values, hostile, bound, ends, cuts,
+                      slow, looks)}
 
 
 def main():

@@ -51,8 +51,10 @@ Session::Session(std::string machine, std::uint64_t id, bool isInitiator, Sessio
       host_(host),
       grace_(options.grace),
       maxMessage_(std::clamp(options.maxMessage, kLeastMaxMessage, kMostMessage)),
-      window_(std::clamp(options.window, kMinWindow, kMaxWindow)),
+      mostWindow_(std::clamp(options.window, kMinWindow, kMaxWindow)),
+      window_(mostWindow_),
       widestWindow_(std::max(window_, kStartWindow)),
+      measuredSince_(now),
       heardAt_(now),
       spokeAt_(now),
       movedAt_(now),
@@ -62,8 +64,8 @@ Session::Session(std::string machine, std::uint64_t id, bool isInitiator, Sessio
       noneAgainBefore_(now) {}
 
 void Session::setWindow(std::uint32_t bytes) {
-  window_ = std::clamp(bytes, kMinWindow, kMaxWindow);
-  widestWindow_ = std::max(widestWindow_, window_);
+  mostWindow_ = std::clamp(bytes, kMinWindow, kMaxWindow);
+  window_ = std::min(window_, mostWindow_);
 }
 
 std::array<unsigned char, kMessageHeadSize> Session::resetMessage(std::uint64_t id) {

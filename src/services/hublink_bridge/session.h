@@ -112,8 +112,8 @@ class Session {
   /// Ends it; the other side is told by one message that may be lost.
   void end(const std::string& why, bool tellsPeer);
 
-  /// Bytes that the other side may have under way, brought to the bounds above; told with the next
-  /// message.
+  /// The most bytes that the other side may have under way, brought to the bounds above; told with
+  /// the next message, unless less comes in some seconds.
   void setWindow(std::uint32_t bytes);
   /// Shares out what links with large packets may have in hand.
   LargePackets& largePackets() { return largePackets_; }
@@ -142,6 +142,7 @@ class Session {
   void takeFrames(const MessageHead& head, unsigned char* frames, std::size_t size,
                   std::int64_t now);
   bool isWellFormed(unsigned char* frames, std::size_t size) const;
+  void fitWindow(std::size_t size, std::int64_t now);
   void missed();
   void breakOff(const char* why);
   // What goes.
@@ -192,8 +193,11 @@ class Session {
   // What has come.
   std::uint64_t expected_ = 1;
   std::uint64_t missedAt_ = 0;  // the gap that the other side was told of
+  std::uint32_t mostWindow_;
   std::uint32_t window_;
   std::uint32_t widestWindow_;  // that the other side may go by
+  std::size_t measured_ = 0;    // bytes that have come since then
+  std::int64_t measuredSince_;
   std::size_t unackedBytes_ = 0;
   std::size_t unackedMessages_ = 0;
   bool isAckWanted_ = false;  // at the end of this turn

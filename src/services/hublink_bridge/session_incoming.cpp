@@ -10,6 +10,9 @@ namespace bridge {
 namespace {
 
 constexpr std::int64_t kAckMilliseconds = 20;
+// For how much of what comes there is a window, and how long that is measured.
+constexpr std::int64_t kWindowMilliseconds = 2000;
+constexpr std::int64_t kMeasureMilliseconds = 100;
 
 }  // namespace
 
@@ -80,6 +83,26 @@ bool Session::takeAck(const MessageHead& head, std::int64_t now) {
   return true;
 }
 
+// A window of more than comes in some seconds only waits on its way, in the queue of the NATS
+// server for this line: other links are late behind it, and at 10 seconds the server ends the
+// connection.
+void Session::fitWindow(std::size_t size, std::int64_t now) {
+  measured_ += size;
+  const std::int64_t time = now - measuredSince_;
+  if (time < kMeasureMilliseconds) return;
+  // After a rest there is nothing to go by.
+  if (time <= kWindowMilliseconds) {
+    const std::uint64_t wanted =
+        measured_ * std::uint64_t{kWindowMilliseconds} / static_cast<std::uint64_t>(time);
+    const std::uint32_t least = std::min(kStartWindow, mostWindow_);
+    window_ = static_cast<std::uint32_t>(std::clamp<std::uint64_t>(
+        std::max<std::uint64_t>(wanted, window_ / 2), least, mostWindow_));
+    widestWindow_ = std::max(widestWindow_, window_);
+  }
+  measured_ = 0;
+  measuredSince_ = now;
+}
+
 // One that came too early isn't kept: the other side sends it again with what is missing. It is
 // asked once; if that is lost, its own timer has to do.
 void Session::missed() {
@@ -124,6 +147,7 @@ void Session::takeFrames(const MessageHead& head, unsigned char* frames, std::si
   ++unackedMessages_;
   ++counters_.receivedMessages;
   counters_.receivedBytes += size;
+  fitWindow(size, now);
   FrameReader reader(frames, size);
   Frame frame;
   while (!hasEnded_ && reader.next(frame)) host_.frameArrived(*this, frame);
