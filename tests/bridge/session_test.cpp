@@ -145,7 +145,7 @@ TEST(Session, NoticesALossAndEndsOnBothSidesAfterTooLongACut) {
   quiet.second.step(quiet.now + 3000);
   EXPECT_THAT(quiet.ends[1].out, ElementsAre(SizeIs(kMessageHeadSize)));
   EXPECT_FALSE(quiet.first.isAtRest(quiet.now));
-  EXPECT_TRUE(quiet.first.isAtRest(quiet.now + 60000));
+  EXPECT_TRUE(quiet.first.isAtRest(quiet.now + 30000));
 }
 
 TEST(Session, AcknowledgesWithWhatGoesBackAndRestsWhenAllHasCome) {

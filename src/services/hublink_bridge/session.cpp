@@ -23,7 +23,7 @@ constexpr std::int64_t kRetryMilliseconds = 100;
 // Something is said as often as this, so that a side which still has the session when the other
 // has ended it learns of that.
 constexpr std::int64_t kSpeakMilliseconds = 3000;
-constexpr std::int64_t kUnusedMilliseconds = 60000;
+constexpr std::int64_t kUnusedMilliseconds = 30000;
 
 // A message may be no larger than the smallest window that the other side may go by at first.
 constexpr std::size_t kMostMessage = Session::kStartWindow;
