@@ -1,5 +1,6 @@
 // A plugin that doesn't read: the hub holds a bounded backlog for it, those who add to it wait, and
 // all others go on.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "platform/sim/world.h"
 #include "service_database/service_database.h"
 #include "services/hublink/hublink.h"
+#include "stp_transport/transport/stp_byte_block.h"
 #include "stp_transport/transport/stp_process_state.h"
 
 namespace {
@@ -343,6 +345,29 @@ TEST_F(Backlog, HasAMomentToLeaveAtTheHubsEnd) {
   EXPECT_FALSE(hub->returned);
   world.pass(1);
   EXPECT_TRUE(hub->returned);
+}
+
+// What a burst has left in store stays for the next one, and goes when there is none.
+TEST_F(Backlog, BlocksOfABurstStayForASecond) {
+  int limitAfter[3] = {};
+  world.start("it", [&](const auto&) {
+    std::vector<unsigned char*> blocks(200);
+    const auto burst = [&] {
+      for (auto& block : blocks) block = STPByteBlock::allocate(STP_SMALL_BLOCK);
+      for (auto* block : blocks) STPByteBlock::discard(block, STP_SMALL_BLOCK);
+    };
+    for (int& limit : limitAfter) {
+      if (&limit != &limitAfter[2]) burst();
+      STPByteBlock::freeUnused();
+      platform::sleepMilliseconds(600);
+      STPByteBlock::freeUnused();
+      limit = STPByteBlock::sleepLimit();
+    }
+    return 0;
+  });
+  world.pass(3000);
+  EXPECT_THAT(limitAfter,
+              testing::ElementsAre(STPByteBlock::kQuietTime, STPByteBlock::kQuietTime, -1));
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include "services/hublink/hublink.h"
 
+#include <algorithm>
+
 #include "platform/clock.h"
+#include "stp_transport/transport/stp_byte_block.h"
 #include "stp_transport/transport/stp_process_state.h"
 
 namespace {
@@ -52,8 +55,10 @@ void Hublink::servicePass(int timeout, STPStatus* status) {
   launcher_.step();
   connector_.step();
   abroad_.step();
+  if (const int limit = STPByteBlock::sleepLimit(); limit >= 0) timeout = std::min(timeout, limit);
   serviceFirst(abroad_.timeLeft(connector_.timeLeft(launcher_.timeLeft(timeout))), transports_,
                status);
+  STPByteBlock::freeUnused();
   // A plugin that goes is no failure of the hub's.
   if (status && status->code == STP_PEER_CLOSED) status->clear();
   reap();

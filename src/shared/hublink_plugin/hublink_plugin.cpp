@@ -12,6 +12,7 @@
 #include "platform/credentials.h"
 #include "platform/readiness.h"
 #include "stp_transport/retry/stp_retryhandler.h"
+#include "stp_transport/transport/stp_byte_block.h"
 #include "stp_transport/transport/stp_transport.h"
 
 namespace {
@@ -289,6 +290,7 @@ bool HublinkPlugin::serve(int milliseconds) {
   tellRoom();
   posted_.callAll();
   timedCalls_.callDue();
+  STPByteBlock::freeUnused();
   return isConnected();  // a handler may have connected again
 }
 
@@ -298,7 +300,9 @@ int HublinkPlugin::descriptor() const {
 
 int HublinkPlugin::nextTimeout() const {
   const bool hasToStep = owesEnd_ && (!isConnected() || transport_->hasToStep());
-  return hasToStep || hasToHandle() ? 0 : timedCalls_.next();
+  if (hasToStep || hasToHandle()) return 0;
+  const int due = timedCalls_.next(), limit = STPByteBlock::sleepLimit();
+  return due < 0 || (limit >= 0 && limit < due) ? limit : due;
 }
 
 bool HublinkPlugin::serveUntil(const std::function<bool()>& done, int milliseconds) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <utility>
 
+#include "platform/clock.h"
 #include "platform/memory.h"
 #include "stp_transport/wire/stp_wire.h"
 
@@ -11,22 +13,21 @@ namespace {
 
 constexpr std::int64_t kWorthTrimming = 2 << 20;
 
-// Blocks of one size that nobody holds: as many as a busy process uses at a time, since more would
-// only hold memory. The rest is freed, but small blocks lie between others that stay, so that the
-// allocator alone would keep most of a burst: it is told to let go whenever more has been freed
-// than is still in use, which is a few times for a burst, however large.
-template <std::int64_t Size, std::size_t Most>
+// Blocks of one size that nobody holds: up to `Most`, of which `Rest` stay. The others are freed,
+// but small blocks lie between others that stay, so that the allocator alone would keep most of a
+// burst: it is told to let go whenever more has been freed than is still in use, which is a few
+// times for a burst, however large.
+template <std::int64_t Size, std::size_t Most, std::size_t Rest>
 class Store {
  public:
   Store() = default;
-  ~Store() {
-    while (count_ > 0) ::operator delete(blocks_[--count_]);
-  }
+  ~Store() { shrink(0); }
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
 
   unsigned char* take() {
     used_ += Size;
+    isBusy_ = true;
     return count_ > 0 ? blocks_[--count_]
                       : static_cast<unsigned char*>(::operator new(Size + STP_MAX_FILL));
   }
@@ -42,17 +43,34 @@ class Store {
     freed_ = 0;
     platform::trimFreedMemory();
   }
+  bool isFull() const { return count_ > Rest; }
+  void freeUnused() {
+    if (!isFull()) return;
+    const std::uint64_t now = platform::monotonicMilliseconds();
+    if (std::exchange(isBusy_, false)) quietSince_ = now;
+    if (now - quietSince_ < std::uint64_t{STPByteBlock::kQuietTime}) return;
+    shrink(Rest);
+    freed_ = 0;
+    platform::trimFreedMemory();
+  }
 
  private:
+  void shrink(std::size_t count) {
+    while (count_ > count) ::operator delete(blocks_[--count_]);
+  }
+
   std::array<unsigned char*, Most> blocks_{};
   std::size_t count_ = 0;
-  std::int64_t used_ = 0;   // bytes of blocks that somebody holds
-  std::int64_t freed_ = 0;  // bytes since the allocator was last told
+  std::int64_t used_ = 0;         // bytes of blocks that somebody holds
+  std::int64_t freed_ = 0;        // bytes since the allocator was last told
+  bool isBusy_ = false;           // one was taken since the last look
+  std::uint64_t quietSince_ = 0;  // ms
 };
 
 struct Stores {
-  Store<STP_SMALL_BLOCK, 64> small;
-  Store<STP_LARGE_BLOCK, 8> large;
+  // What a plugin may have waiting for its hub, and some; 2 MiB of each stay.
+  Store<STP_SMALL_BLOCK, 288, 64> small;
+  Store<STP_LARGE_BLOCK, 8, 8> large;
 };
 
 Stores& stores() {
@@ -75,4 +93,12 @@ void STPByteBlock::discard(unsigned char* block, std::int64_t size) {
     stores().large.give(block);
   else
     ::operator delete(block);
+}
+
+int STPByteBlock::sleepLimit() {
+  return stores().small.isFull() ? kQuietTime : -1;
+}
+
+void STPByteBlock::freeUnused() {
+  stores().small.freeUnused();
 }

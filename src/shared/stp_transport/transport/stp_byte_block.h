@@ -2,8 +2,9 @@
 // itself is at hand, since the other end of a pair in one process reads through it.
 //
 // A transport has its blocks only while they hold something. Blocks of the two usual sizes go to a
-// small store from which the next transport takes them, so that this costs a busy one next to
-// nothing.
+// store of the thread's from which the next transport takes them, so that this costs a busy one
+// next to nothing: fresh memory costs a page fault for each 4 KiB of it, which is more than to copy
+// them. What a burst has left there goes when the loop has been quiet for a while.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +40,13 @@ struct STPByteBlock {
   static unsigned char* allocate(std::int64_t size);
   /// Gives back a block of `size` bytes from allocate().
   static void discard(unsigned char* block, std::int64_t size);
+
+  // --- For the thread's loop ---
+  /// Milliseconds that a sleep may last at most: a burst has left blocks in the store. -1: any.
+  static int sleepLimit();
+  /// Frees what a burst has left if none was taken for kQuietTime. Behind each sleep.
+  static void freeUnused();
+  static constexpr int kQuietTime = 1000;  // ms
 
  private:
   std::int64_t size_ = 0;
