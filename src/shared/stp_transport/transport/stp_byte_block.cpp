@@ -27,9 +27,12 @@ class Store {
 
   unsigned char* take() {
     used_ += Size;
-    isBusy_ = true;
-    return count_ > 0 ? blocks_[--count_]
-                      : static_cast<unsigned char*>(::operator new(Size + STP_MAX_FILL));
+    if (count_ == 0) {
+      lowest_ = 0;
+      return static_cast<unsigned char*>(::operator new(Size + STP_MAX_FILL));
+    }
+    lowest_ = std::min(lowest_, --count_);
+    return blocks_[count_];
   }
   void give(unsigned char* block) {
     used_ -= Size;
@@ -47,9 +50,11 @@ class Store {
   void freeUnused() {
     if (!isFull()) return;
     const std::uint64_t now = platform::monotonicMilliseconds();
-    if (std::exchange(isBusy_, false)) quietSince_ = now;
-    if (now - quietSince_ < std::uint64_t{STPByteBlock::kQuietTime}) return;
-    shrink(Rest);
+    if (now - lookedAt_ < std::uint64_t{STPByteBlock::kLookInterval}) return;
+    lookedAt_ = now;
+    const std::size_t unused = std::min(std::exchange(lowest_, count_), count_ - Rest);
+    if (unused == 0) return;
+    shrink(lowest_ = count_ - unused);
     freed_ = 0;
     platform::trimFreedMemory();
   }
@@ -61,15 +66,15 @@ class Store {
 
   std::array<unsigned char*, Most> blocks_{};
   std::size_t count_ = 0;
-  std::int64_t used_ = 0;         // bytes of blocks that somebody holds
-  std::int64_t freed_ = 0;        // bytes since the allocator was last told
-  bool isBusy_ = false;           // one was taken since the last look
-  std::uint64_t quietSince_ = 0;  // ms
+  std::size_t lowest_ = 0;      // count since the last look
+  std::int64_t used_ = 0;       // bytes of blocks that somebody holds
+  std::int64_t freed_ = 0;      // bytes since the allocator was last told
+  std::uint64_t lookedAt_ = 0;  // ms
 };
 
 struct Stores {
-  // What a plugin may have waiting for its hub, and some; 2 MiB of each stay.
-  Store<STP_SMALL_BLOCK, 288, 64> small;
+  // 64 MiB of what waits for slow receivers; 2 MiB of each stay.
+  Store<STP_SMALL_BLOCK, 2048, 64> small;
   Store<STP_LARGE_BLOCK, 8, 8> large;
 };
 
@@ -96,7 +101,7 @@ void STPByteBlock::discard(unsigned char* block, std::int64_t size) {
 }
 
 int STPByteBlock::sleepLimit() {
-  return stores().small.isFull() ? kQuietTime : -1;
+  return stores().small.isFull() ? kLookInterval : -1;
 }
 
 void STPByteBlock::freeUnused() {

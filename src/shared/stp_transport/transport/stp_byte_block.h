@@ -4,7 +4,7 @@
 // A transport has its blocks only while they hold something. Blocks of the two usual sizes go to a
 // store of the thread's from which the next transport takes them, so that this costs a busy one
 // next to nothing: fresh memory costs a page fault for each 4 KiB of it, which is more than to copy
-// them. What a burst has left there goes when the loop has been quiet for a while.
+// them. What nobody has needed there for a while goes.
 #pragma once
 
 #include <cstdint>
@@ -44,9 +44,9 @@ struct STPByteBlock {
   // --- For the thread's loop ---
   /// Milliseconds that a sleep may last at most: a burst has left blocks in the store. -1: any.
   static int sleepLimit();
-  /// Frees what a burst has left if none was taken for kQuietTime. Behind each sleep.
+  /// Frees what has lain in the store for all of the last kLookInterval. Behind each sleep.
   static void freeUnused();
-  static constexpr int kQuietTime = 1000;  // ms
+  static constexpr int kLookInterval = 1000;  // ms
 
  private:
   std::int64_t size_ = 0;
