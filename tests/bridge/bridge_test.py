@@ -450,8 +450,8 @@ def looks(realm):
 
 
 PARTS = {part.__name__: part
-         for part in (everyday, starts, realms_apart, poor, thin, values, hostile, bound, ends, cuts,
-                      slow, looks)}
+         for part in (everyday, starts, realms_apart, poor, thin, values, hostile, bound, ends,
+                      cuts, slow, looks)}
 
 
 def main():

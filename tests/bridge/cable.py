@@ -3,7 +3,8 @@
     cable.py INTERFACE INTERFACE DELAY_MS LOSS_PERCENT RATE
 
 RATE is in bytes per second each way, 0 for as many as come. What waits is bounded as a router's
-queue is: the frames beyond are lost. Neither interface may have an address. Prints "ready", and works until it is ended."""
+queue is: the frames beyond are lost. Neither interface may have an address. Prints "ready", and
+works until it is ended."""
 
 import collections
 import random
