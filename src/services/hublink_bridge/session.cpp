@@ -190,6 +190,7 @@ bool Session::transmit(unsigned char* message, std::size_t size, std::uint64_t s
   writeMessageHead(message, head);
   if (!host_.transmit(*this, message, size)) {
     retryDue_ = now + kRetryMilliseconds;
+    spokeAt_ = now;  // until then there is no point in trying to
     return false;
   }
   spokeAt_ = now;
@@ -311,8 +312,7 @@ std::int64_t Session::step(std::int64_t now) {
     if (hasEnded_) return -1;
   }
   if (sent_ > 0 && now >= oldestAt_ + resendTime()) {
-    transmitAgain(0, now);
-    isProbing_ = true;
+    if (transmitAgain(0, now)) isProbing_ = true;
   }
   next = std::min({next, ackDue_, retryDue_, allAgainDue_, spokeAt_ + kSpeakMilliseconds});
   if (sent_ > 0) next = std::min(next, oldestAt_ + resendTime());
