@@ -7,6 +7,7 @@
 #include <random>
 
 #include "platform/clock.h"
+#include "services/hublink_bridge/parts.h"
 
 namespace bridge {
 
@@ -323,7 +324,7 @@ void NatsConnection::flush() {
 void NatsConnection::serve(bool isReadable, bool isWritable) {
   takeConnection();
   if (!library_) return;
-  const auto now = static_cast<std::int64_t>(platform::monotonicMilliseconds());
+  const std::int64_t now = clockNow();
   if (isReadable || now - std::exchange(servedAt_, now) > kOwnSilence) readAt_ = now;
   if (isWritable) natsConnection_ProcessWriteEvent(library_->connection);
   // What has been read and not been handed over has no bound but that no more is read meanwhile.
@@ -357,7 +358,7 @@ void NatsConnection::takeConnection() {
     return;
   }
   isUp_ = true;
-  servedAt_ = readAt_ = static_cast<std::int64_t>(platform::monotonicMilliseconds());
+  servedAt_ = readAt_ = clockNow();
   listener_.natsState(true, server());
 }
 
