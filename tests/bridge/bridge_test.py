@@ -203,6 +203,8 @@ def thin(realm):
         flood.expect("handed over")
         flood.expect_beginning("flooded: ", 60)
     print(f"  round trips within {longest:.1f} s", flush=True)
+    # Little went twice, though all was late.
+    assert there.received() < 1.5 * (16 << 20)
     logs = [(machine.directory / "log").read_text() for machine in (here, there)]
     assert not any("NATS: " in log for log in logs), logs
 

@@ -127,6 +127,12 @@ class Machine:
     def await_service(self, name):
         until(lambda: self.control("provider", name)[0] == 0, f"{name} at {self.name}")
 
+    def received(self):
+        """Bytes, so far, from the servers (proc_pid_net(5))."""
+        rows = subprocess.run(["ip", "netns", "exec", self.space, "cat", "/proc/net/dev"],
+                              capture_output=True, text=True, check=True).stdout
+        return int(rows.split("cable:")[1].split()[0])
+
     def segments_sent_again(self):
         """By TCP, so far (proc_pid_net(5))."""
         rows = subprocess.run(["ip", "netns", "exec", self.space, "cat", "/proc/net/snmp"],

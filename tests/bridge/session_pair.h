@@ -38,9 +38,10 @@ struct End : SessionHost {
   std::function<void(const Frame&)> onFrame;
 };
 
-/// In a hundred messages, and milliseconds at most: beyond one, messages overtake each other.
+/// In a hundred messages, and milliseconds at most: beyond one, messages overtake each other. All
+/// are late by the last.
 struct Faults {
-  unsigned lost = 0, doubled = 0, garbled = 0, delay = 1;
+  unsigned lost = 0, doubled = 0, garbled = 0, delay = 1, late = 0;
 };
 
 struct SessionPair {
@@ -65,7 +66,7 @@ struct SessionPair {
                           : chance(faults.doubled) ? 2
                                                    : 1;
              copies > 0; --copies)
-          way.insert({now + 1 + below(faults.delay), {1 - side, message}});
+          way.insert({now + 1 + faults.late + below(faults.delay), {1 - side, message}});
       }
     }
   }

@@ -86,7 +86,7 @@ TEST(Session, StreamsArriveInOrderAndOnce) {
     const auto hasCome = [&] {
       return pair.ends[1].streams == sent[0] && pair.ends[0].streams == sent[1];
     };
-    for (int i = 0; i < 1200 && !hasCome(); ++i) pair.run(100);
+    for (int i = 0; i < 6000 && !hasCome(); ++i) pair.run(100);
     EXPECT_TRUE(hasCome()) << "seed " << seed;
     pair.run(100);
     for (const std::size_t side : {0, 1}) {
@@ -121,11 +121,14 @@ TEST(Session, NoticesALossAndEndsOnBothSidesAfterTooLongACut) {
   sendText(pair.second, "m");
   pair.run(80);
   EXPECT_EQ(pair.ends[0].streams[1], "klm");
+  for (const char* text : {"1", "2", "3"}) lose(text);  // which nothing else follows
+  pair.run(1100);
+  EXPECT_EQ(pair.ends[0].streams[1], "klm123");
   pair.setUp(0, false);
   lose("n");
   pair.setUp(0, true);
   pair.run(80);
-  EXPECT_EQ(pair.ends[0].streams[1], "klmn");
+  EXPECT_EQ(pair.ends[0].streams[1], "klm123n");
   pair.setUp(0, false);
   sendText(pair.first, "y");
   pair.run(10000);
@@ -175,6 +178,28 @@ TEST(Session, AcknowledgesWithWhatGoesBackAndRestsWhenAllHasCome) {
   sendText(pair.first, std::string(65536, 'x'));
   pair.run(2);
   EXPECT_THAT(pair.way, SizeIs(1));
+}
+
+// What is only late isn't lost: copies would make a slow line slower.
+TEST(Session, OpensItsWindowStepByStepAndSendsNoCopiesOnALateLine) {
+  for (const auto& [late, resent, widest] :
+       {std::tuple(450u, 0u, 2u << 20), std::tuple(1500u, 2u, Session::kStartWindow)}) {
+    SessionPair pair({0, 0, 0, 1, late});
+    pair.second.setWindow(Session::kMaxWindow);
+    std::size_t most = 0;
+    for (unsigned i = 0; i < 20000; ++i, pair.turn()) {
+      while (pair.first.hasRoom()) sendText(pair.first, std::string(10000, 'x'));
+      std::size_t underWay = 0;
+      for (const auto& [due, message] : pair.way) underWay += message.second.size();
+      if (i == 2 * late) {
+        EXPECT_LE(most, Session::kStartWindow + resent * (1u << 16) + 1000);
+      }
+      most = std::max(most, underWay);
+    }
+    EXPECT_GE(most, widest);
+    EXPECT_EQ(pair.first.counters().resentMessages, resent);
+    EXPECT_EQ(pair.second.counters().droppedMessages, resent);
+  }
 }
 
 TEST(Session, WhatIsOldOrEarlyChangesNothing) {

@@ -15,8 +15,9 @@ constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 // that is set with the first of them.
 constexpr std::size_t kAckBytes = 64 << 10;
 constexpr std::size_t kAckMessages = 64;
-// The oldest message goes again if no acknowledgement came for this, or four round trips.
-constexpr std::int64_t kResendMilliseconds = 1000;
+// Bounds of the time without an acknowledgement after which the oldest message goes again.
+constexpr std::int64_t kLeastPatience = 1000;
+constexpr std::int64_t kMostPatience = 8000;
 // The other side may ask for all again as often as this, or once in a round trip.
 constexpr std::int64_t kAllAgainMilliseconds = 50;
 constexpr std::int64_t kRetryMilliseconds = 100;
@@ -52,8 +53,8 @@ Session::Session(std::string machine, std::uint64_t id, bool isInitiator, Sessio
       grace_(options.grace),
       maxMessage_(std::clamp(options.maxMessage, kLeastMaxMessage, kMostMessage)),
       mostWindow_(std::clamp(options.window, kMinWindow, kMaxWindow)),
-      window_(mostWindow_),
-      widestWindow_(std::max(window_, kStartWindow)),
+      window_(std::min(kStartWindow, mostWindow_)),
+      widestWindow_(kStartWindow),
       measuredSince_(now),
       heardAt_(now),
       spokeAt_(now),
@@ -61,7 +62,8 @@ Session::Session(std::string machine, std::uint64_t id, bool isInitiator, Sessio
       ackDue_(kNever),
       retryDue_(kNever),
       allAgainDue_(kNever),
-      noneAgainBefore_(now) {}
+      noneAgainBefore_(now),
+      patience_(kLeastPatience) {}
 
 void Session::setWindow(std::uint32_t bytes) {
   mostWindow_ = std::clamp(bytes, kMinWindow, kMaxWindow);
@@ -284,8 +286,8 @@ bool Session::isAwayTooLong(std::int64_t now) {
   return true;
 }
 
-std::int64_t Session::resendTime() const {
-  return std::max(kResendMilliseconds, 4 * roundTrip_);
+void Session::setPatience(std::int64_t milliseconds) {
+  patience_ = std::clamp(milliseconds, kLeastPatience, kMostPatience);
 }
 
 bool Session::isAtRest(std::int64_t now) const {
@@ -311,11 +313,14 @@ std::int64_t Session::step(std::int64_t now) {
     flush(now);
     if (hasEnded_) return -1;
   }
-  if (sent_ > 0 && now >= oldestAt_ + resendTime()) {
-    if (transmitAgain(0, now)) isProbing_ = true;
+  if (sent_ > 0 && now >= oldestAt_ + patience_) {
+    if (transmitAgain(0, now)) {
+      isProbing_ = true;
+      setPatience(2 * patience_);
+    }
   }
   next = std::min({next, ackDue_, retryDue_, allAgainDue_, spokeAt_ + kSpeakMilliseconds});
-  if (sent_ > 0) next = std::min(next, oldestAt_ + resendTime());
+  if (sent_ > 0) next = std::min(next, oldestAt_ + patience_);
   return std::max<std::int64_t>(next - now, 1);
 }
 

@@ -142,6 +142,7 @@ class Session {
   void takeFrames(const MessageHead& head, unsigned char* frames, std::size_t size,
                   std::int64_t now);
   bool isWellFormed(unsigned char* frames, std::size_t size) const;
+  void measureRoundTrip(const Message& message, std::int64_t now);
   void fitWindow(std::size_t size, std::int64_t now);
   void missed();
   void breakOff(const char* why);
@@ -159,7 +160,7 @@ class Session {
   bool tellRoom();
   bool mayLeave(const Message& message) const;
   bool isAwayTooLong(std::int64_t now);
-  std::int64_t resendTime() const;
+  void setPatience(std::int64_t milliseconds);
 
   const std::string machine_;
   const std::uint64_t id_;
@@ -215,6 +216,7 @@ class Session {
   std::int64_t noneAgainBefore_;
   std::int64_t oldestAt_ = 0;  // when the oldest left, or became the oldest
   bool isProbing_ = false;     // the oldest has gone again, and nothing was heard of it
+  std::int64_t patience_;      // until it goes again
   std::int64_t roundTrip_ = -1;
 };
 

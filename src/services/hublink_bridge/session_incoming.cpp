@@ -57,13 +57,10 @@ bool Session::takeAck(const MessageHead& head, std::int64_t now) {
     return false;
   }
   const auto arrived = static_cast<std::size_t>(head.ack - firstSequence_);
+  if (arrived > 0) measureRoundTrip(messages_[isProbing_ ? 0 : arrived - 1], now);
   for (std::size_t i = 0; i < arrived; ++i) {
     Message& message = messages_.front();
     underWay_ -= message.bytes.size() - kMessageHeadSize;
-    if (!message.isResent) {
-      const std::int64_t sample = now - message.sentAt;
-      roundTrip_ = roundTrip_ < 0 ? sample : (7 * roundTrip_ + sample) / 8;
-    }
     buffers_.put(std::move(message.bytes));
     messages_.pop_front();
   }
@@ -72,20 +69,36 @@ bool Session::takeAck(const MessageHead& head, std::int64_t now) {
   again_ -= std::min(again_, arrived);
   if (arrived > 0) {
     oldestAt_ = now;
-    // If the oldest was lost, the others came too early.
-    if (std::exchange(isProbing_, false) && sent_ > 0) sendAllAgain(now);
+    // The oldest was lost, or it was only slow: behind what is under way still, an acknowledgement
+    // tells the other side what should have come, and it asks for what hasn't.
+    if (std::exchange(isProbing_, false) && sent_ > 0) isAckWanted_ = true;
   }
   if (arrived > 0 || head.sequence >= windowSequence_) {
     peerWindow_ = std::min(head.window, kMaxWindow);
     windowSequence_ = head.sequence;
   }
-  if ((head.flags & kNak) != 0 && sent_ > 0) sendAllAgain(now);
+  if ((head.flags & kNak) != 0 && sent_ > 0) {
+    setPatience(4 * roundTrip_);  // what has taken long was lost
+    sendAllAgain(now);
+  }
   return true;
+}
+
+// By the message whose arrival was answered. One that has gone again tells nothing of the line, but
+// if it was only slow, the next ones are not to go again too early.
+void Session::measureRoundTrip(const Message& message, std::int64_t now) {
+  const std::int64_t time = now - message.sentAt;
+  if (!message.isResent) {
+    roundTrip_ = roundTrip_ < 0 ? time : (7 * roundTrip_ + time) / 8;
+    setPatience(std::max(4 * roundTrip_, 2 * time));
+  } else if (isProbing_) {
+    setPatience(std::max(patience_, 2 * time));
+  }
 }
 
 // A window of more than comes in some seconds only waits on its way, in the queue of the NATS
 // server for this line: other links are late behind it, and at 10 seconds the server ends the
-// connection.
+// connection. It opens step by step, since what has waited in front of us comes all at once.
 void Session::fitWindow(std::size_t size, std::int64_t now) {
   measured_ += size;
   const std::int64_t time = now - measuredSince_;
@@ -95,8 +108,9 @@ void Session::fitWindow(std::size_t size, std::int64_t now) {
     const std::uint64_t wanted =
         measured_ * std::uint64_t{kWindowMilliseconds} / static_cast<std::uint64_t>(time);
     const std::uint32_t least = std::min(kStartWindow, mostWindow_);
-    window_ = static_cast<std::uint32_t>(std::clamp<std::uint64_t>(
-        std::max<std::uint64_t>(wanted, window_ / 2), least, mostWindow_));
+    window_ = static_cast<std::uint32_t>(
+        std::clamp<std::uint64_t>(wanted, window_ / 2, std::uint64_t{window_} * 2));
+    window_ = std::clamp(window_, least, mostWindow_);
     widestWindow_ = std::max(widestWindow_, window_);
   }
   measured_ = 0;
