@@ -346,26 +346,31 @@ TEST_F(Backlog, HasAMomentToLeaveAtTheHubsEnd) {
   EXPECT_TRUE(hub->returned);
 }
 
-// What bursts take again and again stays in store, and goes when there are no more of them.
+// What bursts take again and again stays in store, and goes when there are no more of them: also in
+// a loop that does nothing before it is due.
 TEST_F(Backlog, BlocksOfABurstStayForTheNext) {
-  std::vector<int> limits;
+  std::vector<int> limits, sleeps;
   world.start("it", [&](const auto&) {
     std::vector<unsigned char*> blocks(200);
-    const auto pass = [&] {
+    for (int i = 0; i < 5; ++i) {
+      for (auto& block : blocks) block = STPByteBlock::allocate(STP_SMALL_BLOCK);
+      for (auto* block : blocks) STPByteBlock::discard(block, STP_SMALL_BLOCK);
       platform::sleepMilliseconds(600);
       STPByteBlock::freeUnused();
       limits.push_back(STPByteBlock::sleepLimit());
-    };
-    for (int i = 0; i < 5; ++i, pass()) {
-      for (auto& block : blocks) block = STPByteBlock::allocate(STP_SMALL_BLOCK);
-      for (auto* block : blocks) STPByteBlock::discard(block, STP_SMALL_BLOCK);
     }
-    for (int i = 0; i < 4; ++i) pass();
+    while (limits.back() > 0) {
+      sleeps.push_back(limits.back());
+      platform::sleepMilliseconds(limits.back());
+      if (STPByteBlock::sleepLimit() == 0) STPByteBlock::freeUnused();
+      limits.push_back(STPByteBlock::sleepLimit());
+    }
     return 0;
   });
   world.pass(10000);
-  ASSERT_EQ(limits.size(), 9u);
-  for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(limits[i], STPByteBlock::kLookInterval);
+  ASSERT_GT(limits.size(), 5u);
+  for (std::size_t i = 0; i < 5; ++i) EXPECT_GT(limits[i], 0);
+  EXPECT_LE(sleeps.size(), 2u);
   EXPECT_EQ(limits.back(), -1);
 }
 

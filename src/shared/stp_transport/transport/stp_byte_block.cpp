@@ -46,12 +46,15 @@ class Store {
     freed_ = 0;
     platform::trimFreedMemory();
   }
-  bool isFull() const { return count_ > Rest; }
+  int timeToLook() const {
+    if (count_ <= Rest) return -1;
+    const std::uint64_t passed = platform::monotonicMilliseconds() - lookedAt_;
+    constexpr std::uint64_t kInterval = STPByteBlock::kLookInterval;
+    return passed < kInterval ? static_cast<int>(kInterval - passed) : 0;
+  }
   void freeUnused() {
-    if (!isFull()) return;
-    const std::uint64_t now = platform::monotonicMilliseconds();
-    if (now - lookedAt_ < std::uint64_t{STPByteBlock::kLookInterval}) return;
-    lookedAt_ = now;
+    if (timeToLook() != 0) return;
+    lookedAt_ = platform::monotonicMilliseconds();
     const std::size_t unused = std::min(std::exchange(lowest_, count_), count_ - Rest);
     if (unused == 0) return;
     shrink(lowest_ = count_ - unused);
@@ -101,7 +104,7 @@ void STPByteBlock::discard(unsigned char* block, std::int64_t size) {
 }
 
 int STPByteBlock::sleepLimit() {
-  return stores().small.isFull() ? kLookInterval : -1;
+  return stores().small.timeToLook();
 }
 
 void STPByteBlock::freeUnused() {

@@ -42,9 +42,11 @@ struct STPByteBlock {
   static void discard(unsigned char* block, std::int64_t size);
 
   // --- For the thread's loop ---
-  /// Milliseconds that a sleep may last at most: a burst has left blocks in the store. -1: any.
+  /// Milliseconds until freeUnused() has something to look at, as a burst has left blocks in the
+  /// store; 0: it is due. -1: nothing.
   static int sleepLimit();
-  /// Frees what has lain in the store for all of the last kLookInterval. Behind each sleep.
+  /// Frees what has lain in the store since it last looked, if that is kLookInterval ago. Behind
+  /// each sleep.
   static void freeUnused();
   static constexpr int kLookInterval = 1000;  // ms
 
