@@ -85,6 +85,7 @@ void AbroadService::askNext(std::int32_t cookie) {
   const auto place = questions_.find(cookie);
   Asked& asked = place->second;
   asked.deadline = platform::monotonicMilliseconds() + kQuestionTime;
+  due_ = std::min(due_, asked.deadline);
   while (AbroadDesk* desk = deskBehind(asked.serial, asked.question)) {
     asked.serial = desk->serial();
     if (desk->ask(cookie, asked.question)) return;
@@ -109,9 +110,14 @@ void AbroadService::goOn(std::uint32_t serial) {
 void AbroadService::step() {
   if (questions_.empty()) return;
   const std::uint64_t now = platform::monotonicMilliseconds();
+  if (now < due_) return;
+  due_ = kNever;
   std::vector<std::int32_t> late;
   for (const auto& [cookie, asked] : questions_)
-    if (now >= asked.deadline) late.push_back(cookie);
+    if (now >= asked.deadline)
+      late.push_back(cookie);
+    else
+      due_ = std::min(due_, asked.deadline);
   for (const std::int32_t cookie : late) {
     const auto place = questions_.find(cookie);
     if (place == questions_.end() || now < place->second.deadline) continue;
@@ -125,9 +131,8 @@ void AbroadService::step() {
 int AbroadService::timeLeft(int most) const {
   if (questions_.empty()) return most;
   const std::uint64_t now = platform::monotonicMilliseconds();
-  for (const auto& [cookie, asked] : questions_)
-    most = std::min(most, asked.deadline > now ? static_cast<int>(asked.deadline - now) : 0);
-  return most;
+  const std::uint64_t left = due_ > now ? due_ - now : 0;
+  return left < static_cast<std::uint64_t>(most) ? static_cast<int>(left) : most;
 }
 
 void AbroadService::withdraw(std::int32_t cookie, const Asked& asked) {

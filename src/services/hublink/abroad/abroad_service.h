@@ -89,6 +89,7 @@ class AbroadService {
  private:
   /// Milliseconds: a bridge itself gives up sooner.
   static constexpr std::uint64_t kQuestionTime = 60000;
+  static constexpr std::uint64_t kNever = UINT64_MAX;
 
   using Desks = std::vector<CountedPtr<AbroadDesk>>;
 
@@ -106,6 +107,7 @@ class AbroadService {
   Hublink& hub_;
   Desks desks_;  // in the order in which they can be asked
   std::map<std::int32_t, Asked> questions_;
+  std::uint64_t due_ = kNever;  // no question's deadline is before
   std::int32_t lastCookie_ = 0;
   std::uint32_t lastSerial_ = 0;
   ArrivalID comingArrival_ = 0;  // of the bridge that is to come; then
