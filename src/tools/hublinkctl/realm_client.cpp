@@ -134,7 +134,11 @@ std::optional<Facts> RealmClient::bridge() {
   view_->next.reset();
   view_->requestBridge({.cookie = ++view_->cookie}, session_.left());
   if (!awaitPage()) return std::nullopt;
-  return view_->items.at(0);
+  if (view_->items.empty()) {
+    session_.fail(ExitCode::no, "the bridge doesn't tell of itself");
+    return std::nullopt;
+  }
+  return view_->items.front();
 }
 
 std::optional<Facts> RealmClient::list(RealmListed what) {
