@@ -1,9 +1,13 @@
-// Names and subjects, and what is made of what other machines say: whom a service is taken from,
-// and that nothing that they say does any harm.
+// Options, names and subjects, and what is made of what other machines say: whom a service is taken
+// from, and that nothing that they say does any harm.
 #include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
 
 #include "services/hublink_bridge/members.h"
 #include "services/hublink_bridge/names.h"
+#include "services/hublink_bridge/options.h"
 
 namespace bridge {
 namespace {
@@ -47,6 +51,25 @@ TEST(NamesTest, PatternsFit) {
   EXPECT_TRUE(isNamed({"In*", "Index"}, "Index"));
   EXPECT_FALSE(isNamed({"In*", "*"}, "Index"));
   EXPECT_FALSE(isNamed({"In*"}, "In*"));
+}
+
+TEST(OptionsTest, WhatIsWrongIsSaid) {
+  const std::string file = ::testing::TempDir() + "bridge.conf";
+  const auto exitCode = [&file](const std::string& line, std::string grace) {
+    std::ofstream(file) << "nats = [\"nats://127.0.0.1:1\", \"nats://127.0.0.1:2\"]\n" << line;
+    std::string words[] = {"it", "--realm", "r", "--grace", std::move(grace), "--config", file};
+    char* arguments[std::size(words)];
+    for (std::size_t i = 0; i < std::size(words); ++i) arguments[i] = words[i].data();
+    Options options;
+    int code = 0;
+    const bool isRead = readOptions(std::size(words), arguments, options, code);
+    EXPECT_EQ(isRead, code == 0 && options.nats.urls.size() == 2);
+    return code;
+  };
+  EXPECT_EQ(exitCode("import = [\"A*\", \"B\"]\n", "3600"), 0);
+  EXPECT_EQ(exitCode("improt = [\"A*\"]\n", "10"), 2);
+  for (const char* bad : {"nan", "-1", "3601", "soon"}) EXPECT_EQ(exitCode("", bad), 2) << bad;
+  std::remove(file.c_str());
 }
 
 class MembersTest : public ::testing::Test, public MembersListener {

@@ -1,6 +1,7 @@
 #include "services/hublink_bridge/options.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 
@@ -27,6 +28,19 @@ CLI::Validator nameOf(bool (*isName)(std::string_view), const char* what) {
         return isName(text) ? std::string() : "\"" + text + "\" is no name of a " + what;
       },
       "NAME");
+}
+
+// A number of seconds, which "nan" is not.
+CLI::Validator seconds(double most) {
+  return CLI::Validator(
+      [most](std::string& text) {
+        double value = -1;
+        if (CLI::detail::lexical_cast(text, value) && value >= 0 && value <= most)
+          return std::string();
+        return "\"" + text + "\" is no number of seconds up to " +
+               std::to_string(std::lround(most));
+      },
+      "");
 }
 
 // The hub and those who start plugins for it write options with one dash and a long name, and some
@@ -56,6 +70,8 @@ bool readOptions(int argc, char** argv, Options& options, int& exitCode) {
       "hublink-bridge");
   app.set_version_flag("--version", "hublink-bridge " HUBLINK_VERSION);
   app.set_config("--config", "", "File with these options, a line each: name = value");
+  // A bound that is misspelt there would be none.
+  app.allow_config_extras(CLI::config_extras_mode::error);
   options.machine = ownMachineName();
   std::string passwordFile;
   double grace = static_cast<double>(options.grace) / kMilliseconds;
@@ -79,7 +95,7 @@ bool readOptions(int argc, char** argv, Options& options, int& exitCode) {
                  "Names of values that others may ask of plugins that they have a link with")
       ->delimiter(',');
   app.add_option("--grace", grace, "Seconds that links outlast a cut")
-      ->check(CLI::Range(0.0, kMostGrace))
+      ->check(seconds(kMostGrace))
       ->capture_default_str();
   app.add_option("--tls-ca", options.nats.tlsCA, "File of the authorities that sign the server")
       ->check(CLI::ExistingFile);
