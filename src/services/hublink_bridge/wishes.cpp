@@ -72,7 +72,9 @@ void Wishes::tryNext(std::int32_t cookie) {
   Wish& wish = place->second;
   const Bytes body = bodyOf(wish.body);
   while (wish.next < wish.machines.size()) {
-    wish.session = &parts_.sessions.ours(wish.machines[wish.next++], clockNow());
+    const std::string& machine = wish.machines[wish.next++];
+    if (!parts_.members.find(machine)) continue;  // it has gone since it was chosen
+    wish.session = &parts_.sessions.ours(machine, clockNow());
     wish.number = ++lastNumber_;
     if (!wish.session->send(FrameKind::open, wish.number, body)) continue;
     cookies_[{wish.session, wish.number}] = cookie;
