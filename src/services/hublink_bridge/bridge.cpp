@@ -102,18 +102,23 @@ bool Bridge::connectHub(std::string& error) {
     hasHub_ = true;
     return true;
   }
-  desk_.close();
-  plugin_.disconnect();
+  leaveHub();
   return false;
 }
 
-void Bridge::hubGone() {
+// Also if all of it is only half there.
+void Bridge::leaveHub() {
   hasHub_ = isTold_ = false;
+  plugin_.disconnect();  // first: who has asked something is told that there is no answer
   wishes_.clear();
   visits_.clear();
   standIns_.disconnectAll();
   desk_.close();
   exports_.unwatch();
+}
+
+void Bridge::hubGone() {
+  leaveHub();
   if (options_.hubPort != 0)
     stop(0, "the hub has gone");
   else

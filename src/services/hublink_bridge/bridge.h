@@ -50,6 +50,7 @@ class Bridge : private NatsListener,
   // --- The hub ---
   bool connectHub(std::string& error);
   void watchHub();
+  void leaveHub();
   void hubGone();
 
   // --- NATS ---
