@@ -449,6 +449,10 @@ def looks(realm):
     realm.nats[0].end()
     bridge = realms.until(lambda: not (now := seen(here, "bridge"))["connected"] and now, "the cut")
     assert bridge["error"] and not bridge["server"]
+    server = realm.directory / "server.conf"
+    server.write_text("authorization { user: some, password: body }\n")
+    realm.start_nats(0, False, "-c", server)
+    realms.until(lambda: "uthorization" in seen(here, "bridge")["error"], "the refusal")
 
 
 PARTS = {part.__name__: part

@@ -147,7 +147,7 @@ void Bridge::natsState(bool isConnected, const std::string& text) {
     plugin_.callLater(kSettleTime, [this] { wishes_.settle(); });
   }
   sessions_.carrierChanged(isConnected, clockNow());
-  if (isTold_) tell(isConnected ? "connected to " + text : "NATS: " + text);
+  if (isTold_ || !isConnected) tell(isConnected ? "connected to " + text : "NATS: " + text);
 }
 
 void Bridge::natsMessage(const NatsMessage& message) {
@@ -304,7 +304,15 @@ bool Bridge::start(std::string& error) {
   // In this order they are handed over: who a machine is before what it wants of this one.
   nats_.subscribe(prefix + kEverybody + ".>");
   nats_.subscribe(prefix + options_.machine + ".>");
-  return nats_.connect(options_.nats, error);
+  std::string why;
+  const bool isInVain = !nats_.connect(options_.nats, why);
+  if (isInVain) {
+    error = "NATS: " + why;
+  } else if (!why.empty()) {
+    realm_.natsState(false, why);
+    tell("waiting for NATS: " + why);
+  }
+  return !isInVain;
 }
 
 int Bridge::run() {

@@ -147,13 +147,13 @@ NatsConnection::Try NatsConnection::tryToConnect(std::unique_ptr<Library>& made,
   std::vector<const char*> urls;
   for (const std::string& url : options_.urls) urls.push_back(url.c_str());
   natsStatus status = natsOptions_Create(&opts);
-  const auto set = [&](natsStatus outcome, const std::string& what = "NATS") {
+  const auto set = [&](natsStatus outcome, const std::string& what = "options") {
     if (status != NATS_OK || outcome == NATS_OK) return;
     status = outcome;
     const char* text = nats_GetLastError(nullptr);
     error = what + ": " + (text && *text ? text : natsStatus_GetText(outcome));
   };
-  set(natsOptions_SetServers(opts, urls.data(), static_cast<int>(urls.size())), "NATS server");
+  set(natsOptions_SetServers(opts, urls.data(), static_cast<int>(urls.size())), "server");
   set(natsOptions_SetNoRandomize(opts, true));
   set(natsOptions_SetName(opts, options_.clientName.c_str()));
   set(natsOptions_SetTimeout(opts, kConnectTime));
@@ -185,7 +185,7 @@ NatsConnection::Try NatsConnection::tryToConnect(std::unique_ptr<Library>& made,
   status = natsConnection_Connect(&library->connection, opts);
   if (status != NATS_OK) {
     const char* text = nats_GetLastError(nullptr);
-    error = "NATS: " + std::string(text && *text ? text : natsStatus_GetText(status));
+    error = text && *text ? text : natsStatus_GetText(status);
     return status == NATS_NO_SERVER || status == NATS_TIMEOUT || status == NATS_IO_ERROR
                ? Try::unreachable
                : Try::refused;
@@ -199,6 +199,7 @@ bool NatsConnection::connect(const NatsOptions& options, std::string& error) {
   close();
   options_ = options;
   gaveUp_ = false;
+  error.clear();
   std::unique_ptr<Library> library;
   switch (tryToConnect(library, error)) {
     case Try::refused:
@@ -227,8 +228,14 @@ void NatsConnection::connectInBackground() {
         if (gaveUp_) return;
         if (outcome == Try::connected) {
           arrived_ = std::move(library);
+          refusal_.clear();
           wake_();
           return;
+        }
+        if (outcome == Try::refused && error != refusal_) {
+          refusal_ = error;
+          isRefusalNew_ = true;
+          wake_();
         }
       }
       platform::sleepMilliseconds(kReconnectWait + static_cast<int>(random() % kReconnectJitter));
@@ -347,11 +354,16 @@ std::int64_t NatsConnection::nextTimeout(std::int64_t now) const {
 
 void NatsConnection::takeConnection() {
   if (library_) return;
+  std::string refusal;
   {
     const std::lock_guard lock(mutex_);
     library_ = std::move(arrived_);
+    if (std::exchange(isRefusalNew_, false)) refusal = refusal_;
   }
-  if (!library_) return;
+  if (!library_) {
+    if (!refusal.empty()) listener_.natsState(false, refusal);
+    return;
+  }
   std::string error;
   if (!subscribeAll(error)) {
     library_->signals->hasEnded = true;

@@ -56,7 +56,7 @@ class NatsListener {
  public:
   virtual ~NatsListener() = default;
   virtual void natsMessage(const NatsMessage& message) = 0;
-  /// The connection is there (`text`: the server's URL), or has ended (`text`: why).
+  /// The connection is there (`text`: the server's URL), or has ended or is refused (`text`: why).
   virtual void natsState(bool isConnected, const std::string& text) = 0;
 };
 
@@ -69,8 +69,8 @@ class NatsConnection {
   NatsConnection& operator=(const NatsConnection&) = delete;
 
   /// Connects, and from then on anew after each end. If nobody is there it goes on trying, and
-  /// natsState() will tell. False with a text if that is in vain: files that can't be read, a
-  /// server that refuses this client or isn't trusted.
+  /// natsState() will tell; `error` says meanwhile why. False with a text if that is in vain: files
+  /// that can't be read, a server that refuses this client or isn't trusted.
   bool connect(const NatsOptions& options, std::string& error);
   void close();
   bool isConnected() const { return isUp_; }
@@ -133,6 +133,8 @@ class NatsConnection {
   std::thread connecting_;
   std::mutex mutex_;  // for what the thread that connects shares
   std::unique_ptr<Library> arrived_;
+  std::string refusal_;  // why a server has refused this client last; empty: none since it took it
+  bool isRefusalNew_ = false;
   bool gaveUp_ = false;
 };
 
