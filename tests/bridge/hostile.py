@@ -125,7 +125,8 @@ def main():
     session = random.getrandbits(64)
     names = [b"Secret", b"hublink.status", b"hublink.abroad", b"Startable", b"", b"x" * 5000]
     opens = b"".join(wish(number, name) for number, name in enumerate(names))
-    opens += b"".join(wish(100 + n, b"Echo", provider=n) for n in (0, 1, 999999))
+    named = [(b"Echo", n) for n in (0, 1, 999999)] + [(b"Stars", n) for n in range(1, 20)]
+    opens += b"".join(wish(100 + i, name, provider=n) for i, (name, n) in enumerate(named))
     asked = b"".join(frame(VALUE, 0, struct.pack("<Iii", n, n, 77) + text(b"color"))
                      for n in range(20))
     server.publish(target, "eve", "session", message(session, 1, opens + asked))
@@ -144,7 +145,7 @@ def main():
             elif kind == DATA:
                 got.append("data")
     got += [f"link {link}: {outcome}" for link, outcome in answers.items() if outcome != 2]
-    if len(answers) != len(names) + 3:
+    if len(answers) != len(names) + len(named):
         got.append(f"{len(answers)} answers only")
 
     # Ever new plugins, each with a link that ends. The last is served like the first.

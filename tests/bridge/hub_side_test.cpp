@@ -142,8 +142,9 @@ TEST_F(HubSideTest, ExportsFollowTheHub) {
   ASSERT_TRUE(watching.serveUntil([&] { return exports.services().size() == 1; }, kPatience));
   EXPECT_EQ(exports.services()[0].name, "Abroad");
   EXPECT_EQ(exports.services()[0].pluginID, standIn.plugin().pluginID());
-  EXPECT_TRUE(exports.isProvider(standIn.plugin().pluginID()));
-  EXPECT_FALSE(exports.isProvider(user.pluginID()));
+  EXPECT_TRUE(exports.isProvider(standIn.plugin().pluginID(), "Abroad"));
+  EXPECT_FALSE(exports.isProvider(standIn.plugin().pluginID(), "Abracadabra"));
+  EXPECT_FALSE(exports.isProvider(user.pluginID(), "Abroad"));
   EXPECT_FALSE(exports.isExported("hublink.status"));
   EXPECT_FALSE(exports.mayBeStarted("Abroad"));
   EXPECT_TRUE(exports.mayBeStarted("Named"));

@@ -151,9 +151,9 @@ bool Exports::isValueExported(std::string_view name) const {
   return fitsAny(valuePatterns_, name);
 }
 
-bool Exports::isProvider(std::int32_t pluginID) const {
-  return std::any_of(services_.begin(), services_.end(), [pluginID](const ExportedService& one) {
-    return one.isRunning && one.pluginID == pluginID;
+bool Exports::isProvider(std::int32_t pluginID, std::string_view service) const {
+  return std::any_of(services_.begin(), services_.end(), [&](const ExportedService& one) {
+    return one.isRunning && one.pluginID == pluginID && one.name == service;
   });
 }
 

@@ -33,8 +33,8 @@ class Exports {
   /// Whether a provider may be started for it: only if it was named without `*` and `?`.
   bool mayBeStarted(std::string_view service) const;
   bool isValueExported(std::string_view name) const;
-  /// Whether the plugin provides a service that is exported.
-  bool isProvider(std::int32_t pluginID) const;
+  /// Whether the plugin provides the service, which is exported.
+  bool isProvider(std::int32_t pluginID, std::string_view service) const;
   /// The program of a plugin of the local hub; empty if it isn't known.
   std::string programOf(std::int32_t pluginID) const;
 

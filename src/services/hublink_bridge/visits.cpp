@@ -92,10 +92,11 @@ void Visits::query(Ticket ticket, const OpenBody& body) {
 }
 
 // A provider that may not be started is looked for first, and then asked by its number: so nothing
-// is started for a service that has gone meanwhile.
+// is started for a service that has gone meanwhile. One that is named must provide the service: the
+// hub would wait for it to do so, longer than anybody here.
 void Visits::link(Ticket ticket, const OpenBody& body) {
   if (body.providerID != -1) {
-    if (parts_.exports.isProvider(body.providerID))
+    if (parts_.exports.isProvider(body.providerID, *body.service))
       ask(ticket, body, body.providerID);
     else
       notFound(ticket);
