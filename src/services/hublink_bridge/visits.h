@@ -32,7 +32,7 @@ class Visits {
   void clear();
 
  private:
-  /// In hand until the hub has answered, also when nobody waits for that any more.
+  /// In hand until the hub has answered, or hasn't in time, also when nobody waits any more.
   struct Visit {
     std::string machine;
     Session* session;  // null: nobody waits
