@@ -187,6 +187,15 @@ TEST_F(MembersTest, IsNotImpressedByNonsense) {
   std::vector<ExportedService> taken;
   EXPECT_TRUE(servicesFromJson(servicesToJson(many.data(), many.size()), many.size(), taken));
   EXPECT_FALSE(servicesFromJson(servicesToJson(many.data(), many.size()), many.size() - 1, taken));
+  // Pages hold what the server takes, and all of it: \1 is six bytes in JSON.
+  many.assign(300, running(std::string(1000, '\1')));
+  taken.clear();
+  for (const std::string& page : pagesOf(many, 100000)) {
+    EXPECT_LE(page.size(), 100000u);
+    EXPECT_TRUE(servicesFromJson(page, many.size(), taken));
+  }
+  EXPECT_EQ(taken, many);
+  EXPECT_THAT(pagesOf({}, 100000), testing::SizeIs(1));
   for (std::size_t i = 0; i < 2 * Members::kMostMachines; ++i)
     members.alive("m" + std::to_string(i), "1", 1, 1, now);
   EXPECT_EQ(members.all().size(), Members::kMostMachines);

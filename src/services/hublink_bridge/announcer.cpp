@@ -32,7 +32,8 @@ constexpr std::int64_t kRareAliveInterval = 4000;
 constexpr std::size_t kLargeRealm = 50;
 // In how many of these intervals each machine is measured once.
 constexpr std::size_t kMeasuringRound = 15;
-constexpr std::size_t kServicesOfPage = 200;
+// More than the headers of a page take of a message.
+constexpr std::int64_t kBytesOfHeaders = 1024;
 // In ms: how long a bridge that has come listens whether its name is taken before it announces
 // itself, and how often it asks meanwhile; how long it counts as one that has just come; and how
 // often it tells of another of its name.
@@ -78,17 +79,14 @@ void Announcer::say(const std::string& to, const char* what) {
 }
 
 void Announcer::sayState(const std::string& to) {
-  const std::vector<ExportedService>& services = exports_.services();
-  const std::size_t pages =
-      std::max<std::size_t>(1, (services.size() + kServicesOfPage - 1) / kServicesOfPage);
-  for (std::size_t page = 0; page < pages; ++page) {
-    const std::size_t first = page * kServicesOfPage;
-    const std::size_t count = std::min(services.size() - first, kServicesOfPage);
+  const std::int64_t room = std::max(nats_.maxPayload(), 2 * kBytesOfHeaders) - kBytesOfHeaders;
+  const auto pages = pagesOf(exports_.services(), static_cast<std::size_t>(room));
+  for (std::size_t page = 0; page < pages.size(); ++page) {
     NatsHeaders headers = ownHeaders();
     headers.emplace_back(kVersion, HUBLINK_VERSION);
     headers.emplace_back(kStateNumber, std::to_string(state_));
-    headers.emplace_back(kPage, std::to_string(page + 1) + "/" + std::to_string(pages));
-    const std::string json = servicesToJson(services.data() + first, count);
+    headers.emplace_back(kPage, std::to_string(page + 1) + "/" + std::to_string(pages.size()));
+    const std::string& json = pages[page];
     nats_.publish(subjectOf(realm_, to, machine_, kState), headers, json.data(), json.size());
   }
 }

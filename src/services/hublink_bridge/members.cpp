@@ -11,6 +11,7 @@ namespace bridge {
 
 namespace {
 
+constexpr std::size_t kServicesOfPage = 200;
 constexpr std::size_t kMostIncarnation = 16;
 constexpr std::int64_t kMicroseconds = 1000;  // in a millisecond
 // How long an incarnation that isn't heard any more stands against one that seems to be older: two
@@ -47,6 +48,19 @@ std::string servicesToJson(const ExportedService* services, std::size_t count) {
   // A name that isn't UTF-8 can't be told as it is, and wouldn't be found by it.
   return nlohmann::json{{"services", list}}.dump(-1, ' ', false,
                                                  nlohmann::json::error_handler_t::replace);
+}
+
+std::vector<std::string> pagesOf(const std::vector<ExportedService>& services, std::size_t most) {
+  std::vector<std::string> pages;
+  for (std::size_t first = 0; first < services.size() || pages.empty();) {
+    std::size_t count = std::min(services.size() - first, kServicesOfPage);
+    std::string page = servicesToJson(services.data() + first, count);
+    for (; page.size() > most && count > 1; page = servicesToJson(services.data() + first, count))
+      count /= 2;
+    first += count;
+    pages.push_back(std::move(page));
+  }
+  return pages;
 }
 
 bool servicesFromJson(std::string_view json, std::size_t most,

@@ -113,5 +113,7 @@ class Members {
 std::string servicesToJson(const ExportedService* services, std::size_t count);
 bool servicesFromJson(std::string_view json, std::size_t most,
                       std::vector<ExportedService>& services);
+/// All of them, in at least one page. None has more than `most` bytes, if one service has not.
+std::vector<std::string> pagesOf(const std::vector<ExportedService>& services, std::size_t most);
 
 }  // namespace bridge
