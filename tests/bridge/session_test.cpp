@@ -228,8 +228,14 @@ TEST(Session, WhatIsOldOrEarlyChangesNothing) {
     pair.second.flush(pair.now);
   }
   EXPECT_LE(pair.second.counters().resentMessages, 1u);
+  // And not any more once it has come.
+  take(messageOf({0, 6, 2, Session::kMinWindow, 0}));
+  sendText(pair.second, "c");
+  pair.second.flush(pair.now);
+  pair.second.step(pair.now + 500);
+  EXPECT_LE(pair.second.counters().resentMessages, 1u);
   // Nor is more kept for it than the widest window, whatever it says.
-  take(messageOf({0, 99, 1, ~0u, 0}));
+  take(messageOf({0, 99, 3, ~0u, 0}));
   int pieces = 0;
   while (pieces < 20 && pair.second.hasRoom() && ++pieces)
     sendText(pair.second, std::string(1 << 20, 'x'));

@@ -2,14 +2,11 @@
 #include "services/hublink_bridge/session.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 namespace bridge {
 
 namespace {
-
-constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
 // What has come is acknowledged after this much, however much goes the other way, or by a timer
 // that is set with the first of them.
@@ -204,7 +201,8 @@ bool Session::transmit(unsigned char* message, std::size_t size, std::uint64_t s
 
 void Session::transmitAck(std::int64_t now) {
   unsigned char message[kMessageHeadSize];
-  transmit(message, sizeof message, firstSequence_ + sent_, now);
+  // What is still to go again isn't missing yet.
+  transmit(message, sizeof message, firstSequence_ + again_, now);
 }
 
 bool Session::transmitAgain(std::size_t index, std::int64_t now) {

@@ -205,6 +205,7 @@ class Session {
   bool isNakWanted_ = false;
 
   // Times; kNever for none.
+  static constexpr std::int64_t kNever = INT64_MAX;
   bool isUp_ = true;
   std::int64_t downSince_ = 0;
   std::int64_t heardAt_;

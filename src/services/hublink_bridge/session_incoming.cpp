@@ -69,6 +69,7 @@ bool Session::takeAck(const MessageHead& head, std::int64_t now) {
   again_ -= std::min(again_, arrived);
   if (arrived > 0) {
     oldestAt_ = now;
+    allAgainDue_ = kNever;  // what the other side lacked when it asked has come
     // The oldest was lost, or it was only slow: behind what is under way still, an acknowledgement
     // tells the other side what should have come, and it asks for what hasn't.
     if (std::exchange(isProbing_, false) && sent_ > 0) isAckWanted_ = true;
