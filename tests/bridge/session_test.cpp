@@ -180,6 +180,21 @@ TEST(Session, AcknowledgesWithWhatGoesBackAndRestsWhenAllHasCome) {
   EXPECT_THAT(pair.way, SizeIs(1));
 }
 
+TEST(Session, TellsOfRoomAgainAlsoIfTheWindowHadTakenIt) {
+  SessionPair pair;
+  pair.ends[0].isUp = false;  // nothing leaves
+  sendText(pair.first, std::string(400 << 10, 'x'));
+  EXPECT_TRUE(pair.first.hasRoom());
+  pair.ends[0].isHeld = true;
+  for (const std::uint32_t window : {Session::kMinWindow, Session::kStartWindow}) {
+    Bytes message = messageOf({0, 1, 1, window, 0});
+    pair.first.take(message.data(), message.size(), 0);
+    EXPECT_EQ(pair.first.hasRoom(), window == Session::kStartWindow);
+  }
+  pair.first.flush(0);
+  EXPECT_FALSE(pair.ends[0].isHeld);
+}
+
 // What is only late isn't lost: copies would make a slow line slower.
 TEST(Session, OpensItsWindowStepByStepAndSendsNoCopiesOnALateLine) {
   for (const auto& [late, resent, widest] :

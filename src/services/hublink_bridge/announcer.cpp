@@ -122,7 +122,8 @@ void Announcer::answerHello(const std::string& machine, std::int64_t now) {
   if (!isAnnounced_) return;
   if (answered_.size() >= kMostAnswered) answered_.clear();
   const auto [place, isNew] = answered_.try_emplace(machine, now);
-  if (!isNew && now - std::exchange(place->second, now) < kHelloInterval) return;
+  if (!isNew && now - place->second < kHelloInterval) return;
+  place->second = now;
   sayState(machine);
 }
 

@@ -102,11 +102,12 @@ Link* LinkTable::find(const StandIn& standIn, std::int32_t localRN) const {
   return place == byRN_.end() ? nullptr : place->second;
 }
 
-bool LinkTable::joins(std::int32_t localPluginID, const std::string& machine) const {
+StandIn* LinkTable::standInBetween(std::int32_t localPluginID, const std::string& machine) const {
   for (const auto& [key, link] : links_)
-    if (link->ends().localPluginID == localPluginID && link->ends().remote.machine == machine)
-      return true;
-  return false;
+    if (link->standIn() && link->ends().localPluginID == localPluginID &&
+        link->ends().remote.machine == machine)
+      return link->standIn();
+  return nullptr;
 }
 
 std::size_t LinkTable::countWith(const std::string& machine) const {
@@ -119,14 +120,25 @@ void LinkTable::forEach(const std::function<void(const Link& link)>& visit) cons
   for (const auto& [key, link] : links_) visit(*link);
 }
 
+// One link may take all the room that there is: the next time those behind it come first.
 void LinkTable::roomAgain(const Session& session) {
-  eachOf(session, [this](Link& link) {
+  const std::uint32_t last = lastServed_[&session];
+  const auto serve = [&](Link& link) {
+    const bool hadRoom = session.hasRoom();
     link.sendMore();
+    if (hadRoom && !session.hasRoom()) lastServed_[&session] = link.number();
     if (link.isOver()) settleLater(link);
+  };
+  eachOf(session, [&](Link& link) {
+    if (link.number() > last) serve(link);
+  });
+  eachOf(session, [&](Link& link) {
+    if (link.number() <= last) serve(link);
   });
 }
 
 void LinkTable::sessionEnded(const Session& session) {
+  lastServed_.erase(&session);
   eachOf(session, [this](Link& link) {
     link.remoteEnded();
     settleLater(link);

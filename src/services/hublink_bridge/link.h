@@ -101,8 +101,8 @@ class LinkTable {
   bool join(Link& link, StandIn& standIn, const std::shared_ptr<HublinkLink>& hubLink);
   Link* find(const Session& session, std::uint32_t number) const;
   Link* find(const StandIn& standIn, std::int32_t localRN) const;
-  /// Whether a plugin of this machine has a link with a machine.
-  bool joins(std::int32_t localPluginID, const std::string& machine) const;
+  /// A stand-in of the machine that has a link with this plugin here; null if none has.
+  StandIn* standInBetween(std::int32_t localPluginID, const std::string& machine) const;
   std::size_t countWith(const std::string& machine) const;
   std::size_t size() const { return links_.size(); }
   void forEach(const std::function<void(const Link& link)>& visit) const;
@@ -134,6 +134,7 @@ class LinkTable {
   std::map<Key, std::unique_ptr<Link>> links_;
   std::map<std::pair<const StandIn*, std::int32_t>, Link*> byRN_;
   std::vector<Key> toSettle_;
+  std::map<const Session*, std::uint32_t> lastServed_;  // the link that had the last of the room
 };
 
 }  // namespace bridge

@@ -17,6 +17,8 @@ namespace {
 constexpr std::int64_t kConnectTime = 2000;
 constexpr int kReconnectWait = 200;
 constexpr unsigned kReconnectJitter = 100;
+// After one that has lasted for less than this, in ms, there is such a wait, too.
+constexpr std::int64_t kShortConnection = 1000;
 // How often the library asks the server whether it is there, in ms. It would give it up for answers
 // that are late, which they are behind megabytes on a slow line: here it is given up when nothing
 // comes at all.
@@ -205,7 +207,7 @@ bool NatsConnection::connect(const NatsOptions& options, std::string& error) {
     case Try::refused:
       return false;
     case Try::unreachable:
-      connectInBackground();
+      connectInBackground(true);
       return true;
     case Try::connected:
       arrived_ = std::move(library);
@@ -215,10 +217,14 @@ bool NatsConnection::connect(const NatsOptions& options, std::string& error) {
 }
 
 // What is refused once may be taken later, as when a server is given another configuration.
-void NatsConnection::connectInBackground() {
+void NatsConnection::connectInBackground(bool isToWait) {
   if (connecting_.joinable()) connecting_.join();
-  connecting_ = std::thread([this] {
+  connecting_ = std::thread([this, isToWait] {
     std::minstd_rand random{std::random_device{}()};
+    const auto wait = [&random] {
+      platform::sleepMilliseconds(kReconnectWait + static_cast<int>(random() % kReconnectJitter));
+    };
+    if (isToWait) wait();
     for (;;) {
       std::unique_ptr<Library> library;
       std::string error;
@@ -238,7 +244,7 @@ void NatsConnection::connectInBackground() {
           wake_();
         }
       }
-      platform::sleepMilliseconds(kReconnectWait + static_cast<int>(random() % kReconnectJitter));
+      wait();
     }
   });
 }
@@ -364,6 +370,7 @@ void NatsConnection::takeConnection() {
     if (!refusal.empty()) listener_.natsState(false, refusal);
     return;
   }
+  connectedAt_ = clockNow();
   std::string error;
   if (!subscribeAll(error)) {
     library_->signals->hasEnded = true;
@@ -415,7 +422,7 @@ void NatsConnection::tellState(bool isSilent) {
   const std::string why = text && *text ? text : "the connection has ended";
   const bool wasUp = std::exchange(isUp_, false);
   library_.reset();
-  connectInBackground();
+  connectInBackground(clockNow() - connectedAt_ < kShortConnection);
   if (wasUp) listener_.natsState(false, why);
 }
 

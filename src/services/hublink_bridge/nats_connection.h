@@ -111,7 +111,7 @@ class NatsConnection {
   enum class Try { connected, unreachable, refused };
 
   Try tryToConnect(std::unique_ptr<Library>& library, std::string& error);
-  void connectInBackground();
+  void connectInBackground(bool isToWait);
   void takeConnection();
   bool subscribeAll(std::string& error);
   int queued() const;
@@ -128,8 +128,8 @@ class NatsConnection {
   std::unique_ptr<Library> library_;  // of the connection that there is
   std::vector<void*> discarded_;      // messages that are still to be destroyed
   bool isUp_ = false;
-  bool hasMore_ = false;                    // than was handed over at once
-  std::int64_t servedAt_ = 0, readAt_ = 0;  // ms
+  bool hasMore_ = false;                                      // than was handed over at once
+  std::int64_t connectedAt_ = 0, servedAt_ = 0, readAt_ = 0;  // ms
   std::thread connecting_;
   std::mutex mutex_;  // for what the thread that connects shares
   std::unique_ptr<Library> arrived_;

@@ -77,6 +77,7 @@ bool Session::takeAck(const MessageHead& head, std::int64_t now) {
   if (arrived > 0 || head.sequence >= windowSequence_) {
     peerWindow_ = std::min(head.window, kMaxWindow);
     windowSequence_ = head.sequence;
+    if (!hasRoom()) isFull_ = true;  // a smaller window takes it away, too
   }
   if ((head.flags & kNak) != 0 && sent_ > 0) {
     setPatience(4 * roundTrip_);  // what has taken long was lost

@@ -19,6 +19,7 @@ void StandInTable::want(const RemotePluginKey& key, const std::string& program, 
     return;
   }
   if (entry->isKnown) {
+    entry->idleSince = clockNow();
     handler(entry->standIn.get());
     return;
   }

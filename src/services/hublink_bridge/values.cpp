@@ -47,20 +47,23 @@ bool Values::asked(Session& session, const Frame& frame) {
   const std::string& machine = session.machine();
   const auto inHand = std::count_if(inHand_.begin(), inHand_.end(),
                                     [&](const auto& one) { return one.second.machine == machine; });
+  StandIn* const linked = parts_.links.standInBetween(body.pluginID, machine);
   if (!body.name || !parts_.exports.isValueExported(*body.name) || inHand >= kMostInHand ||
-      !parts_.links.joins(body.pluginID, machine)) {
+      !linked) {
     answer(session, std::nullopt);
     return true;
   }
   const std::uint64_t ticket = ++lastTicket_;
   inHand_[ticket] = {machine, &session};
-  StandIn* asking = parts_.standIns.find({machine, body.askingID});
-  HublinkPlugin& plugin = asking ? asking->plugin() : parts_.plugin;
-  plugin.requestValue(body.pluginID, *body.name,
-                      [this, ticket, answer](const std::optional<std::string>& value) {
-                        const auto visit = inHand_.extract(ticket);
-                        if (visit && visit.mapped().session) answer(*visit.mapped().session, value);
-                      });
+  // Never by the bridge's own connection: whoever asks a plugin that takes nothing is stopped.
+  StandIn* const asking = parts_.standIns.find({machine, body.askingID});
+  (asking ? asking : linked)
+      ->plugin()
+      .requestValue(body.pluginID, *body.name,
+                    [this, ticket, answer](const std::optional<std::string>& value) {
+                      const auto visit = inHand_.extract(ticket);
+                      if (visit && visit.mapped().session) answer(*visit.mapped().session, value);
+                    });
   return true;
 }
 

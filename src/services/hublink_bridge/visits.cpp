@@ -51,8 +51,9 @@ bool Visits::open(Session& session, const Frame& frame) {
   if (!readBody(frame, body) || find(session, frame.link) || parts_.links.find(session, frame.link))
     return false;
   const std::string& machine = session.machine();
+  const std::size_t inHand = inHandOf(machine);
   const bool isTooMuch =
-      inHandOf(machine) >= kMostInHand || parts_.links.countWith(machine) >= kMostLinks;
+      inHand >= kMostInHand || parts_.links.countWith(machine) + inHand >= kMostLinks;
   const Ticket ticket = ++lastTicket_;
   inHand_[ticket] = {machine, &session, frame.link};
   if (isTooMuch || !isSensible(body) || !parts_.exports.isExported(*body.service) ||
