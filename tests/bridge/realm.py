@@ -127,16 +127,17 @@ class Machine:
     def await_service(self, name):
         until(lambda: self.control("provider", name)[0] == 0, f"{name} at {self.name}")
 
+    def network_table(self, name):
+        return subprocess.run(["ip", "netns", "exec", self.space, "cat", f"/proc/net/{name}"],
+                              capture_output=True, text=True, check=True).stdout
+
     def received(self):
         """Bytes, so far, from the servers (proc_pid_net(5))."""
-        rows = subprocess.run(["ip", "netns", "exec", self.space, "cat", "/proc/net/dev"],
-                              capture_output=True, text=True, check=True).stdout
-        return int(rows.split("cable:")[1].split()[0])
+        return int(self.network_table("dev").split("cable:")[1].split()[0])
 
     def segments_sent_again(self):
         """By TCP, so far (proc_pid_net(5))."""
-        rows = subprocess.run(["ip", "netns", "exec", self.space, "cat", "/proc/net/snmp"],
-                              capture_output=True, text=True, check=True).stdout.splitlines()
+        rows = self.network_table("snmp").splitlines()
         names, values = (row.split() for row in rows if row.startswith("Tcp:"))
         return int(values[names.index("RetransSegs")])
 

@@ -305,14 +305,15 @@ bool Bridge::start(std::string& error) {
   nats_.subscribe(prefix + kEverybody + ".>");
   nats_.subscribe(prefix + options_.machine + ".>");
   std::string why;
-  const bool isInVain = !nats_.connect(options_.nats, why);
-  if (isInVain) {
+  if (!nats_.connect(options_.nats, why)) {
     error = "NATS: " + why;
-  } else if (!why.empty()) {
+    return false;
+  }
+  if (!why.empty()) {
     realm_.natsState(false, why);
     tell("waiting for NATS: " + why);
   }
-  return !isInVain;
+  return true;
 }
 
 int Bridge::run() {

@@ -187,12 +187,11 @@ bool Session::transmit(unsigned char* message, std::size_t size, std::uint64_t s
   if (isInitiator_ && !isPeerKnown_) head.flags |= kFirst;
   if (isNakWanted_) head.flags |= kNak;
   writeMessageHead(message, head);
+  spokeAt_ = now;  // if it is refused, too: until the retry there is no point in speaking
   if (!host_.transmit(*this, message, size)) {
     retryDue_ = now + kRetryMilliseconds;
-    spokeAt_ = now;  // until then there is no point in trying to
     return false;
   }
-  spokeAt_ = now;
   unackedBytes_ = unackedMessages_ = 0;
   isAckWanted_ = isNakWanted_ = false;
   ackDue_ = kNever;

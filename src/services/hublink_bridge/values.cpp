@@ -47,9 +47,10 @@ bool Values::asked(Session& session, const Frame& frame) {
   const std::string& machine = session.machine();
   const auto inHand = std::count_if(inHand_.begin(), inHand_.end(),
                                     [&](const auto& one) { return one.second.machine == machine; });
-  StandIn* const linked = parts_.links.standInBetween(body.pluginID, machine);
-  if (!body.name || !parts_.exports.isValueExported(*body.name) || inHand >= kMostInHand ||
-      !linked) {
+  const bool isAllowed =
+      body.name && parts_.exports.isValueExported(*body.name) && inHand < kMostInHand;
+  StandIn* const linked = isAllowed ? parts_.links.standInBetween(body.pluginID, machine) : nullptr;
+  if (!linked) {
     answer(session, std::nullopt);
     return true;
   }
@@ -57,13 +58,12 @@ bool Values::asked(Session& session, const Frame& frame) {
   inHand_[ticket] = {machine, &session};
   // Never by the bridge's own connection: whoever asks a plugin that takes nothing is stopped.
   StandIn* const asking = parts_.standIns.find({machine, body.askingID});
-  (asking ? asking : linked)
-      ->plugin()
-      .requestValue(body.pluginID, *body.name,
-                    [this, ticket, answer](const std::optional<std::string>& value) {
-                      const auto visit = inHand_.extract(ticket);
-                      if (visit && visit.mapped().session) answer(*visit.mapped().session, value);
-                    });
+  HublinkPlugin& plugin = (asking ? asking : linked)->plugin();
+  plugin.requestValue(body.pluginID, *body.name,
+                      [this, ticket, answer](const std::optional<std::string>& value) {
+                        const auto visit = inHand_.extract(ticket);
+                        if (visit && visit.mapped().session) answer(*visit.mapped().session, value);
+                      });
   return true;
 }
 
